@@ -1,0 +1,21 @@
+# Install rules and the CMake package, so that find_package(kelvo) gives kelvo::kelvo.
+include(CMakePackageConfigHelpers)
+set(KELVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kelvo)
+
+install(TARGETS kelvo EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(folder func geo util fit track io)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+          FILES_MATCHING PATTERN "*.h" PATTERN "LinkDef.h" EXCLUDE PATTERN "material" EXCLUDE)
+endforeach()
+if(NOT KELVO_ROOT_HAS_GEOMETRY)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/geo/material DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/geo)
+endif()
+
+install(EXPORT kelvoTargets NAMESPACE kelvo:: DESTINATION ${KELVO_CMAKE_DIR})
+configure_package_config_file(cmake/kelvoConfig.cmake.in ${PROJECT_BINARY_DIR}/kelvoConfig.cmake
+  INSTALL_DESTINATION ${KELVO_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelvoConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/kelvoConfig.cmake ${PROJECT_BINARY_DIR}/kelvoConfigVersion.cmake
+              cmake/KelvoRoot.cmake
+        DESTINATION ${KELVO_CMAKE_DIR})

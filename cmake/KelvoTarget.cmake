@@ -1,0 +1,38 @@
+# What every library and program of the project has in common.
+option(KELVO_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ${KELVO_TOP_LEVEL})
+set(KELVO_SANITIZE "" CACHE STRING "Sanitizers for our own code, such as address,undefined")
+
+function(kelvo_configure_target target)
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}"
+    INSTALL_RPATH_USE_LINK_PATH ON)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  # Results are the same bits at every optimisation level: a multiplication and an addition are
+  # never fused.
+  target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion -Wshadow
+    $<$<BOOL:${KELVO_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(KELVO_SANITIZE)
+    target_compile_options(${target} PUBLIC -fsanitize=${KELVO_SANITIZE} -fno-omit-frame-pointer
+      -fno-sanitize-recover=all)
+    target_link_options(${target} PUBLIC -fsanitize=${KELVO_SANITIZE})
+  endif()
+  if(KELVO_ROOT_LINK_OPTION)
+    target_link_options(${target} PRIVATE ${KELVO_ROOT_LINK_OPTION})
+  endif()
+  target_include_directories(${target} SYSTEM PRIVATE ${ROOT_INCLUDE_DIRS})
+endfunction()
+
+# ROOT's material record where its geometry package is there, else ours of the same interface.
+function(kelvo_use_material_record target)
+  if(KELVO_ROOT_HAS_GEOMETRY)
+    message(STATUS "kelvo: TGeoMaterial from ROOT's geometry package")
+    target_link_libraries(${target} PUBLIC ROOT::Geom)
+  else()
+    message(STATUS "kelvo: ROOT has no geometry package; TGeoMaterial from geo/material")
+    target_include_directories(${target} PUBLIC
+      $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/geo/material>
+      $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/geo/material>)
+  endif()
+endfunction()
