@@ -114,11 +114,11 @@ make_venv() {
 
 # pip_install STAMP REQUIREMENT... : once per set of requirements.
 pip_install() {
-  local stamp="$KELVO_VENV/.kelvo-$1" wanted
+  local name=$1 stamp="$KELVO_VENV/.kelvo-$1" wanted
   shift
   wanted="$*$(for f in "$@"; do [ -f "$f" ] && cat "$f"; done || true)"
   [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$wanted" ] && return 0
-  run_step "pip-$(basename "$stamp")" "check the network and the free disk space (the ROOT wheel needs 1 GB)" \
+  run_step "pip-$name" "check the network and the free disk space (the ROOT wheel needs 1 GB)" \
     "$KELVO_VENV/bin/python" -m pip install --disable-pip-version-check --no-input "$@"
   printf '%s' "$wanted" >"$stamp"
 }
