@@ -41,7 +41,7 @@ def differences(old, new):
 
 def check(source, block):
     """Exit status: 0 where the source holds exactly this block, else 1 with the differences."""
-    _, old, _ = split_marked(source.read_text(encoding="utf-8"), BEGIN, END)
+    _, old, _ = split_marked(source, BEGIN, END)
     if old == block:
         return 0
     print("\n".join(differences(old, block)))
@@ -68,7 +68,7 @@ def main():
     except OSError as error:
         print(f"{error.filename}: {error.strerror}", file=sys.stderr)
     except ValueError as error:
-        print(f"{arguments.source}: {error}", file=sys.stderr)
+        print(error, file=sys.stderr)
     return 1
 
 

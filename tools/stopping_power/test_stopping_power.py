@@ -21,10 +21,12 @@ import bethe  # noqa: E402 - the modules lie beside this file
 import bremsstrahlung  # noqa: E402
 import constants  # noqa: E402
 import density_effect  # noqa: E402
+import doc_tables  # noqa: E402
 import kinematics  # noqa: E402
 import pair_production  # noqa: E402
 from interpolation import CubicSpline, averaged_bilinear, linear_continued  # noqa: E402
 from literature import Literature  # noqa: E402
+from marked import split_marked  # noqa: E402
 from materials import ELEMENTS, MATERIALS, Element  # noqa: E402
 from quadrature import GAUSS6, GAUSS8, integrate  # noqa: E402
 from reference_rows import MAXIMA, MINIMA, ROWS, STEEL_MAXIMUM, rounded  # noqa: E402
@@ -97,6 +99,12 @@ def test_a_source_without_markers_is_left_alone(literature, tmp_path):
     assert run.returncode == 1
     assert "expected one line" in run.stderr
     assert source.read_text(encoding="utf-8") == "// nothing\n"
+
+
+def test_the_documented_tables_are_the_calculated_ones(literature):
+    page = ROOT / "docs" / "stopping-power.md"
+    _, documented, _ = split_marked(page, doc_tables.BEGIN, doc_tables.END)
+    assert documented == doc_tables.markdown(MATERIALS, literature)
 
 
 # --- published values ---
