@@ -33,17 +33,17 @@ inline double PeakMemoryMiB() {
 
 } // namespace bench
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
   bench::allocationCount.fetch_add(1, std::memory_order_relaxed);
   bench::allocatedBytes.fetch_add(size, std::memory_order_relaxed);
   if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
   throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }

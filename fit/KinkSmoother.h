@@ -1,0 +1,233 @@
+#pragma once
+
+#include <TMatrixDSym.h>
+
+#include <vector>
+
+#include "fit/KinkState.h"
+
+namespace kelvo {
+
+/// How the last fit of a KinkSmoother ended.
+enum class KinkStatus {
+  kNotFitted,     ///< there was none since construction, Reset or NullResult
+  kSucceeded,     ///< the results are those of the loaded problem
+  kNoMeasurement, ///< no measurement has a weight above 0
+  kOnePosition,   ///< all measurements of weight above 0 stand at the same z: no slope
+  kFreeKink,      ///< the measurements do not fix a kink that is unconstrained (width infinity)
+  kNotFinite      ///< an infinite input, or weights near the range of double, left NaN behind
+};
+
+/// The fitted line at one position: values and their 2 x 2 covariance matrix.
+struct KinkPoint {
+  double fX;         ///< position [cm]
+  double fSlope;     ///< dx/dz
+  double fVarX;      ///< variance of the position [cm^2]
+  double fCovXSlope; ///< covariance of both [cm]
+  double fVarSlope;  ///< variance of the slope
+};
+
+/// One measurement beside the fit. "Unbiased" compares it with the fit of all the others.
+struct KinkResidual {
+  double fBiased;      ///< measured minus fitted [cm]
+  double fVarBiased;   ///< its variance [cm^2]
+  double fUnbiased;    ///< measured minus the fit without this measurement [cm]
+  double fVarUnbiased; ///< its variance [cm^2]; infinity if the others alone fix no track
+  double fPull;        ///< residual over its standard deviation; the same for both kinds
+  double fLeverage;    ///< derivative of the fitted by the measured value, 0 to 1
+  double fChi2;        ///< contribution to chi-square
+};
+
+/// The fit of Lutz in time and memory linear in n + m: one detector view, a straight line that
+/// bends at scattering planes, each kink measured as 0 with the width of its plane. Same inputs,
+/// same answers, plus uncertainties everywhere. Along z the track is a Markov process with state
+/// (x, slope); a filter runs downstream, a second one upstream, and both together give the
+/// smoothed line between any two planes (D. C. Fraser, J. E. Potter, IEEE Trans. Autom. Control
+/// 14 (1969) 387; R. Fruehwirth, Nucl. Instr. Meth. A 262 (1987) 444).
+/// Construct it, or Reset it, for n measurements and m planes, load all, call Fit, ask for results.
+/// Reset and all that follows allocate nothing once the object has seen a problem of that size.
+/// Lengths share one unit (cm in kelvo), angles are in radians. One object serves one thread at a
+/// time, const queries included.
+class KinkSmoother {
+public:
+  /// Makes an empty problem. Throws kBadNScat (value 0) unless nmeas > nscat.
+  /// @param nmeas number of measurements n
+  /// @param nscat number of scattering planes m, below n
+  KinkSmoother(unsigned int nmeas, unsigned int nscat) { Reset(nmeas, nscat); }
+
+  /// Makes the object as new, keeping its memory. Throws kBadNScat (value 0), leaving the object as
+  /// it was, unless nmeas > nscat.
+  void Reset(unsigned int nmeas, unsigned int nscat);
+
+  /// Loads measurement i with weight 1 / (sigx sigx); a later call for the same i replaces it.
+  /// A measurement that is never loaded stands at z = 0 with weight 0 and is ignored by the fit.
+  /// @param i    index, below n
+  /// @param z    position along the detector [cm]
+  /// @param x    measured transverse coordinate [cm]
+  /// @param sigx standard deviation of x [cm]; infinity gives weight 0
+  /// Throws, in this order of checks and leaving the object as it was: kIndexProblem (value 0) for
+  /// i >= n, kNaN (value 0) for a NaN among z, x, sigx, kBadSigX (value sigx) for sigx <= 0.
+  void SetMeasurement(unsigned int i, double z, double x, double sigx) {
+    if (!(i < fNmeas && z == z && x == x && sigx > 0)) ThrowBadMeasurement(i, z, x, sigx);
+    fZ[i] = z;
+    fX[i] = x;
+    fLoadedW[i] = fW[i] = 1 / (sigx * sigx);
+  }
+
+  /// Loads scattering plane j with weight 1 / (sigAlpha sigAlpha); a later call replaces it. Planes
+  /// need no order. A plane that is never loaded stands at z = 0 with an unconstrained kink.
+  /// @param j        index, below m
+  /// @param z        position along the detector [cm]
+  /// @param sigAlpha expected width of the scattering angle [rad]; infinity leaves the kink free
+  /// Throws, in this order of checks and leaving the object as it was: kIndexProblem (value 0) for
+  /// j >= m, kNaN (value 0) for a NaN, kBadSigSJ (value sigAlpha) for sigAlpha <= 0.
+  void SetScatteringPlane(unsigned int j, double z, double sigAlpha) {
+    if (!(j < fNscat && z == z && sigAlpha > 0)) ThrowBadPlane(j, z, sigAlpha);
+    fS[j] = z;
+    fV[j] = 1 / (sigAlpha * sigAlpha);
+  }
+
+  /// Multiplies the loaded weight of measurement i for the next Fit: 0 leaves it out, 1 restores
+  /// it. SetMeasurement and Reset restore it too. Uncertainties and pulls of the measurement itself
+  /// keep the loaded sigx. Throws kIndexProblem (value 0) for i >= n or a factor outside 0 to 1.
+  void SetWeightFactor(unsigned int i, double factor);
+
+  /// Solves the loaded problem, with the same meaning of the arguments as Lutz::Fit. May be called
+  /// again after inputs were changed. Throws and prints nothing: a singular problem gives the null
+  /// result (all parameters 0, chi2 the sum of w_i x_i^2), and Status() says why.
+  /// Time and memory grow as n + m, plus a sort if measurements or planes are not in order of z.
+  /// @param x0    receives the intercept at z = 0 of the segment before all planes [cm]; may be
+  /// null
+  /// @param dxdz  receives the slope of that segment; may be null
+  /// @param alpha receives the m kink angles in the order of the planes' indices [rad]; may be null
+  /// @param chi2  receives Chi2XI() + Chi2Beta(); may be null
+  void Fit(double* x0, double* dxdz, double* alpha, double* chi2);
+
+  /// Returns how the last Fit ended.
+  KinkStatus Status() const { return fStatus; }
+
+  /// Returns whether the last Fit solved its problem; false before the first.
+  bool Succeeded() const { return fStatus == KinkStatus::kSucceeded; }
+
+  /// Sets every fitted quantity to 0; inputs stay. The object then counts as not fitted.
+  void NullResult();
+
+  /// Returns the number of measurements n.
+  unsigned int NMeas() const { return fNmeas; }
+
+  /// Returns the number of scattering planes m.
+  unsigned int NScat() const { return fNscat; }
+
+  /// Returns the number of degrees of freedom of chi2 for the loaded inputs: measurements of weight
+  /// above 0, minus 2, minus planes whose kink is unconstrained (weight 0). Negative if there is
+  /// too little input. A weight factor of 0 takes its measurement out.
+  int NDOF() const;
+
+  /// Returns the fitted trajectory at z [cm]. A plane bends it strictly beyond its position only.
+  /// Time grows as log m.
+  double X(double z) const;
+
+  /// Returns the slope at z; at a plane, the slope before it. Time grows as log m.
+  double Slope(double z) const;
+
+  /// Returns position, slope and their covariance at z, between planes as well as outside; at a
+  /// plane, the line before it. Variances are NaN without a successful last fit. Time grows as
+  /// log m.
+  KinkPoint At(double z) const;
+
+  /// Returns the fitted coordinate at measurement i [cm]; i must be below n.
+  double XFit(unsigned int i) const { return fXfit[i]; }
+
+  /// Returns the kink at plane j [rad]; j must be below m.
+  double Kink(unsigned int j) const { return fAlpha[j]; }
+
+  /// Returns the variance of the kink at plane j [rad^2], NaN without a successful last fit; j must
+  /// be below m.
+  double VarKink(unsigned int j) const { return fVarAlpha[j]; }
+
+  /// Returns (x_i - xfit_i)^2 w_i of measurement i; i must be below n.
+  double Chi2XIi(unsigned int i) const;
+
+  /// Returns alpha_j^2 / sigAlpha_j^2 of plane j; j must be below m.
+  double Chi2BetaJ(unsigned int j) const { return fAlpha[j] * fAlpha[j] * fV[j]; }
+
+  /// Returns the measurements' part of chi-square of the last Fit, 0 before the first.
+  double Chi2XI() const { return fChi2XI; }
+
+  /// Returns the kinks' part of chi-square of the last Fit, 0 before the first.
+  double Chi2Beta() const { return fChi2Beta; }
+
+  /// Returns residuals, leverage and chi-square contribution of measurement i (i below n). The
+  /// variances are those of the loaded sigx. A measurement without which the others fix no track
+  /// has unbiased residual and pull 0. Without a successful last fit all is NaN.
+  /// The first call after a Fit takes time that grows as n + m and fills a cache for the others;
+  /// inputs changed after the Fit must not be mixed with it.
+  KinkResidual Residual(unsigned int i) const;
+
+  /// Returns the logarithm of the likelihood of the measurements with the kinks, intercept and
+  /// slope integrated out, for a flat prior on intercept, slope and each unconstrained kink:
+  ///   -1/2 [chi2 + log det A - sum_i log w_i - sum_j log v_j + NDOF log(2 pi)],
+  /// A the normal matrix of Lutz, sums over weights above 0; the innovations' likelihood of a
+  /// Kalman filter with diffuse start (A. C. Harvey, Forecasting, Structural Time Series Models and
+  /// the Kalman Filter (1989), 3.4). Compare hypotheses on the same measurements by its difference.
+  /// Unit: log of cm^-NDOF. NaN without a successful last fit. Time grows as n + m.
+  double LogLikelihood() const;
+
+  /// Returns the covariance matrix of the fitted parameters, (m + 2) x (m + 2), in the order x0
+  /// [cm], slope, kinks in plane order [rad]. Every element is NaN without a successful last fit.
+  /// Allocates its result and a work space; time grows as m^2.
+  TMatrixDSym Covariance() const;
+
+private:
+  /// The straight line between two neighbouring planes, in order of z.
+  struct Segment {
+    double fEnd;             ///< position of the plane at its end; infinity for the last [cm]
+    double fV;               ///< weight of the kink there
+    KinkState fLocal;        ///< what its own measurements know
+    KinkState fUpstream;     ///< what those and everything upstream know
+    double fZ;               ///< where position and slope are independent, given everything [cm]
+    double fX, fSlope;       ///< smoothed line: X(z) = fX + fSlope (z - fZ)
+    double fVarX, fVarSlope; ///< variances of fX and fSlope
+  };
+
+  [[noreturn]] void ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const;
+  [[noreturn]] void ThrowBadPlane(unsigned int j, double z, double sigAlpha) const;
+  void Sort();
+  void FilterDownstream();
+  bool SmoothUpstream();
+  void SmoothKink(unsigned int k, const KinkState& downstream);
+  bool SmoothSegment(unsigned int k, const KinkState& downstream);
+  KinkStatus WhySingular() const;
+  const Segment& SegmentAt(double z) const;
+  void LeaveEachOut() const;
+
+  unsigned int fNmeas = 0; ///< n, number of measurements
+  unsigned int fNscat = 0; ///< m, number of scattering planes
+
+  std::vector<double> fZ;       ///< n: position of each measurement [cm]
+  std::vector<double> fX;       ///< n: measured coordinate [cm]
+  std::vector<double> fW;       ///< n: weight of each measurement in the fit [cm^-2]
+  std::vector<double> fLoadedW; ///< n: 1 / sigx^2 as loaded, before any weight factor [cm^-2]
+  std::vector<double> fS;       ///< m: position of each plane [cm]
+  std::vector<double> fV;       ///< m: weight of each kink, 1 / sigAlpha^2 [rad^-2]
+
+  std::vector<unsigned int> fMeasOrder;  ///< n: indices of the measurements in order of z
+  std::vector<unsigned int> fPlaneOrder; ///< m: indices of the planes in order of z
+  std::vector<unsigned int> fFirst;      ///< m + 2: place in fMeasOrder where each segment begins
+  std::vector<Segment> fSegments;        ///< m + 1
+
+  double fX0 = 0;                              ///< fitted intercept at z = 0 [cm]
+  double fSlope = 0;                           ///< fitted slope of the first segment
+  std::vector<double> fXfit;                   ///< n: fitted coordinate [cm]
+  std::vector<double> fAlpha;                  ///< m: fitted kinks [rad]
+  std::vector<double> fVarAlpha;               ///< m: their variances [rad^2]
+  double fChi2XI = 0;                          ///< measurements' part of chi-square
+  double fChi2Beta = 0;                        ///< kinks' part of chi-square
+  KinkStatus fStatus = KinkStatus::kNotFitted; ///< how the last fit ended
+  mutable bool fLeftOut = false;               ///< whether the two below belong to the last fit
+  mutable std::vector<double> fOthersX;        ///< n: fit of the others at each z_i [cm]
+  mutable std::vector<double> fOthersVar;      ///< n: its variance [cm^2]
+  mutable std::vector<KinkState> fBeforeEach;  ///< n: work space of LeaveEachOut
+};
+
+} // namespace kelvo

@@ -1,0 +1,184 @@
+// What a KinkSmoother tells on request, beyond the results of its Fit.
+#include <cmath>
+#include <limits>
+
+#include "fit/KinkSmoother.h"
+
+namespace kelvo {
+
+namespace {
+
+constexpr double kLogTwoPi = 1.8378770664093454836; // log(2 pi)
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
+
+// The logarithm of a long product, at the price of few logarithms.
+class LogProduct {
+public:
+  void Multiply(double factor) {
+    fProduct *= factor;
+    if (fProduct > 1e-150 && fProduct < 1e150) return;
+    fLog += std::log(fProduct);
+    fProduct = 1;
+  }
+  double Log() const { return fLog + std::log(fProduct); }
+
+private:
+  double fProduct = 1;
+  double fLog = 0;
+};
+
+// A quantity's covariance with position and slope of the track at one z.
+struct CovarianceWith {
+  double fX;
+  double fSlope;
+};
+
+// What the knowledge a at d = Z - s takes back when the line turns about its position at a plane:
+// the slope beyond the plane follows from position and slope before it, up to independent noise, as
+//   (v slope - P d x) / E,  E = v + Q + P d^2.
+struct Turn {
+  Turn(const KinkState& a, double s, double v)
+      : fV(v), fPull(a.fP * (a.fZ - s)), fHold(a.fQ + fPull * (a.fZ - s)), fE(v + fHold) {}
+  double Kink(const CovarianceWith& c) const { return -(fHold * c.fSlope + fPull * c.fX) / fE; }
+  double Slope(const CovarianceWith& c) const { return (fV * c.fSlope - fPull * c.fX) / fE; }
+
+  double fV;    // weight of the kink
+  double fPull; // P d
+  double fHold; // Q + P d^2
+  double fE;
+};
+
+} // namespace
+
+KinkResidual KinkSmoother::Residual(unsigned int i) const {
+  if (!Succeeded())
+    return {kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined};
+  LeaveEachOut();
+  const double others = fOthersVar[i];
+  const double unbiased = std::isinf(others) ? 0 : fX[i] - fOthersX[i];
+  const double variance = 1 / fLoadedW[i] + others;
+  // With the leverage h: biased = (1 - h) unbiased. Written so that 1 - h does not cancel.
+  const double kept = 1 / (1 + (fW[i] > 0 ? fW[i] * others : 0));
+  const double leverage = std::isinf(others) ? 1 : (fW[i] * others) * kept;
+  const double biasedVariance = std::isinf(others) ? 0 : kept * kept * variance;
+  return {fX[i] - fXfit[i], biasedVariance, unbiased, variance, unbiased / std::sqrt(variance),
+          leverage,         Chi2XIi(i)};
+}
+
+// Filters once more in both directions, now stopping at each measurement.
+void KinkSmoother::LeaveEachOut() const {
+  if (fLeftOut) return;
+  fOthersX.resize(fNmeas);
+  fOthersVar.resize(fNmeas);
+  fBeforeEach.resize(fNmeas);
+  KinkState downstream;
+  for (unsigned int k = fNscat + 1; k-- > 0;) {
+    KinkState upstream;
+    if (k > 0) {
+      const Segment& before = fSegments[k - 1];
+      upstream = CrossPlane(before.fUpstream, {}, before.fEnd, before.fV).fBeyond;
+    }
+    for (unsigned int place = fFirst[k]; place < fFirst[k + 1]; ++place) {
+      const unsigned int i = fMeasOrder[place];
+      fBeforeEach[place] = upstream;
+      if (fW[i] > 0) AddPosition(upstream, fW[i], fZ[i], fX[i]);
+    }
+    for (unsigned int place = fFirst[k + 1]; place-- > fFirst[k];) {
+      const unsigned int i = fMeasOrder[place];
+      const KinkState others = MergeAny(fBeforeEach[place], downstream);
+      const bool line = others.fP > 0 && others.fQ > 0;
+      const double d = fZ[i] - others.fZ;
+      fOthersX[i] = line ? others.fX + others.fC / others.fQ * d : 0;
+      fOthersVar[i] = line ? 1 / others.fP + d * d / others.fQ : kInfinity;
+      if (fW[i] > 0) AddPosition(downstream, fW[i], fZ[i], fX[i]);
+    }
+    if (k > 0) {
+      const Segment& plane = fSegments[k - 1];
+      downstream = CrossPlane(downstream, {}, plane.fEnd, plane.fV).fBeyond;
+    }
+  }
+  fLeftOut = true;
+}
+
+// log det A = sum_k log f_k + log(P Q) of the last segment: the filter eliminates one slope per
+// plane, of weight f_k = v_k + Q + P (s_k - Z)^2, and is left with the last position and slope.
+double KinkSmoother::LogLikelihood() const {
+  if (!Succeeded()) return kUndefined;
+  LogProduct determinant;
+  for (unsigned int k = 0; k < fNscat; ++k) {
+    const Segment& segment = fSegments[k];
+    const double d = segment.fEnd - segment.fUpstream.fZ;
+    const double f = segment.fV + segment.fUpstream.fQ + segment.fUpstream.fP * d * d;
+    determinant.Multiply(segment.fV > 0 ? f / segment.fV : f);
+  }
+  determinant.Multiply(fSegments[fNscat].fUpstream.fP);
+  determinant.Multiply(fSegments[fNscat].fUpstream.fQ);
+  for (const double w : fW)
+    if (w > 0) determinant.Multiply(1 / w);
+  return -0.5 * (fChi2XI + fChi2Beta + determinant.Log() + NDOF() * kLogTwoPi);
+}
+
+// The track given all measurements is a Markov process too: beyond each plane its slope depends on
+// what lies before only through the state there (Turn). So the covariance of any quantity with the
+// state is carried from plane to plane in constant time, and gives that with each kink on the way.
+TMatrixDSym KinkSmoother::Covariance() const {
+  const int size = static_cast<int>(fNscat) + 2;
+  TMatrixDSym c(size);
+  double* element = c.GetMatrixArray();
+  const auto set = [element, size](std::size_t p, std::size_t q, double value) {
+    element[p * static_cast<std::size_t>(size) + q] = value;
+    element[q * static_cast<std::size_t>(size) + p] = value;
+  };
+  if (!Succeeded()) {
+    c = kUndefined;
+    return c;
+  }
+
+  std::vector<Turn> downstream; // at plane k, by what lies beyond; in reverse order
+  downstream.reserve(fNscat);
+  KinkState beyond;
+  for (unsigned int k = fNscat; k-- > 0;) {
+    const Segment& plane = fSegments[k];
+    const KinkState known = MergeAny(beyond, fSegments[k + 1].fLocal);
+    downstream.emplace_back(known, plane.fEnd, plane.fV);
+    beyond = CrossPlane(known, {}, plane.fEnd, plane.fV).fBeyond;
+  }
+  // Carries c, valid at plane k, to all planes from k on.
+  const auto carry = [this, &downstream, &set](CovarianceWith with, unsigned int k,
+                                               std::size_t row) {
+    for (; k < fNscat; ++k) {
+      const Turn& turn = downstream[fNscat - 1 - k];
+      set(row, std::size_t{fPlaneOrder[k]} + 2, turn.Kink(with));
+      with.fSlope = turn.Slope(with);
+      if (k + 1 < fNscat) with.fX += with.fSlope * (fSegments[k + 1].fEnd - fSegments[k].fEnd);
+    }
+  };
+
+  const Segment& first = fSegments[0];
+  set(0, 0, first.fVarX + first.fZ * first.fZ * first.fVarSlope);
+  set(0, 1, -first.fZ * first.fVarSlope);
+  set(1, 1, first.fVarSlope);
+  if (fNscat == 0) return c;
+  const double d = first.fEnd - first.fZ;
+  carry({first.fVarX - d * first.fZ * first.fVarSlope, -first.fZ * first.fVarSlope}, 0, 0);
+  carry({d * first.fVarSlope, first.fVarSlope}, 0, 1);
+  for (unsigned int k = 0; k < fNscat; ++k) {
+    const std::size_t row = std::size_t{fPlaneOrder[k]} + 2;
+    set(row, row, fVarAlpha[fPlaneOrder[k]]);
+    if (k + 1 == fNscat) break;
+    // Seen from beyond the plane the kink turns the other way, against what lies upstream.
+    const Segment& next = fSegments[k + 1];
+    const double s = fSegments[k].fEnd;
+    const double lever = s - next.fZ;
+    const double covXSlope = lever * next.fVarSlope;
+    const Turn back(fSegments[k].fUpstream, s, fSegments[k].fV);
+    CovarianceWith with{-back.Kink({next.fVarX + lever * covXSlope, covXSlope}),
+                        -back.Kink({covXSlope, next.fVarSlope})};
+    with.fX += with.fSlope * (next.fEnd - s);
+    carry(with, k + 1, row);
+  }
+  return c;
+}
+
+} // namespace kelvo
