@@ -1,0 +1,22 @@
+#pragma once
+
+#include "func/HitList3D.h"
+#include "track/TrackFitter.h"
+
+#include <string>
+
+namespace kelvo {
+
+/// Why a track or a hypothesis is not fitted; fStatus is kFitted where there is no reason.
+struct Refusal {
+  FitStatus fStatus = FitStatus::kFitted;
+  std::string fMessage;
+
+  explicit operator bool() const { return fStatus != FitStatus::kFitted; }
+};
+
+/// Checks what the library would choke on: views, finite numbers of a sane size, positive
+/// uncertainties, and two hits at different z in each view. The first fault is told.
+Refusal CheckHits(const HitList3D& hits);
+
+} // namespace kelvo

@@ -1,0 +1,83 @@
+#include "track/TrackFitter.h"
+
+#include "track/ErrorSentence.h"
+#include "track/HitCheck.h"
+
+#include <stdexcept>
+
+namespace kelvo {
+namespace {
+
+void Check(bool ok, const char* name, double value, const char* rule) {
+  if (!ok)
+    throw std::invalid_argument(std::string(name) + " is " + NumberText(value) + "; it must be " +
+                                rule);
+}
+
+void CheckOptions(const TrackFitOptions& o) {
+  if (o.fHypotheses.empty())
+    throw std::invalid_argument(
+        "fHypotheses is empty; name at least one of 13 (muon), 211 "
+        "(charged pion) and 2212 (proton)");
+  for (int pdg : o.fHypotheses)
+    Check(pdg == 13 || pdg == -13 || pdg == 211 || pdg == -211 || pdg == 2212 || pdg == -2212,
+          "a code in fHypotheses", pdg,
+          "13 (muon), 211 (charged pion) or 2212 (proton), of either sign");
+  Check(o.fMaxDs > 0, "fMaxDs", o.fMaxDs, "above 0 cm");
+  Check(o.fMaxDX0 > 0, "fMaxDX0", o.fMaxDX0, "above 0 radiation lengths");
+  Check(o.fMaxDT > 0, "fMaxDT", o.fMaxDT, "above 0 rad cm");
+  Check(o.fScatteringFactor > 0 && o.fScatteringFactor <= 100, "fScatteringFactor",
+        o.fScatteringFactor, "above 0 and at most 100");
+  Check(o.fBeyondLastHit >= 0 && o.fBeyondLastHit <= 100, "fBeyondLastHit", o.fBeyondLastHit,
+        "between 0 and 100");
+  Check(o.fBeamMomentum == 0 || (o.fBeamMomentum >= 1e-3 && o.fBeamMomentum <= 1e6),
+        "fBeamMomentum", o.fBeamMomentum,
+        "0 (stopping particles) or between 0.001 and 1e+06 GeV/c");
+}
+
+void Refuse(const Refusal& refusal, TrackFit& out) {
+  for (HypothesisFit& fit : out.fHypothesis) {
+    fit.fStatus = refusal.fStatus;
+    fit.fMessage = refusal.fMessage;
+  }
+}
+
+} // namespace
+
+struct TrackFitter::Impl {
+  Impl(const geo::GeometryBase& detector, const TrackFitOptions& options)
+      : fDetector(detector), fOptions(options) {}
+
+  const geo::GeometryBase& fDetector;
+  TrackFitOptions fOptions;
+};
+
+TrackFitter::TrackFitter(const geo::GeometryBase& detector, TrackFitOptions options) {
+  CheckOptions(options);
+  fImpl = std::make_unique<Impl>(detector, options);
+}
+
+TrackFitter::TrackFitter(const TrackFitter& other)
+    : fImpl(std::make_unique<Impl>(other.fImpl->fDetector, other.fImpl->fOptions)) {}
+
+TrackFitter::TrackFitter(TrackFitter&&) noexcept = default;
+TrackFitter::~TrackFitter() = default;
+
+const TrackFitOptions& TrackFitter::Options() const {
+  return fImpl->fOptions;
+}
+
+TrackFit TrackFitter::Fit(const HitList3D& hits) {
+  TrackFit out;
+  Fit(hits, out);
+  return out;
+}
+
+void TrackFitter::Fit(const HitList3D& hits, TrackFit& out) {
+  const std::vector<int>& hypotheses = fImpl->fOptions.fHypotheses;
+  out = TrackFit{};
+  for (int pdg : hypotheses) out.fHypothesis.emplace_back().fPDG = pdg;
+  Refuse(CheckHits(hits), out);
+}
+
+} // namespace kelvo
