@@ -1,7 +1,9 @@
 #include "func/Lutz.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <iostream>
 #include <limits>
 
@@ -18,6 +20,44 @@ constexpr const char* kFile = "func/Lutz";
 bool InvertFastMistakesSize(int size) {
   const int seen = size & 0xFF;
   return size > 6 && seen >= 1 && seen <= 6;
+}
+
+// Measurements whose lever arms are turned into columns of the design matrix together.
+constexpr std::size_t kBlock = 8;
+
+// The block of the kinks in the normal matrix is summed in tiles of kTile x kTile elements whose
+// running sums stay in registers, so that every load serves several sums.
+constexpr std::size_t kTile = 4;
+constexpr std::size_t kLanes = 2;
+using Lanes = double __attribute__((vector_size(kLanes * sizeof(double))));
+
+struct Range {
+  std::size_t first, last; // last is one beyond
+};
+
+// Returns the measurements from the first to the last beyond any of the kTile planes whose lever
+// arms start at zeta, one row every m. The terms of all others are 0 and change no bit of a sum.
+Range NonZero(const double* zeta, std::size_t n, std::size_t m) {
+  const auto upstream = [zeta, m](std::size_t i) {
+    return std::all_of(zeta + i * m, zeta + i * m + kTile, [](double d) { return d == 0; });
+  };
+  Range range{0, n};
+  while (range.first < range.last && upstream(range.first)) ++range.first;
+  while (range.first < range.last && upstream(range.last - 1)) --range.last;
+  return range;
+}
+
+// tile[r][c] = sum over i of wzeta[r * n + i] * zeta[i * m + c].
+void SumTile(const double* wzeta, std::size_t n, const double* zeta, std::size_t m, Range range,
+             double (&tile)[kTile][kTile]) {
+  Lanes sum[kTile][kTile / kLanes] = {};
+  for (std::size_t i = range.first; i < range.last; ++i) {
+    Lanes columns[kTile / kLanes];
+    std::memcpy(columns, zeta + i * m, sizeof columns);
+    for (std::size_t r = 0; r < kTile; ++r)
+      for (std::size_t c = 0; c < kTile / kLanes; ++c) sum[r][c] += wzeta[r * n + i] * columns[c];
+  }
+  std::memcpy(tile, sum, sizeof sum);
 }
 
 } // namespace
@@ -126,6 +166,15 @@ int Lutz::NDOF() const {
 TMatrixDSym Lutz::Covariance() const {
   TMatrixDSym c(fAinv);
   if (!fSucceeded) c = std::numeric_limits<double>::quiet_NaN();
+  // The inversion leaves mirrored elements equal to rounding only.
+  const std::size_t size = std::size_t{fNscat} + 2;
+  double* element = c.GetMatrixArray();
+  for (std::size_t p = 0; p < size; ++p)
+    for (std::size_t q = 0; q < p; ++q) {
+      const double mean = 0.5 * (element[p * size + q] + element[q * size + p]);
+      element[p * size + q] = mean;
+      element[q * size + p] = mean;
+    }
   return c;
 }
 
@@ -175,59 +224,113 @@ void Lutz::CalcD() {
   for (std::size_t i = 0; i < n; ++i) {
     d[i] = w[i];
     d[n + i] = w[i] * z[i];
-    for (std::size_t j = 0; j < m; ++j) d[(j + 2) * n + i] = w[i] * zeta[i * m + j];
+  }
+  // A few rows of zeta at a time: they stay in the cache while they are read column by column.
+  for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
+    const std::size_t i1 = std::min(i0 + kBlock, n);
+    for (std::size_t j = 0; j < m; ++j)
+      for (std::size_t i = i0; i < i1; ++i) d[(j + 2) * n + i] = w[i] * zeta[i * m + j];
   }
 }
 
 // A = H^T W H + diag(0, 0, v_0, ..., v_(m-1)). Every element is summed over i in ascending order.
 void Lutz::FillA() {
-  const std::size_t n = fNmeas;
-  const std::size_t m = fNscat;
-  const std::size_t size = m + 2;
+  FillLine();
+  FillCoupling();
+  FillAngles();
+}
+
+// Block of x0 and slope: sum w_i, sum w_i z_i, sum (w_i z_i) z_i.
+void Lutz::FillLine() {
   const double* w = fW.GetMatrixArray();
   const double* z = fZ.GetMatrixArray();
-  const double* zeta = fZeta.GetMatrixArray();
-  double* a = fAinv.GetMatrixArray();
-  const auto set = [a, size](std::size_t p, std::size_t q, double sum) {
-    a[p * size + q] = sum;
-    a[q * size + p] = sum;
-  };
-
   double sw = 0;
   double swz = 0;
   double swzz = 0;
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < fNmeas; ++i) {
     sw += w[i];
     swz += w[i] * z[i];
     swzz += (w[i] * z[i]) * z[i];
   }
-  set(0, 0, sw);
-  set(0, 1, swz);
-  set(1, 1, swzz);
+  const std::size_t size = std::size_t{fNscat} + 2;
+  double* a = fAinv.GetMatrixArray();
+  a[0] = sw;
+  a[1] = swz;
+  a[size] = swz;
+  a[size + 1] = swzz;
+}
 
-  for (std::size_t j = 0; j < m; ++j) {
-    double sum0 = 0;
-    double sum1 = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      const double wzeta = w[i] * zeta[i * m + j];
-      sum0 += wzeta;
-      sum1 += wzeta * z[i];
+// Rows 0 and 1 of the kinks: sum w_i zeta_ij and sum (w_i zeta_ij) z_i, side by side over j.
+void Lutz::FillCoupling() {
+  const std::size_t m = fNscat;
+  const std::size_t size = m + 2;
+  const double* w = fW.GetMatrixArray();
+  const double* z = fZ.GetMatrixArray();
+  double* a = fAinv.GetMatrixArray();
+  double* a0 = a + 2;
+  double* a1 = a + size + 2;
+  std::fill_n(a0, m, 0.0);
+  std::fill_n(a1, m, 0.0);
+  for (std::size_t i = 0; i < fNmeas; ++i) {
+    const double* zeta = fZeta.GetMatrixArray() + i * m;
+    for (std::size_t j = 0; j < m; ++j) {
+      const double wzeta = w[i] * zeta[j];
+      a0[j] += wzeta;
+      a1[j] += wzeta * z[i];
     }
-    set(0, j + 2, sum0);
-    set(1, j + 2, sum1);
   }
+  for (std::size_t j = 0; j < m; ++j) {
+    a[(j + 2) * size] = a0[j];
+    a[(j + 2) * size + 1] = a1[j];
+  }
+}
 
-  for (std::size_t j = 0; j < m; ++j)
-    for (std::size_t k = j; k < m; ++k) {
-      double sum = 0;
-      for (std::size_t i = 0; i < n; ++i) sum += (w[i] * zeta[i * m + j]) * zeta[i * m + k];
-      if (j == k) sum += fWalpha.GetMatrixArray()[j];
-      set(j + 2, k + 2, sum);
+// Block of the kinks: sum (w_i zeta_ij) zeta_ik for j <= k, mirrored, v_j added on the diagonal.
+// Where m is no multiple of the tile the last tile overlaps the one before and finds the same bits.
+void Lutz::FillAngles() {
+  const std::size_t n = fNmeas;
+  const std::size_t m = fNscat;
+  const double* zeta = fZeta.GetMatrixArray();
+  const double* wzeta = fD.GetMatrixArray() + 2 * n; // m x n: w_i zeta_ij
+  if (m < kTile) {
+    for (std::size_t j = 0; j < m; ++j)
+      for (std::size_t k = j; k < m; ++k) {
+        double sum = 0;
+        for (std::size_t i = 0; i < n; ++i) sum += wzeta[j * n + i] * zeta[i * m + k];
+        SetAngle(j, k, sum);
+      }
+    return;
+  }
+  // These sums of terms that are not negative are finite only if every w_i zeta_ij is.
+  const double* a0 = fAinv.GetMatrixArray() + 2;
+  const bool finite = std::all_of(a0, a0 + m, [](double sum) { return std::isfinite(sum); });
+  for (std::size_t kNext = 0; kNext < m; kNext += kTile) {
+    const std::size_t k0 = std::min(kNext, m - kTile);
+    const Range range = finite ? NonZero(zeta + k0, n, m) : Range{0, n};
+    for (std::size_t jNext = 0; jNext < k0 + kTile; jNext += kTile) {
+      const std::size_t j0 = std::min(jNext, m - kTile);
+      double tile[kTile][kTile];
+      SumTile(wzeta + j0 * n, n, zeta + k0, m, range, tile);
+      for (std::size_t r = 0; r < kTile; ++r)
+        for (std::size_t c = 0; c < kTile; ++c)
+          if (j0 + r <= k0 + c) SetAngle(j0 + r, k0 + c, tile[r][c]);
     }
+  }
+}
+
+void Lutz::SetAngle(std::size_t j, std::size_t k, double sum) {
+  const std::size_t size = std::size_t{fNscat} + 2;
+  const double value = j == k ? sum + fWalpha.GetMatrixArray()[j] : sum;
+  fAinv.GetMatrixArray()[(j + 2) * size + k + 2] = value;
+  fAinv.GetMatrixArray()[(k + 2) * size + j + 2] = value;
 }
 
 bool Lutz::CalcAinv() {
   FillA();
+  return InvertA();
+}
+
+bool Lutz::InvertA() {
   double det = 0;
   try {
     if (InvertFastMistakesSize(fAinv.GetNrows()))

@@ -4,6 +4,8 @@
 #include <TMatrixDSym.h>
 #include <TVectorD.h>
 
+#include <cstddef>
+
 namespace kelvo {
 
 /// Least-squares fit of one detector view with a straight line that bends at scattering planes:
@@ -46,10 +48,11 @@ public:
 
   /// Solves the loaded problem. May be called again after inputs were changed.
   /// Throws nothing of its own. If the normal matrix cannot be inverted, one line "func/Lutz:<line>
-  /// Matrix inversion failed" goes to the standard error stream and every result is 0 (see
-  /// Succeeded); chi2 is then the sum of w_i x_i^2. Time grows as n m^2 + m^3.
-  /// Limits: a determinant that overflows to infinity or is NaN counts as success, one that
-  /// underflows to 0 as failure.
+  /// Matrix inversion failed" goes to the standard error stream (after a message of ROOT's own) and
+  /// every result is 0, see Succeeded; chi2 is then the sum of w_i x_i^2.
+  /// Time grows as n m^2 + m^3. Limits, which are those of ROOT's inversion: a determinant that
+  /// overflows to infinity or is NaN counts as success, one that underflows to 0 as failure; from
+  /// m = 5 on a pivot of the normal matrix below 2.2e-16, so very small weights, is failure too.
   /// @param x0    receives the intercept at z = 0 of the segment before all planes [cm]; may be
   /// null
   /// @param dxdz  receives the slope of that segment; may be null
@@ -91,8 +94,8 @@ public:
   int NDOF() const;
 
   /// Returns the covariance matrix of the fitted parameters, (m + 2) x (m + 2), in the order x0
-  /// [cm], slope, kinks in plane order [rad]: the inverse of the normal matrix. Without a
-  /// successful last fit every element is NaN, since 0 would claim exact knowledge.
+  /// [cm], slope, kinks in plane order [rad]: the inverse of the normal matrix, made exactly
+  /// symmetric. Without a successful last fit every element is NaN: 0 would claim exact knowledge.
   TMatrixDSym Covariance() const;
 
   /// Returns the variance of X(z) [cm^2], h^T C h with C the covariance and h =
@@ -106,6 +109,11 @@ private:
   void CalcD();
   bool CalcAinv();
   void FillA();
+  void FillLine();
+  void FillCoupling();
+  void FillAngles();
+  void SetAngle(std::size_t j, std::size_t k, double sum);
+  bool InvertA();
   void Calcq();
   void Calcx();
 
