@@ -28,7 +28,7 @@ struct LutzProblem {
 struct LutzSolution {
   bool fSucceeded = false;
   double fX0 = 0, fSlope = 0, fChi2 = 0;
-  std::vector<double> fAlpha, fXfit, fAinv;
+  std::vector<double> fAlpha, fXfit, fChi2XI, fAinv;
 };
 
 /// Loads the problem into a fit of its size.
@@ -62,6 +62,10 @@ inline LutzProblem TrackProblem(unsigned int n, unsigned int m, unsigned int see
   }
   return p;
 }
+
+/// The plain program compiled without and with optimisation.
+LutzSolution PlainSolutionO0(const LutzProblem& p);
+LutzSolution PlainSolutionO3(const LutzProblem& p);
 
 // Compiled anew in every source that includes it, at that source's optimisation.
 namespace {
@@ -203,7 +207,10 @@ public:
     solution.fSlope = fSlope;
     solution.fChi2 = Chi2();
     for (int j = 0; j < fM; ++j) solution.fAlpha.push_back(fAlpha(j));
-    for (int i = 0; i < fN; ++i) solution.fXfit.push_back(fXfit(i));
+    for (int i = 0; i < fN; ++i) {
+      solution.fXfit.push_back(fXfit(i));
+      solution.fChi2XI.push_back((fX(i) - fXfit(i)) * (fX(i) - fXfit(i)) * fW(i));
+    }
     for (int p = 0; p < fM + 2; ++p)
       for (int q = 0; q < fM + 2; ++q) solution.fAinv.push_back(fA(p, q));
     return solution;
