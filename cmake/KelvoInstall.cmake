@@ -5,7 +5,8 @@ set(KELVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kelvo)
 install(TARGETS kelvo EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder func geo util fit track io)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-          FILES_MATCHING PATTERN "*.h" PATTERN "LinkDef.h" EXCLUDE PATTERN "material" EXCLUDE)
+          FILES_MATCHING PATTERN "*.h" PATTERN "LinkDef.h" EXCLUDE PATTERN "material" EXCLUDE
+          PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE)
 endforeach()
 if(NOT KELVO_ROOT_HAS_GEOMETRY)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/geo/material DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/geo)

@@ -36,3 +36,14 @@ function(kelvo_use_material_record target)
       $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/geo/material>)
   endif()
 endfunction()
+
+# toml++, for the sources only: its headers suffice, so nothing of it remains to be linked or
+# installed.
+function(kelvo_use_toml target)
+  find_path(KELVO_TOML_INCLUDE toml++/toml.h)
+  if(NOT KELVO_TOML_INCLUDE)
+    message(FATAL_ERROR "kelvo needs toml++ 3 (Debian: libtomlplusplus-dev) and found no "
+      "toml++/toml.h. Install it, or set KELVO_TOML_INCLUDE to the folder that holds toml++.")
+  endif()
+  target_include_directories(${target} SYSTEM PRIVATE ${KELVO_TOML_INCLUDE})
+endfunction()

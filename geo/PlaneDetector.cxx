@@ -1,0 +1,191 @@
+#include "geo/PlaneDetector.h"
+
+#include "geo/PlaneDetectorReader.h"
+
+#if __has_include(<TGeoManager.h>)
+#include <TGeoManager.h>
+#endif
+
+#include <algorithm>
+#include <cmath>
+
+namespace geo {
+
+namespace {
+
+// ROOT's geometry manager, where there is one, takes every new material for its own and would
+// delete it at the end of the program.
+void KeepFromManager([[maybe_unused]] TGeoMaterial* material) {
+#if __has_include(<TGeoManager.h>)
+  if (gGeoManager) gGeoManager->GetListOfMaterials()->Remove(material);
+#endif
+}
+
+std::unique_ptr<TGeoMaterial> MakeMaterial(const DetectorDescription::Material& m) {
+  // A negative radiation length is ROOT's way to say: take this one, compute none.
+  auto material =
+      std::make_unique<TGeoMaterial>(m.fName.c_str(), m.fA, m.fZ, m.fDensity, -m.fRadLength);
+  KeepFromManager(material.get());
+  return material;
+}
+
+using Materials = std::vector<std::unique_ptr<TGeoMaterial>>;
+
+LayerContent MakeContent(const DetectorDescription::Part& part, const Materials& materials) {
+  const TGeoMaterial* material = materials[part.fMaterial].get();
+  LayerContent content{material};
+  if (part.fWall == 0 && part.fGap == 0) return content; // cells that touch are one block
+  content.fAxis = part.fCount[0] > 0 ? 0 : 1;
+  content.fCount = part.fCount[content.fAxis];
+  content.fWidth = part.fWidth[content.fAxis];
+  content.fGap = part.fGap;
+  content.fWall = part.fWall;
+  content.fFilling = material;
+  if (part.fWall > 0) content.fWallMaterial = materials[part.fWallMaterial].get();
+  if (part.fGap > 0) content.fMaterial = materials[part.fGapMaterial].get();
+  return content;
+}
+
+Box MakeBox(const DetectorDescription::Part& part, const DetectorDescription::Placed& placed) {
+  Box box;
+  for (int k = 0; k < 2; ++k) {
+    box.fLow[k] = placed.fCentre[k] - 0.5 * part.fSize[k];
+    box.fHigh[k] = placed.fCentre[k] + 0.5 * part.fSize[k];
+  }
+  box.fLow[2] = placed.fZLow;
+  box.fHigh[2] = placed.fZHigh;
+  return box;
+}
+
+PlaneStack MakeStack(const DetectorDescription& d, const Materials& materials) {
+  std::vector<LayerContent> contents;
+  for (const auto& part : d.fParts) contents.push_back(MakeContent(part, materials));
+  std::vector<PlaneStack::Layer> layers;
+  for (const auto& placed : d.fPlaced)
+    layers.push_back({MakeBox(d.fParts[placed.fPart], placed), placed.fPart});
+  return PlaneStack(materials[d.fWorld].get(), std::move(contents), std::move(layers));
+}
+
+CellRow MakeRow(const DetectorDescription::Part& part, const DetectorDescription::Placed& placed,
+                int axis) {
+  CellRow row;
+  row.fCount = part.fCount[axis];
+  if (row.fCount == 0) return row;
+  row.fWidth = part.fWidth[axis];
+  row.fPitch = row.fWidth + part.fGap;
+  row.fFirst = placed.fCentre[axis] - 0.5 * (row.fCount - 1) * row.fPitch;
+  row.fLength = part.fCount[1 - axis] > 0 ? part.fWidth[1 - axis] : part.fSize[1 - axis];
+  row.fResolution = part.fResolution[axis];
+  return row;
+}
+
+std::vector<ActivePlane> MakePlanes(const DetectorDescription& d) {
+  std::vector<ActivePlane> planes;
+  for (const auto& placed : d.fPlaced) {
+    const auto& part = d.fParts[placed.fPart];
+    if (part.fCount[0] == 0 && part.fCount[1] == 0) continue;
+    planes.push_back({part.fName,
+                      {MakeRow(part, placed, 0), MakeRow(part, placed, 1)},
+                      placed.fZLow,
+                      placed.fZHigh,
+                      {placed.fOffset[0], placed.fOffset[1], placed.fOffset[2]}});
+  }
+  return planes;
+}
+
+Box Around(const std::vector<PlaneStack::Layer>& layers) {
+  Box all = layers.front().fBox;
+  for (const auto& layer : layers)
+    for (int k = 0; k < 3; ++k) {
+      all.fLow[k] = std::min(all.fLow[k], layer.fBox.fLow[k]);
+      all.fHigh[k] = std::max(all.fHigh[k], layer.fBox.fHigh[k]);
+    }
+  return all;
+}
+
+std::vector<bool> UsedMaterials(const DetectorDescription& d) {
+  std::vector<bool> used(d.fMaterials.size(), false);
+  for (const auto& placed : d.fPlaced) {
+    const auto& part = d.fParts[placed.fPart];
+    used[part.fMaterial] = true;
+    if (part.fWall > 0) used[part.fWallMaterial] = true;
+    if (part.fGap > 0) used[part.fGapMaterial] = true;
+  }
+  used[d.fWorld] = false; // it comes first, whatever its place in the file
+  return used;
+}
+
+Materials MakeMaterials(const DetectorDescription& d) {
+  Materials materials;
+  for (const auto& m : d.fMaterials) materials.push_back(MakeMaterial(m));
+  return materials;
+}
+
+} // namespace
+
+int CellRow::Cell(double u) const {
+  const double i = std::floor((u - fFirst) / fPitch + 0.5);
+  return i >= 0 && i < fCount ? static_cast<int>(i) : -1;
+}
+
+const char* ActivePlane::View() const {
+  return !Measures(1) ? "X" : !Measures(0) ? "Y" : "XY";
+}
+
+PlaneDetector::PlaneDetector(const std::string& file) : PlaneDetector(ReadDetectorFile(file)) {}
+
+PlaneDetector PlaneDetector::FromText(const std::string& text, const std::string& file) {
+  return PlaneDetector(ReadDetectorText(text, file));
+}
+
+PlaneDetector::PlaneDetector(const DetectorDescription& d)
+    : fName(d.fName),
+      fText(d.fText),
+      fMaterials(MakeMaterials(d)),
+      fPlanes(MakePlanes(d)),
+      fStack(MakeStack(d, fMaterials)),
+      fExtent(Around(fStack.Layers())) {
+  const std::vector<bool> used = UsedMaterials(d);
+  fUsed.push_back(fMaterials[d.fWorld].get());
+  for (std::size_t i = 0; i < used.size(); ++i)
+    if (used[i]) fUsed.push_back(fMaterials[i].get());
+}
+
+void PlaneDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
+                                           std::vector<double>& ds,
+                                           std::vector<const TGeoMaterial*>& mats) const {
+  fStack.Steps(p0, p1, ds, mats);
+}
+
+unsigned PlaneDetector::NearestPlane(double z) const {
+  const auto below = [](double value, const ActivePlane& plane) { return value <= plane.ZMid(); };
+  const auto next = std::upper_bound(fPlanes.begin(), fPlanes.end(), z, below);
+  auto i = static_cast<unsigned>(next - fPlanes.begin()); // first plane at or behind z
+  if (i == 0) return 0;
+  if (i == fPlanes.size()) return i - 1;
+  return z - fPlanes[i - 1].ZMid() <= fPlanes[i].ZMid() - z ? i - 1 : i;
+}
+
+std::vector<std::string> PlaneDetector::MaterialNames() const {
+  std::vector<std::string> names;
+  for (const TGeoMaterial* m : fUsed) names.emplace_back(m->GetName());
+  return names;
+}
+
+std::vector<MaterialThickness> ThicknessBetweenPoints(const GeometryBase& geo, const double* p0,
+                                                      const double* p1) {
+  std::vector<double> ds;
+  std::vector<const TGeoMaterial*> mats;
+  geo.MaterialsBetweenPoints(p0, p1, ds, mats);
+  std::vector<MaterialThickness> sums;
+  for (std::size_t i = 0; i < ds.size(); ++i) {
+    const auto same = [&](const MaterialThickness& sum) { return sum.fMaterial == mats[i]; };
+    auto sum = std::find_if(sums.begin(), sums.end(), same);
+    if (sum == sums.end()) sum = sums.insert(sums.end(), {mats[i], 0, 0});
+    sum->fLength += ds[i];
+  }
+  for (MaterialThickness& sum : sums) sum.fRadLengths = sum.fLength / sum.fMaterial->GetRadLen();
+  return sums;
+}
+
+} // namespace geo

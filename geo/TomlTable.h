@@ -1,0 +1,203 @@
+#pragma once
+
+#include "geo/DetectorError.h"
+
+#define TOML_ENABLE_FORMATTERS 0 // only read here
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// Tables of a TOML file with checks and messages, for the readers of this folder: not installed,
+// and costly to compile.
+
+namespace geo::tomlfile {
+
+// What a number must be.
+struct Range {
+  const char* fExpected;
+  double fLow;
+  double fHigh;
+};
+
+inline std::string Quoted(std::string_view text) {
+  return '"' + std::string(text) + '"';
+}
+
+// Ten digits: what a user wrote, without the rounding of sums.
+inline std::string ToText(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.10g", value);
+  return text;
+}
+
+template <typename Names>
+std::string List(const Names& names) {
+  std::string list;
+  for (const auto& name : names) list += (list.empty() ? "" : ", ") + Quoted(name);
+  return list;
+}
+
+template <typename Entries>
+std::string ListOfNames(const Entries& entries) {
+  std::vector<std::string> names;
+  for (const auto& entry : entries) names.push_back(entry.fName);
+  return List(names);
+}
+
+inline std::string Found(const toml::node& node) {
+  if (const auto* text = node.as_string()) return Quoted(text->get());
+  if (const auto* number = node.as_integer()) return std::to_string(number->get());
+  if (const auto* number = node.as_floating_point()) return ToText(number->get());
+  if (const auto* flag = node.as_boolean()) return flag->get() ? "true" : "false";
+  if (const auto* array = node.as_array())
+    return "an array of " + std::to_string(array->size()) + " values";
+  return node.is_table() ? "a table" : "a date or time";
+}
+
+inline std::string Place(const std::string& file, const toml::source_position& at) {
+  return file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": ";
+}
+
+// A table of the file, and how to read its fields: each function throws a DetectorError that tells
+// the place and what was expected.
+class Table {
+public:
+  // path: the table's name as a prefix of its fields' names, such as "plane."
+  Table(const std::string& file, const toml::table& table, std::string path,
+        toml::source_position at)
+      : fFile(file), fTable(table), fPath(std::move(path)), fAt(at) {}
+
+  [[noreturn]] void Fail(const toml::node* node, const std::string& field,
+                         const std::string& message) const {
+    const auto at = node && node->source().begin.line > 0 ? node->source().begin : fAt;
+    FailAt(at, fPath + field + ": " + message);
+  }
+
+  [[noreturn]] void FailExpected(const toml::node& node, const std::string& field,
+                                 const std::string& expected) const {
+    Fail(&node, field, "expected " + expected + ", found " + Found(node));
+  }
+
+  [[noreturn]] void FailAt(const toml::source_position& at, const std::string& message) const {
+    throw DetectorError(Place(fFile, at) + message);
+  }
+
+  // An error of the table as a whole, which is not the root.
+  [[noreturn]] void Fail(const std::string& message) const {
+    FailAt(fAt, fPath.substr(0, fPath.size() - 1) + ": " + message);
+  }
+
+  const toml::source_position& At() const { return fAt; }
+
+  void AllowOnly(std::initializer_list<const char*> keys) const {
+    for (const auto& [key, node] : fTable) {
+      const auto same = [&k = key](const char* known) { return k.str() == known; };
+      if (std::any_of(keys.begin(), keys.end(), same)) continue;
+      FailAt(key.source().begin,
+             fPath + std::string(key.str()) + ": unknown key; expected one of " + List(keys));
+    }
+  }
+
+  const toml::node* Find(const char* key) const { return fTable.get(key); }
+
+  const toml::node& Get(const char* key, const std::string& expected) const {
+    const toml::node* node = Find(key);
+    if (!node) Fail(nullptr, key, "expected " + expected + ", but the key is missing");
+    return *node;
+  }
+
+  std::string Text(const char* key) const {
+    const std::string expected = "a text that is not empty";
+    const toml::node& node = Get(key, expected);
+    const auto* text = node.as_string();
+    if (!text || text->get().empty()) FailExpected(node, key, expected);
+    return text->get();
+  }
+
+  double ToNumber(const toml::node& node, const char* key, const Range& range) const {
+    const auto value = node.is_number() ? node.value<double>() : std::nullopt;
+    if (!value || !(*value >= range.fLow && *value <= range.fHigh))
+      FailExpected(node, key, range.fExpected);
+    return *value;
+  }
+
+  double Number(const char* key, const Range& range) const {
+    return ToNumber(Get(key, range.fExpected), key, range);
+  }
+
+  double NumberOr(const char* key, const Range& range, double absent) const {
+    return Find(key) ? Number(key, range) : absent;
+  }
+
+  unsigned ToCount(const toml::node& node, const char* key, const Range& range) const {
+    if (!node.is_integer()) FailExpected(node, key, range.fExpected);
+    return static_cast<unsigned>(ToNumber(node, key, range));
+  }
+
+  unsigned Count(const char* key, const Range& range) const {
+    return ToCount(Get(key, range.fExpected), key, range);
+  }
+
+  // The values of an array of a given length, which the message calls "expected".
+  const toml::array& Values(const char* key, std::size_t least, std::size_t most,
+                            const std::string& expected) const {
+    const toml::node& node = Get(key, expected);
+    const toml::array* array = node.as_array();
+    if (!array || array->size() < least || array->size() > most) FailExpected(node, key, expected);
+    return *array;
+  }
+
+  // x and y, and z where it is allowed and given; what is absent is left alone.
+  void Vector(const char* key, const Range& range, double* values, std::size_t most = 2) const {
+    const std::string expected =
+        most == 2 ? "two numbers [x, y]" : "two or three numbers [x, y, z]";
+    const toml::array& array = Values(key, 2, most, expected);
+    for (std::size_t k = 0; k < array.size(); ++k) values[k] = ToNumber(array[k], key, range);
+  }
+
+  Table Sub(const char* key, const std::string& expected) const {
+    const toml::node& node = Get(key, expected);
+    const toml::table* table = node.as_table();
+    if (!table) FailExpected(node, key, expected);
+    return Inner(*table, key);
+  }
+
+  // All tables [[key]]; "least" says how many there must be.
+  std::vector<Table> Tables(const char* key, std::size_t least) const {
+    const std::string header = "[[" + std::string(key) + "]]";
+    const toml::node* node = Find(key);
+    if (!node && least > 0)
+      Fail(nullptr, key, "expected at least one table " + header + ", but there is none");
+    if (!node) return {};
+    const std::string expected = "tables that begin with " + header;
+    const toml::array* array = node->as_array();
+    if (!array || array->size() < least) FailExpected(*node, key, expected);
+    std::vector<Table> tables;
+    for (const toml::node& entry : *array) {
+      if (!entry.is_table()) FailExpected(entry, key, expected);
+      tables.push_back(Inner(*entry.as_table(), key));
+    }
+    return tables;
+  }
+
+private:
+  Table Inner(const toml::table& table, const char* key) const {
+    const auto at = table.source().begin;
+    return {fFile, table, fPath + key + ".", at.line > 0 ? at : fAt};
+  }
+
+  const std::string& fFile;
+  const toml::table& fTable;
+  std::string fPath;
+  toml::source_position fAt; // of the table
+};
+
+} // namespace geo::tomlfile
