@@ -24,7 +24,8 @@ struct Setup {
 
   explicit Setup(reference::Detector truth)
       : fTruth(std::move(truth)),
-        fDetector(KELVO_SOURCE_DIR "/detectors/" + fTruth.fName + ".toml") {
+        fDetector(
+            geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + fTruth.fName + ".toml")) {
     reference::Random random(1);
     for (int i = 0; i < 200; ++i) fLines.push_back(reference::TrackThrough(fTruth, random));
   }

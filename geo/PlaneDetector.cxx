@@ -132,7 +132,9 @@ const char* ActivePlane::View() const {
   return !Measures(1) ? "X" : !Measures(0) ? "Y" : "XY";
 }
 
-PlaneDetector::PlaneDetector(const std::string& file) : PlaneDetector(ReadDetectorFile(file)) {}
+PlaneDetector PlaneDetector::FromFile(const std::string& file) {
+  return PlaneDetector(ReadDetectorFile(file));
+}
 
 PlaneDetector PlaneDetector::FromText(const std::string& text, const std::string& file) {
   return PlaneDetector(ReadDetectorText(text, file));

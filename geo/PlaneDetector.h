@@ -49,7 +49,7 @@ struct ActivePlane {
 /// A detector made of planes, slabs and sheets along z, read from a TOML file, whose format
 /// docs/detector-file.md explains.
 ///
-///     geo::PlaneDetector detector("detectors/fine.toml");
+///     const auto detector = geo::PlaneDetector::FromFile("detectors/fine.toml");
 ///     std::vector<double> ds;
 ///     std::vector<const TGeoMaterial*> mats;
 ///     detector.MaterialsBetweenPoints(p0, p1, ds, mats);
@@ -60,7 +60,7 @@ class PlaneDetector : public GeometryBase {
 public:
   /// Reads a file.
   /// @throw DetectorError, with file, line, column and field, for whatever is wrong with the file
-  explicit PlaneDetector(const std::string& file);
+  static PlaneDetector FromFile(const std::string& file);
 
   /// Reads the text of a file.
   /// @param text what the file holds

@@ -155,7 +155,7 @@ TEST(DetectorFile, LetsPartsTouchWhateverTheRounding) {
 TEST(DetectorFile, TellsOfAFileThatCannotBeRead) {
   const auto message = [](const std::string& file) -> std::string {
     try {
-      PlaneDetector{file};
+      PlaneDetector::FromFile(file);
     } catch (const DetectorError& e) {
       return e.what();
     }

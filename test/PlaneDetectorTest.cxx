@@ -103,7 +103,7 @@ void ExpectSteps(const StepList& steps, const std::vector<std::pair<double, std:
 class Bundled : public testing::TestWithParam<reference::Detector> {
 protected:
   const reference::Detector& fTruth = GetParam();
-  const PlaneDetector fDetector{kDetectors + fTruth.fName + ".toml"};
+  const PlaneDetector fDetector = PlaneDetector::FromFile(kDetectors + fTruth.fName + ".toml");
 };
 
 INSTANTIATE_TEST_SUITE_P(Detectors, Bundled, testing::Values(reference::Fine(), reference::Range()),
@@ -235,7 +235,7 @@ TEST_P(Bundled, ServesTwoThreadsAtOnce) {
 
 class FineDetector : public testing::Test {
 protected:
-  const PlaneDetector fDetector{kDetectors + "fine.toml"};
+  const PlaneDetector fDetector = PlaneDetector::FromFile(kDetectors + "fine.toml");
 };
 
 TEST_F(FineDetector, HasWallFillingWallAndSheetInEachPlaneOnTheWayAlongACell) {
@@ -362,7 +362,7 @@ TEST_F(FineDetector, TellsItsNameTextSizeAndMaterials) {
 }
 
 TEST(RangeDetector, HasTheRadiationLengthsOfSteelAndScintillatorInEachLayer) {
-  const PlaneDetector detector(kDetectors + "range.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "range.toml");
   const double p0[3] = {1, 2, 40}, p1[3] = {1, 2, 44};
   const auto layer = geo::ThicknessBetweenPoints(detector, p0, p1);
   ASSERT_EQ(layer.size(), 3u);
@@ -385,7 +385,7 @@ TEST(RangeDetector, HasTheRadiationLengthsOfSteelAndScintillatorInEachLayer) {
 }
 
 TEST(PlaneDetector, GivesNoStepForAZeroDistance) {
-  const PlaneDetector detector(kDetectors + "range.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "range.toml");
   StepList steps{{1.}, {nullptr}};
   const double p[3] = {0, 0, 3};
   detector.MaterialsBetweenPoints(p, p, steps.fLengths, steps.fMaterials);
@@ -394,7 +394,7 @@ TEST(PlaneDetector, GivesNoStepForAZeroDistance) {
 }
 
 TEST(PlaneDetector, MeasuresTheTiniestAndTheLongestWays) {
-  const PlaneDetector detector(kDetectors + "range.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "range.toml");
   for (double d : {5e-324, 1e-300, 1e-160, 1e-12, 1e-7}) {
     const StepList steps = StepsOf(detector, {{0, 0, 0}, {d, 0, 0}});
     ASSERT_EQ(steps.fLengths.size(), 1u) << d;
@@ -413,7 +413,7 @@ TEST(PlaneDetector, MeasuresTheTiniestAndTheLongestWays) {
 }
 
 TEST(PlaneDetector, RefusesPointsThatAreNotFinite) {
-  const PlaneDetector detector(kDetectors + "range.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "range.toml");
   const auto message = [&](const Line& line) -> std::string {
     try {
       StepsOf(detector, line);
@@ -436,7 +436,7 @@ TEST(PlaneDetector, RefusesPointsThatAreNotFinite) {
 }
 
 TEST(PlaneDetector, KeepsItsMaterialsWhenMoved) {
-  PlaneDetector first(kDetectors + "range.toml");
+  PlaneDetector first = PlaneDetector::FromFile(kDetectors + "range.toml");
   const Line line{{0, 0, 0}, {0, 0, 1}};
   const TGeoMaterial* steel = StepsOf(first, line).fMaterials[0];
   const PlaneDetector second(std::move(first));
@@ -444,7 +444,7 @@ TEST(PlaneDetector, KeepsItsMaterialsWhenMoved) {
 }
 
 TEST(Telescope, MeasuresBothCoordinatesInShiftedPlanes) {
-  const PlaneDetector detector(kDetectors + "telescope.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "telescope.toml");
   ASSERT_EQ(detector.Planes().size(), 4u);
   for (unsigned p = 0; p < 4; ++p) {
     const geo::ActivePlane& plane = detector.Planes()[p];
@@ -485,7 +485,7 @@ std::vector<std::vector<double>> TelescopeTracks() {
 TEST(Telescope, HasOffsetsThatCentreTheResidualsOfStraightLines) {
   const auto tracks = TelescopeTracks();
   if (tracks.empty()) GTEST_SKIP() << "the telescope's data are not here: set KELVO_SHARED_DATA";
-  const PlaneDetector detector(kDetectors + "telescope.toml");
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "telescope.toml");
   double sums[4][2] = {};
   int used = 0;
   for (const auto& track : tracks) {
