@@ -10,6 +10,7 @@
 #include <random>
 #include <type_traits>
 
+#include "test/HitsReference.h"
 #include "test/SameBits.h"
 
 namespace {
@@ -31,37 +32,6 @@ void AddY(HitList3D& list, double z, double y, double w = 1) {
 
 const Hit3D& At(const HitList3D& list, double z) {
   return *std::find_if(list.begin(), list.end(), [z](const Hit3D& h) { return h.fZ == z; });
-}
-
-// Completes hit k of arrays in ascending z.
-void PlainCompletion(std::size_t n, const int* view, const double* x, const double* y,
-                     const double* z, const double* w, const double* sigx, const double* sigy,
-                     const double* sigz, std::size_t k, double* coordinate, double* sigma) {
-  double s = 0, sz = 0, szz = 0, sc = 0, szc = 0;
-  for (double window = 100; window <= 400; window *= 2) {
-    s = sz = szz = sc = szc = 0;
-    int count = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      if (view[i] == view[k] || std::fabs(z[i] - z[k]) >= window) continue;
-      const double c = view[i] == 0 ? x[i] : y[i];
-      s += w[i];
-      sz += w[i] * z[i];
-      szz += w[i] * z[i] * z[i];
-      sc += w[i] * c;
-      szc += w[i] * z[i] * c;
-      ++count;
-    }
-    if (count > 5) break;
-  }
-  const double d = s * szz - sz * sz;
-  *coordinate = 0;
-  *sigma = 1000;
-  if (d == 0) return;
-  const double b = (s * szc - sz * sc) / d;
-  const double a = -(sz * szc - szz * sc) / d;
-  const double own = view[k] == 0 ? sigx[k] : sigy[k];
-  *coordinate = a + z[k] * b;
-  *sigma = std::sqrt(b * b * sigz[k] * sigz[k] + own * own);
 }
 
 TEST(Hit3D, IsMadeOfNeitherViewWithWeightOne) {
@@ -335,27 +305,15 @@ TEST(CompleteOrtho, EqualsThePlainProgramBitForBit) {
                   unit(random), unit(random), unit(random), 0, w);
     }
     list.SortByZ();
-    std::vector<int> view;
-    std::vector<double> x, y, z, w, sx, sy, sz;
-    for (const Hit3D& h : list) {
-      view.push_back(h.fView);
-      x.push_back(h.fX);
-      y.push_back(h.fY);
-      z.push_back(h.fZ);
-      w.push_back(h.fW);
-      sx.push_back(h.fSigX);
-      sy.push_back(h.fSigY);
-      sz.push_back(h.fSigZ);
-    }
+    const reference::HitArrays hits(list);
     for (Hit3D& h : list) gsDefaultInterp(h, list);
     for (std::size_t k = 0; k < list.size(); ++k) {
       double c, sigma;
-      PlainCompletion(list.size(), view.data(), x.data(), y.data(), z.data(), w.data(), sx.data(),
-                      sy.data(), sz.data(), k, &c, &sigma);
+      reference::Complete(hits, k, &c, &sigma);
       const Hit3D& h = list[k];
       ASSERT_TRUE(SameBits(h.fView == kX ? h.fY : h.fX, c)) << "round " << round << " hit " << k;
       ASSERT_TRUE(SameBits(h.fView == kX ? h.fSigY : h.fSigX, sigma)) << round << ' ' << k;
-      ASSERT_TRUE(SameBits(h.fView == kX ? h.fX : h.fY, h.fView == kX ? x[k] : y[k]));
+      ASSERT_TRUE(SameBits(h.fView == kX ? h.fX : h.fY, h.fView == kX ? hits.x[k] : hits.y[k]));
     }
   }
 }

@@ -1,5 +1,5 @@
 // References: thickness in closed form for uniform material, published widths, and the placement as
-// one plain program that reads the path at every position anew.
+// one plain program that integrates and looks up for itself.
 #include "func/ScatteringSurfaces.h"
 
 #include <TGeoMaterial.h>
@@ -17,49 +17,18 @@
 #include "func/KelvoException.h"
 #include "func/Path.h"
 #include "test/SameBits.h"
+#include "test/SurfacesReference.h"
 
 namespace {
 
 using kelvo::KelvoException;
 using kelvo::Path;
 using kelvo::ScatteringSurfaces;
+using reference::Slabs;
 using Positions = std::vector<double>;
 
 constexpr double kNoLimit = 1e30;
 constexpr double kRadLength = 25; // of the uniform material [cm]
-
-// Slabs one behind the other along z; beyond either end the outer slab goes on.
-class Slabs : public geo::GeometryBase {
-public:
-  struct Slab {
-    double fEnd; // [cm]
-    const TGeoMaterial* fMaterial;
-  };
-
-  explicit Slabs(std::vector<Slab> slabs) : fSlabs(std::move(slabs)) {}
-
-  void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
-                              std::vector<const TGeoMaterial*>& mats) const override {
-    const double length = std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
-    const double low = std::min(p0[2], p1[2]), high = std::max(p0[2], p1[2]);
-    double z = low;
-    for (std::size_t i = 0; i < fSlabs.size(); ++i) {
-      const bool last = i + 1 == fSlabs.size();
-      const double end = last ? high : std::min(high, fSlabs[i].fEnd);
-      if (end <= z && !(last && mats.empty())) continue;
-      ds.push_back(high > low ? length * (end - z) / (high - low) : length);
-      mats.push_back(fSlabs[i].fMaterial);
-      z = std::max(z, end);
-    }
-    if (p1[2] < p0[2]) {
-      std::reverse(ds.begin(), ds.end());
-      std::reverse(mats.begin(), mats.end());
-    }
-  }
-
-private:
-  std::vector<Slab> fSlabs;
-};
 
 const TGeoMaterial gPlastic("Scintillator", 11.2, 5.6, 1.0, -kRadLength, -70);
 const TGeoMaterial gSteel("Steel", 55.8, 26, 7.9, -1.76, -17);
@@ -101,60 +70,6 @@ KelvoException Thrown(F f) {
   }
   ADD_FAILURE() << "nothing thrown";
   return {"", 0, 0, 0};
-}
-
-// ---- the plain program ----
-
-struct PlainStep {
-  double ds, sMid, dX0, sigAlpha, dT;
-};
-
-PlainStep PlainStepData(const Path& path, int pdg, double s0, double s1) {
-  PlainStep step;
-  step.sMid = (s0 + s1) * 0.5;
-  double p = 0, beta = 0;
-  if (pdg == 13) path.MuonParams(step.sMid, nullptr, &p, &beta, nullptr);
-  if (pdg == 211) path.PionParams(step.sMid, nullptr, &p, &beta, nullptr);
-  if (pdg == 2212) path.ProtonParams(step.sMid, nullptr, &p, &beta, nullptr);
-  if (p <= 1e-5) p = 1e-5; // no case here has a negative one
-  if (beta < 1e-6) beta = 1e-6;
-  step.ds = s1 - s0;
-  step.dX0 = path.X0(s1) - path.X0(s0);
-  step.sigAlpha = 1e-6;
-  if (step.dX0 > 1e-6) {
-    const double c = 0.00785196366097891 / beta / p;
-    step.sigAlpha = std::sqrt(step.dX0) * c * (std::log(step.dX0) * 0.038 + 1.0);
-  }
-  step.dT = step.sigAlpha * step.ds;
-  return step;
-}
-
-void PlainSurfaces(const Path& path, int pdg, double maxDs, double maxDX0, double maxDT,
-                   const Positions& s, Positions& where, Positions& width) {
-  const std::size_t n = s.size();
-  std::size_t i = 0;
-  while (i + 1 < n) {
-    std::size_t j = i + 1;
-    while (j + 1 < n) {
-      const PlainStep span = PlainStepData(path, pdg, s[i], s[j]);
-      if (span.ds > maxDs || span.dX0 > maxDX0 || span.dT > maxDT) {
-        if (j > i + 1) --j;
-        break;
-      }
-      ++j;
-    }
-    const PlainStep step = PlainStepData(path, pdg, s[i], s[j]);
-    if (step.ds != 0) {
-      where.push_back(step.sMid);
-      width.push_back(step.sigAlpha);
-    }
-    i = j;
-  }
-  if (where.empty()) {
-    const PlainStep step = PlainStepData(path, pdg, s.front(), s.back());
-    where.push_back(step.sMid);
-    width.push_back(step.sigAlpha);
-  }
 }
 
 // ---- placement ----
@@ -266,7 +181,10 @@ TEST(ScatteringSurfaces, ForceOnePlaneStandsForTheWholeSpanWhateverTheLimits) {
     ScatteringSurfaces forced(pdg, 0, 0, 0);
     forced.ForceOnePlane(path, {10, 20, 30, 60});
     ExpectPositions(forced, {35});
-    EXPECT_TRUE(SameBits(forced.SigAlpha(0), PlainStepData(path, pdg, 10, 60).sigAlpha));
+    EXPECT_TRUE(
+        SameBits(forced.SigAlpha(0),
+                 reference::StepBetween(reference::Integrate(gUniform, kStart, kEnd), pdg, 10, 60)
+                     .sigAlpha));
   }
 }
 
@@ -293,7 +211,8 @@ TEST(ScatteringSurfaces, AllOutputsOfAStepMayBeNull) {
   const Path path = Uniform();
   const Positions s{0, 10, 30};
   const ScatteringSurfaces surfaces(13, 0, 0, 0);
-  const PlainStep plain = PlainStepData(path, 13, 0, 30);
+  const reference::Step plain =
+      reference::StepBetween(reference::Integrate(gUniform, kStart, kEnd), 13, 0, 30);
   const double expected[] = {plain.ds, plain.sMid, plain.dX0, plain.sigAlpha, plain.dT};
   for (int only = 0; only < 5; ++only) {
     double value = -99;
@@ -383,7 +302,7 @@ TEST(ScatteringSurfaces, EqualsThePlainProgramBitForBit) {
   const int codes[] = {13, 211, 2212};
   unsigned total = 0;
   for (int round = 0; round < 4000; ++round) {
-    std::vector<Slabs::Slab> slabs;
+    std::vector<reference::Slab> slabs;
     double z = 0;
     for (std::size_t k = 0, n = 1 + random() % 6; k < n; ++k)
       slabs.push_back({z += 20 * unit(random), materials[random() % 3]});
@@ -403,8 +322,7 @@ TEST(ScatteringSurfaces, EqualsThePlainProgramBitForBit) {
     ScatteringSurfaces made(pdg, limits[0], limits[1], limits[2]);
     made.MakeSurfaces(geometry, p0, p1, s);
     Positions where, width;
-    PlainSurfaces(Path(geometry, p0, p1, s[0]), pdg, limits[0], limits[1], limits[2], s, where,
-                  width);
+    reference::Surfaces(geometry, p0, p1, pdg, limits[0], limits[1], limits[2], s, where, width);
     ASSERT_EQ(made.N(), where.size()) << "round " << round;
     total += made.N();
     for (unsigned j = 0; j < made.N(); ++j) {

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "func/KelvoException.h"
+#include "test/HitsReference.h"
 #include "test/SameBits.h"
 #include "util/LinFitTS.h"
 
@@ -365,15 +366,6 @@ TEST(TrackBasis, ThereAndBackIsWhereItBegan) {
   }
 }
 
-// One coordinate and its uncertainty, rotated by a row of the matrix.
-void PlainRotation(const double* row, const double* p, const double* sigma, double* out,
-                   double* sigmaOut) {
-  *out = row[0] * p[0] + row[1] * p[1] + row[2] * p[2];
-  *sigmaOut = std::sqrt((row[0] * sigma[0]) * (row[0] * sigma[0]) +
-                        (row[1] * sigma[1]) * (row[1] * sigma[1]) +
-                        (row[2] * sigma[2]) * (row[2] * sigma[2]));
-}
-
 TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
   std::mt19937 random(55);
   std::uniform_real_distribution<double> place(-500, 500), sigma(0, 4), slope(-3, 3);
@@ -394,11 +386,11 @@ TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
     const double shifted[] = {p.v[0] - o[0], p.v[1] - o[1], p.v[2] - o[2]};
     for (int k = 0; k < 3; ++k) {
       double value, uncertainty;
-      PlainRotation(r[k], shifted, p.v + 3, &value, &uncertainty);
+      reference::Rotate(r[k], shifted, p.v + 3, &value, &uncertainty);
       ASSERT_TRUE(SameBits(trk.v[k], value));
       ASSERT_TRUE(SameBits(trk.v[k + 3], uncertainty));
       const double column[] = {r[0][k], r[1][k], r[2][k]};
-      PlainRotation(column, p.v, p.v + 3, &value, &uncertainty);
+      reference::Rotate(column, p.v, p.v + 3, &value, &uncertainty);
       ASSERT_TRUE(SameBits(det.v[k], value + o[k]));
       ASSERT_TRUE(SameBits(det.v[k + 3], uncertainty));
     }
@@ -420,40 +412,13 @@ TEST(TrackBasis, BuildsTheFrameOfThePlainProgramBitForBit) {
     const double o[] = {0.2 * place(random), 0.2 * place(random), 0.2 * place(random)};
     const TVector3 axis = Axis(h);
     const double w[] = {axis.X(), axis.Y(), axis.Z()};
-    double f[3][3] = {{}, {}, {w[0], w[1], w[2]}};
-    // The products with the unit vectors, written out.
-    const double c1[] = {0, -w[2], w[1]}, c2[] = {w[2], 0, -w[0]}, c3[] = {-w[1], w[0], 0};
-    const double m1 = w[2] * w[2] + w[1] * w[1];
-    const double m2 = w[2] * w[2] + w[0] * w[0];
-    const double m3 = w[1] * w[1] + w[0] * w[0];
-    const bool fromX = !(m2 >= m1 && m2 >= m3) && m1 >= m2 && m1 >= m3;
-    const double* c = fromX ? c1 : (m2 >= m1 && m2 >= m3) ? c2 : c3;
-    const double length = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
-    double* a = f[fromX ? 1 : 0];
-    for (int k = 0; k < 3; ++k) a[k] = c[k] / length;
-    const double* left = fromX ? a : w;
-    const double* right = fromX ? w : a;
-    for (int k = 0; k < 3; ++k) {
-      const int k1 = (k + 1) % 3, k2 = (k + 2) % 3;
-      f[fromX ? 0 : 1][k] = left[k1] * right[k2] - left[k2] * right[k1];
-    }
-    double sum = 0, sumZ = 0;
-    for (std::size_t k = 0; k < h.x.size(); ++k) {
-      const double p[] = {h.x[k] - o[0], h.y[k] - o[1], h.z[k] - o[2]};
-      const double s[] = {h.dx[k], h.dy[k], h.dz[k]};
-      double Z, sigmaZ;
-      PlainRotation(f[2], p, s, &Z, &sigmaZ);
-      const double weight = sigmaZ < 0.1 ? 1 / (0.1 * 0.1) : 1 / (sigmaZ * sigmaZ);
-      sum += weight;
-      sumZ += weight * Z;
-    }
-    const double sign = sumZ / sum < 0 ? -1 : 1;
+    double f[3][3];
+    reference::Frame(w, o, h.x, h.y, h.z, h.dx, h.dy, h.dz, f);
     TrackBasis b;
     Make(b, h, o[0], o[1], o[2]);
     const TVector3 axes[] = {b.XAxis(), b.YAxis(), b.ZAxis()};
     for (int k = 0; k < 3; ++k)
-      for (int l = 0; l < 3; ++l)
-        ASSERT_EQ(axes[k](l), (k ? sign : 1) * f[k][l]) << "case " << i << ' ' << k << l;
+      for (int l = 0; l < 3; ++l) ASSERT_EQ(axes[k](l), f[k][l]) << "case " << i << ' ' << k << l;
   }
 }
 

@@ -63,49 +63,78 @@ int Exponent(const std::vector<double>& v) {
   return std::clamp(std::ilogb(largest), -1000, 1000);
 }
 
-} // namespace
+struct Points {
+  const std::vector<double>& fX;
+  const std::vector<double>& fY;
+  const std::vector<double>& fW;
+  Weighting fWeight;
+  std::size_t fFirst; // first point that counts
+};
 
-void LinFitTS(const std::vector<double>& x, const std::vector<double>& y,
-              const std::vector<double>& w, double& m, double& c, int mode) {
-  CheckInput(x, y, w, mode);
-  m = 0;
-  c = 0;
-  const std::size_t n = x.size();
-  const Weighting weight(w, mode);
-  std::size_t first = 0;
-  while (first < n && weight(w[first]) == 0) ++first;
-  if (first == n) return;
+struct Line {
+  double fSlope, fIntercept;
+  bool fSafe; // no sum has left the range in which a double keeps its digits
+};
 
-  const int ex = Exponent(x);
-  const int ey = Exponent(y);
-  const double sx = std::ldexp(1.0, -ex);
-  const double sy = std::ldexp(1.0, -ey);
-
+// Fits y sy over x sx.
+Line FitScaled(const Points& p, double sx, double sy) {
+  const std::size_t n = p.fX.size();
   // Coordinates u, v relative to the first point that counts: equal abscissae or ordinates are then
   // exactly 0, whatever the weights, and so is the slope.
-  const double x0 = sx * x[first];
-  const double y0 = sy * y[first];
+  const double x0 = sx * p.fX[p.fFirst];
+  const double y0 = sy * p.fY[p.fFirst];
   double sum = 0, sumU = 0, sumV = 0;
-  for (std::size_t j = first; j < n; ++j) {
-    const double wj = weight(w[j]);
-    sum += wj;
-    sumU += wj * (sx * x[j] - x0);
-    sumV += wj * (sy * y[j] - y0);
+  for (std::size_t j = p.fFirst; j < n; ++j) {
+    const double w = p.fWeight(p.fW[j]);
+    sum += w;
+    sumU += w * (sx * p.fX[j] - x0);
+    sumV += w * (sy * p.fY[j] - y0);
   }
   const double meanU = sumU / sum;
   const double meanV = sumV / sum;
 
   double sumUU = 0, sumUV = 0;
-  for (std::size_t j = first; j < n; ++j) {
-    const double wj = weight(w[j]);
-    const double u = sx * x[j] - x0 - meanU;
-    const double v = sy * y[j] - y0 - meanV;
-    sumUU += wj * u * u;
-    sumUV += wj * u * v;
+  for (std::size_t j = p.fFirst; j < n; ++j) {
+    const double w = p.fWeight(p.fW[j]);
+    const double u = sx * p.fX[j] - x0 - meanU;
+    const double v = sy * p.fY[j] - y0 - meanV;
+    sumUU += w * u * u;
+    sumUV += w * u * v;
   }
   const double slope = sumUU == 0 ? 0.0 : sumUV / sumUU;
-  m = std::ldexp(slope, ey - ex);
-  c = std::ldexp(y0 + meanV - slope * (x0 + meanU), ey);
+  const double intercept = y0 + meanV - slope * (x0 + meanU);
+  constexpr double kSmall = 1e-280, kLarge = 1e280;
+  const auto inside = [](double v) { return v > kSmall && v < kLarge; };
+  return {slope, intercept,
+          inside(sumUU) && inside(std::fabs(sumUV)) && std::fabs(intercept) < kLarge};
+}
+
+// Fits in coordinates of about 1, for values at the ends of the range of a double.
+Line FitExtreme(const Points& p) {
+  const int ex = Exponent(p.fX);
+  const int ey = Exponent(p.fY);
+  Line line = FitScaled(p, std::ldexp(1.0, -ex), std::ldexp(1.0, -ey));
+  line.fSlope = std::ldexp(line.fSlope, ey - ex);
+  line.fIntercept = std::ldexp(line.fIntercept, ey);
+  return line;
+}
+
+} // namespace
+
+void LinFitTS(const std::vector<double>& x, const std::vector<double>& y,
+              const std::vector<double>& w, double& m, double& c, int mode) {
+  CheckInput(x, y, w, mode);
+  Points points{x, y, w, Weighting(w, mode), 0};
+  while (points.fFirst < x.size() && points.fWeight(w[points.fFirst]) == 0) ++points.fFirst;
+  if (points.fFirst == x.size()) {
+    m = 0;
+    c = 0;
+    return;
+  }
+  Line line = FitScaled(points, 1, 1);
+  if (!line.fSafe) line = FitExtreme(points);
+  m = line.fSlope;
+  c = line.fIntercept;
 }
 
 } // namespace util
