@@ -40,6 +40,29 @@ double MidpointStep(const dEdxTable& table, double h, double m, double T) {
   return T + h * table(mid, m);
 }
 
+// The midpoint rule for all three hypotheses over one step.
+void IntegrateStep(double ds, const char* material, double* T, unsigned int* hint) {
+  const int n = NumberOfSubSteps(ds);
+  const double h = ds / n;
+  if (!dEdxTable::Knows(material)) {
+    // A name without a table is reported for each hypothesis, and may get another table for each.
+    for (int k = 0; k < 3; ++k) {
+      const dEdxTable table(material);
+      for (int step = 0; step < n; ++step) T[k] = MidpointStep(table, h, kMass[k], T[k]);
+    }
+    return;
+  }
+  const dEdxTable table(material);
+  for (int step = 0; step < n; ++step) {
+    double loss[3];
+    double mid[3];
+    table.Losses(T, kMass, loss, hint);
+    for (int k = 0; k < 3; ++k) mid[k] = T[k] + (h / 2) * loss[k];
+    table.Losses(mid, kMass, loss, hint);
+    for (int k = 0; k < 3; ++k) T[k] = T[k] + h * loss[k];
+  }
+}
+
 double Clamped(double y) {
   if (y >= 0) return y;
   if (y > kLookupClamp) return 0;
@@ -136,6 +159,7 @@ void Path::Integrate() const {
 
 void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* nx0, double* Tmu,
                         double* Tpi, double* Tp) const {
+  unsigned int hint[3] = {0, 0, 0};
   fSteps.clear();
   fMaterials.clear();
   fGeo.MaterialsBetweenPoints(p0, p1, fSteps, fMaterials);
@@ -150,16 +174,11 @@ void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* n
       throw KelvoException(kFile, __LINE__, kBadRadLength, radLength);
     *nx0 += ds / radLength;
 
-    // The three hypotheses do not depend on each other: side by side they hide each other's
-    // latencies. A table each, since a name without one is reported for each.
-    const dEdxTable tables[3] = {dEdxTable(name), dEdxTable(name), dEdxTable(name)};
-    const int n = NumberOfSubSteps(ds);
-    const double h = ds / n;
-    for (int step = 0; step < n; ++step) {
-      *Tmu = MidpointStep(tables[0], h, kMass[0], *Tmu);
-      *Tpi = MidpointStep(tables[1], h, kMass[1], *Tpi);
-      *Tp = MidpointStep(tables[2], h, kMass[2], *Tp);
-    }
+    double T[3] = {*Tmu, *Tpi, *Tp};
+    IntegrateStep(ds, name, T, hint);
+    *Tmu = T[0];
+    *Tpi = T[1];
+    *Tp = T[2];
 
     fS.push_back(*s);
     fX0.push_back(*nx0);

@@ -1,5 +1,6 @@
 #include "func/dEdxTable.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -97,25 +98,43 @@ bool dEdxTable::Knows(const char* material) {
   return FindTable(material) != nullptr;
 }
 
+// The interval of x that a scan of the grid would find, whatever the guess.
+unsigned int dEdxTable::Interval(double x, unsigned int guess) const {
+  const unsigned int last = fN - 2;
+  unsigned int i = guess < last ? guess : last;
+  while (i > 0 && fT[i] > x) --i;
+  while (i < last && fT[i + 1] <= x) ++i;
+  return i;
+}
+
 double dEdxTable::operator()(double T, double M) const {
   if (fT == nullptr) return 0.0;
   const double x = MuonEquivalent(T, M);
   const double lnX = std::log(x);
-  const unsigned int last = fN - 2;
-  unsigned int i = 0;
-  if (fT[0] >= x) {
-    i = 0;
-  } else if (x >= fT[fN - 1]) {
-    i = last;
-  } else if (x < fT[fN - 1]) { // inside the grid; a NaN stays at 0 and gives NaN
-    // The grid is even in ln T up to its rounding to six digits, so the guess is off by one at
-    // most.
-    i = static_cast<unsigned int>((lnX - fLog->fLnT[0]) * fLog->fPerLn);
-    if (i > last) i = last;
-    while (fT[i] > x) --i;
-    while (fT[i + 1] <= x) ++i;
-  }
+  // The grid is even in ln T up to its rounding to six digits: off by one interval at most.
+  const double even = (lnX - fLog->fLnT[0]) * fLog->fPerLn;
+  const unsigned int guess = even > 0 && even < fN ? static_cast<unsigned int>(even) : 0;
+  const unsigned int i = Interval(x, guess);
   return PowerLaw(lnX, fLog->fLnT[i], fLog->fLnS[i], fLog->fDLnS[i], fLog->fDLnT[i]) * fDensity;
+}
+
+// The stages of operator(), each for all three.
+void dEdxTable::Losses(const double* T, const double* M, double* loss, unsigned int* hint) const {
+  constexpr int kN = 3;
+  if (fT == nullptr) {
+    std::fill(loss, loss + kN, 0.0);
+    return;
+  }
+  double x[kN];
+  double lnX[kN];
+  double lnS[kN];
+  for (int k = 0; k < kN; ++k) x[k] = MuonEquivalent(T[k], M[k]);
+  for (int k = 0; k < kN; ++k) lnX[k] = std::log(x[k]);
+  for (int k = 0; k < kN; ++k) {
+    const unsigned int i = hint[k] = Interval(x[k], hint[k]);
+    lnS[k] = (lnX[k] - fLog->fLnT[i]) * fLog->fDLnS[i] / fLog->fDLnT[i] + fLog->fLnS[i];
+  }
+  for (int k = 0; k < kN; ++k) loss[k] = std::exp(lnS[k]) * 0.001 * fDensity;
 }
 
 double dEdxTable::Interp(double T, double M, const double* t, const double* dedx,
