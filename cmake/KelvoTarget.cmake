@@ -2,11 +2,15 @@
 option(KELVO_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ${KELVO_TOP_LEVEL})
 set(KELVO_SANITIZE "" CACHE STRING "Sanitizers for our own code, such as address,undefined")
 
+# CMake leaves folders inside the project out of an installed run path, and the wheel's lies there.
+get_target_property(KELVO_ROOT_LIBRARY ROOT::Core LOCATION)
+get_filename_component(KELVO_ROOT_LIBDIR ${KELVO_ROOT_LIBRARY} DIRECTORY)
+
 function(kelvo_configure_target target)
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
     POSITION_INDEPENDENT_CODE ON
-    INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}"
+    INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR};${KELVO_ROOT_LIBDIR}"
     INSTALL_RPATH_USE_LINK_PATH ON)
   target_compile_features(${target} PUBLIC cxx_std_17)
   # Results are the same bits at every optimisation level: a multiplication and an addition are
