@@ -8,31 +8,10 @@
 #include "bench/Allocations.h"
 #include "func/Lutz.h"
 #include "test/LutzPlain.h"
+#include "test/LutzStages.h"
 
 // The fit beside the plain scalar program, whole and in its steps. Names end in n/m, the numbers of
 // measurements and planes. Before anything is timed both must agree bit for bit.
-
-namespace kelvo {
-
-/// Runs the steps of a fit one by one.
-struct LutzStages {
-  static void Prepare(Lutz& fit) {
-    fit.CalcZeta();
-    fit.CalcD();
-  }
-  static void FillA(Lutz& fit) { fit.FillA(); }
-  static bool Invert(Lutz& fit, const TMatrixDSym& a) {
-    fit.fAinv = a;
-    return fit.InvertA();
-  }
-  static void Solve(Lutz& fit) {
-    fit.Calcq();
-    fit.Calcx();
-  }
-  static const TMatrixDSym& A(const Lutz& fit) { return fit.fAinv; }
-};
-
-} // namespace kelvo
 
 namespace {
 

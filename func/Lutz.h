@@ -103,7 +103,7 @@ public:
   double VarX(double z) const;
 
 private:
-  friend struct LutzStages; // the benchmark times the steps of Fit one by one
+  friend struct LutzStages; // test and benchmark look at the steps of Fit one by one
 
   void CalcZeta();
   void CalcD();

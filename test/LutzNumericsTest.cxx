@@ -12,6 +12,7 @@
 #include "func/Lutz.h"
 #include "test/LutzPlain.h"
 #include "test/LutzPrecise.h"
+#include "test/LutzStages.h"
 
 // The numbers of the fit: bit for bit against the plain scalar program, and within rounding against
 // a solution by another method in extended precision.
@@ -53,7 +54,10 @@ bool Same(double a, double b) {
 LutzSolution Solve(const LutzProblem& p) {
   Lutz fit(p.NMeas(), p.NScat());
   Load(p, fit);
+  LutzStages::Prepare(fit);
+  LutzStages::FillA(fit);
   LutzSolution s;
+  s.fA = test::Elements(LutzStages::A(fit));
   s.fAlpha.resize(p.NScat());
   fit.Fit(&s.fX0, &s.fSlope, s.fAlpha.data(), &s.fChi2);
   s.fSucceeded = fit.Succeeded();
@@ -61,8 +65,7 @@ LutzSolution Solve(const LutzProblem& p) {
     s.fXfit.push_back(fit.X(std::isnan(p.fSigX[i]) ? 0 : p.fZ[i])); // slots never loaded are at 0
     s.fChi2XI.push_back(fit.Chi2XIi(i));
   }
-  const TMatrixDSym c = fit.Covariance();
-  s.fAinv.assign(c.GetMatrixArray(), c.GetMatrixArray() + c.GetNoElements());
+  s.fAinv = test::Elements(fit.Covariance());
   return s;
 }
 
@@ -74,6 +77,8 @@ LutzSolution Solve(const LutzProblem& p) {
     return ::testing::AssertionFailure() << what << " " << std::hexfloat << a << " plain " << b;
   };
   ::testing::AssertionResult result = compare("x0", fit.fX0, plain.fX0);
+  for (std::size_t k = 0; result && k < plain.fA.size(); ++k)
+    result = compare("normal matrix", fit.fA[k], plain.fA[k]);
   if (result) result = compare("slope", fit.fSlope, plain.fSlope);
   if (result) result = compare("chi2", fit.fChi2, plain.fChi2);
   for (std::size_t j = 0; result && j < plain.fAlpha.size(); ++j)

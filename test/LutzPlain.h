@@ -24,12 +24,17 @@ struct LutzProblem {
   unsigned int NScat() const { return static_cast<unsigned int>(fS.size()); }
 };
 
-/// What a fit gives: parameters, chi2, fitted values and the inverted normal matrix (row by row).
+/// What a fit gives: parameters, chi2, fitted values, normal matrix and its inverse (row by row).
 struct LutzSolution {
   bool fSucceeded = false;
   double fX0 = 0, fSlope = 0, fChi2 = 0;
-  std::vector<double> fAlpha, fXfit, fChi2XI, fAinv;
+  std::vector<double> fAlpha, fXfit, fChi2XI, fA, fAinv;
 };
+
+/// Returns all elements of a matrix row by row.
+inline std::vector<double> Elements(const TMatrixDSym& a) {
+  return {a.GetMatrixArray(), a.GetMatrixArray() + a.GetNoElements()};
+}
 
 /// Loads the problem into a fit of its size.
 inline void Load(const LutzProblem& p, Lutz& fit) {
@@ -211,8 +216,7 @@ public:
       solution.fXfit.push_back(fXfit(i));
       solution.fChi2XI.push_back((fX(i) - fXfit(i)) * (fX(i) - fXfit(i)) * fW(i));
     }
-    for (int p = 0; p < fM + 2; ++p)
-      for (int q = 0; q < fM + 2; ++q) solution.fAinv.push_back(fA(p, q));
+    solution.fAinv = Elements(fA);
     return solution;
   }
 
@@ -232,8 +236,14 @@ private:
 inline LutzSolution PlainSolution(const LutzProblem& p) {
   PlainLutz fit(p.NMeas(), p.NScat());
   fit.Load(p);
-  fit.Fit();
-  return fit.Solution();
+  fit.Prepare();
+  fit.FillA();
+  const std::vector<double> a = Elements(fit.A());
+  fit.InvertA();
+  fit.Solve();
+  LutzSolution solution = fit.Solution();
+  solution.fA = a;
+  return solution;
 }
 
 } // namespace
