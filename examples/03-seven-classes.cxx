@@ -50,7 +50,7 @@ kelvo::HitList3D ReadHits(const std::string& file) {
     if (text.empty() || text[0] == '#') continue;
     std::istringstream words(text);
     std::string view;
-    double z, u, sigu, sigz;
+    double z = 0, u = 0, sigu = 0, sigz = 0;
     if (!(words >> view >> z >> u >> sigu >> sigz) || (view != "x" && view != "y"))
       Fail(file + ":" + std::to_string(line) +
            ": a hit is 'x' or 'y' and four numbers in cm: z, coordinate, and the sigma of the "
@@ -83,7 +83,7 @@ kelvo::TrackBasis MakeFrame(const kelvo::HitList3D& hits) {
 std::vector<Measurement> InFrame(const kelvo::HitList3D& hits, const kelvo::TrackBasis& frame) {
   std::vector<Measurement> measurements;
   for (const kelvo::Hit3D& h : hits) {
-    double x, y, z, sigx, sigy;
+    double x = 0, y = 0, z = 0, sigx = 0, sigy = 0;
     frame.DetToTrk(h.fX, h.fY, h.fZ, h.fSigX, h.fSigY, h.fSigZ, &x, &y, &z, &sigx, &sigy, nullptr);
     const bool isX = h.fView == geo::kX;
     measurements.push_back({h.fView, z, isX ? x : y, isX ? sigx : sigy});
@@ -95,7 +95,7 @@ std::vector<Measurement> InFrame(const kelvo::HitList3D& hits, const kelvo::Trac
 
 // The fitted track before its first scattering plane, in one view of the track frame.
 struct Line {
-  double fX0, fSlope; // at the frame's origin [cm]
+  double fX0 = 0, fSlope = 0; // at the frame's origin [cm]
 };
 
 // Step 4: the straight line that bends at the surfaces, through the hits of one view.
@@ -111,7 +111,7 @@ Line FitView(geo::_plane_proj view, const std::vector<Measurement>& all,
     fit.SetScatteringPlane(j, surfaces.S(j), surfaces.SigAlpha(j));
 
   Line line;
-  double chi2;
+  double chi2 = 0;
   std::vector<double> kinks(surfaces.N());
   fit.Fit(&line.fX0, &line.fSlope, kinks.data(), &chi2);
   if (!fit.Succeeded()) Fail("the hits of one view do not fix a line; two different z are needed");

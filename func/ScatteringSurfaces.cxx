@@ -51,7 +51,7 @@ void ScatteringSurfaces::MakeSurfaces(const geo::GeometryBase& geo, const double
   MakeSteps(path, s);
   if (N() > 0) return;
 
-  double sMid, sigAlpha;
+  double sMid = 0, sigAlpha = 0;
   const auto last = static_cast<unsigned int>(s.size() - 1);
   GetStepData(path, s, 0, last, nullptr, &sMid, nullptr, &sigAlpha, nullptr);
   AddSurface(sMid, sigAlpha);
@@ -60,7 +60,7 @@ void ScatteringSurfaces::MakeSurfaces(const geo::GeometryBase& geo, const double
 void ScatteringSurfaces::MakeSteps(const Path& path, const std::vector<double>& s) {
   for (unsigned int i0 = 0; i0 + 1 < s.size();) {
     const unsigned int i1 = MakeStep(path, s, i0);
-    double ds, sMid, sigAlpha;
+    double ds = 0, sMid = 0, sigAlpha = 0;
     GetStepData(path, s, i0, i1, &ds, &sMid, nullptr, &sigAlpha, nullptr);
     if (ds != 0) AddSurface(sMid, sigAlpha);
     i0 = i1;
@@ -72,7 +72,7 @@ unsigned int ScatteringSurfaces::MakeStep(const Path& path, const std::vector<do
   unsigned int j = i0 + 1;
   double x0 = 0; // thickness before the step; one lookup serves every span from i0
   for (; j + 1 < s.size(); ++j) {
-    double beta, p;
+    double beta = 0, p = 0;
     GetState(path, (s[i0] + s[j]) * 0.5, &beta, &p);
     const double ds = s[j] - s[i0];
     const double x1 = path.X0(s[j]);
@@ -88,7 +88,7 @@ void ScatteringSurfaces::GetStepData(const Path& path, const std::vector<double>
                                      double* dX0, double* sigAlpha, double* dT) const {
   const double middle = (s[i0] + s[i1]) * 0.5;
   Store(sMid, middle);
-  double beta, p;
+  double beta = 0, p = 0;
   GetState(path, middle, &beta, &p);
   const double length = s[i1] - s[i0];
   Store(ds, length);
@@ -102,7 +102,7 @@ void ScatteringSurfaces::GetStepData(const Path& path, const std::vector<double>
 
 void ScatteringSurfaces::ForceOnePlane(const Path& path, const std::vector<double>& s) {
   if (s.empty()) throw KelvoException(kFile, __LINE__, kIndexProblem, 0);
-  double sMid, sigAlpha;
+  double sMid = 0, sigAlpha = 0;
   const auto last = static_cast<unsigned int>(s.size() - 1);
   GetStepData(path, s, 0, last, nullptr, &sMid, nullptr, &sigAlpha, nullptr);
   AddSurface(sMid, sigAlpha);

@@ -85,7 +85,7 @@ void TrackBasis::FindAxis(const std::vector<double>& x, const std::vector<double
     if (v->size() != n) throw KelvoException("func/TrackBasis", __LINE__, kIndexProblem, 0);
 
   std::vector<double> w(n);
-  double mx, cx, my, cy;
+  double mx = 0, cx = 0, my = 0, cy = 0;
   for (std::size_t i = 0; i < n; ++i) w[i] = dx[i] * dx[i] + dz[i] + dz[i];
   util::LinFitTS(z, x, w, mx, cx, kVariances);
   for (std::size_t i = 0; i < n; ++i) w[i] = dy[i] * dy[i] + dz[i] + dz[i];

@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 
+#include "bench/Allocations.h"
 #include "func/KelvoException.h"
 #include "test/HitsReference.h"
 #include "test/SameBits.h"
@@ -420,6 +421,20 @@ TEST(TrackBasis, BuildsTheFrameOfThePlainProgramBitForBit) {
     for (int k = 0; k < 3; ++k)
       for (int l = 0; l < 3; ++l) ASSERT_EQ(axes[k](l), f[k][l]) << "case " << i << ' ' << k << l;
   }
+}
+
+TEST(TrackBasis, TransformationsAllocateNothingAndTheAxisOneVector) {
+  const Hits h = Straight(0.3, 0.4);
+  TrackBasis b;
+  Make(b, h);
+  std::size_t before = bench::AllocationCount();
+  const Point there = ToTrk(b, {{1, 2, 3, 4, 5, 6}});
+  const Point back = ToDet(b, there);
+  EXPECT_EQ(bench::AllocationCount(), before);
+  EXPECT_NEAR(back.v[0], 1, 1e-14);
+  before = bench::AllocationCount();
+  Make(b, h);
+  EXPECT_EQ(bench::AllocationCount(), before + 1);
 }
 
 TEST(TrackBasis, NaNGoesThrough) {

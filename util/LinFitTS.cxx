@@ -68,7 +68,7 @@ struct Points {
   const std::vector<double>& fY;
   const std::vector<double>& fW;
   Weighting fWeight;
-  std::size_t fFirst; // first point that counts
+  std::size_t fFirst = 0; // first point that counts
 };
 
 struct Line {
@@ -124,7 +124,7 @@ Line FitExtreme(const Points& p) {
 void LinFitTS(const std::vector<double>& x, const std::vector<double>& y,
               const std::vector<double>& w, double& m, double& c, int mode) {
   CheckInput(x, y, w, mode);
-  Points points{x, y, w, Weighting(w, mode), 0};
+  Points points{x, y, w, Weighting(w, mode)};
   while (points.fFirst < x.size() && points.fWeight(w[points.fFirst]) == 0) ++points.fFirst;
   if (points.fFirst == x.size()) {
     m = 0;
