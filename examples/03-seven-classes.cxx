@@ -160,6 +160,7 @@ void FitTrack(const geo::PlaneDetector& detector, kelvo::HitList3D hits, int pdg
   // have hit: halfway there.
   const std::vector<Measurement> measurements = InFrame(hits, frame);
   std::vector<double> s;
+  s.reserve(measurements.size());
   for (const Measurement& m : measurements) s.push_back(m.fZ);
   const double end = s.back() + 0.5 * (s.back() - s[s.size() - 2]);
   double p0[3], p1[3];
