@@ -1,7 +1,9 @@
 #include "track/TrackFitter.h"
 
 #include "track/ErrorSentence.h"
+#include "track/Guarded.h"
 #include "track/HitCheck.h"
+#include "track/TrackChain.h"
 
 #include <stdexcept>
 
@@ -46,10 +48,11 @@ void Refuse(const Refusal& refusal, TrackFit& out) {
 
 struct TrackFitter::Impl {
   Impl(const geo::GeometryBase& detector, const TrackFitOptions& options)
-      : fDetector(detector), fOptions(options) {}
+      : fDetector(detector), fOptions(options), fChain(fDetector, fOptions) {}
 
   const geo::GeometryBase& fDetector;
   TrackFitOptions fOptions;
+  TrackChain fChain; // refers to fOptions
 };
 
 TrackFitter::TrackFitter(const geo::GeometryBase& detector, TrackFitOptions options) {
@@ -75,9 +78,13 @@ TrackFit TrackFitter::Fit(const HitList3D& hits) {
 
 void TrackFitter::Fit(const HitList3D& hits, TrackFit& out) {
   const std::vector<int>& hypotheses = fImpl->fOptions.fHypotheses;
-  out = TrackFit{};
-  for (int pdg : hypotheses) out.fHypothesis.emplace_back().fPDG = pdg;
-  Refuse(CheckHits(hits), out);
+  out.fHypothesis.resize(hypotheses.size());
+  out.fBest = -1;
+  out.fLead = 0;
+  for (std::size_t h = 0; h < hypotheses.size(); h++) ClearFit(hypotheses[h], out.fHypothesis[h]);
+  Refusal refusal = CheckHits(hits);
+  if (!refusal) refusal = Guarded([&] { return fImpl->fChain.Fit(hits, out); });
+  if (refusal) Refuse(refusal, out);
 }
 
 } // namespace kelvo

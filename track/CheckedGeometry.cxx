@@ -1,0 +1,70 @@
+#include "track/CheckedGeometry.h"
+
+#include "func/dEdxTable.h"
+#include "track/ErrorSentence.h"
+#include "track/Materials.h"
+
+#include <TGeoMaterial.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace kelvo {
+namespace {
+
+constexpr const char* kVacuum = "Vacuum"; // the one material that needs no radiation length
+
+std::string KnownNames() {
+  std::string text;
+  for (const std::string& known : MaterialsWithTable()) text += (text.empty() ? "" : ", ") + known;
+  return text;
+}
+
+void CheckMaterial(const TGeoMaterial& material, bool needsTable) {
+  const char* name = material.GetName();
+  if (needsTable && !dEdxTable::Knows(name))
+    throw GeometryRefusal{"the track crosses the material \"" + std::string(name) +
+                          "\", for which there is no stopping-power table (known: " + KnownNames() +
+                          "); fit it as a beam of known momentum or rename the material"};
+  const double radlen = material.GetRadLen();
+  if (!(radlen > 0) && std::strcmp(name, kVacuum) != 0)
+    throw GeometryRefusal{"the track crosses the material \"" + std::string(name) +
+                          "\", whose radiation length is " + NumberText(radlen) +
+                          " cm; it must be above 0"};
+}
+
+} // namespace
+
+const std::vector<std::string>& MaterialsWithTable() {
+  static const std::vector<std::string> names{"Scintillator", "PVC", "Glue", "Steel", kVacuum};
+  return names;
+}
+
+std::vector<std::string> MaterialsWithoutTable(const std::vector<std::string>& names) {
+  std::vector<std::string> missing;
+  for (const std::string& name : names)
+    if (!dEdxTable::Knows(name.c_str()) &&
+        std::find(missing.begin(), missing.end(), name) == missing.end())
+      missing.push_back(name);
+  return missing;
+}
+
+void CheckedGeometry::MaterialsBetweenPoints(const double* p0, const double* p1,
+                                             std::vector<double>& ds,
+                                             std::vector<const TGeoMaterial*>& mats) const {
+  fDetector.MaterialsBetweenPoints(p0, p1, ds, mats);
+  if (ds.size() != mats.size())
+    throw GeometryRefusal{"the detector reports " + std::to_string(ds.size()) + " lengths for " +
+                          std::to_string(mats.size()) + " materials on the track"};
+  for (std::size_t k = 0; k < ds.size(); k++) {
+    if (!(std::isfinite(ds[k]) && ds[k] >= 0))
+      throw GeometryRefusal{"the detector reports a step of " + NumberText(ds[k]) +
+                            " cm on the track; it must be finite and not negative"};
+    if (!mats[k])
+      throw GeometryRefusal{"the detector reports a step without material on the track"};
+    CheckMaterial(*mats[k], fNeedsTables);
+  }
+}
+
+} // namespace kelvo

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "func/HitList3D.h"
+#include "func/Path.h"
+#include "geo/GeometryBase.h"
+#include "track/CheckedGeometry.h"
+#include "track/HitCheck.h"
+#include "track/PlanePlacement.h"
+#include "track/TrackFitter.h"
+#include "track/TrackFrame.h"
+#include "track/ViewSolver.h"
+
+#include <TVector3.h>
+
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace kelvo {
+
+/// The steps of a track fit, one after the other, with the memory they share from track to track.
+class TrackChain {
+public:
+  /// Both arguments must outlive the object.
+  TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options);
+
+  /// Fits checked hits. `out` holds one cleared fit per hypothesis. A reason that concerns the
+  /// whole track is returned, one that concerns a hypothesis is left in its fit.
+  /// @throws GeometryRefusal, KelvoException and what the detector throws
+  Refusal Fit(const HitList3D& hits, TrackFit& out);
+
+private:
+  /// One hit on its way through the fit.
+  struct TrackHit {
+    int fView;
+    double fZ, fU, fSigU, fSigZ; // as measured, detector frame [cm]
+    double fS;                   // path coordinate [cm]
+    double fA, fSigA;            // transverse position in its view, and its uncertainty [cm]
+  };
+
+  /// A point of the fitted track, and the line through it.
+  struct TrackPoint {
+    double fS;                       // [cm]
+    std::array<KinkPoint, 2> fState; // by view
+    TVector3 fPoint;                 // detector frame [cm]
+    TVector3 fTangent;               // derivative of fPoint by s
+  };
+
+  bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
+  void SortAndComplete(const HitList3D& hits);
+  Refusal MakeFrame();
+  void MakeHits();
+  void FindGap();
+  void LoadViews();
+  void LayPath();
+  void Refine();
+  void RefineHit(const TrackPoint& before, TrackHit& hit) const;
+  Refusal FitHypothesis(HypothesisFit& fit);
+  void PlacePlanes(int pdg);
+  bool SolveViews(HypothesisFit& fit);
+  void FillHypothesis(HypothesisFit& fit) const;
+  void FillPlanes(HypothesisFit& fit) const;
+  void FillHit(std::size_t i, HitFit& fit) const;
+  void FillStart(HypothesisFit& fit) const;
+  void FillEnd(HypothesisFit& fit) const;
+  void FindBest(TrackFit& out) const;
+  void FillKinematics(TrackFit& out) const;
+  void FillRangeOut(const std::vector<TVector3>& points, const HypothesisFit& best,
+                    TrackFit& out) const;
+  void FillBeam(const std::vector<TVector3>& points, HypothesisFit& fit) const;
+  TrackPoint PointOf(double s, const KinkPoint& x, const KinkPoint& y) const;
+  TrackPoint HitPoint(std::size_t i) const;
+  TrackPoint CrossingWith(const TrackPoint& p, double z) const;
+  double AtFixedZ(const TVector3& tangent, int u, int view) const;
+
+  const TrackFitOptions& fOptions;
+  CheckedGeometry fGeometry;
+  ViewSolver fSolver;
+
+  // What belongs to the track at hand.
+  HitList3D fHits; // sorted by z, completed
+  std::vector<double> fHitX, fHitY, fHitZ, fHitDX, fHitDY, fHitDZ;
+  TrackFrame fFrame;
+  std::vector<TrackHit> fTrackHits; // same order as fHits
+  double fGap = 0;                  // typical distance in z between hits [cm]
+  std::vector<double> fS;           // path coordinates of all hits, ascending [cm]
+  std::vector<double> fAt;          // the same in the order of fHits [cm]
+  std::array<ViewProblem, 2> fView;
+  std::optional<Path> fPath;                    // along the axis; none for beams
+  double fPathBegin = 0, fPathEnd = 0;          // its path coordinates [cm]
+  std::vector<Slab> fSlabs;                     // beams only
+  PlaneList fPlanes;                            // of the hypothesis at hand
+  std::array<std::vector<KinkPoint>, 2> fState; // its line by view, at fAt
+  HypothesisFit fFirstPass;
+};
+
+/// Makes a fit as new under a hypothesis, keeping its memory.
+void ClearFit(int pdg, HypothesisFit& fit);
+
+} // namespace kelvo

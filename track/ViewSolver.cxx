@@ -1,0 +1,143 @@
+#include "track/ViewSolver.h"
+
+#include "func/Lutz.h"
+
+#include <TMath.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace kelvo {
+namespace {
+
+unsigned int Count(const std::vector<double>& v) {
+  return static_cast<unsigned int>(v.size());
+}
+
+template <class Fitter>
+void Load(const ViewProblem& problem, const PlaneList& planes, Fitter& fitter) {
+  for (unsigned int i = 0; i < Count(problem.fS); i++)
+    fitter.SetMeasurement(i, problem.fS[i], problem.fA[i], problem.fSig[i]);
+  for (unsigned int j = 0; j < Count(planes.fS); j++)
+    fitter.SetScatteringPlane(j, planes.fS[j], planes.fSigAlpha[j]);
+}
+
+/// Returns ln det of a positive definite matrix by A = L L^T, NaN for any other.
+double LogDeterminant(TMatrixDSym a) {
+  const int n = a.GetNrows();
+  double sum = 0;
+  for (int k = 0; k < n; k++) {
+    for (int j = 0; j < k; j++) a(k, k) -= a(k, j) * a(k, j);
+    sum += std::log(a(k, k));
+    a(k, k) = std::sqrt(a(k, k));
+    for (int i = k + 1; i < n; i++) {
+      for (int j = 0; j < k; j++) a(i, k) -= a(i, j) * a(k, j);
+      a(i, k) /= a(k, k);
+    }
+  }
+  return sum;
+}
+
+/// Returns value and covariance of (position, slope) at s: with h and g their derivatives by the
+/// parameters, h^T C h, h^T C g and g^T C g.
+KinkPoint DenseState(const Lutz& lutz, const TMatrixDSym& cov, const ViewFit& fit,
+                     const PlaneList& planes, double s) {
+  const int n = cov.GetNrows();
+  std::vector<double> h(static_cast<std::size_t>(n)), g(h.size());
+  h[0] = 1;
+  h[1] = s;
+  g[1] = 1;
+  double slope = fit.fSlope;
+  for (std::size_t j = 0; j < planes.fS.size() && planes.fS[j] < s; j++) {
+    h[j + 2] = s - planes.fS[j];
+    g[j + 2] = 1;
+    slope += fit.fKink[j];
+  }
+  KinkPoint point{lutz.X(s), slope, 0, 0, 0};
+  for (int i = 0; i < n; i++)
+    for (int k = 0; k < n; k++) {
+      const auto a = static_cast<std::size_t>(i), b = static_cast<std::size_t>(k);
+      point.fVarX += h[a] * cov(i, k) * h[b];
+      point.fCovXSlope += h[a] * cov(i, k) * g[b];
+      point.fVarSlope += g[a] * cov(i, k) * g[b];
+    }
+  return point;
+}
+
+double DenseLogLikelihood(const ViewProblem& problem, const PlaneList& planes,
+                          const TMatrixDSym& cov, double chi2) {
+  double sum = chi2 - LogDeterminant(cov); // the covariance is the inverse of A
+  for (double sig : problem.fSig) sum += 2 * std::log(sig);
+  for (double sig : planes.fSigAlpha) sum += 2 * std::log(sig);
+  return -(sum + (static_cast<double>(problem.fS.size()) - 2) * std::log(2 * TMath::Pi())) / 2;
+}
+
+/// Covariance of intercept and slope: the line before the first plane, carried to s = 0.
+void SetUpstreamCovariance(const KinkPoint& before, double s, double (&cov)[3]) {
+  cov[2] = before.fVarSlope;
+  cov[1] = before.fCovXSlope - s * before.fVarSlope;
+  cov[0] = before.fVarX - 2 * s * before.fCovXSlope + s * s * before.fVarSlope;
+}
+
+void SetProbability(ViewFit& fit) {
+  fit.fNDF = static_cast<int>(fit.fN) - 2; // each kink is a parameter and a measurement
+  fit.fProb = fit.fNDF > 0 ? TMath::Prob(fit.fChi2 + fit.fChi2Kink, fit.fNDF) : 1;
+}
+
+} // namespace
+
+bool ViewSolver::Solve(const ViewProblem& problem, const PlaneList& planes,
+                       const std::vector<double>& at, ViewFit& fit, std::vector<KinkPoint>& state,
+                       double& logLikelihood) {
+  fit.fN = Count(problem.fS);
+  fit.fKink.resize(planes.fS.size());
+  fit.fSigKink.resize(planes.fS.size());
+  state.clear();
+  const bool solved = fSolver == Solver::kDense
+                          ? SolveDense(problem, planes, at, fit, state, logLikelihood)
+                          : SolveLinear(problem, planes, at, fit, state, logLikelihood);
+  if (solved) SetProbability(fit);
+  return solved;
+}
+
+bool ViewSolver::SolveDense(const ViewProblem& problem, const PlaneList& planes,
+                            const std::vector<double>& at, ViewFit& fit,
+                            std::vector<KinkPoint>& state, double& logLikelihood) const {
+  Lutz lutz(fit.fN, Count(planes.fS));
+  Load(problem, planes, lutz);
+  lutz.Fit(&fit.fIntercept, &fit.fSlope, fit.fKink.data(), nullptr);
+  if (!lutz.Succeeded()) return false;
+  const TMatrixDSym cov = lutz.Covariance();
+  fit.fCov[0] = cov(0, 0);
+  fit.fCov[1] = cov(0, 1);
+  fit.fCov[2] = cov(1, 1);
+  for (std::size_t j = 0; j < planes.fS.size(); j++) {
+    const int k = static_cast<int>(j) + 2;
+    fit.fSigKink[j] = std::sqrt(cov(k, k));
+  }
+  fit.fChi2 = lutz.Chi2XI();
+  fit.fChi2Kink = lutz.Chi2Beta();
+  for (double s : at) state.push_back(DenseState(lutz, cov, fit, planes, s));
+  logLikelihood = DenseLogLikelihood(problem, planes, cov, fit.fChi2 + fit.fChi2Kink);
+  return std::isfinite(logLikelihood);
+}
+
+bool ViewSolver::SolveLinear(const ViewProblem& problem, const PlaneList& planes,
+                             const std::vector<double>& at, ViewFit& fit,
+                             std::vector<KinkPoint>& state, double& logLikelihood) {
+  fSmoother.Reset(fit.fN, Count(planes.fS));
+  Load(problem, planes, fSmoother);
+  fSmoother.Fit(&fit.fIntercept, &fit.fSlope, fit.fKink.data(), nullptr);
+  if (!fSmoother.Succeeded()) return false;
+  const double upstream = planes.fS.empty() ? 0 : std::min(planes.fS.front(), 0.);
+  SetUpstreamCovariance(fSmoother.At(upstream), upstream, fit.fCov);
+  for (unsigned int j = 0; j < Count(planes.fS); j++)
+    fit.fSigKink[j] = std::sqrt(fSmoother.VarKink(j));
+  fit.fChi2 = fSmoother.Chi2XI();
+  fit.fChi2Kink = fSmoother.Chi2Beta();
+  for (double s : at) state.push_back(fSmoother.At(s));
+  logLikelihood = fSmoother.LogLikelihood();
+  return std::isfinite(logLikelihood);
+}
+
+} // namespace kelvo
