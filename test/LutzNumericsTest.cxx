@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Allocations.h"
 #include "func/Lutz.h"
 #include "test/LutzPlain.h"
 #include "test/LutzPrecise.h"
@@ -181,6 +182,18 @@ TEST(LutzNumericsTest, OverflowingSumsGiveTheBitsOfThePlainProgram) {
     for (double& z : p.fZ) z *= 1e150;
     for (double& s : p.fS) s *= 1e150;
     ASSERT_NO_FATAL_FAILURE(ExpectSameBits(p));
+  }
+}
+
+TEST(LutzNumericsTest, LoadingAndTheNormalMatrixTakeNothingFromTheHeap) {
+  for (const unsigned int m : {0u, 3u, 20u, 120u}) {
+    const LutzProblem p = test::TrackProblem(m + 10, m, 1);
+    Lutz fit(p.NMeas(), p.NScat());
+    const std::size_t before = bench::AllocationCount();
+    Load(p, fit);
+    LutzStages::Prepare(fit);
+    LutzStages::FillA(fit);
+    EXPECT_EQ(bench::AllocationCount(), before) << m;
   }
 }
 
