@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 set(KELVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kelvo)
 
-install(TARGETS kelvo EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS kelvo kelvo_io EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder func geo util fit track io)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN "*.h" PATTERN "LinkDef.h" EXCLUDE PATTERN "material" EXCLUDE

@@ -52,10 +52,19 @@ message(STATUS "kelvo: ROOT ${ROOT_VERSION} in ${ROOT_DIR}")
 
 # The shared libraries that came with the wheel are found at run time through ROOT's own run path,
 # but the linker must be told of them.
-if(ROOT_DIR MATCHES "^(.*/site-packages)/ROOT/cmake/?$" AND EXISTS ${CMAKE_MATCH_1}/root.libs)
-  set(KELVO_ROOT_LINK_OPTION "LINKER:-rpath-link,${CMAKE_MATCH_1}/root.libs")
+set(KELVO_ROOT_LINK_OPTION "")
+if(ROOT_DIR MATCHES "^(.*/site-packages)/ROOT/cmake/?$")
+  set(kelvo_wheel_libraries ${CMAKE_MATCH_1}/root.libs)
+  if(EXISTS ${kelvo_wheel_libraries})
+    set(KELVO_ROOT_LINK_OPTION "LINKER:-rpath-link,${kelvo_wheel_libraries}")
+  endif()
+endif()
+
+# Tables in the format that follows TTree: stable, and known to RDataFrame's Snapshot, since 6.36.
+if(ROOT_VERSION VERSION_GREATER_EQUAL 6.36 AND TARGET ROOT::ROOTNTuple)
+  set(KELVO_ROOT_HAS_RNTUPLE ON)
 else()
-  set(KELVO_ROOT_LINK_OPTION "")
+  set(KELVO_ROOT_HAS_RNTUPLE OFF)
 endif()
 
 if(EXISTS ${ROOT_INCLUDE_DIRS}/TGeoMaterial.h)

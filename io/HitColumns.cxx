@@ -1,0 +1,55 @@
+#include "io/HitColumns.h"
+
+#include "io/FileError.h"
+
+#include <algorithm>
+
+namespace kelvo {
+
+const std::vector<std::string>& HitColumnNames() {
+  static const std::vector<std::string> names{"track", "view", "u",    "sigu", "x",    "y", "sigx",
+                                              "sigy",  "z",    "sigz", "t",    "sigt", "w"};
+  return names;
+}
+
+std::string Shown(const std::string& text) {
+  constexpr std::size_t kLongest = 60;
+  std::string shown = text.substr(0, kLongest);
+  for (char& c : shown)
+    if (c < ' ' || c > '~') c = '?';
+  return '"' + shown + (text.size() > kLongest ? "...\"" : "\"");
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) {
+    if (!all.empty()) all += ", ";
+    all += text;
+  }
+  return all;
+}
+
+HitColumns::HitColumns(const std::string& place, const std::vector<std::string>& inFile,
+                       const std::map<std::string, std::string>& mapping) {
+  for (std::size_t c = 0; c < kHitColumns; ++c) {
+    std::string& name = fNames[c];
+    name = HitColumnNames()[c];
+    if (const auto other = mapping.find(name); other != mapping.end()) name = other->second;
+    const auto found = std::find(inFile.begin(), inFile.end(), name);
+    fIndex[c] = found == inFile.end() ? -1 : static_cast<int>(found - inFile.begin());
+    if (found != inFile.end() && std::find(found + 1, inFile.end(), name) != inFile.end())
+      throw FileError(place + ": names the column " + Shown(name) + " twice");
+  }
+  fBothViews = !Has(kHitView) && !Has(kHitU) && Has(kHitX) && Has(kHitY);
+
+  const auto needed =
+      fBothViews ? std::vector<HitColumn>{kHitTrack, kHitZ, kHitX, kHitY, kHitSigX, kHitSigY}
+                 : std::vector<HitColumn>{kHitTrack, kHitView, kHitU, kHitZ, kHitSigU};
+  for (const HitColumn c : needed)
+    if (!Has(c))
+      throw FileError(place + ": there is no column " + Shown(Name(c)) + " but " +
+                      Shown(Joined(inFile)) + "; a column of another name needs a mapping, " +
+                      HitColumnNames()[c] + "=NAME");
+}
+
+} // namespace kelvo

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "func/HitList3D.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// The hits of one track as they were found in a file.
+struct TrackHits {
+  long long fTrack = 0; ///< number of the track in its file
+  HitList3D fHits;      ///< in the order of the file; those that could be read
+  std::string fFile;    ///< the file that the track is from
+  unsigned long long fPlace =
+      0;                 ///< line of its first hit, from 1; in a ROOT file its entry, from 0
+  bool fIsEntry = false; ///< whether fPlace is an entry
+
+  unsigned long long fBadLines = 0;   ///< lines (or entries) that could not be used
+  std::vector<std::string> fProblems; ///< what is wrong with the first ten: file, line and reason
+
+  bool Good() const { return fBadLines == 0; }
+
+  /// Returns where the track is found, such as "hits.csv, line 12" or "hits.root, entry 3".
+  std::string Place() const;
+  /// Counts one bad line and keeps the sentence that says what is wrong with it, unless it has ten.
+  void AddProblem(const std::string& sentence);
+};
+
+/// How the files of hits are to be read.
+struct HitReaderOptions {
+  /// Columns of other names: from our name, such as "sigu", to the one in the files.
+  std::map<std::string, std::string> fColumns;
+  /// Name of the TTree or RNTuple in ROOT files. Empty: "hits", or else the only one in the file.
+  std::string fTree;
+};
+
+/// Where tracks of hits come from: one file of any format.
+class HitSource {
+public:
+  virtual ~HitSource() = default;
+  /// Gives the next track. @return false at the end. @throw FileError
+  virtual bool Next(TrackHits& track) = 0;
+  /// Returns which share of the file has been read, 0 to 1.
+  virtual double Share() const = 0;
+};
+
+/// Reads the hits of one track after the other from a list of files, in memory that does not grow
+/// with their number.
+///
+///     HitReader reader({"run1.csv.gz", "run2.root"});
+///     for (TrackHits track; reader.Next(track);) ...
+///
+/// A CSV file, plain or compressed by gzip, has one hit a line below a line that names the columns:
+///
+/// | column | meaning |
+/// |---|---|
+/// | track | whole number; the lines of a track stand together |
+/// | view, u, sigu | X or Y (or 0, 1), measured coordinate and its uncertainty [cm] |
+/// | x, y, sigx, sigy | instead of these, for planes that measure both: gives two hits [cm] |
+/// | z | position of the plane [cm] |
+/// | sigz, t, sigt, w | optional: uncertainty of z [cm], time, its uncertainty, weight (1) |
+///
+/// Other columns are skipped, as are empty lines and those that begin with "#". A ROOT file has a
+/// TTree or an RNTuple with one entry a track: track as a number, the others as vectors.
+///
+/// A line that cannot be used makes its track a bad one, which is still given, with the reason. A
+/// line without a readable track number counts for the track in which it stands.
+class HitReader {
+public:
+  /// Opens nothing yet, except to see that the files are there.
+  /// @throw FileError          for a file that cannot be opened
+  /// @throw std::invalid_argument for a mapping of an unknown column
+  explicit HitReader(std::vector<std::string> files, HitReaderOptions options = {});
+  ~HitReader();
+
+  /// Gives the next track, good or bad.
+  /// @param track is overwritten
+  /// @return false when there are no more
+  /// @throw FileError for a file that is no table of hits or that cannot be read to its end
+  bool Next(TrackHits& track);
+
+  /// Returns which share of all files has been read, 0 to 1; files count by their sizes.
+  double Share() const;
+
+  const std::vector<std::string>& Files() const { return fFiles; }
+
+private:
+  std::vector<std::string> fFiles;
+  HitReaderOptions fOptions;
+  std::vector<double> fSizes; // of the files [bytes]
+  std::size_t fNext = 0;      // index of the file to be opened next
+  std::unique_ptr<HitSource> fSource;
+};
+
+} // namespace kelvo

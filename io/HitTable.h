@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+class TFile;
+
+namespace kelvo {
+
+/// A table in a ROOT file with numbers and vectors of numbers as columns, read entry by entry.
+/// TTree and RNTuple look the same from here. All functions throw FileError where a column has a
+/// type that is none of these, and where data are damaged.
+class HitTable {
+public:
+  virtual ~HitTable() = default;
+
+  virtual long long Entries() const = 0;
+  virtual std::vector<std::string> Columns() const = 0;
+
+  /// Makes a column known before the first entry is read: a whole number.
+  /// @param value receives the number of the current entry; must outlive the table
+  virtual void BindNumber(const std::string& column, long long& value) = 0;
+
+  /// Makes a column known before the first entry is read: numbers of any type, or texts, which come
+  /// as the code of their one character, -1 for others.
+  /// @param values receives those of the current entry; must outlive the table
+  virtual void BindVector(const std::string& column, std::vector<double>& values) = 0;
+
+  /// Reads an entry into all that is bound.
+  virtual void Read(long long entry) = 0;
+};
+
+/// @param place begins the messages; tree is of the file, which must outlive the table
+std::unique_ptr<HitTable> MakeTreeTable(TFile& file, const std::string& tree,
+                                        const std::string& place);
+/// @param place begins the messages
+std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::string& ntuple,
+                                          const std::string& place);
+
+/// Returns the code of a text of one character, -1 for another.
+inline double CharacterCode(const std::string& text) {
+  return text.size() == 1 ? text[0] : -1.0;
+}
+
+} // namespace kelvo

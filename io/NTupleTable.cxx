@@ -1,0 +1,109 @@
+#include "io/FileError.h"
+#include "io/HitTable.h"
+
+#ifdef KELVO_HAS_RNTUPLE
+
+#include <ROOT/RError.hxx>
+#include <ROOT/RNTupleDescriptor.hxx>
+#include <ROOT/RNTupleReader.hxx>
+#include <ROOT/RNTupleView.hxx>
+
+#include <cstdint>
+
+namespace kelvo {
+
+namespace {
+
+class NTupleTable : public HitTable {
+public:
+  NTupleTable(std::unique_ptr<ROOT::RNTupleReader> reader, std::string place)
+      : fReader(std::move(reader)), fPlace(std::move(place)) {}
+
+  long long Entries() const override { return static_cast<long long>(fReader->GetNEntries()); }
+
+  std::vector<std::string> Columns() const override {
+    std::vector<std::string> names;
+    for (const auto& field : fReader->GetDescriptor().GetTopLevelFields())
+      names.push_back(field.GetFieldName());
+    return names;
+  }
+
+  void BindNumber(const std::string& column, long long& value) override {
+    Bind<std::int64_t>(column, "is not a whole number",
+                       [&value](std::int64_t number) { value = number; });
+  }
+
+  void BindVector(const std::string& column, std::vector<double>& values) override {
+    const char* complaint = "is not a vector of numbers";
+    const std::string type = TypeOf(column);
+    if (type.find("string") != std::string::npos)
+      Bind<std::vector<std::string>>(column, complaint, [&values](const auto& texts) {
+        values.clear();
+        for (const std::string& text : texts) values.push_back(CharacterCode(text));
+      });
+    else if (type.find("double") != std::string::npos || type.find("float") != std::string::npos)
+      Bind<std::vector<double>>(column, complaint, [&values](const auto& all) { values = all; });
+    else if (type.find("char") != std::string::npos)
+      Bind<std::vector<char>>(
+          column, complaint, [&values](const auto& all) { values.assign(all.begin(), all.end()); });
+    else
+      Bind<std::vector<std::int64_t>>(column, complaint, [&values](const auto& all) {
+        values.clear();
+        for (const std::int64_t number : all) values.push_back(static_cast<double>(number));
+      });
+  }
+
+  void Read(long long entry) override {
+    try {
+      for (const auto& fetch : fFetches) fetch(static_cast<ROOT::NTupleSize_t>(entry));
+    } catch (const ROOT::RException&) {
+      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+    }
+  }
+
+private:
+  std::string TypeOf(const std::string& column) const {
+    const auto& descriptor = fReader->GetDescriptor();
+    return descriptor.GetFieldDescriptor(descriptor.FindFieldId(column)).GetTypeName();
+  }
+
+  template <typename T, typename Store>
+  void Bind(const std::string& column, const char* complaint, Store store) {
+    try {
+      auto view = std::make_shared<ROOT::RNTupleView<T>>(fReader->GetView<T>(column));
+      fFetches.emplace_back([view, store](ROOT::NTupleSize_t entry) { store((*view)(entry)); });
+    } catch (const ROOT::RException&) {
+      throw FileError(fPlace + ", column " + column + ": " + complaint);
+    }
+  }
+
+  std::unique_ptr<ROOT::RNTupleReader> fReader;
+  std::string fPlace;
+  std::vector<std::function<void(ROOT::NTupleSize_t)>> fFetches;
+};
+
+} // namespace
+
+std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::string& ntuple,
+                                          const std::string& place) {
+  try {
+    return std::make_unique<NTupleTable>(ROOT::RNTupleReader::Open(ntuple, file), place);
+  } catch (const ROOT::RException&) {
+    throw FileError(place + ": cannot be read");
+  }
+}
+
+} // namespace kelvo
+
+#else
+
+namespace kelvo {
+
+std::unique_ptr<HitTable> MakeNTupleTable(const std::string&, const std::string&,
+                                          const std::string& place) {
+  throw FileError(place + ": is an RNTuple, which needs ROOT 6.36 or newer; write a TTree");
+}
+
+} // namespace kelvo
+
+#endif

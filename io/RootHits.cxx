@@ -1,0 +1,170 @@
+#include "io/RootHits.h"
+
+#include "io/FileError.h"
+#include "io/HitColumns.h"
+#include "io/HitTable.h"
+
+#include <TDirectory.h>
+#include <TFile.h>
+#include <TKey.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace kelvo {
+
+namespace {
+
+struct TableName {
+  std::string fName;
+  bool fIsNTuple = false;
+};
+
+TableName FindTable(TFile& file, const std::string& place, const std::string& wanted) {
+  std::vector<std::string> names;
+  std::vector<TableName> tables;
+  for (const TObject* object : *file.GetListOfKeys()) {
+    const auto& key = static_cast<const TKey&>(*object);
+    const std::string type = key.GetClassName();
+    const bool isNTuple = type == "ROOT::RNTuple";
+    // A tree that was saved in between has several keys of one name.
+    const bool again = std::find(names.begin(), names.end(), key.GetName()) != names.end();
+    if ((type != "TTree" && type != "TNtuple" && !isNTuple) || again) continue;
+    names.emplace_back(key.GetName());
+    tables.push_back({key.GetName(), isNTuple});
+  }
+  if (names.empty()) throw FileError(place + ": holds no TTree and no RNTuple");
+  const auto found =
+      std::find(names.begin(), names.end(), wanted.empty() ? std::string("hits") : wanted);
+  if (found != names.end()) return tables[static_cast<std::size_t>(found - names.begin())];
+  if (wanted.empty() && names.size() == 1) return tables[0];
+  throw FileError(place + ": holds " + Joined(names) +
+                  (wanted.empty() ? "; tell which of them has the hits" : ", no " + wanted));
+}
+
+class RootHits : public HitSource {
+public:
+  RootHits(const std::string& file, const HitReaderOptions& options) : fFile(file) {
+    // Files that are open here must not become the place of what others make meanwhile.
+    const TDirectory::TContext restore;
+    fRootFile.reset(TFile::Open(file.c_str(), "READ"));
+    if (!fRootFile || fRootFile->IsZombie())
+      throw FileError(file + ": is damaged and cannot be read");
+    const TableName table = FindTable(*fRootFile, file, options.fTree);
+    const std::string place = file + ", " + table.fName;
+    fTable = table.fIsNTuple ? MakeNTupleTable(file, table.fName, place)
+                             : MakeTreeTable(*fRootFile, table.fName, place);
+    fColumns = HitColumns(place, fTable->Columns(), options.fColumns);
+    fTable->BindNumber(fColumns.Name(kHitTrack), fTrack);
+    for (std::size_t c = 0; c < kHitColumns; ++c)
+      if (c != kHitTrack && Has(c)) fTable->BindVector(fColumns.Name(Column(c)), fValues[c]);
+    fEntries = fTable->Entries();
+  }
+
+  bool Next(TrackHits& track) override {
+    track = TrackHits();
+    if (fEntry == fEntries) return false;
+    fTable->Read(fEntry);
+    track.fTrack = fTrack;
+    track.fFile = fFile;
+    track.fPlace = static_cast<unsigned long long>(fEntry);
+    track.fIsEntry = true;
+    AddHits(track);
+    ++fEntry;
+    return true;
+  }
+
+  double Share() const override {
+    return fEntries == 0 ? 0 : static_cast<double>(fEntry) / static_cast<double>(fEntries);
+  }
+
+private:
+  static HitColumn Column(std::size_t c) { return static_cast<HitColumn>(c); }
+  bool Has(std::size_t c) const { return fColumns.Has(Column(c)); }
+
+  void AddHits(TrackHits& track) {
+    const std::size_t n = fValues[kHitZ].size();
+    for (std::size_t c = 0; c < kHitColumns; ++c) {
+      if (c == kHitTrack || !Has(c) || fValues[c].size() == n) continue;
+      track.AddProblem(track.Place() + ", column " + fColumns.Name(Column(c)) + ": has " +
+                       std::to_string(fValues[c].size()) + " values where column " +
+                       fColumns.Name(kHitZ) + " has " + std::to_string(n));
+      return;
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::string problem = Problem(i);
+      if (problem.empty())
+        AddHit(track.fHits, i);
+      else
+        track.AddProblem(track.Place() + ", hit " + std::to_string(i) + ", " + problem);
+    }
+  }
+
+  double Value(HitColumn c, std::size_t i, double otherwise) const {
+    return fColumns.Has(c) ? fValues[c][i] : otherwise;
+  }
+
+  std::string Problem(std::size_t i) const {
+    for (std::size_t c = 0; c < kHitColumns; ++c) {
+      if (c == kHitTrack || !Has(c)) continue;
+      const double value = fValues[c][i];
+      const std::string begin = "column " + fColumns.Name(Column(c)) + ": ";
+      if (!std::isfinite(value)) return begin + "is not a finite number";
+      if (c == kHitView && ViewOf(value) < 0)
+        return begin + "is not a view, which is X or Y, 0 or 1";
+      const bool isError = c == kHitSigU || c == kHitSigX || c == kHitSigY;
+      if (isError && !(value > 0)) return begin + "is not above 0";
+      if ((c == kHitSigZ || c == kHitSigT || c == kHitW) && value < 0) return begin + "is below 0";
+    }
+    return "";
+  }
+
+  static int ViewOf(double value) {
+    if (value == 0 || value == 'X' || value == 'x' || value == '0') return geo::kX;
+    if (value == 1 || value == 'Y' || value == 'y' || value == '1') return geo::kY;
+    return -1;
+  }
+
+  void AddHit(HitList3D& hits, std::size_t i) const {
+    Hit3D hit;
+    hit.fZ = fValues[kHitZ][i];
+    hit.fSigZ = Value(kHitSigZ, i, 0);
+    hit.fT = Value(kHitT, i, 0);
+    hit.fSigT = Value(kHitSigT, i, 0);
+    hit.fW = Value(kHitW, i, 1);
+    const bool both = fColumns.BothViews();
+    const int view = both ? geo::kX : ViewOf(fValues[kHitView][i]);
+    if (both || view == geo::kX) {
+      Hit3D x = hit;
+      x.fView = geo::kX;
+      x.fX = fValues[both ? kHitX : kHitU][i];
+      x.fSigX = fValues[both ? kHitSigX : kHitSigU][i];
+      hits.push_back(x);
+    }
+    if (both || view == geo::kY) {
+      Hit3D y = hit;
+      y.fView = geo::kY;
+      y.fY = fValues[both ? kHitY : kHitU][i];
+      y.fSigY = fValues[both ? kHitSigY : kHitSigU][i];
+      hits.push_back(y);
+    }
+  }
+
+  std::string fFile;
+  std::unique_ptr<TFile> fRootFile;
+  HitColumns fColumns;
+  long long fTrack = 0;
+  std::array<std::vector<double>, kHitColumns> fValues;
+  std::unique_ptr<HitTable> fTable; // writes into the values
+  long long fEntry = 0;             // the next one
+  long long fEntries = 0;
+};
+
+} // namespace
+
+std::unique_ptr<HitSource> OpenRootHits(const std::string& file, const HitReaderOptions& options) {
+  return std::make_unique<RootHits>(file, options);
+}
+
+} // namespace kelvo

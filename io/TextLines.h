@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvo {
+
+/// The lines of a text file, plain or compressed by gzip, one after the other, in constant memory.
+///
+///     TextLines lines("hits.csv.gz");
+///     for (std::string_view line; lines.Next(line);) ...
+///
+/// Whether the file is compressed is read from its first bytes, not from its name.
+class TextLines {
+public:
+  /// @throw FileError for a file that cannot be opened
+  explicit TextLines(const std::string& file);
+  TextLines(TextLines&&) noexcept;
+  ~TextLines();
+
+  /// Gives the next line without its end ("\n" or "\r\n"); the last line may lack one. A byte-order
+  /// mark at the start of the file is skipped.
+  /// @param line valid until the next call
+  /// @return false at the end of the file
+  /// @throw FileError for damaged compressed data, a failing disk, or a line of more than 1 MiB,
+  ///        which no table of hits has
+  bool Next(std::string_view& line);
+
+  unsigned long long Number() const { return fNumber; } ///< of the last line given, from 1
+
+  /// Returns which share of the file has been read, 0 to 1. Pipes and empty files give 0.
+  double Share() const;
+
+private:
+  struct Input;
+
+  bool Fill();
+
+  std::string fFile;
+  std::unique_ptr<Input> fInput;
+  std::vector<char> fBuffer;
+  std::size_t fBegin = 0; // of what is in the buffer and not given yet
+  std::size_t fEnd = 0;   // behind the last byte in the buffer
+  bool fAtEnd = false;
+  unsigned long long fNumber = 0;
+};
+
+} // namespace kelvo

@@ -1,0 +1,153 @@
+#include "io/FileError.h"
+#include "io/HitColumns.h"
+#include "io/HitTable.h"
+
+#include <TBranch.h>
+#include <TClass.h>
+#include <TFile.h>
+#include <TTree.h>
+#include <TTreeReader.h>
+#include <TTreeReaderArray.h>
+#include <TTreeReaderValue.h>
+#include <TVirtualCollectionProxy.h>
+
+namespace kelvo {
+
+namespace {
+
+// Calls f with a value of the type that ROOT names so. @return false for a type that is no number
+template <typename F>
+bool WithType(EDataType type, F f) {
+  switch (type) {
+    case kChar_t:
+      f(Char_t());
+      return true;
+    case kUChar_t:
+      f(UChar_t());
+      return true;
+    case kShort_t:
+      f(Short_t());
+      return true;
+    case kUShort_t:
+      f(UShort_t());
+      return true;
+    case kInt_t:
+      f(Int_t());
+      return true;
+    case kUInt_t:
+      f(UInt_t());
+      return true;
+    case kLong_t:
+      f(Long_t());
+      return true;
+    case kULong_t:
+      f(ULong_t());
+      return true;
+    case kLong64_t:
+      f(Long64_t());
+      return true;
+    case kULong64_t:
+      f(ULong64_t());
+      return true;
+    case kFloat_t:
+      f(Float_t());
+      return true;
+    case kDouble_t:
+      f(Double_t());
+      return true;
+    default:
+      return false;
+  }
+}
+
+class TreeTable : public HitTable {
+public:
+  TreeTable(TTree& tree, std::string place)
+      : fTree(tree), fReader(&tree), fPlace(std::move(place)) {}
+
+  long long Entries() const override { return fTree.GetEntries(); }
+
+  std::vector<std::string> Columns() const override {
+    std::vector<std::string> names;
+    for (const TObject* branch : *fTree.GetListOfBranches()) names.emplace_back(branch->GetName());
+    return names;
+  }
+
+  void BindNumber(const std::string& column, long long& value) override {
+    const auto [type, collection] = TypeOf(column);
+    const bool known = !collection && type != kFloat_t && type != kDouble_t &&
+                       WithType(type, [&](auto zero) { BindNumberAs(zero, column, value); });
+    if (!known) throw FileError(fPlace + ", column " + column + ": is not a whole number");
+  }
+
+  void BindVector(const std::string& column, std::vector<double>& values) override {
+    const auto [type, collection] = TypeOf(column);
+    if (collection && collection->GetValueClass() &&
+        collection->GetValueClass() == TClass::GetClass("string")) {
+      Bind<std::string>(column, values,
+                        [](const std::string& text) { return CharacterCode(text); });
+      return;
+    }
+    const bool isVector = collection || IsArray(column);
+    const bool known =
+        isVector && WithType(type, [&](auto zero) {
+          using T = decltype(zero);
+          Bind<T>(column, values, [](T value) { return static_cast<double>(value); });
+        });
+    if (!known) throw FileError(fPlace + ", column " + column + ": is not a vector of numbers");
+  }
+
+  void Read(long long entry) override {
+    const auto status = fReader.SetEntry(entry);
+    if (status != TTreeReader::kEntryValid)
+      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+    for (const auto& fetch : fFetches) fetch();
+  }
+
+private:
+  std::pair<EDataType, TVirtualCollectionProxy*> TypeOf(const std::string& column) {
+    TClass* type = nullptr;
+    EDataType number = kOther_t;
+    fTree.GetBranch(column.c_str())->GetExpectedType(type, number);
+    if (!type) return {number, nullptr};
+    TVirtualCollectionProxy* collection = type->GetCollectionProxy();
+    return {collection ? collection->GetType() : kOther_t, collection};
+  }
+
+  bool IsArray(const std::string& column) const {
+    const auto* leaf =
+        static_cast<TLeaf*>(fTree.GetBranch(column.c_str())->GetListOfLeaves()->First());
+    return leaf && (leaf->GetLeafCount() || leaf->GetLenStatic() > 1);
+  }
+
+  template <typename T>
+  void BindNumberAs(T, const std::string& column, long long& value) {
+    auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, column.c_str());
+    fFetches.emplace_back([reader, &value] { value = static_cast<long long>(**reader); });
+  }
+
+  template <typename T, typename Convert>
+  void Bind(const std::string& column, std::vector<double>& values, Convert convert) {
+    auto reader = std::make_shared<TTreeReaderArray<T>>(fReader, column.c_str());
+    fFetches.emplace_back([reader, &values, convert] {
+      values.clear();
+      for (const T& value : *reader) values.push_back(convert(value));
+    });
+  }
+
+  TTree& fTree;
+  TTreeReader fReader;
+  std::string fPlace;
+  std::vector<std::function<void()>> fFetches;
+};
+
+} // namespace
+
+std::unique_ptr<HitTable> MakeTreeTable(TFile& file, const std::string& tree,
+                                        const std::string& place) {
+  auto* found = file.Get<TTree>(tree.c_str());
+  if (!found) throw FileError(place + ": cannot be read");
+  return std::make_unique<TreeTable>(*found, place);
+}
+
+} // namespace kelvo
