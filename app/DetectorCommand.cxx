@@ -1,0 +1,208 @@
+#include "app/Command.h"
+#include "geo/PlaneDetector.h"
+#include "io/HitColumns.h"
+#include "track/Materials.h"
+
+#include <TGeoMaterial.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo::app {
+
+namespace {
+
+const char* const kExamples = R"(
+Examples:
+  kelvo detector detectors/fine.toml
+      checks the file, and tells planes and materials
+  kelvo detector detectors/fine.toml --ray 1,2,0,10,20,100
+      lists the materials on the way from (1, 2, 0) to (10, 20, 100) cm)";
+
+struct DetectorArguments {
+  std::string fFile;
+  std::vector<double> fRay;
+};
+
+// Equal planes, of which a detector has many.
+struct PlaneKind {
+  const geo::ActivePlane* fFirst;
+  const geo::ActivePlane* fLast;
+  unsigned fCount;
+};
+
+std::vector<PlaneKind> Kinds(const std::vector<geo::ActivePlane>& planes) {
+  std::vector<PlaneKind> kinds;
+  std::map<std::string, std::size_t> known;
+  for (const geo::ActivePlane& plane : planes) {
+    const auto [at, isNew] = known.emplace(plane.fName + '\n' + plane.View(), kinds.size());
+    if (isNew) kinds.push_back({&plane, &plane, 0});
+    kinds[at->second].fLast = &plane;
+    ++kinds[at->second].fCount;
+  }
+  return kinds;
+}
+
+void TellPlanes(const geo::PlaneDetector& detector) {
+  std::printf("\n%-20s %4s %6s %10s %10s %6s %9s %11s\n", "planes", "view", "number", "first z",
+              "last z", "cells", "width", "resolution");
+  for (const PlaneKind& kind : Kinds(detector.Planes()))
+    for (unsigned view = 0; view < 2; ++view) {
+      if (!kind.fFirst->Measures(view)) continue;
+      const geo::CellRow& cells = kind.fFirst->fCells[view];
+      std::printf("%-20s %4s %6u %10.4g %10.4g %6u %9.4g %11.4g\n", kind.fFirst->fName.c_str(),
+                  view == 0 ? "X" : "Y", kind.fCount, kind.fFirst->ZMid(), kind.fLast->ZMid(),
+                  cells.fCount, cells.fWidth, cells.fResolution);
+    }
+  std::printf("z of the middle of a plane, width of a cell and resolution in cm\n");
+}
+
+void TellOffsets(const geo::PlaneDetector& detector) {
+  bool any = false;
+  for (const geo::ActivePlane& plane : detector.Planes()) {
+    const double* offset = plane.fOffset;
+    if (offset[0] == 0 && offset[1] == 0 && offset[2] == 0) continue;
+    if (!any) std::printf("\n%-20s %10s %10s %10s %10s\n", "offsets [cm]", "z", "x", "y", "z");
+    any = true;
+    std::printf("%-20s %10.4g %10.5f %10.5f %10.5f\n", plane.fName.c_str(), plane.ZMid(), offset[0],
+                offset[1], offset[2]);
+  }
+}
+
+std::string Share(double part, double all) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%.2f %%", all > 0 ? 100 * part / all : 0);
+  return text;
+}
+
+std::string RadLenText(const TGeoMaterial& material) {
+  constexpr double kNone = 1e10; // cm; a vacuum's, which stands for an infinite one
+  if (material.GetRadLen() <= 0 || material.GetRadLen() >= kNone) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.5g", material.GetRadLen());
+  return text;
+}
+
+// The part of the face that all planes measure.
+geo::Box ActiveFace(const geo::PlaneDetector& detector) {
+  geo::Box face = detector.Extent();
+  for (const geo::ActivePlane& plane : detector.Planes())
+    for (unsigned view = 0; view < 2; ++view) {
+      const geo::CellRow& cells = plane.fCells[view];
+      if (cells.fCount == 0) continue;
+      const double first = cells.Centre(0) - cells.fWidth / 2;
+      const double last = cells.Centre(cells.fCount - 1) + cells.fWidth / 2;
+      face.fLow[view] = std::max(face.fLow[view], first);
+      face.fHigh[view] = std::min(face.fHigh[view], last);
+    }
+  return face;
+}
+
+// The mean over lines along z that are spread evenly over the face: a single line may happen to run
+// along a wall or a gap between cells.
+void TellMaterials(const geo::PlaneDetector& detector) {
+  constexpr int kLines = 1024;
+  // Multiples of these numbers modulo 1 cover the unit square evenly (plastic number; M. Roberts,
+  // "The unreasonable effectiveness of quasirandom sequences", 2018).
+  constexpr double kStepX = 0.7548776662466927;
+  constexpr double kStepY = 0.5698402909980532;
+  const geo::Box box = ActiveFace(detector);
+  std::map<const TGeoMaterial*, std::pair<double, double>> sums; // length, radiation lengths
+  for (int i = 0; i < kLines; ++i) {
+    const double shareX = std::fmod((i + 0.5) * kStepX, 1);
+    const double shareY = std::fmod((i + 0.5) * kStepY, 1);
+    const double x = box.fLow[0] + shareX * (box.fHigh[0] - box.fLow[0]);
+    const double y = box.fLow[1] + shareY * (box.fHigh[1] - box.fLow[1]);
+    const double p0[] = {x, y, box.fLow[2]};
+    const double p1[] = {x, y, box.fHigh[2]};
+    for (const auto& part : geo::ThicknessBetweenPoints(detector, p0, p1)) {
+      sums[part.fMaterial].first += part.fLength / kLines;
+      sums[part.fMaterial].second += part.fRadLengths / kLines;
+    }
+  }
+  std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "share",
+              "rad. len.");
+  double length = 0;
+  double radLengths = 0;
+  for (const TGeoMaterial* material : detector.Materials()) {
+    const auto [cm, x0] = sums[material];
+    length += cm;
+    radLengths += x0;
+    std::printf("%-20s %10s %10.3f %10s %10.4f\n", material->GetName(),
+                RadLenText(*material).c_str(), cm, Share(cm, box.fHigh[2] - box.fLow[2]).c_str(),
+                x0);
+  }
+  std::printf("%-20s %10s %10.3f %10s %10.4f\n", "all", "", length, "", radLengths);
+  std::printf("mean over the face that all planes measure\n");
+}
+
+void TellMissingTables(const geo::PlaneDetector& detector) {
+  const auto unknown = MaterialsWithoutTable(detector.MaterialNames());
+  if (unknown.empty()) return;
+  std::printf("\nno stopping-power table: %s; only beams of known momentum can be fitted\n",
+              Joined(unknown).c_str());
+}
+
+void TellRay(const geo::PlaneDetector& detector, const std::vector<double>& ray) {
+  std::vector<double> ds;
+  std::vector<const TGeoMaterial*> materials;
+  detector.MaterialsBetweenPoints(&ray[0], &ray[3], ds, materials);
+  std::printf("\nfrom (%g, %g, %g) to (%g, %g, %g) cm\n", ray[0], ray[1], ray[2], ray[3], ray[4],
+              ray[5]);
+  std::printf("%-20s %10s %14s %14s %12s\n", "material", "X0 [cm]", "thickness [cm]", "length [cm]",
+              "rad. lengths");
+  double length = 0;
+  double radLengths = 0;
+  for (std::size_t i = 0; i < ds.size(); ++i) {
+    const double x0 = materials[i]->GetRadLen();
+    length += ds[i];
+    if (x0 > 0) radLengths += ds[i] / x0;
+    std::printf("%-20s %10s %14.5f %14.5f %12.6f\n", materials[i]->GetName(),
+                RadLenText(*materials[i]).c_str(), ds[i], length, radLengths);
+  }
+  if (ds.empty()) std::printf("nothing: the points are the same\n");
+}
+
+int Run(const DetectorArguments& arguments) {
+  const auto detector = geo::PlaneDetector::FromFile(arguments.fFile);
+  const geo::Box& box = detector.Extent();
+  std::printf("%s (%s): %zu planes, x %g to %g, y %g to %g, z %g to %g cm\n",
+              detector.Name().c_str(), arguments.fFile.c_str(), detector.Planes().size(),
+              box.fLow[0], box.fHigh[0], box.fLow[1], box.fHigh[1], box.fLow[2], box.fHigh[2]);
+  if (!arguments.fRay.empty()) {
+    TellRay(detector, arguments.fRay);
+    return 0;
+  }
+  TellPlanes(detector);
+  TellOffsets(detector);
+  TellMaterials(detector);
+  TellMissingTables(detector);
+  return 0;
+}
+
+} // namespace
+
+Command MakeDetectorCommand(CLI::App& program) {
+  CLI::App* detector =
+      program.add_subcommand("detector", "Checks and describes a detector's file.");
+  detector->footer(kExamples);
+  auto arguments = std::make_shared<DetectorArguments>();
+  detector->add_option("file", arguments->fFile, "Description of the detector (TOML)")
+      ->required()
+      ->type_name("FILE");
+  detector
+      ->add_option("--ray", arguments->fRay,
+                   "Two points, x,y,z of the first and of the second [cm]: list the materials "
+                   "between them")
+      ->delimiter(',')
+      ->expected(6)
+      ->type_name("X,Y,Z,X,Y,Z");
+  return {detector, [arguments] { return Run(*arguments); }};
+}
+
+} // namespace kelvo::app

@@ -1,0 +1,265 @@
+#include "app/Command.h"
+#include "app/ProgressLine.h"
+#include "io/FitFile.h"
+
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+namespace kelvo::app {
+
+namespace {
+
+constexpr int kSomeUnusable = 1; // exit status
+constexpr double kHuge = std::numeric_limits<double>::max();
+constexpr double kTiny = std::numeric_limits<double>::min();
+
+const char* const kExamples = R"(
+Examples:
+  kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root
+      fits all tracks as muon, pion and proton
+  kelvo fit run1.csv run2.csv --detector detectors/range.toml -o fits.root --hypothesis mu,p --csv fits.csv
+      two files, two hypotheses, and a summary as CSV
+  kelvo fit beam.csv --detector detectors/telescope.toml -o fits.root --hypothesis pi --beam-momentum 120
+      --column track=event --column sigx=sigma_x --column sigy=sigma_y
+      a beam of 120 GeV/c pions, in a file with column names of its own
+
+Hits come as CSV (plain or gzip), one hit a line, with columns track,view,u,z,sigu (lengths in cm,
+view X or Y; optional: sigz,t,sigt,w), or x,y,sigx,sigy in place of view,u,sigu; or as a ROOT file
+with a TTree or RNTuple of these names, one entry a track.
+The output has one entry per track and hypothesis in the table "fits", in the order of the input.
+Exit status: 0 all input was used, 1 some lines or tracks could not be used, 2 wrong usage or files.)";
+
+struct FitArguments {
+  FitFileOptions fFile;
+  std::string fDetector;
+  std::vector<std::string> fHypotheses{"mu", "pi", "p"};
+  std::vector<std::string> fColumns;
+  std::string fFormat = "ttree";
+  std::string fSolver = "linear";
+};
+
+// A check of a number from low to high whose message says the rule in words.
+CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
+  const auto check = [=](std::string& text) -> std::string {
+    double value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error == std::errc() && stop == end && value >= low && value <= high) return "";
+    return "\"" + text + "\" is not a number " + rule;
+  };
+  return {check, ""};
+}
+
+const std::map<std::string, int>& Particles() {
+  static const std::map<std::string, int> codes{{"mu", 13}, {"pi", 211}, {"p", 2212}};
+  return codes;
+}
+
+std::string NameOf(int pdg) {
+  for (const auto& [name, code] : Particles())
+    if (code == pdg) return name;
+  return std::to_string(pdg);
+}
+
+int ParticleCode(const std::string& name) {
+  const auto found = Particles().find(name);
+  if (found == Particles().end())
+    throw std::invalid_argument("--hypothesis: \"" + name + "\" is none of mu, pi and p");
+  return found->second;
+}
+
+std::pair<std::string, std::string> Mapping(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+    throw std::invalid_argument("--column: \"" + text +
+                                "\" is not of the form NAME=OTHER, such as track=event");
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+void Register(CLI::App& fit, FitArguments& a) {
+  TrackFitOptions& f = a.fFile.fFit;
+  fit.add_option("hits", a.fFile.fInputs, "Files of hits")->required()->type_name("FILE");
+  fit.add_option("-d,--detector", a.fDetector, "Description of the detector (TOML)")
+      ->required()
+      ->type_name("FILE");
+  fit.add_option("-o,--output", a.fFile.fOutput, "ROOT file to be written")
+      ->required()
+      ->type_name("FILE");
+  fit.add_option("--csv", a.fFile.fCsv, "Write the columns of one number also as CSV")
+      ->type_name("FILE");
+  fit.add_option("--hypothesis", a.fHypotheses, "Particles to fit the tracks as: mu, pi, p")
+      ->delimiter(',')
+      ->type_name("LIST")
+      ->capture_default_str();
+  fit.add_option("--threads", a.fFile.fThreads, "Threads to use; the result does not depend on it")
+      ->check(NumberWithin(1, 1024, "from 1 to 1024"))
+      ->capture_default_str();
+  fit.add_option("--limit", a.fFile.fLimit, "Stop after so many tracks (0: fit all)");
+  fit.add_flag("--strict", a.fFile.fStrict,
+               "End the run at the first line or track that cannot be used");
+
+  const char* output = "What is written";
+  fit.add_option("--format", a.fFormat, "Table in the ROOT file: ttree or rntuple")
+      ->check(CLI::IsMember({"ttree", "rntuple"}))
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(output);
+  fit.add_flag("--scalars", a.fFile.fScalarsOnly,
+               "Only columns of one number: no hits, planes, kinks or covariance")
+      ->group(output);
+
+  const char* input = "What is read";
+  fit.add_option("--column", a.fColumns, "A column has another name in the files: sigu=error")
+      ->type_name("NAME=OTHER")
+      ->group(input);
+  fit.add_option("--tree", a.fFile.fReader.fTree,
+                 "Table of hits in ROOT files (default: hits, or the only one)")
+      ->type_name("NAME")
+      ->group(input);
+
+  const char* model = "The fit";
+  fit.add_option("--max-ds", f.fMaxDs, "Largest step between scattering planes [cm]")
+      ->check(NumberWithin(kTiny, kHuge, "above 0"))
+      ->capture_default_str()
+      ->group(model);
+  fit.add_option("--max-dx0", f.fMaxDX0, "Largest step in radiation lengths")
+      ->check(NumberWithin(kTiny, kHuge, "above 0"))
+      ->capture_default_str()
+      ->group(model);
+  fit.add_option("--max-dt", f.fMaxDT, "Largest product of a step's width and length [rad cm]")
+      ->check(NumberWithin(kTiny, kHuge, "above 0"))
+      ->capture_default_str()
+      ->group(model);
+  fit.add_option("--scattering-factor", f.fScatteringFactor,
+                 "Factor on the widths of the scattering angles")
+      ->check(NumberWithin(kTiny, kHuge, "above 0"))
+      ->capture_default_str()
+      ->group(model);
+  fit.add_option(
+         "--beyond-last-hit", f.fBeyondLastHit,
+         "End of a stopping track behind its last hit, as a fraction of the way to its next")
+      ->check(NumberWithin(0, 100, "from 0 to 100"))
+      ->capture_default_str()
+      ->group(model);
+  fit.add_option("--beam-momentum", f.fBeamMomentum,
+                 "The particles are a beam of this momentum [GeV/c] and do not stop")
+      ->check(NumberWithin(1e-3, 1e6, "from 0.001 to 1000000"))
+      ->group(model);
+  fit.add_option("--solver", a.fSolver, "linear (fast) or dense (the reference); same result")
+      ->check(CLI::IsMember({"linear", "dense"}))
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(model);
+}
+
+void Complete(FitArguments& a) {
+  a.fFile.fFit.fHypotheses.clear();
+  for (const std::string& name : a.fHypotheses)
+    a.fFile.fFit.fHypotheses.push_back(ParticleCode(name));
+  for (const std::string& text : a.fColumns) {
+    const auto [name, other] = Mapping(text);
+    a.fFile.fReader.fColumns[name] = other;
+  }
+  a.fFile.fFormat = a.fFormat == "rntuple" ? TableFormat::kRNTuple : TableFormat::kTTree;
+  a.fFile.fFit.fSolver = a.fSolver == "dense" ? Solver::kDense : Solver::kLinear;
+}
+
+const char* const kStatusText[] = {"fitted",
+                                   "too few hits in a view",
+                                   "a bad line or number",
+                                   "no usable geometry",
+                                   "no solution of the equations",
+                                   "an error of the fit library"};
+
+void TellProblems(const FitSummary& summary) {
+  const unsigned long long all = summary.fBadLines + summary.fTracks - summary.fFitted;
+  if (summary.fProblems.empty()) return;
+  std::cerr << "kelvo: some of the input could not be used";
+  if (all > summary.fProblems.size())
+    std::cerr << "; the first " << summary.fProblems.size() << " cases";
+  std::cerr << ":\n";
+  for (const std::string& problem : summary.fProblems) std::cerr << "  " << problem << '\n';
+}
+
+void TellLine(const char* what, unsigned long long count) {
+  std::printf("  %-36s %10llu\n", what, count);
+}
+
+void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
+  TellLine("tracks read", summary.fTracks);
+  TellLine("hits read", summary.fHits);
+  TellLine("tracks fitted", summary.fFitted);
+  for (std::size_t status = 1; status < summary.fByStatus.size(); ++status)
+    if (summary.fByStatus[status] > 0)
+      TellLine((std::string("not fitted: ") + kStatusText[status]).c_str(),
+               summary.fByStatus[status]);
+  if (summary.fBadLines > 0) TellLine("lines that could not be used", summary.fBadLines);
+
+  std::printf("\n  %-12s %10s %10s   %s\n", "hypothesis", "fitted", "best",
+              "median chi-square per degree of freedom");
+  for (const HypothesisSummary& h : summary.fHypotheses)
+    std::printf("  %-12s %10llu %10llu   %.3f\n", NameOf(h.fPDG).c_str(), h.fFitted, h.fBest,
+                h.fMedianChi2PerNDF);
+  std::printf("\n  %.1f s, %.0f tracks/s; written: %s%s%s\n", summary.fSeconds,
+              static_cast<double>(summary.fTracks) / summary.fSeconds,
+              arguments.fFile.fOutput.c_str(), arguments.fFile.fCsv.empty() ? "" : ", ",
+              arguments.fFile.fCsv.c_str());
+}
+
+volatile std::sig_atomic_t gSignal = 0;
+void NoteSignal(int number) {
+  gSignal = number;
+}
+
+int Run(FitArguments& arguments) {
+  Complete(arguments);
+  const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
+  // An interrupted run removes what it has written before it ends.
+  std::signal(SIGINT, NoteSignal);
+  std::signal(SIGTERM, NoteSignal);
+  ProgressLine line;
+  const auto show = [&line](const FitProgress& progress) {
+    line.Show(progress);
+    return gSignal == 0;
+  };
+  try {
+    const FitSummary summary = FitFile(detector, arguments.fFile, show);
+    line.Clear();
+    TellProblems(summary);
+    TellSummary(summary, arguments);
+    return summary.AllUsed() ? 0 : kSomeUnusable;
+  } catch (const StrictStop& e) {
+    line.Clear();
+    std::cerr << "kelvo: stopped at the first problem (--strict), nothing is written: " << e.what()
+              << '\n';
+    return kSomeUnusable;
+  } catch (const RunStopped&) {
+    line.Clear();
+    std::cerr << "kelvo: interrupted, nothing is written\n";
+    return 128 + gSignal;
+  } catch (...) {
+    line.Clear();
+    throw;
+  }
+}
+
+} // namespace
+
+Command MakeFitCommand(CLI::App& program) {
+  CLI::App* fit =
+      program.add_subcommand("fit", "Fits the tracks in files of hits and writes them to a file.");
+  fit->footer(kExamples);
+  auto arguments = std::make_shared<FitArguments>();
+  arguments->fFile.fThreads = std::max(1u, std::thread::hardware_concurrency());
+  Register(*fit, *arguments);
+  return {fit, [arguments] { return Run(*arguments); }};
+}
+
+} // namespace kelvo::app

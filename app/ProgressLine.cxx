@@ -1,0 +1,59 @@
+#include "app/ProgressLine.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <iostream>
+#include <sstream>
+
+namespace kelvo::app {
+
+namespace {
+
+constexpr double kBetweenBars = 0.2;   // s
+constexpr double kBetweenLines = 10;   // s
+constexpr unsigned kBarWidth = 30;     // characters
+constexpr double kFirstForecast = 0.5; // s; earlier the rate says little
+
+std::string Figures(const FitProgress& progress) {
+  std::ostringstream text;
+  text << progress.fTracks << " tracks";
+  if (progress.fSeconds < kFirstForecast) return text.str();
+  text << ", " << std::llround(static_cast<double>(progress.fTracks) / progress.fSeconds) << "/s";
+  if (progress.fShare > 0)
+    text << ", " << TimeText(progress.fSeconds * (1 / progress.fShare - 1)) << " left";
+  return text.str();
+}
+
+} // namespace
+
+std::string TimeText(double seconds) {
+  const long long all = std::llround(seconds);
+  if (all < 60) return std::to_string(all) + " s";
+  if (all < 3600) return std::to_string(all / 60) + " min " + std::to_string(all % 60) + " s";
+  return std::to_string(all / 3600) + " h " + std::to_string(all % 3600 / 60) + " min";
+}
+
+ProgressLine::ProgressLine()
+    : fTerminal(isatty(STDERR_FILENO)), fNext(fTerminal ? 0 : kBetweenLines) {}
+
+void ProgressLine::Show(const FitProgress& progress) {
+  if (progress.fSeconds < fNext) return;
+  fNext = progress.fSeconds + (fTerminal ? kBetweenBars : kBetweenLines);
+  const auto percent = std::lround(100 * progress.fShare);
+  if (!fTerminal) {
+    std::cerr << "kelvo: " << percent << " %, " << Figures(progress) << std::endl;
+    return;
+  }
+  const auto filled = static_cast<unsigned>(progress.fShare * kBarWidth);
+  std::cerr << "\r[" << std::string(filled, '=') << std::string(kBarWidth - filled, ' ') << "] "
+            << percent << " %, " << Figures(progress) << "\033[K" << std::flush;
+  fDrawn = true;
+}
+
+void ProgressLine::Clear() {
+  if (fDrawn) std::cerr << "\r\033[K" << std::flush;
+  fDrawn = false;
+}
+
+} // namespace kelvo::app

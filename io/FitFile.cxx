@@ -1,0 +1,223 @@
+#include "io/FitFile.h"
+
+#include "io/FileError.h"
+#include "io/FittedBlocks.h"
+#include "io/HitColumns.h"
+#include "io/LogHistogram.h"
+#include "io/PendingFile.h"
+#include "track/Materials.h"
+#include "track/PlaneOffsets.h"
+
+#include <TROOT.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace kelvo {
+
+namespace {
+
+constexpr std::size_t kProblemsKept = 10;
+
+class Clock {
+public:
+  double Seconds() const {
+    const auto time = std::chrono::steady_clock::now() - fStart;
+    return std::chrono::duration<double>(time).count();
+  }
+
+private:
+  std::chrono::steady_clock::time_point fStart = std::chrono::steady_clock::now();
+};
+
+bool SameFile(const std::string& a, const std::string& b) {
+  std::error_code error;
+  const auto path = [&error](const std::string& name) {
+    return std::filesystem::weakly_canonical(name, error);
+  };
+  return path(a) == path(b);
+}
+
+void CheckNames(const FitFileOptions& options) {
+  if (options.fInputs.empty()) throw std::invalid_argument("there is no file of hits");
+  for (const std::string& output : {options.fOutput, options.fCsv})
+    for (const std::string& input : options.fInputs)
+      if (!output.empty() && SameFile(input, output))
+        throw std::invalid_argument(output + " is both input and output");
+  if (!options.fCsv.empty() && SameFile(options.fOutput, options.fCsv))
+    throw std::invalid_argument(options.fCsv + " is named twice as output");
+}
+
+void CheckMaterials(const geo::PlaneDetector& detector, const TrackFitOptions& options) {
+  if (options.fBeamMomentum > 0) return;
+  const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
+  if (unknown.empty()) return;
+  throw std::invalid_argument(
+      "the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
+      ", for which there is no stopping-power table, so that particles cannot be followed to where "
+      "they stop; the known materials are " +
+      Joined(MaterialsWithTable()) + "; a beam of known momentum needs no table");
+}
+
+// Collects what a run is summed up with; its size does not depend on the number of tracks.
+class Tally {
+public:
+  explicit Tally(const std::vector<int>& hypotheses) : fChi2(hypotheses.size()) {
+    for (const int pdg : hypotheses) {
+      HypothesisSummary hypothesis;
+      hypothesis.fPDG = pdg;
+      fSummary.fHypotheses.push_back(hypothesis);
+    }
+  }
+
+  void Add(const FittedBlock& block) {
+    for (const TrackOutcome& outcome : block.fOutcomes) Add(outcome);
+    for (std::size_t i = 0; i < block.fRows.size(); ++i)
+      Add(block.fRows[i], i % fSummary.fHypotheses.size());
+  }
+
+  unsigned long long Tracks() const { return fSummary.fTracks; }
+
+  FitSummary Summary(double seconds) const {
+    FitSummary summary = fSummary;
+    summary.fSeconds = seconds;
+    for (std::size_t h = 0; h < fChi2.size(); ++h)
+      summary.fHypotheses[h].fMedianChi2PerNDF = fChi2[h].Median();
+    return summary;
+  }
+
+private:
+  void Add(const TrackOutcome& outcome) {
+    ++fSummary.fTracks;
+    fSummary.fHits += outcome.fHits;
+    fSummary.fBadLines += outcome.fBadLines;
+    ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];
+    if (outcome.fBestPDG != 0) ++fSummary.fFitted;
+    for (const std::string& problem : outcome.fProblems)
+      if (fSummary.fProblems.size() < kProblemsKept) fSummary.fProblems.push_back(problem);
+  }
+
+  void Add(const FitRow& row, std::size_t h) {
+    if (row.fStatus != 0) return;
+    HypothesisSummary& hypothesis = fSummary.fHypotheses[h];
+    ++hypothesis.fFitted;
+    if (row.fBest) ++hypothesis.fBest;
+    const double chi2 = row.fChi2[0] + row.fChi2[1] + row.fChi2Kink[0] + row.fChi2Kink[1];
+    if (row.fNDF > 0) fChi2[h].Add(chi2 / row.fNDF);
+  }
+
+  FitSummary fSummary;
+  std::vector<LogHistogram> fChi2; // per degree of freedom, by hypothesis
+};
+
+void StopIfStrict(const FittedBlock& block) {
+  for (const TrackOutcome& outcome : block.fOutcomes)
+    if (!outcome.fProblems.empty()) throw StrictStop(outcome.fProblems.front());
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + '"';
+}
+
+std::string Number(double value) {
+  char digits[32];
+  return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+}
+
+std::string List(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + Quoted(text);
+  return "[" + list + "]";
+}
+
+} // namespace
+
+std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions& used) {
+  std::string hypotheses;
+  for (const int pdg : used.fHypotheses)
+    hypotheses += (hypotheses.empty() ? "" : ", ") + std::to_string(pdg);
+  std::string text;
+  const auto add = [&text](const std::string& name, const std::string& value) {
+    text += name + " = " + value + "\n";
+  };
+  add("hits", List(options.fInputs));
+  for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, Quoted(other));
+  if (!options.fReader.fTree.empty()) add("tree", Quoted(options.fReader.fTree));
+  add("hypotheses", "[" + hypotheses + "]");
+  add("max_ds", Number(used.fMaxDs));
+  add("max_dx0", Number(used.fMaxDX0));
+  add("max_dt", Number(used.fMaxDT));
+  add("scattering_factor", Number(used.fScatteringFactor));
+  add("beyond_last_hit", Number(used.fBeyondLastHit));
+  add("beam_momentum", Number(used.fBeamMomentum));
+  add("solver", used.fSolver == Solver::kDense ? "\"dense\"" : "\"linear\"");
+  add("limit", std::to_string(options.fLimit));
+  return text;
+}
+
+FitSummary FitFile(const geo::PlaneDetector& detector, const FitFileOptions& options,
+                   const std::function<bool(const FitProgress&)>& progress) {
+  const Clock clock;
+  CheckNames(options);
+  CheckMaterials(detector, options.fFit);
+  const TrackFitter fitter(detector, options.fFit);
+  HitReader reader(options.fInputs, options.fReader);
+  PendingFile output(options.fOutput);
+  std::optional<PendingFile> csvOutput;
+  std::unique_ptr<FitCsvWriter> csv;
+  if (!options.fCsv.empty()) {
+    csvOutput.emplace(options.fCsv);
+    csv = std::make_unique<FitCsvWriter>(*csvOutput);
+  }
+
+  // One thread may read a ROOT file while another writes one.
+  ROOT::EnableThreadSafety();
+  unsigned long long read = 0;
+  std::atomic<double> share{0};
+  const auto nextTrack = [&](TrackHits& track) {
+    if (options.fLimit != 0 && read == options.fLimit) return false;
+    if (!reader.Next(track)) return false;
+    ++read;
+    share = reader.Share();
+    AddPlaneOffsets(detector, track.fHits);
+    return true;
+  };
+  FittedBlocks blocks(nextTrack, fitter, std::max(1u, options.fThreads), !options.fScalarsOnly);
+
+  Tally tally(options.fFit.fHypotheses);
+  const auto nextRows = [&](std::vector<FitRow>& rows) {
+    FittedBlock block;
+    if (!blocks.Next(block)) return false;
+    if (options.fStrict) StopIfStrict(block);
+    tally.Add(block);
+    if (csv) csv->Write(block.fRows);
+    if (progress && !progress({tally.Tracks(), share, clock.Seconds()}))
+      throw RunStopped("the run was stopped");
+    rows = std::move(block.fRows);
+    return true;
+  };
+
+  FitWriterOptions writing;
+  writing.fFormat = options.fFormat;
+  writing.fWithVectors = !options.fScalarsOnly;
+  writing.fTexts = {{"options", DescribeOptions(options, fitter.Options())},
+                    {"detector", detector.Text()},
+                    {"version", KELVO_VERSION}};
+  WriteFits(output, nextRows, writing);
+  if (csv) csv->Close();
+  output.Commit();
+  if (csvOutput) csvOutput->Commit();
+  return tally.Summary(clock.Seconds());
+}
+
+} // namespace kelvo

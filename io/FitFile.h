@@ -1,0 +1,87 @@
+#pragma once
+
+#include "geo/PlaneDetector.h"
+#include "io/FitWriter.h"
+#include "io/HitReader.h"
+#include "track/TrackFitter.h"
+
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// From files of hits to a file of fitted tracks.
+struct FitFileOptions {
+  std::vector<std::string> fInputs; ///< files of hits, at least one
+  HitReaderOptions fReader;
+  std::string fOutput; ///< the ROOT file to be written
+  std::string fCsv;    ///< a CSV summary to be written as well; empty: none
+  TableFormat fFormat = TableFormat::kTTree;
+  bool fScalarsOnly = false; ///< leave out the columns of vectors
+  TrackFitOptions fFit;
+  unsigned fThreads = 1;         ///< does not change the result
+  unsigned long long fLimit = 0; ///< number of tracks after which to stop; 0: all
+  bool fStrict = false;          ///< the first line or track that cannot be used ends the work
+};
+
+/// What came out for one hypothesis.
+struct HypothesisSummary {
+  int fPDG = 0;
+  unsigned long long fFitted = 0;
+  unsigned long long fBest = 0; ///< tracks that it fits best
+  double fMedianChi2PerNDF = 0; ///< both views, hits and kinks, within 0.5 %; NaN without fits
+};
+
+/// What came out of a whole run.
+struct FitSummary {
+  unsigned long long fTracks = 0;
+  unsigned long long fHits = 0;
+  unsigned long long fFitted = 0;                ///< tracks with at least one fitted hypothesis
+  std::array<unsigned long long, 6> fByStatus{}; ///< tracks by their FitStatus
+  unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
+  std::vector<std::string> fProblems; ///< the first ten lines or tracks that could not be used
+  std::vector<HypothesisSummary> fHypotheses;
+  double fSeconds = 0;
+
+  bool AllUsed() const { return fBadLines == 0 && fFitted == fTracks; }
+};
+
+/// How far a run is.
+struct FitProgress {
+  unsigned long long fTracks = 0;
+  double fShare = 0; ///< of the input, 0 to 1
+  double fSeconds = 0;
+};
+
+/// Thrown in a strict run by the first line or track that cannot be used; what() says which.
+class StrictStop : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Thrown where the caller stopped the run.
+class RunStopped : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Fits all tracks of the input files and writes them, in the order of the input and with the same
+/// content for any number of threads. Nothing is left of the output unless all went well.
+///
+/// A plane's offset, given in the detector's file, is added to the hits nearest to that plane
+/// before the fit, and the coordinates of hits in the output include it.
+///
+/// @param progress called after every few tracks; returning false stops the run; may be null
+/// @throw FileError             for files that cannot be read or written
+/// @throw std::invalid_argument for options out of range, and for a material without a
+///                              stopping-power table where particles are to stop
+/// @throw StrictStop, RunStopped
+FitSummary FitFile(const geo::PlaneDetector& detector, const FitFileOptions& options,
+                   const std::function<bool(const FitProgress&)>& progress = nullptr);
+
+/// Returns the options that make the result, in the form of a TOML table: what is kept in the file.
+std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions& used);
+
+} // namespace kelvo

@@ -1,0 +1,114 @@
+#include "io/FitRow.h"
+
+#include <limits>
+#include <type_traits>
+
+namespace kelvo {
+
+namespace {
+
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+void SetScalars(const HypothesisFit& fit, FitRow& row) {
+  for (std::size_t v = 0; v < 2; ++v) {
+    const ViewFit& view = fit.fView[v];
+    row.fN[v] = static_cast<int>(view.fN);
+    row.fChi2[v] = view.fChi2;
+    row.fChi2Kink[v] = view.fChi2Kink;
+  }
+  row.fNDF = fit.fNDF;
+  row.fProb = fit.fProb;
+  row.fLogLikelihood = fit.fLogLikelihood;
+  for (int i = 0; i < 3; ++i) {
+    row.fPosition[i] = fit.fPosition[i];
+    row.fDirection[i] = fit.fDirection[i];
+  }
+  row.fT = fit.fT;
+  row.fP = fit.fP;
+  row.fBeta = fit.fBeta;
+  row.fGamma = fit.fGamma;
+  row.fLength = fit.fLength;
+  row.fRadLen = fit.fRadLen;
+  row.fMaxDs = fit.fMaxDs;
+  row.fMaxDX0 = fit.fMaxDX0;
+  row.fMaxDT = fit.fMaxDT;
+}
+
+// Numbers of hits per view are known for a failed fit, too; all else is not.
+void SetNothing(const HitList3D& hits, FitRow& row) {
+  VisitScalars(row, [](const char*, auto& member) {
+    if constexpr (std::is_same_v<std::decay_t<decltype(member)>, double>) member = kNone;
+  });
+  for (const Hit3D& hit : hits)
+    if (hit.fView == geo::kX || hit.fView == geo::kY) ++row.fN[hit.fView];
+}
+
+void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
+  const std::size_t n = hits.size();
+  row.fHitView.resize(n);
+  row.fHitZ.resize(n);
+  row.fHitU.resize(n);
+  row.fFitU.resize(n);
+  row.fFitSigU.resize(n);
+  row.fResidual.resize(n);
+  row.fPull.resize(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    row.fHitView[i] = hits[i].fView;
+    row.fHitZ[i] = hits[i].fZ;
+    row.fHitU[i] = hits[i].fU;
+    row.fFitU[i] = hits[i].fFitU;
+    row.fFitSigU[i] = static_cast<float>(hits[i].fFitSigU);
+    row.fResidual[i] = static_cast<float>(hits[i].fResidual);
+    row.fPull[i] = static_cast<float>(hits[i].fPull);
+  }
+}
+
+ROOT::RVec<float> Single(const std::vector<double>& values) {
+  ROOT::RVec<float> single(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) single[i] = static_cast<float>(values[i]);
+  return single;
+}
+
+void SetVectors(const HypothesisFit& fit, FitRow& row) {
+  row.fCov.assign(fit.fCov.begin(), fit.fCov.end());
+  SetHits(fit.fHit, row);
+  row.fPlaneS = Single(fit.fPlaneS);
+  row.fPlaneSigAlpha = Single(fit.fPlaneSigAlpha);
+  for (std::size_t v = 0; v < 2; ++v) row.fKink[v] = Single(fit.fView[v].fKink);
+}
+
+} // namespace
+
+std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors) {
+  std::vector<FitRow> rows(fit.fHypothesis.size());
+  for (std::size_t h = 0; h < rows.size(); ++h) {
+    const HypothesisFit& hypothesis = fit.fHypothesis[h];
+    FitRow& row = rows[h];
+    row.fTrack = track.fTrack;
+    row.fPDG = hypothesis.fPDG;
+    row.fStatus = static_cast<int>(hypothesis.fStatus);
+    row.fMessage = hypothesis.fMessage;
+    row.fBest = static_cast<int>(h) == fit.fBest;
+    if (hypothesis.fStatus != FitStatus::kFitted) {
+      SetNothing(track.fHits, row);
+      continue;
+    }
+    SetScalars(hypothesis, row);
+    if (withVectors) SetVectors(hypothesis, row);
+  }
+  return rows;
+}
+
+TrackFit UnusableTrack(const TrackHits& track, const std::vector<int>& hypotheses) {
+  TrackFit fit;
+  for (const int pdg : hypotheses) {
+    HypothesisFit hypothesis;
+    hypothesis.fPDG = pdg;
+    hypothesis.fStatus = FitStatus::kBadNumber;
+    hypothesis.fMessage = track.fProblems.front();
+    fit.fHypothesis.push_back(hypothesis);
+  }
+  return fit;
+}
+
+} // namespace kelvo

@@ -1,0 +1,114 @@
+#pragma once
+
+#include "io/HitReader.h"
+#include "track/TrackFitter.h"
+
+#include <ROOT/RVec.hxx>
+
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// One entry of the table of fits: one track under one hypothesis. The member comments give the
+/// column names; docs/fit-files.md explains them. What a fit that failed does not give is NaN, 0 in
+/// whole numbers, and empty in vectors.
+///
+/// The coordinates per hit are kept in double precision, what is derived from them in single
+/// precision: seven digits are far below any resolution, and the files are smaller by a third.
+struct FitRow {
+  long long fTrack = 0;
+  int fPDG = 0;
+  int fStatus = 0;
+  std::string fMessage;
+  bool fBest = false;
+  int fN[2] = {};
+  double fChi2[2] = {};
+  double fChi2Kink[2] = {};
+  int fNDF = 0;
+  double fProb = 0;
+  double fLogLikelihood = 0;
+  double fPosition[3] = {};
+  double fDirection[3] = {};
+  double fT = 0;
+  double fP = 0;
+  double fBeta = 0;
+  double fGamma = 0;
+  double fLength = 0;
+  double fRadLen = 0;
+  double fMaxDs = 0;
+  double fMaxDX0 = 0;
+  double fMaxDT = 0;
+  ROOT::RVec<double> fCov;
+  ROOT::RVec<int> fHitView;
+  ROOT::RVec<double> fHitZ;
+  ROOT::RVec<double> fHitU;
+  ROOT::RVec<double> fFitU;
+  ROOT::RVec<float> fFitSigU;
+  ROOT::RVec<float> fResidual;
+  ROOT::RVec<float> fPull;
+  ROOT::RVec<float> fPlaneS;
+  ROOT::RVec<float> fPlaneSigAlpha;
+  ROOT::RVec<float> fKink[2];
+};
+
+/// Calls visit(name, member) for each column of one number or text, in the order of the file.
+template <typename Row, typename Visit>
+void VisitScalars(Row& row, Visit visit) {
+  visit("track", row.fTrack);
+  visit("pdg", row.fPDG);
+  visit("status", row.fStatus);
+  visit("message", row.fMessage);
+  visit("best", row.fBest);
+  visit("n_x", row.fN[0]);
+  visit("n_y", row.fN[1]);
+  visit("chi2_x", row.fChi2[0]);
+  visit("chi2_y", row.fChi2[1]);
+  visit("chi2_kink_x", row.fChi2Kink[0]);
+  visit("chi2_kink_y", row.fChi2Kink[1]);
+  visit("ndf", row.fNDF);
+  visit("prob", row.fProb);
+  visit("log_likelihood", row.fLogLikelihood);
+  visit("x", row.fPosition[0]);
+  visit("y", row.fPosition[1]);
+  visit("z", row.fPosition[2]);
+  visit("ux", row.fDirection[0]);
+  visit("uy", row.fDirection[1]);
+  visit("uz", row.fDirection[2]);
+  visit("T", row.fT);
+  visit("p", row.fP);
+  visit("beta", row.fBeta);
+  visit("gamma", row.fGamma);
+  visit("length", row.fLength);
+  visit("radlen", row.fRadLen);
+  visit("max_ds", row.fMaxDs);
+  visit("max_dx0", row.fMaxDX0);
+  visit("max_dt", row.fMaxDT);
+}
+
+/// Calls visit(name, member) for each column of vectors, in the order of the file.
+template <typename Row, typename Visit>
+void VisitVectors(Row& row, Visit visit) {
+  visit("cov", row.fCov);
+  visit("hit_view", row.fHitView);
+  visit("hit_z", row.fHitZ);
+  visit("hit_u", row.fHitU);
+  visit("fit_u", row.fFitU);
+  visit("fit_sigu", row.fFitSigU);
+  visit("residual", row.fResidual);
+  visit("pull", row.fPull);
+  visit("plane_s", row.fPlaneS);
+  visit("plane_sigalpha", row.fPlaneSigAlpha);
+  visit("kink_x", row.fKink[0]);
+  visit("kink_y", row.fKink[1]);
+}
+
+/// Returns the entries of one track, one per hypothesis in the order of the fit.
+/// @param withVectors whether the vectors are filled
+std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors);
+
+/// Returns the fit of a track whose input could not be used: no hypothesis is fitted, and each says
+/// what is wrong with the input.
+TrackFit UnusableTrack(const TrackHits& track, const std::vector<int>& hypotheses);
+
+} // namespace kelvo

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "io/FitRow.h"
+#include "io/PendingFile.h"
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// The two kinds of table that a ROOT file can hold.
+enum class TableFormat { kTTree, kRNTuple };
+
+/// How fits are kept in a ROOT file.
+struct FitWriterOptions {
+  TableFormat fFormat = TableFormat::kTTree;
+  bool fWithVectors = true; ///< else only the columns of one number or text
+  /// Texts that are kept beside the table, by their names; uproot reads them as they are.
+  std::map<std::string, std::string> fTexts;
+};
+
+/// Writes the table "fits" into a new ROOT file through RDataFrame, in the order of the rows.
+/// @param file  is filled and left to the caller to commit
+/// @param next  gives the next rows, any number of them; false at the end
+/// @throw FileError where the file cannot be written completely
+/// @throw whatever next threw
+void WriteFits(const PendingFile& file, const std::function<bool(std::vector<FitRow>&)>& next,
+               const FitWriterOptions& options = {});
+
+/// Writes the columns of one number or text as CSV. Numbers are written with as few digits as give
+/// the same number when read again.
+class FitCsvWriter {
+public:
+  /// Writes the line with the names.
+  /// @param file is filled and left to the caller to commit
+  /// @throw FileError where the file cannot be written, as all functions
+  explicit FitCsvWriter(const PendingFile& file);
+  ~FitCsvWriter();
+  FitCsvWriter(const FitCsvWriter&) = delete;
+  FitCsvWriter& operator=(const FitCsvWriter&) = delete;
+
+  /// Writes one line per row.
+  void Write(const std::vector<FitRow>& rows);
+
+  /// Completes the file.
+  void Close();
+
+private:
+  void Put(const std::string& text);
+
+  std::string fName;
+  std::FILE* fFile;
+  std::string fText; // of one call
+};
+
+} // namespace kelvo

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <limits>
+
+namespace kelvo {
+
+/// Counts of positive numbers in bins of equal ratio, from which quantiles follow within 0.5 % in
+/// constant memory. Numbers outside of 1e-4 to 1e4 count as the outermost bins.
+class LogHistogram {
+public:
+  void Add(double value) {
+    const double bin = value > kLow ? std::floor(std::log(value / kLow) / kStep) : 0;
+    ++fCounts[bin < kBins ? static_cast<std::size_t>(bin) : kBins - 1];
+    ++fEntries;
+  }
+
+  /// Returns the median, NaN without entries.
+  double Median() const {
+    unsigned long long below = 0;
+    for (std::size_t bin = 0; bin < kBins; ++bin) {
+      below += fCounts[bin];
+      if (2 * below >= fEntries && below > 0)
+        return kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep);
+    }
+    return std::numeric_limits<double>::quiet_NaN();
+  }
+
+private:
+  static constexpr double kLow = 1e-4;
+  static constexpr double kStep = 0.01;
+  static constexpr std::size_t kBins = 1843; // ln(1e8) / kStep
+
+  std::array<unsigned long long, kBins> fCounts{};
+  unsigned long long fEntries = 0;
+};
+
+} // namespace kelvo
