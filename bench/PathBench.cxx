@@ -117,8 +117,7 @@ void LossesOurs(benchmark::State& state) {
   for (auto _ : state)
     for (std::size_t i = 0; i + 3 <= T.size(); i += 3) {
       double loss[3];
-      unsigned int hint[3] = {45, 45, 45};
-      steel.Losses(&T[i], masses, loss, hint);
+      steel.Losses(&T[i], masses, loss);
       benchmark::DoNotOptimize(loss);
     }
   state.SetItemsProcessed(state.iterations() * static_cast<long>(T.size()));

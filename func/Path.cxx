@@ -41,7 +41,7 @@ double MidpointStep(const dEdxTable& table, double h, double m, double T) {
 }
 
 // The midpoint rule for all three hypotheses over one step.
-void IntegrateStep(double ds, const char* material, double* T, unsigned int* hint) {
+void IntegrateStep(double ds, const char* material, double* T) {
   const int n = NumberOfSubSteps(ds);
   const double h = ds / n;
   if (!dEdxTable::Knows(material)) {
@@ -56,9 +56,9 @@ void IntegrateStep(double ds, const char* material, double* T, unsigned int* hin
   for (int step = 0; step < n; ++step) {
     double loss[3];
     double mid[3];
-    table.Losses(T, kMass, loss, hint);
+    table.Losses(T, kMass, loss);
     for (int k = 0; k < 3; ++k) mid[k] = T[k] + (h / 2) * loss[k];
-    table.Losses(mid, kMass, loss, hint);
+    table.Losses(mid, kMass, loss);
     for (int k = 0; k < 3; ++k) T[k] = T[k] + h * loss[k];
   }
 }
@@ -159,7 +159,6 @@ void Path::Integrate() const {
 
 void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* nx0, double* Tmu,
                         double* Tpi, double* Tp) const {
-  unsigned int hint[3] = {0, 0, 0};
   fSteps.clear();
   fMaterials.clear();
   fGeo.MaterialsBetweenPoints(p0, p1, fSteps, fMaterials);
@@ -175,7 +174,7 @@ void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* n
     *nx0 += ds / radLength;
 
     double T[3] = {*Tmu, *Tpi, *Tp};
-    IntegrateStep(ds, name, T, hint);
+    IntegrateStep(ds, name, T);
     *Tmu = T[0];
     *Tpi = T[1];
     *Tp = T[2];

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <iostream>
+#include <limits>
 
 namespace kelvo {
 
@@ -48,15 +50,16 @@ double MuonEquivalent(double T, double M) {
   return (std::sqrt(bg * bg + 1) - 1) * kTableMuonMass;
 }
 
-// ln S = (ln x - ln t_i) (ln S_(i+1) - ln S_i) / (ln t_(i+1) - ln t_i) + ln S_i, in GeV cm2/g.
-double PowerLaw(double lnX, double lnT, double lnS, double dLnS, double dLnT) {
-  return std::exp((lnX - lnT) * dLnS / dLnT + lnS) * 0.001;
+// S in GeV cm2/g, of ln S with S in MeV cm2/g.
+double MassLoss(double lnS) {
+  return std::exp(lnS) * 0.001;
 }
 
 } // namespace
 
-// Logarithms of one table. They are taken at run time by the same function that a lookup without
-// them would call, so that the results are the same bits.
+// One table made ready for lookups: its logarithms, and where to find an energy in it. Logarithms
+// are taken at run time by the same function that a lookup without them would call, so that the
+// results are the same bits.
 struct dEdxTable::LogTable {
   template <unsigned int N>
   LogTable(const double (&t)[N], const double (&dedx)[N]) {
@@ -68,15 +71,50 @@ struct dEdxTable::LogTable {
     for (unsigned int i = 0; i + 1 < N; ++i) {
       fDLnT[i] = fLnT[i + 1] - fLnT[i];
       fDLnS[i] = fLnS[i + 1] - fLnS[i];
+      fUpper[i] = t[i + 1];
     }
-    fPerLn = (N - 1) / (fLnT[N - 1] - fLnT[0]);
+    fUpper[N - 2] = std::numeric_limits<double>::quiet_NaN(); // nothing lies beyond the last
+    fFirstBin = BinNumber(t[0]);
+    for (int bin = 0; bin < kBins; ++bin)
+      while (fUpper[fInterval[bin]] <= LowerEdge(fFirstBin + bin)) ++fInterval[bin];
+  }
+
+  // The interval that a scan of the grid finds for x. A bin is a sixteenth of an octave and
+  // narrower than any interval: at most one grid point lies in it. A NaN gets any interval, and
+  // gives NaN.
+  unsigned int Interval(double x) const {
+    const unsigned int i = fInterval[std::clamp(BinNumber(x) - fFirstBin, 0, kBins - 1)];
+    return i + (fUpper[i] <= x ? 1 : 0);
+  }
+
+  double LnS(double lnX, unsigned int i) const {
+    return (lnX - fLnT[i]) * fDLnS[i] / fDLnT[i] + fLnS[i];
+  }
+
+private:
+  static constexpr int kBins = 512;    // covers 32 octaves
+  static constexpr int kBinShift = 48; // keeps the exponent and the first 4 bits of the fraction
+
+  static int BinNumber(double x) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &x, sizeof bits);
+    return static_cast<int>(bits >> kBinShift);
+  }
+
+  static double LowerEdge(int bin) {
+    const std::uint64_t bits = static_cast<std::uint64_t>(bin) << kBinShift;
+    double x = 0;
+    std::memcpy(&x, &bits, sizeof x);
+    return x;
   }
 
   double fLnT[kMaxPoints] = {};
   double fLnS[kMaxPoints] = {};
   double fDLnT[kMaxPoints] = {};
   double fDLnS[kMaxPoints] = {};
-  double fPerLn = 0; // grid intervals per unit of ln T
+  double fUpper[kMaxPoints] = {}; // upper end of each interval
+  int fFirstBin = 0;
+  std::uint8_t fInterval[kBins] = {}; // interval of each bin's lower edge
 };
 
 dEdxTable::dEdxTable(const char* material) {
@@ -98,28 +136,14 @@ bool dEdxTable::Knows(const char* material) {
   return FindTable(material) != nullptr;
 }
 
-// The interval of x that a scan of the grid would find, whatever the guess.
-unsigned int dEdxTable::Interval(double x, unsigned int guess) const {
-  const unsigned int last = fN - 2;
-  unsigned int i = guess < last ? guess : last;
-  while (i > 0 && fT[i] > x) --i;
-  while (i < last && fT[i + 1] <= x) ++i;
-  return i;
-}
-
 double dEdxTable::operator()(double T, double M) const {
   if (fT == nullptr) return 0.0;
   const double x = MuonEquivalent(T, M);
-  const double lnX = std::log(x);
-  // The grid is even in ln T up to its rounding to six digits: off by one interval at most.
-  const double even = (lnX - fLog->fLnT[0]) * fLog->fPerLn;
-  const unsigned int guess = even > 0 && even < fN ? static_cast<unsigned int>(even) : 0;
-  const unsigned int i = Interval(x, guess);
-  return PowerLaw(lnX, fLog->fLnT[i], fLog->fLnS[i], fLog->fDLnS[i], fLog->fDLnT[i]) * fDensity;
+  return MassLoss(fLog->LnS(std::log(x), fLog->Interval(x))) * fDensity;
 }
 
 // The stages of operator(), each for all three.
-void dEdxTable::Losses(const double* T, const double* M, double* loss, unsigned int* hint) const {
+void dEdxTable::Losses(const double* T, const double* M, double* loss) const {
   constexpr int kN = 3;
   if (fT == nullptr) {
     std::fill(loss, loss + kN, 0.0);
@@ -130,23 +154,20 @@ void dEdxTable::Losses(const double* T, const double* M, double* loss, unsigned 
   double lnS[kN];
   for (int k = 0; k < kN; ++k) x[k] = MuonEquivalent(T[k], M[k]);
   for (int k = 0; k < kN; ++k) lnX[k] = std::log(x[k]);
-  for (int k = 0; k < kN; ++k) {
-    const unsigned int i = hint[k] = Interval(x[k], hint[k]);
-    lnS[k] = (lnX[k] - fLog->fLnT[i]) * fLog->fDLnS[i] / fLog->fDLnT[i] + fLog->fLnS[i];
-  }
-  for (int k = 0; k < kN; ++k) loss[k] = std::exp(lnS[k]) * 0.001 * fDensity;
+  for (int k = 0; k < kN; ++k) lnS[k] = fLog->LnS(lnX[k], fLog->Interval(x[k]));
+  for (int k = 0; k < kN; ++k) loss[k] = MassLoss(lnS[k]) * fDensity;
 }
 
+// ln S = (ln x - ln t_i) (ln S_(i+1) - ln S_i) / (ln t_(i+1) - ln t_i) + ln S_i.
 double dEdxTable::Interp(double T, double M, const double* t, const double* dedx,
                          unsigned int n) const {
   const double x = MuonEquivalent(T, M);
   unsigned int i = 0;
-  if (!(t[0] >= x)) {
-    while (i + 2 < n && t[i + 1] <= x) ++i;
-  }
+  while (i + 2 < n && t[i + 1] <= x) ++i;
   const double lnT = std::log(t[i]);
   const double lnS = std::log(dedx[i]);
-  return PowerLaw(std::log(x), lnT, lnS, std::log(dedx[i + 1]) - lnS, std::log(t[i + 1]) - lnT);
+  const double dLnS = std::log(dedx[i + 1]) - lnS;
+  return MassLoss((std::log(x) - lnT) * dLnS / (std::log(t[i + 1]) - lnT) + lnS);
 }
 
 double dEdxTable::TtoBetaGamma(double T, double M) const {

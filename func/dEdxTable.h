@@ -31,9 +31,7 @@ public:
   /// @param T    three kinetic energies [GeV]
   /// @param M    three masses [GeV]
   /// @param loss receives three losses; may be T itself
-  /// @param hint three grid intervals where to look first, replaced by those found; 0 at the start.
-  ///             They change the time that it takes, not the result.
-  void Losses(const double* T, const double* M, double* loss, unsigned int* hint) const;
+  void Losses(const double* T, const double* M, double* loss) const;
 
   /// Returns the mass stopping power [GeV cm2/g] from the given table, by log-log interpolation.
   /// @param T    kinetic energy [GeV]
@@ -63,7 +61,6 @@ public:
 private:
   struct LogTable;
 
-  unsigned int Interval(double x, unsigned int guess) const;
   void Select(const double* t, const double* dedx, unsigned int n, double density,
               const LogTable* logs);
 
