@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numeric>
 
@@ -15,20 +16,26 @@ constexpr const char* kFile = "fit/KinkSmoother";
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
 
-// Puts the indices in ascending order of position, equal positions in order of index. The order of
-// the last fit is tried first: there is no other, so no result depends on what went before.
-void SortByPosition(std::vector<unsigned int>& order, const std::vector<double>& position) {
-  const auto before = [&position](unsigned int a, unsigned int b) {
-    return position[a] < position[b] || (position[a] == position[b] && a < b);
+// Lists the indices in ascending order of position, equal positions in order of index. The order of
+// the last fit is tried first: there is only one, so no result depends on what went before.
+template <class Item>
+void SortBy(double Item::*position, const std::vector<Item>& items,
+            std::vector<unsigned int>& order) {
+  const auto before = [position, &items](unsigned int a, unsigned int b) {
+    return items[a].*position < items[b].*position ||
+           (items[a].*position == items[b].*position && a < b);
   };
-  if (std::is_sorted(order.begin(), order.end(), before)) return;
+  if (order.size() == items.size() && std::is_sorted(order.begin(), order.end(), before)) return;
+  order.resize(items.size());
   std::iota(order.begin(), order.end(), 0u);
-  if (!std::is_sorted(order.begin(), order.end(), before))
-    std::sort(order.begin(), order.end(), before);
+  std::sort(order.begin(), order.end(), before);
 }
 
-bool KnowsLine(const KinkState& a) {
-  return a.fP > 0 && a.fQ > 0;
+template <class Item>
+bool Ordered(double Item::*position, const std::vector<Item>& items) {
+  for (std::size_t i = 1; i < items.size(); ++i)
+    if (items[i].*position < items[i - 1].*position) return false;
+  return true;
 }
 
 } // namespace
@@ -37,18 +44,15 @@ void KinkSmoother::Reset(unsigned int nmeas, unsigned int nscat) {
   if (!(nmeas > nscat)) throw KelvoException(kFile, __LINE__, kBadNScat, 0.0);
   fNmeas = nmeas;
   fNscat = nscat;
-  for (auto* input : {&fZ, &fX, &fW, &fLoadedW}) input->assign(nmeas, 0.0);
-  for (auto* input : {&fS, &fV}) input->assign(nscat, 0.0);
-  fMeasOrder.resize(nmeas);
-  std::iota(fMeasOrder.begin(), fMeasOrder.end(), 0u);
-  fPlaneOrder.resize(nscat);
-  std::iota(fPlaneOrder.begin(), fPlaneOrder.end(), 0u);
-  fFirst.resize(std::size_t{nscat} + 2);
+  fMeas.resize(nmeas);
+  fPlanes.resize(nscat);
+  std::memset(fMeas.data(), 0, nmeas * sizeof(Measurement)); // the bytes of 0.0 are 0
+  std::fill(fPlanes.begin(), fPlanes.end(), Plane{});
+  fMeasOrder.clear();
+  fPlaneOrder.clear();
   fSegments.resize(std::size_t{nscat} + 1);
-  fXfit.resize(nmeas);
-  fAlpha.resize(nscat);
-  fVarAlpha.resize(nscat);
-  NullResult();
+  fStatus = KinkStatus::kNotFitted;
+  fX0 = fSlope = fChi2XI = fChi2Beta = 0;
 }
 
 void KinkSmoother::ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const {
@@ -67,73 +71,122 @@ void KinkSmoother::ThrowBadPlane(unsigned int j, double z, double sigAlpha) cons
 void KinkSmoother::SetWeightFactor(unsigned int i, double factor) {
   if (i >= fNmeas) throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
   if (!(factor >= 0 && factor <= 1)) throw KelvoException(kFile, __LINE__, kIndexProblem, factor);
-  fW[i] = factor * fLoadedW[i];
+  fMeas[i].fW = factor * fMeas[i].fLoadedW;
 }
 
 void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
-  fLeftOut = false;
+  fOthersKnown = false;
   Sort();
-  FilterDownstream();
-  if (SmoothUpstream()) {
-    const bool finite = std::isfinite(fX0) && std::isfinite(fSlope) && std::isfinite(fChi2XI);
-    fStatus = finite ? KinkStatus::kSucceeded : KinkStatus::kNotFinite;
+  Gather();
+  Filter();
+  const bool regular = Smooth();
+  FitMeasurements();
+  if (regular && std::isfinite(fChi2XI + fChi2Beta + fX0)) {
+    fStatus = KinkStatus::kSucceeded;
   } else {
-    const KinkStatus why = WhySingular();
     NullResult();
-    fStatus = why;
+    fStatus = WhySingular();
     for (unsigned int i = 0; i < fNmeas; ++i) fChi2XI += Chi2XIi(i);
   }
   if (x0) *x0 = fX0;
   if (dxdz) *dxdz = fSlope;
-  if (alpha) std::copy(fAlpha.begin(), fAlpha.end(), alpha);
+  if (alpha)
+    for (const Plane& plane : fPlanes) *alpha++ = plane.fAlpha;
   if (chi2) *chi2 = fChi2XI + fChi2Beta;
 }
 
 void KinkSmoother::Sort() {
-  SortByPosition(fMeasOrder, fZ);
-  SortByPosition(fPlaneOrder, fS);
+  if (Ordered(&Measurement::fZ, fMeas))
+    fMeasOrder.clear();
+  else
+    SortBy(&Measurement::fZ, fMeas, fMeasOrder);
+  if (Ordered(&Plane::fS, fPlanes))
+    fPlaneOrder.clear();
+  else
+    SortBy(&Plane::fS, fPlanes, fPlaneOrder);
   for (unsigned int k = 0; k < fNscat; ++k) {
-    fSegments[k].fEnd = fS[fPlaneOrder[k]];
-    fSegments[k].fV = fV[fPlaneOrder[k]];
+    const Plane& plane = fPlanes[PlaneAt(k)];
+    fSegments[k].fEnd = plane.fS;
+    fSegments[k].fV = plane.fV;
   }
   fSegments[fNscat].fEnd = kInfinity;
 }
 
 // A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
-void KinkSmoother::FilterDownstream() {
-  KinkState upstream;
+void KinkSmoother::Gather() {
   unsigned int place = 0;
   for (unsigned int k = 0; k <= fNscat; ++k) {
     Segment& segment = fSegments[k];
-    fFirst[k] = place;
     KinkState local;
-    for (; place < fNmeas && fZ[fMeasOrder[place]] <= segment.fEnd; ++place) {
-      const unsigned int i = fMeasOrder[place];
-      if (fW[i] > 0) AddPosition(local, fW[i], fZ[i], fX[i]);
+    for (; place < fNmeas; ++place) {
+      Measurement& meas = fMeas[MeasAt(place)];
+      if (meas.fZ > segment.fEnd) break;
+      meas.fSegment = k;
+      if (meas.fW > 0) AddPosition(local, meas.fW, meas.fZ, meas.fX);
     }
     segment.fLocal = local;
-    if (k == fNscat) {
-      segment.fUpstream = MergeAny(upstream, local);
-    } else {
-      const Crossing crossing = CrossPlane(upstream, local, segment.fEnd, segment.fV);
-      segment.fUpstream = crossing.fBefore;
-      upstream = crossing.fBeyond;
-    }
   }
-  fFirst[fNscat + 1] = fNmeas;
 }
 
-bool KinkSmoother::SmoothUpstream() {
-  fChi2XI = 0;
-  fChi2Beta = 0;
-  KinkState downstream;
-  bool regular = SmoothSegment(fNscat, downstream);
-  for (unsigned int k = fNscat; k > 0; --k) {
-    const Segment& plane = fSegments[k - 1];
-    const Crossing crossing = CrossPlane(downstream, fSegments[k].fLocal, plane.fEnd, plane.fV);
-    SmoothKink(k - 1, crossing.fBefore);
+// Both directions at once, side by side: each is a chain of divisions that wait for each other.
+void KinkSmoother::Filter() {
+  unsigned int up = 0;
+  for (; up < fNscat && fSegments[up].fLocal.fP == 0; ++up) fSegments[up].fUpstream = {};
+  unsigned int down = fNscat;
+  for (; down > 0 && fSegments[down].fLocal.fP == 0; --down)
+    fSegments[down].fBeyond = fSegments[down].fDownstream = {};
+
+  KinkStates<KinkPair> known;
+  for (; up < fNscat && down > 0; ++up, --down) {
+    Segment& ahead = fSegments[up];
+    Segment& back = fSegments[down];
+    const Segment& plane = fSegments[down - 1];
+    const KinkStates<KinkPair> local = Both(ahead.fLocal, back.fLocal);
+    const KinkPair s = {ahead.fEnd, plane.fEnd};
+    const KinkPair v = {ahead.fV, plane.fV};
+    const KinkPair pE = CrossingWeight(known, local, v);
+    const KinkPair regular = pE * v;
+    back.fBeyond = One(known, 1);
+    const auto keep = [&](const KinkCrossings<KinkPair>& crossing) {
+      ahead.fUpstream = One(crossing.fBefore, 0);
+      back.fDownstream = One(crossing.fBefore, 1);
+      known = crossing.fBeyond;
+    };
+    if (regular[0] > 0 && regular[1] > 0)
+      keep(CrossRegularPlane(known, local, s, v, pE));
+    else
+      keep(CrossBoth(known, local, s, v));
+  }
+  KinkState upstream = One(known, 0);
+  for (; up < fNscat; ++up) {
+    Segment& ahead = fSegments[up];
+    const KinkCrossings<double> crossing = CrossPlane(upstream, ahead.fLocal, ahead.fEnd, ahead.fV);
+    ahead.fUpstream = crossing.fBefore;
+    upstream = crossing.fBeyond;
+  }
+  fSegments[fNscat].fUpstream = MergeAny(upstream, fSegments[fNscat].fLocal);
+  KinkState downstream = One(known, 1);
+  for (; down > 0; --down) {
+    Segment& back = fSegments[down];
+    const Segment& plane = fSegments[down - 1];
+    const KinkCrossings<double> crossing =
+        CrossPlane(downstream, back.fLocal, plane.fEnd, plane.fV);
+    back.fBeyond = downstream;
+    back.fDownstream = crossing.fBefore;
     downstream = crossing.fBeyond;
-    regular = SmoothSegment(k - 1, downstream) && regular;
+  }
+  fSegments[0].fBeyond = downstream;
+}
+
+// Segments and planes two at a time, side by side.
+bool KinkSmoother::Smooth() {
+  bool regular = true;
+  fChi2Beta = 0;
+  for (unsigned int k = 0; k <= fNscat; k += 2) {
+    const unsigned int l = std::min(k + 1, fNscat); // the last segment may be its own neighbour
+    const KinkStates<KinkPair> upstream = Both(fSegments[k].fUpstream, fSegments[l].fUpstream);
+    regular = SmoothLines(k, l, upstream) && regular;
+    if (k < fNscat) SmoothKinks(k, l, upstream);
   }
   const Segment& first = fSegments[0];
   fSlope = first.fSlope;
@@ -141,82 +194,106 @@ bool KinkSmoother::SmoothUpstream() {
   return regular;
 }
 
-// Both sides know the position at the plane: from upstream (p, z, x, q, c), from downstream
-// (p', z', x', q', c'). With g = p p' / (p + p'), D = z' - z, E = x' - x, d = s - z, d' = s - z'
-// their mismatch alone measures the kink as a / A with weight A / N:
-//   N = q + q' + g D^2,  A = q q' + g (d^2 q' + d'^2 q),
-//   a = (q c' - q' c) - g [d (q' E - c' D) + d' (q E - c D)].
-// Together with the kink measured as 0 with weight v: alpha = a / (A + v N), variance N / (A + v
-// N).
-void KinkSmoother::SmoothKink(unsigned int k, const KinkState& downstream) {
-  const Segment& segment = fSegments[k];
-  const KinkState& up = segment.fUpstream;
-  const KinkState& down = downstream;
-  const double g = up.fP * (down.fP / (up.fP + down.fP));
-  const double dz = down.fZ - up.fZ;
-  const double dx = down.fX - up.fX;
-  const double dUp = segment.fEnd - up.fZ;
-  const double dDown = segment.fEnd - down.fZ;
-  const double n = up.fQ + down.fQ + g * dz * dz;
-  const double weight = up.fQ * down.fQ + g * (dUp * dUp * down.fQ + dDown * dDown * up.fQ);
-  const double tilt = dUp * (down.fQ * dx - down.fC * dz) + dDown * (up.fQ * dx - up.fC * dz);
-  const double inverse = 1 / (weight + segment.fV * n);
-  const double alpha = (up.fQ * down.fC - down.fQ * up.fC - g * tilt) * inverse;
-  const unsigned int j = fPlaneOrder[k];
-  fAlpha[j] = alpha;
-  fVarAlpha[j] = n * inverse;
-  fChi2Beta += alpha * alpha * segment.fV;
+inline bool KinkSmoother::SmoothLines(unsigned int k, unsigned int l,
+                                      const KinkStates<KinkPair>& upstream) {
+  const KinkStates<KinkPair> all =
+      Merge(upstream, Both(fSegments[k].fBeyond, fSegments[l].fBeyond));
+  const KinkPair varX = 1 / all.fP;
+  const KinkPair varSlope = 1 / all.fQ;
+  const KinkPair slope = all.fC * varSlope;
+  const auto set = [&](Segment& segment, int which) {
+    segment.fZ = all.fZ[which];
+    segment.fX = all.fX[which];
+    segment.fSlope = slope[which];
+    segment.fVarX = varX[which];
+    segment.fVarSlope = varSlope[which];
+    return all.fP[which] > 0 && all.fQ[which] > 0;
+  };
+  const bool regular = set(fSegments[k], 0);
+  return set(fSegments[l], 1) && regular;
 }
 
-bool KinkSmoother::SmoothSegment(unsigned int k, const KinkState& downstream) {
-  Segment& segment = fSegments[k];
-  const KinkState all = Merge(segment.fUpstream, downstream);
-  segment.fZ = all.fZ;
-  segment.fX = all.fX;
-  segment.fVarX = 1 / all.fP;
-  segment.fVarSlope = 1 / all.fQ;
-  segment.fSlope = all.fC * segment.fVarSlope;
-  for (unsigned int place = fFirst[k]; place < fFirst[k + 1]; ++place) {
-    const unsigned int i = fMeasOrder[place];
-    fXfit[i] = segment.fX + segment.fSlope * (fZ[i] - segment.fZ);
-    fChi2XI += Chi2XIi(i);
+// Both sides know the position at the plane: from upstream (p, z, x, q, c), from downstream
+// (p', z', x', q', c'). With P = p + p', D = z' - z, E = x' - x, d = s - z, d' = s - z' their
+// mismatch alone measures the kink as a / A with weight A / N:
+//   N = (q + q') P + p p' D^2,  A = q q' P + p p' (d^2 q' + d'^2 q),
+//   a = (q c' - q' c) P - p p' [(d q' + d' q) E - (d c' + d' c) D].
+// Together with the kink measured as 0 with weight v: alpha = a / (A + v N), its variance
+// N / (A + v N).
+inline void KinkSmoother::SmoothKinks(unsigned int k, unsigned int l,
+                                      const KinkStates<KinkPair>& upstream) {
+  const KinkStates<KinkPair>& up = upstream;
+  const KinkStates<KinkPair> down =
+      Both(fSegments[l].fDownstream, fSegments[std::min(l + 1, fNscat)].fDownstream);
+  const KinkPair s = {fSegments[k].fEnd, fSegments[l].fEnd};
+  const KinkPair v = {fSegments[k].fV, fSegments[l].fV};
+  const KinkPair p = up.fP + down.fP;
+  const KinkPair pp = up.fP * down.fP;
+  const KinkPair dz = down.fZ - up.fZ;
+  const KinkPair dx = down.fX - up.fX;
+  const KinkPair dUp = s - up.fZ;
+  const KinkPair dDown = s - down.fZ;
+  const KinkPair qUp = dUp * down.fQ;
+  const KinkPair qDown = dDown * up.fQ;
+  const KinkPair n = (up.fQ + down.fQ) * p + pp * dz * dz;
+  const KinkPair weight = up.fQ * down.fQ * p + pp * (dUp * qUp + dDown * qDown);
+  const KinkPair tilt = (qUp + qDown) * dx - (dUp * down.fC + dDown * up.fC) * dz;
+  const KinkPair inverse = 1 / (weight + v * n);
+  const KinkPair alpha = ((up.fQ * down.fC - down.fQ * up.fC) * p - pp * tilt) * inverse;
+  const KinkPair variance = n * inverse;
+  const KinkPair chi2 = alpha * alpha * v;
+  const auto set = [&](Plane& plane, int which) {
+    plane.fAlpha = alpha[which];
+    plane.fVarAlpha = variance[which];
+    fChi2Beta += chi2[which];
+  };
+  set(fPlanes[PlaneAt(k)], 0);
+  if (l < fNscat) set(fPlanes[PlaneAt(l)], 1);
+}
+
+void KinkSmoother::FitMeasurements() {
+  double chi2 = 0;
+  for (Measurement& meas : fMeas) {
+    const Segment& line = fSegments[meas.fSegment];
+    meas.fXfit = line.fX + line.fSlope * (meas.fZ - line.fZ);
+    const double r = meas.fX - meas.fXfit;
+    chi2 += r * r * meas.fW;
   }
-  return KnowsLine(all);
+  fChi2XI = chi2;
 }
 
 void KinkSmoother::NullResult() {
   fStatus = KinkStatus::kNotFitted;
   fX0 = fSlope = fChi2XI = fChi2Beta = 0;
-  std::fill(fXfit.begin(), fXfit.end(), 0.0);
-  std::fill(fAlpha.begin(), fAlpha.end(), 0.0);
-  std::fill(fVarAlpha.begin(), fVarAlpha.end(), kUndefined);
+  for (Measurement& meas : fMeas) meas.fXfit = 0;
+  for (Plane& plane : fPlanes) plane.fAlpha = 0;
 }
 
 KinkStatus KinkSmoother::WhySingular() const {
-  bool any = false, finite = true, elsewhere = false;
-  double z = 0;
-  for (unsigned int i = 0; i < fNmeas; ++i) {
-    if (fW[i] == 0) continue;
-    finite = finite && std::isfinite(fZ[i]) && std::isfinite(fX[i]) && std::isfinite(fW[i]);
-    elsewhere = elsewhere || (any && fZ[i] != z);
-    z = fZ[i];
-    any = true;
+  const Measurement* first = nullptr;
+  bool finite = true, elsewhere = false, free = false;
+  for (const Measurement& meas : fMeas) {
+    if (meas.fW == 0) continue;
+    finite = finite && std::isfinite(meas.fZ) && std::isfinite(meas.fX) && std::isfinite(meas.fW);
+    if (!first) first = &meas;
+    elsewhere = elsewhere || meas.fZ != first->fZ;
   }
-  for (unsigned int j = 0; j < fNscat; ++j)
-    finite = finite && std::isfinite(fS[j]) && std::isfinite(fV[j]);
-  if (!any) return KinkStatus::kNoMeasurement;
+  for (const Plane& plane : fPlanes) {
+    finite = finite && std::isfinite(plane.fS) && std::isfinite(plane.fV);
+    free = free || plane.fV == 0;
+  }
+  if (!first) return KinkStatus::kNoMeasurement;
   if (!finite) return KinkStatus::kNotFinite;
   if (!elsewhere) return KinkStatus::kOnePosition;
-  const bool free = std::find(fV.begin(), fV.end(), 0.0) != fV.end();
   return free ? KinkStatus::kFreeKink : KinkStatus::kNotFinite;
 }
 
 int KinkSmoother::NDOF() const {
   int ndof = -2;
-  for (const double w : fW)
-    if (w > 0) ++ndof;
-  for (const double v : fV)
-    if (!(v > 0)) --ndof;
+  for (const Measurement& meas : fMeas)
+    if (meas.fW > 0) ++ndof;
+  for (const Plane& plane : fPlanes)
+    if (!(plane.fV > 0)) --ndof;
   return ndof;
 }
 
@@ -243,11 +320,6 @@ double KinkSmoother::X(double z) const {
 
 double KinkSmoother::Slope(double z) const {
   return Succeeded() ? SegmentAt(z).fSlope : 0;
-}
-
-double KinkSmoother::Chi2XIi(unsigned int i) const {
-  const double r = fX[i] - fXfit[i];
-  return r * r * fW[i];
 }
 
 } // namespace kelvo

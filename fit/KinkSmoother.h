@@ -15,7 +15,7 @@ enum class KinkStatus {
   kNoMeasurement, ///< no measurement has a weight above 0
   kOnePosition,   ///< all measurements of weight above 0 stand at the same z: no slope
   kFreeKink,      ///< the measurements do not fix a kink that is unconstrained (width infinity)
-  kNotFinite      ///< an infinite input, or weights near the range of double, left NaN behind
+  kNotFinite      ///< an infinite z or x, or weights near the range of double
 };
 
 /// The fitted line at one position: values and their 2 x 2 covariance matrix.
@@ -69,9 +69,11 @@ public:
   /// i >= n, kNaN (value 0) for a NaN among z, x, sigx, kBadSigX (value sigx) for sigx <= 0.
   void SetMeasurement(unsigned int i, double z, double x, double sigx) {
     if (!(i < fNmeas && z == z && x == x && sigx > 0)) ThrowBadMeasurement(i, z, x, sigx);
-    fZ[i] = z;
-    fX[i] = x;
-    fLoadedW[i] = fW[i] = 1 / (sigx * sigx);
+    const double w = 1 / (sigx * sigx);
+    fMeas[i].fZ = z;
+    fMeas[i].fX = x;
+    fMeas[i].fW = w;
+    fMeas[i].fLoadedW = w;
   }
 
   /// Loads scattering plane j with weight 1 / (sigAlpha sigAlpha); a later call replaces it. Planes
@@ -83,8 +85,8 @@ public:
   /// j >= m, kNaN (value 0) for a NaN, kBadSigSJ (value sigAlpha) for sigAlpha <= 0.
   void SetScatteringPlane(unsigned int j, double z, double sigAlpha) {
     if (!(j < fNscat && z == z && sigAlpha > 0)) ThrowBadPlane(j, z, sigAlpha);
-    fS[j] = z;
-    fV[j] = 1 / (sigAlpha * sigAlpha);
+    fPlanes[j].fS = z;
+    fPlanes[j].fV = 1 / (sigAlpha * sigAlpha);
   }
 
   /// Multiplies the loaded weight of measurement i for the next Fit: 0 leaves it out, 1 restores
@@ -136,20 +138,25 @@ public:
   KinkPoint At(double z) const;
 
   /// Returns the fitted coordinate at measurement i [cm]; i must be below n.
-  double XFit(unsigned int i) const { return fXfit[i]; }
+  double XFit(unsigned int i) const { return fMeas[i].fXfit; }
 
   /// Returns the kink at plane j [rad]; j must be below m.
-  double Kink(unsigned int j) const { return fAlpha[j]; }
+  double Kink(unsigned int j) const { return fPlanes[j].fAlpha; }
 
   /// Returns the variance of the kink at plane j [rad^2], NaN without a successful last fit; j must
   /// be below m.
-  double VarKink(unsigned int j) const { return fVarAlpha[j]; }
+  double VarKink(unsigned int j) const;
 
   /// Returns (x_i - xfit_i)^2 w_i of measurement i; i must be below n.
-  double Chi2XIi(unsigned int i) const;
+  double Chi2XIi(unsigned int i) const {
+    const double r = fMeas[i].fX - fMeas[i].fXfit;
+    return r * r * fMeas[i].fW;
+  }
 
   /// Returns alpha_j^2 / sigAlpha_j^2 of plane j; j must be below m.
-  double Chi2BetaJ(unsigned int j) const { return fAlpha[j] * fAlpha[j] * fV[j]; }
+  double Chi2BetaJ(unsigned int j) const {
+    return fPlanes[j].fAlpha * fPlanes[j].fAlpha * fPlanes[j].fV;
+  }
 
   /// Returns the measurements' part of chi-square of the last Fit, 0 before the first.
   double Chi2XI() const { return fChi2XI; }
@@ -179,12 +186,30 @@ public:
   TMatrixDSym Covariance() const;
 
 private:
+  struct Measurement {
+    double fZ;             ///< position [cm]
+    double fX;             ///< measured coordinate [cm]
+    double fW;             ///< weight in the fit [cm^-2]
+    double fLoadedW;       ///< 1 / sigx^2, before any weight factor [cm^-2]
+    double fXfit;          ///< fitted coordinate [cm]
+    unsigned int fSegment; ///< the segment it lies in
+  };
+
+  struct Plane {
+    double fS;        ///< position [cm]
+    double fV;        ///< weight of the kink, 1 / sigAlpha^2 [rad^-2]
+    double fAlpha;    ///< fitted kink [rad]
+    double fVarAlpha; ///< its variance [rad^2]
+  };
+
   /// The straight line between two neighbouring planes, in order of z.
   struct Segment {
     double fEnd;             ///< position of the plane at its end; infinity for the last [cm]
     double fV;               ///< weight of the kink there
     KinkState fLocal;        ///< what its own measurements know
     KinkState fUpstream;     ///< what those and everything upstream know
+    KinkState fDownstream;   ///< what those and everything downstream know
+    KinkState fBeyond;       ///< what everything downstream knows, without its own measurements
     double fZ;               ///< where position and slope are independent, given everything [cm]
     double fX, fSlope;       ///< smoothed line: X(z) = fX + fSlope (z - fZ)
     double fVarX, fVarSlope; ///< variances of fX and fSlope
@@ -193,41 +218,43 @@ private:
   [[noreturn]] void ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const;
   [[noreturn]] void ThrowBadPlane(unsigned int j, double z, double sigAlpha) const;
   void Sort();
-  void FilterDownstream();
-  bool SmoothUpstream();
-  void SmoothKink(unsigned int k, const KinkState& downstream);
-  bool SmoothSegment(unsigned int k, const KinkState& downstream);
+  unsigned int MeasAt(unsigned int place) const {
+    return fMeasOrder.empty() ? place : fMeasOrder[place];
+  }
+  unsigned int PlaneAt(unsigned int k) const { return fPlaneOrder.empty() ? k : fPlaneOrder[k]; }
+  void Gather();
+  void Filter();
+  bool Smooth();
+  bool SmoothLines(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
+  void SmoothKinks(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
+  void FitMeasurements();
   KinkStatus WhySingular() const;
   const Segment& SegmentAt(double z) const;
   void LeaveEachOut() const;
 
-  unsigned int fNmeas = 0; ///< n, number of measurements
-  unsigned int fNscat = 0; ///< m, number of scattering planes
+  unsigned int fNmeas = 0;        ///< n, number of measurements
+  unsigned int fNscat = 0;        ///< m, number of scattering planes
+  std::vector<Measurement> fMeas; ///< n
+  std::vector<Plane> fPlanes;     ///< m
 
-  std::vector<double> fZ;       ///< n: position of each measurement [cm]
-  std::vector<double> fX;       ///< n: measured coordinate [cm]
-  std::vector<double> fW;       ///< n: weight of each measurement in the fit [cm^-2]
-  std::vector<double> fLoadedW; ///< n: 1 / sigx^2 as loaded, before any weight factor [cm^-2]
-  std::vector<double> fS;       ///< m: position of each plane [cm]
-  std::vector<double> fV;       ///< m: weight of each kink, 1 / sigAlpha^2 [rad^-2]
-
-  std::vector<unsigned int> fMeasOrder;  ///< n: indices of the measurements in order of z
-  std::vector<unsigned int> fPlaneOrder; ///< m: indices of the planes in order of z
-  std::vector<unsigned int> fFirst;      ///< m + 2: place in fMeasOrder where each segment begins
-  std::vector<Segment> fSegments;        ///< m + 1
+  /// n and m: indices in order of z; empty if that is the order they have.
+  std::vector<unsigned int> fMeasOrder, fPlaneOrder;
+  std::vector<Segment> fSegments; ///< m + 1
 
   double fX0 = 0;                              ///< fitted intercept at z = 0 [cm]
   double fSlope = 0;                           ///< fitted slope of the first segment
-  std::vector<double> fXfit;                   ///< n: fitted coordinate [cm]
-  std::vector<double> fAlpha;                  ///< m: fitted kinks [rad]
-  std::vector<double> fVarAlpha;               ///< m: their variances [rad^2]
   double fChi2XI = 0;                          ///< measurements' part of chi-square
   double fChi2Beta = 0;                        ///< kinks' part of chi-square
   KinkStatus fStatus = KinkStatus::kNotFitted; ///< how the last fit ended
-  mutable bool fLeftOut = false;               ///< whether the two below belong to the last fit
-  mutable std::vector<double> fOthersX;        ///< n: fit of the others at each z_i [cm]
-  mutable std::vector<double> fOthersVar;      ///< n: its variance [cm^2]
-  mutable std::vector<KinkState> fBeforeEach;  ///< n: work space of LeaveEachOut
+
+  /// The fit of all measurements but one, at that one.
+  struct Others {
+    KinkState fUpstream; ///< work space
+    double fX;           ///< fitted coordinate [cm]
+    double fVar;         ///< its variance [cm^2]; infinity if they fix no track
+  };
+  mutable std::vector<Others> fOthers; ///< n once asked for
+  mutable bool fOthersKnown = false;   ///< whether fOthers belongs to the last fit
 };
 
 } // namespace kelvo

@@ -51,54 +51,58 @@ struct Turn {
 
 } // namespace
 
+double KinkSmoother::VarKink(unsigned int j) const {
+  return Succeeded() ? fPlanes[j].fVarAlpha : kUndefined;
+}
+
 KinkResidual KinkSmoother::Residual(unsigned int i) const {
   if (!Succeeded())
     return {kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined};
   LeaveEachOut();
-  const double others = fOthersVar[i];
-  const double unbiased = std::isinf(others) ? 0 : fX[i] - fOthersX[i];
-  const double variance = 1 / fLoadedW[i] + others;
+  const Measurement& meas = fMeas[i];
+  const Others& others = fOthers[i];
+  const double variance = 1 / meas.fLoadedW + others.fVar;
+  const double biased = meas.fX - meas.fXfit;
+  if (std::isinf(others.fVar)) return {biased, 0, 0, variance, 0, 1, Chi2XIi(i)};
   // With the leverage h: biased = (1 - h) unbiased. Written so that 1 - h does not cancel.
-  const double kept = 1 / (1 + (fW[i] > 0 ? fW[i] * others : 0));
-  const double leverage = std::isinf(others) ? 1 : (fW[i] * others) * kept;
-  const double biasedVariance = std::isinf(others) ? 0 : kept * kept * variance;
-  return {fX[i] - fXfit[i], biasedVariance, unbiased, variance, unbiased / std::sqrt(variance),
-          leverage,         Chi2XIi(i)};
+  const double unbiased = meas.fX - others.fX;
+  const double kept = 1 / (1 + meas.fW * others.fVar);
+  return {biased,    kept * kept * variance,         unbiased,
+          variance,  unbiased / std::sqrt(variance), meas.fW * others.fVar * kept,
+          Chi2XIi(i)};
 }
 
 // Filters once more in both directions, now stopping at each measurement.
 void KinkSmoother::LeaveEachOut() const {
-  if (fLeftOut) return;
-  fOthersX.resize(fNmeas);
-  fOthersVar.resize(fNmeas);
-  fBeforeEach.resize(fNmeas);
-  KinkState downstream;
-  for (unsigned int k = fNscat + 1; k-- > 0;) {
-    KinkState upstream;
-    if (k > 0) {
-      const Segment& before = fSegments[k - 1];
-      upstream = CrossPlane(before.fUpstream, {}, before.fEnd, before.fV).fBeyond;
-    }
-    for (unsigned int place = fFirst[k]; place < fFirst[k + 1]; ++place) {
-      const unsigned int i = fMeasOrder[place];
-      fBeforeEach[place] = upstream;
-      if (fW[i] > 0) AddPosition(upstream, fW[i], fZ[i], fX[i]);
-    }
-    for (unsigned int place = fFirst[k + 1]; place-- > fFirst[k];) {
-      const unsigned int i = fMeasOrder[place];
-      const KinkState others = MergeAny(fBeforeEach[place], downstream);
-      const bool line = others.fP > 0 && others.fQ > 0;
-      const double d = fZ[i] - others.fZ;
-      fOthersX[i] = line ? others.fX + others.fC / others.fQ * d : 0;
-      fOthersVar[i] = line ? 1 / others.fP + d * d / others.fQ : kInfinity;
-      if (fW[i] > 0) AddPosition(downstream, fW[i], fZ[i], fX[i]);
-    }
-    if (k > 0) {
-      const Segment& plane = fSegments[k - 1];
-      downstream = CrossPlane(downstream, {}, plane.fEnd, plane.fV).fBeyond;
+  if (fOthersKnown) return;
+  fOthers.resize(fMeas.size());
+  const auto at = [this](unsigned int place) -> const Measurement& { return fMeas[MeasAt(place)]; };
+  unsigned int place = 0;
+  KinkState upstream;
+  for (unsigned int k = 0; k <= fNscat; ++k) {
+    if (k > 0)
+      upstream = CrossPlane(upstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
+    for (; place < fNmeas && at(place).fSegment == k; ++place) {
+      fOthers[MeasAt(place)].fUpstream = upstream;
+      if (at(place).fW > 0) AddPosition(upstream, at(place).fW, at(place).fZ, at(place).fX);
     }
   }
-  fLeftOut = true;
+  KinkState downstream;
+  for (unsigned int k = fNscat + 1; k-- > 0;) {
+    for (; place > 0 && at(place - 1).fSegment == k; --place) {
+      const Measurement& meas = at(place - 1);
+      Others& others = fOthers[MeasAt(place - 1)];
+      const KinkState all = MergeAny(others.fUpstream, downstream);
+      const double d = meas.fZ - all.fZ;
+      const bool line = all.fP > 0 && all.fQ > 0;
+      others.fX = line ? all.fX + all.fC / all.fQ * d : 0;
+      others.fVar = line ? 1 / all.fP + d * d / all.fQ : kInfinity;
+      if (meas.fW > 0) AddPosition(downstream, meas.fW, meas.fZ, meas.fX);
+    }
+    if (k > 0)
+      downstream = CrossPlane(downstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
+  }
+  fOthersKnown = true;
 }
 
 // log det A = sum_k log f_k + log(P Q) of the last segment: the filter eliminates one slope per
@@ -114,8 +118,8 @@ double KinkSmoother::LogLikelihood() const {
   }
   determinant.Multiply(fSegments[fNscat].fUpstream.fP);
   determinant.Multiply(fSegments[fNscat].fUpstream.fQ);
-  for (const double w : fW)
-    if (w > 0) determinant.Multiply(1 / w);
+  for (const Measurement& meas : fMeas)
+    if (meas.fW > 0) determinant.Multiply(1 / meas.fW);
   return -0.5 * (fChi2XI + fChi2Beta + determinant.Log() + NDOF() * kLogTwoPi);
 }
 
@@ -149,7 +153,7 @@ TMatrixDSym KinkSmoother::Covariance() const {
                                                std::size_t row) {
     for (; k < fNscat; ++k) {
       const Turn& turn = downstream[fNscat - 1 - k];
-      set(row, std::size_t{fPlaneOrder[k]} + 2, turn.Kink(with));
+      set(row, std::size_t{PlaneAt(k)} + 2, turn.Kink(with));
       with.fSlope = turn.Slope(with);
       if (k + 1 < fNscat) with.fX += with.fSlope * (fSegments[k + 1].fEnd - fSegments[k].fEnd);
     }
@@ -164,8 +168,8 @@ TMatrixDSym KinkSmoother::Covariance() const {
   carry({first.fVarX - d * first.fZ * first.fVarSlope, -first.fZ * first.fVarSlope}, 0, 0);
   carry({d * first.fVarSlope, first.fVarSlope}, 0, 1);
   for (unsigned int k = 0; k < fNscat; ++k) {
-    const std::size_t row = std::size_t{fPlaneOrder[k]} + 2;
-    set(row, row, fVarAlpha[fPlaneOrder[k]]);
+    const std::size_t row = std::size_t{PlaneAt(k)} + 2;
+    set(row, row, fPlanes[PlaneAt(k)].fVarAlpha);
     if (k + 1 == fNscat) break;
     // Seen from beyond the plane the kink turns the other way, against what lies upstream.
     const Segment& next = fSegments[k + 1];

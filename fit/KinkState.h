@@ -1,90 +1,144 @@
 #pragma once
 
-#include <limits>
-
 namespace kelvo {
+
+/// Two numbers calculated side by side, for two states at once.
+using KinkPair = double __attribute__((vector_size(2 * sizeof(double))));
 
 /// What one side of the track knows of the straight line at hand, as two independent terms:
 ///   chi^2 = P (x(Z) - X)^2 + Q (slope - C / Q)^2 + constant.
 /// Z is the place where position and slope are uncorrelated. The whole filter is written in these
 /// five numbers because combining two states and crossing a scattering plane then only add
 /// positive numbers to P, Q and their like, so nothing cancels however far the weights are apart.
-/// The internal algebra of KinkSmoother; docs/linear-time-fit.md derives it.
-struct KinkState {
-  double fP = 0; ///< weight of the position at fZ [cm^-2]; 0 if nothing is known
-  double fZ = 0; ///< where position and slope are independent [cm]; 0 if nothing is known
-  double fX = 0; ///< position there [cm]
-  double fQ = 0; ///< weight of the slope; 0 if only one position is known
-  double fC = 0; ///< slope times its weight
+/// The internal algebra of KinkSmoother; docs/linear-time-fit.md derives it. Real is double, or
+/// KinkPair for two states at once with the same bits.
+template <class Real>
+struct KinkStates {
+  Real fP{}; ///< weight of the position at fZ [cm^-2]; 0 if nothing is known
+  Real fZ{}; ///< where position and slope are independent [cm]; 0 if nothing is known
+  Real fX{}; ///< position there [cm]
+  Real fQ{}; ///< weight of the slope; 0 if only one position is known
+  Real fC{}; ///< slope times its weight
 };
+using KinkState = KinkStates<double>;
+
+/// Puts two states side by side, and takes the first (0) or the second (1) of them back.
+inline KinkStates<KinkPair> Both(const KinkState& a, const KinkState& b) {
+  return {KinkPair{a.fP, b.fP}, KinkPair{a.fZ, b.fZ}, KinkPair{a.fX, b.fX}, KinkPair{a.fQ, b.fQ},
+          KinkPair{a.fC, b.fC}};
+}
+inline KinkState One(const KinkStates<KinkPair>& both, int which) {
+  return {both.fP[which], both.fZ[which], both.fX[which], both.fQ[which], both.fC[which]};
+}
 
 /// Adds what b knows to what a knows of the same line. One of both must know something.
-///   P = p + p',  g = p p' / P,  D = z' - z,  Q = q + q' + g D^2,  C = c + c' + g D (x' - x).
-inline KinkState Merge(const KinkState& a, const KinkState& b) {
-  const double p = a.fP + b.fP;
-  const double share = b.fP / p;
-  const double g = a.fP * share;
-  const double dz = b.fZ - a.fZ;
-  const double dx = b.fX - a.fX;
-  return {p, a.fZ + share * dz, a.fX + share * dx, a.fQ + b.fQ + g * dz * dz,
-          a.fC + b.fC + g * dz * dx};
+///   P = p + p',  g = p p' / P,  D = z' - z,  Z = z + p' / P D,  X = x + p' / P (x' - x),
+///   Q = q + q' + g D^2,  C = c + c' + g D (x' - x).
+template <class Real>
+inline KinkStates<Real> Merge(const KinkStates<Real>& a, const KinkStates<Real>& b) {
+  const Real p = a.fP + b.fP;
+  const Real share = b.fP * (1 / p);
+  const Real dz = b.fZ - a.fZ;
+  const Real dx = b.fX - a.fX;
+  const Real lever = a.fP * share * dz;
+  return {p, a.fZ + share * dz, a.fX + share * dx, a.fQ + b.fQ + lever * dz,
+          a.fC + b.fC + lever * dx};
 }
 
 /// The same where neither needs to know anything.
 inline KinkState MergeAny(const KinkState& a, const KinkState& b) {
-  return a.fP + b.fP == 0 ? KinkState{} : Merge(a, b);
+  if (a.fP + b.fP == 0) return {};
+  return Merge(a, b);
 }
 
-/// Adds one measurement of weight w > 0.
+/// Adds one measurement of weight w > 0: the same as Merge with a state that knows one position.
 inline void AddPosition(KinkState& a, double w, double z, double x) {
-  a = a.fP > 0 ? Merge(a, {w, z, x, 0, 0}) : KinkState{w, z, x, 0, 0};
+  if (a.fP == 0) {
+    a.fP = w;
+    a.fZ = z;
+    a.fX = x;
+    return;
+  }
+  const double p = a.fP + w;
+  const double share = w * (1 / p);
+  const double dz = z - a.fZ;
+  const double dx = x - a.fX;
+  const double lever = a.fP * share * dz;
+  a.fP = p;
+  a.fZ += share * dz;
+  a.fX += share * dx;
+  a.fQ += lever * dz;
+  a.fC += lever * dx;
 }
 
-/// What CrossPlane gives: the knowledge before the plane, and the same beyond it.
-struct Crossing {
-  KinkState fBefore; ///< a and b merged
-  KinkState fBeyond; ///< of the line on the other side of the plane
+/// What crossing a plane gives.
+template <class Real>
+struct KinkCrossings {
+  KinkStates<Real> fBefore; ///< what is known before the plane
+  KinkStates<Real> fBeyond; ///< what that says of the line beyond it
 };
 
-/// CrossPlane for merged knowledge of one position, or none, where the kink is free: beyond the
-/// plane the position is known only if it was known at the plane itself.
-inline Crossing CrossFreely(const KinkState& a, const KinkState& b, double s) {
-  if (a.fP + b.fP == 0) return {};
-  const KinkState before = Merge(a, b);
-  if (before.fP != before.fP || before.fQ != before.fQ) return {before, before};
-  if (before.fZ != s) return {before, {}};
-  return {before, {before.fP, s, before.fX, 0, 0}};
+/// P e of CrossPlane; the formulas there hold if this and v are above 0.
+template <class Real>
+inline Real CrossingWeight(const KinkStates<Real>& a, const KinkStates<Real>& b, Real v) {
+  const Real dz = b.fZ - a.fZ;
+  return (a.fQ + (b.fQ + v)) * (a.fP + b.fP) + a.fP * b.fP * dz * dz;
 }
 
 /// Merges a and b and crosses the plane at s with a kink of weight v, in either direction: the
 /// variance of the slope grows by 1 / v, the position at s stays. With d = s - Z, e = v + Q and
 /// f = e + P d^2:
-///   P' = P e / f,  Q' = Q v / e,  Z' = Z + d Q / e,  X' = X + d C / e,  C' = C v / e.
+///   P' = P e / f,  Z' = Z + d Q / e,  X' = X + d C / e,  Q' = Q v / e,  C' = C v / e.
 /// The three divisions, by P, P e and P f, do not wait for each other: this is the serial chain
 /// of the fit, and their latency is most of its time.
-inline Crossing CrossPlane(const KinkState& a, const KinkState& b, double s, double v) {
-  const double p = a.fP + b.fP;
-  const double dz = b.fZ - a.fZ;
-  const double dx = b.fX - a.fX;
-  const double pp = a.fP * b.fP;
-  const double pQ = (a.fQ + b.fQ) * p + pp * dz * dz;
-  const double pE = v * p + pQ;
-  if (!(pE > 0)) return CrossFreely(a, b, s);
-  const double pD = a.fP * (s - a.fZ) + b.fP * (s - b.fZ); // both terms have the same sign
-  const double invP = 1 / p;
-  const double invE = 1 / pE;
-  const double invF = 1 / (pE + pD * pD);
+template <class Real>
+inline KinkCrossings<Real> CrossRegularPlane(const KinkStates<Real>& a, const KinkStates<Real>& b,
+                                             Real s, Real v, Real pE) {
+  const Real p = a.fP + b.fP;
+  const Real pD = a.fP * (s - a.fZ) + b.fP * (s - b.fZ); // both terms have the same sign
+  const Real invP = 1 / p;
+  const Real invE = 1 / pE;
+  const Real invF = 1 / (pE + pD * pD);
 
-  const double share = b.fP * invP;
-  const double c = a.fC + b.fC + pp * invP * dz * dx;
-  const KinkState before = {p, a.fZ + share * dz, a.fX + share * dx, pQ * invP, c};
-  const double d = pD * invP;
-  const double keep = v * p * invE; // the share of the slope's weight that the plane leaves
-  const double lose = pQ * invE;
-  // The shorter way to Z': a free kink must give exactly s, no slope knowledge exactly Z.
-  const double z = lose < keep ? before.fZ + d * lose : s - d * keep;
-  const double x = before.fX + d * (c * (p * invE));
-  return {before, {p * pE * invF, z, x, before.fQ * keep, c * keep}};
+  const Real dz = b.fZ - a.fZ;
+  const Real dx = b.fX - a.fX;
+  const Real share = b.fP * invP;
+  const Real lever = a.fP * b.fP * invP * dz;
+  const Real z = a.fZ + share * dz;
+  const Real x = a.fX + share * dx;
+  const Real q = a.fQ + b.fQ + lever * dz;
+  const Real c = a.fC + b.fC + lever * dx;
+  const Real turn = pD * invE;
+  const Real keep = v * p * invE;
+  return {{p, z, x, q, c}, {p * pE * invF, z + turn * q, x + turn * c, keep * q, keep * c}};
+}
+
+/// The same for a free kink, or where nothing is known: beyond the plane only the position at s is
+/// known, and nothing at all if before it only another position is known.
+inline KinkCrossings<double> CrossFreely(const KinkState& a, const KinkState& b, double s) {
+  const KinkState before = MergeAny(a, b);
+  const double d = s - before.fZ;
+  if (before.fP == 0 || (before.fQ == 0 && d != 0)) return {before, {}};
+  const double slope = before.fQ > 0 ? before.fC / before.fQ : 0;
+  const double lever = before.fQ > 0 ? d * d / before.fQ : 0;
+  return {before, {before.fP / (1 + before.fP * lever), s, before.fX + slope * d, 0, 0}};
+}
+
+/// The same for any plane.
+inline KinkCrossings<double> CrossPlane(const KinkState& a, const KinkState& b, double s,
+                                        double v) {
+  const double pE = CrossingWeight(a, b, v);
+  if (!(pE > 0 && v > 0)) return CrossFreely(a, b, s);
+  return CrossRegularPlane(a, b, s, v, pE);
+}
+
+/// The same for two states that are side by side.
+[[gnu::noinline]] inline KinkCrossings<KinkPair> CrossBoth(KinkStates<KinkPair> a,
+                                                           KinkStates<KinkPair> b, KinkPair s,
+                                                           KinkPair v) {
+  const KinkCrossings<double> one = CrossPlane(One(a, 0), One(b, 0), s[0], v[0]);
+  const KinkCrossings<double> other = CrossPlane(One(a, 1), One(b, 1), s[1], v[1]);
+  return {Both(one.fBefore, other.fBefore), Both(one.fBeyond, other.fBeyond)};
 }
 
 } // namespace kelvo
