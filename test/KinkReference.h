@@ -70,7 +70,8 @@ private:
 /// Dense normal equations in the parameters (x0, slope, kinks). Infinite widths are allowed.
 class DenseFit {
 public:
-  explicit DenseFit(const Problem& problem) : fProblem(problem), fSize(problem.s.size() + 2) {
+  explicit DenseFit(const Problem& problem, bool withCovariance = true)
+      : fProblem(problem), fSize(problem.s.size() + 2) {
     std::vector<Real> a(fSize * fSize);
     std::vector<Real> y(fSize);
     for (std::size_t i = 0; i < problem.z.size(); ++i) {
@@ -86,6 +87,7 @@ public:
     const Cholesky factor(a, fSize);
     fLogDeterminant = factor.LogDeterminant();
     fParameters = factor.Solve(y);
+    if (!withCovariance) return;
     for (std::size_t p = 0; p < fSize; ++p) {
       std::vector<Real> unit(fSize);
       unit[p] = 1;
@@ -142,6 +144,79 @@ private:
   std::vector<Real> fParameters;
   std::vector<Real> fCovariance;
   double fLogDeterminant = 0;
+};
+
+/// The fit for many planes, all at different positions: the parameters are the values of the track
+/// at the planes and at one point before and one after everything, a kink is a second difference of
+/// them, and the normal matrix has two diagonals on each side of its main one.
+class BandedFit {
+public:
+  explicit BandedFit(const Problem& problem) {
+    std::vector<std::size_t> plane(problem.s.size());
+    for (std::size_t j = 0; j < plane.size(); ++j) plane[j] = j;
+    std::sort(plane.begin(), plane.end(),
+              [&problem](std::size_t a, std::size_t b) { return problem.s[a] < problem.s[b]; });
+    const auto ends = std::minmax_element(problem.z.begin(), problem.z.end());
+    std::vector<Real> knot;
+    for (const std::size_t j : plane) knot.push_back(static_cast<Real>(problem.s[j]));
+    const Real low = static_cast<Real>(*ends.first), high = static_cast<Real>(*ends.second);
+    knot.insert(knot.begin(), (knot.empty() ? low : std::min(low, knot.front())) - 1);
+    knot.push_back(std::max(high, knot.back()) + 1);
+
+    const std::size_t size = knot.size();
+    Band a(size);
+    for (std::size_t i = 0; i < problem.z.size(); ++i) {
+      const Real z = static_cast<Real>(problem.z[i]);
+      const std::size_t right = static_cast<std::size_t>(
+          std::lower_bound(knot.begin() + 1, knot.end() - 1, z) - knot.begin());
+      const Real share = (z - knot[right - 1]) / (knot[right] - knot[right - 1]);
+      a.Add({1 - share, share}, right - 1, DenseFit::Weight(problem.sigx[i]),
+            static_cast<Real>(problem.x[i]));
+    }
+    for (std::size_t k = 1; k + 1 < size; ++k) {
+      const Real before = knot[k] - knot[k - 1], after = knot[k + 1] - knot[k];
+      a.Add({1 / before, -1 / before - 1 / after, 1 / after}, k - 1,
+            DenseFit::Weight(problem.sigAlpha[plane[k - 1]]), 0);
+    }
+    const std::vector<Real> y = a.Solve();
+    slope = (y[1] - y[0]) / (knot[1] - knot[0]);
+    x0 = y[0] - slope * knot[0];
+    kinks.resize(plane.size());
+    for (std::size_t k = 1; k + 1 < size; ++k)
+      kinks[plane[k - 1]] =
+          (y[k + 1] - y[k]) / (knot[k + 1] - knot[k]) - (y[k] - y[k - 1]) / (knot[k] - knot[k - 1]);
+  }
+  Real x0, slope;
+  std::vector<Real> kinks;
+
+private:
+  struct Band {
+    explicit Band(std::size_t size) : fA(3 * size), fY(size) {}
+    // Adds weight (sum_i row_i y_(first + i) - value)^2.
+    void Add(const std::vector<Real>& row, std::size_t first, Real weight, Real value) {
+      for (std::size_t i = 0; i < row.size(); ++i) {
+        fY[first + i] += weight * row[i] * value;
+        for (std::size_t k = i; k < row.size(); ++k)
+          fA[3 * (first + i) + k - i] += weight * row[i] * row[k];
+      }
+    }
+    std::vector<Real> Solve() {
+      const std::size_t size = fY.size();
+      for (std::size_t i = 0; i < size; ++i)
+        for (std::size_t k = 1; k < 3 && i + k < size; ++k) {
+          const Real factor = fA[3 * i + k] / fA[3 * i];
+          for (std::size_t l = k; l < 3; ++l) fA[3 * (i + k) + l - k] -= factor * fA[3 * i + l];
+          fY[i + k] -= factor * fY[i];
+        }
+      for (std::size_t i = size; i-- > 0;) {
+        for (std::size_t k = 1; k < 3 && i + k < size; ++k) fY[i] -= fA[3 * i + k] * fY[i + k];
+        fY[i] /= fA[3 * i];
+      }
+      return fY;
+    }
+    std::vector<Real> fA; // row by row: diagonal and the two elements right of it
+    std::vector<Real> fY;
+  };
 };
 
 /// Five random decades between 1e-6 and 0.1.

@@ -1,6 +1,7 @@
 // References: the dense fit in 34 digits (KinkReference.h), Lutz, closed forms, simulated truth.
 #include "fit/KinkSmoother.h"
 
+#include <TMath.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -395,6 +396,76 @@ TEST(KinkSmoother, WeightFactorsActOnTheNextFit) {
   fit.SetMeasurement(9, problem.z[9], problem.x[9], problem.sigx[9]);
   KinkSmoother fresh = Fitted(problem);
   EXPECT_EQ(FitOf(fit).alpha, FitOf(fresh).alpha);
+}
+
+struct Pulls {
+  void Add(double pull) {
+    fN += 1;
+    fSum += pull;
+    fSquares += pull * pull;
+  }
+  double Mean() const { return fSum / fN; }
+  double Rms() const { return std::sqrt(fSquares / fN); }
+  double fN = 0, fSum = 0, fSquares = 0;
+};
+
+// Bounds are five standard deviations of the estimate.
+void ExpectStandard(const Pulls& pulls, const char* name) {
+  EXPECT_LT(std::abs(pulls.Mean()) * std::sqrt(pulls.fN), 5) << name;
+  EXPECT_LT(std::abs(pulls.Rms() - 1) * std::sqrt(2 * pulls.fN), 5) << name;
+}
+
+TEST(KinkSmoother, UncertaintiesAreThoseOfSimulatedTracks) {
+  std::mt19937_64 random(20);
+  Pulls x0, slope, kink, between, slopeBetween, beyond, residual, biased;
+  double chi2 = 0, leverage = 0, better = 0;
+  std::vector<int> probability(10);
+  const int tracks = 4000;
+  const unsigned n = 20, m = 8;
+  for (int track = 0; track < tracks; ++track) {
+    Problem problem = reference::RandomProblem(n, m, random);
+    const reference::Truth truth = reference::Draw(problem, random);
+    const KinkSmoother fit = Fitted(problem);
+    const TMatrixDSym c = fit.Covariance();
+    const double before = -200;
+    x0.Add((fit.X(before) - before * fit.Slope(before) - truth.x0) / std::sqrt(c(0, 0)));
+    slope.Add((fit.Slope(before) - truth.slope) / std::sqrt(c(1, 1)));
+    kink.Add((fit.Kink(3) - truth.kinks[3]) / std::sqrt(fit.VarKink(3)));
+    const KinkPoint inside = fit.At(432), outside = fit.At(1500);
+    between.Add((inside.fX - truth.X(problem, 432)) / std::sqrt(inside.fVarX));
+    double trueSlope = truth.slope;
+    for (unsigned j = 0; j < m; ++j)
+      if (problem.s[j] < 432) trueSlope += truth.kinks[j];
+    slopeBetween.Add((inside.fSlope - trueSlope) / std::sqrt(inside.fVarSlope));
+    beyond.Add((outside.fX - truth.X(problem, 1500)) / std::sqrt(outside.fVarX));
+    const KinkResidual r = fit.Residual(5);
+    residual.Add(r.fUnbiased / std::sqrt(r.fVarUnbiased));
+    biased.Add(r.fBiased / std::sqrt(r.fVarBiased));
+    chi2 += fit.Chi2XI() + fit.Chi2Beta();
+    for (unsigned i = 0; i < n; ++i) leverage += fit.Residual(i).fLeverage;
+    for (unsigned j = 0; j < m; ++j) leverage += fit.VarKink(j) / std::pow(problem.sigAlpha[j], 2);
+    const double p = TMath::Prob(fit.Chi2XI() + fit.Chi2Beta(), fit.NDOF());
+    ++probability[std::min(static_cast<std::size_t>(10 * p), std::size_t{9})];
+    Problem wrong = problem;
+    for (double& width : wrong.sigAlpha) width *= 3;
+    if (fit.LogLikelihood() > Fitted(wrong).LogLikelihood()) ++better;
+  }
+  ExpectStandard(x0, "x0");
+  ExpectStandard(slope, "slope");
+  ExpectStandard(kink, "kink");
+  ExpectStandard(between, "x between planes");
+  ExpectStandard(slopeBetween, "slope between planes");
+  ExpectStandard(beyond, "x beyond all");
+  ExpectStandard(residual, "unbiased residual");
+  ExpectStandard(biased, "biased residual");
+  const double ndof = n - 2;
+  EXPECT_LT(std::abs(chi2 / tracks - ndof), 5 * std::sqrt(2 * ndof / tracks));
+  // The trace of the whole fit's projection, the kinks' widths being measurements too.
+  EXPECT_NEAR(leverage / tracks, 2 + m, 1e-6);
+  double flat = 0; // chi-square of ten equal bins
+  for (const int count : probability) flat += std::pow(count - tracks / 10, 2) / (tracks / 10);
+  EXPECT_LT(flat, 33.7) << "probability 1e-4 for 9 degrees of freedom";
+  EXPECT_GT(better, 0.75 * tracks) << "the likelihood prefers the true widths to wrong ones";
 }
 
 void ExpectThrow(unsigned code, double value, const std::function<void()>& act) {
