@@ -23,11 +23,6 @@ void Take(const ScatteringSurfaces& surfaces, double factor, PlaneList& planes) 
   }
 }
 
-/// Width of the scattering angle [rad] in dX0 radiation lengths, as ScatteringSurfaces has it.
-double ScatteringWidth(double dX0, double betaP) {
-  return 0.0136 / std::sqrt(3.) / betaP * std::sqrt(dX0) * (1 + 0.038 * std::log(dX0));
-}
-
 constexpr double kThinnest = 1e-6; // radiation lengths; what is thinner does not scatter
 
 /// The cheapest way to have one slab less: its place, and the second moment that is lost.
@@ -85,14 +80,11 @@ void PlaceByLimits(const Path& path, int pdg, const std::vector<double>& s,
   Take(one, options.fScatteringFactor, planes);
 }
 
-void FindSlabs(const geo::GeometryBase& geo, const TVector3& p0, const TVector3& p1, double s0,
+void FindSlabs(const geo::GeometryBase& geo, const Vector& p0, const Vector& p1, double s0,
                std::vector<Slab>& slabs) {
   std::vector<double> ds;
   std::vector<const TGeoMaterial*> mats;
-  double from[3], to[3];
-  p0.GetXYZ(from);
-  p1.GetXYZ(to);
-  geo.MaterialsBetweenPoints(from, to, ds, mats);
+  geo.MaterialsBetweenPoints(p0.data(), p1.data(), ds, mats);
   slabs.clear();
   double s = s0;
   for (std::size_t k = 0; k < ds.size(); k++) {
@@ -108,15 +100,17 @@ void PlaceInSlabs(std::vector<Slab> slabs, const BeamTrack& track, std::size_t m
   constexpr double kSeen = 0.01; // of the smallest uncertainty
   while (!slabs.empty()) {
     const Merger merger = CheapestMerger(slabs, track);
-    const double shift =
-        track.fFactor * 0.0136 / std::sqrt(3.) / track.fBetaP * std::sqrt(merger.fMoment);
+    // The width behind one radiation length, taken to go with the square root of the thickness.
+    const double width = track.fFactor * ScatteringSurfaces::Width(1, track.fBeta, track.fP);
+    const double shift = width * std::sqrt(merger.fMoment);
     if (slabs.size() <= most && shift > kSeen * track.fSmallestSigma) break;
     Merge(slabs, merger.fIndex);
   }
   planes = PlaneList{};
   for (const Slab& slab : slabs) {
     planes.fS.push_back(slab.fS);
-    planes.fSigAlpha.push_back(track.fFactor * ScatteringWidth(slab.fDX0, track.fBetaP));
+    planes.fSigAlpha.push_back(track.fFactor *
+                               ScatteringSurfaces::Width(slab.fDX0, track.fBeta, track.fP));
   }
 }
 

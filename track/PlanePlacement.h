@@ -3,9 +3,8 @@
 #include "func/Path.h"
 #include "geo/GeometryBase.h"
 #include "track/TrackFitter.h"
+#include "track/TrackFrame.h"
 #include "track/ViewSolver.h"
-
-#include <TVector3.h>
 
 #include <vector>
 
@@ -29,14 +28,15 @@ struct Slab {
 
 /// Lists the material from p0 to p1 [cm], one slab per material step that scatters.
 /// @param s0 path coordinate of p0 [cm]
-void FindSlabs(const geo::GeometryBase& geo, const TVector3& p0, const TVector3& p1, double s0,
+void FindSlabs(const geo::GeometryBase& geo, const Vector& p0, const Vector& p1, double s0,
                std::vector<Slab>& slabs);
 
 /// What PlaceInSlabs needs to know beside the slabs.
 struct BeamTrack {
   double fFirst;         ///< path coordinate of the first hit [cm]
   double fLast;          ///< and of the last [cm]
-  double fBetaP;         ///< velocity times momentum [GeV/c]
+  double fBeta;          ///< velocity [c]
+  double fP;             ///< momentum [GeV/c]
   double fFactor;        ///< factor on the scattering widths
   double fSmallestSigma; ///< of all measurements [cm]
 };

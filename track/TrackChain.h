@@ -6,8 +6,10 @@
 #include "track/CheckedGeometry.h"
 #include "track/HitCheck.h"
 #include "track/PlanePlacement.h"
+#include "track/RangeOutGeometry.h"
 #include "track/TrackFitter.h"
 #include "track/TrackFrame.h"
+#include "track/TrackPoint.h"
 #include "track/ViewSolver.h"
 
 #include <TVector3.h>
@@ -30,21 +32,7 @@ public:
   Refusal Fit(const HitList3D& hits, TrackFit& out);
 
 private:
-  /// One hit on its way through the fit.
-  struct TrackHit {
-    int fView;
-    double fZ, fU, fSigU, fSigZ; // as measured, detector frame [cm]
-    double fS;                   // path coordinate [cm]
-    double fA, fSigA;            // transverse position in its view, and its uncertainty [cm]
-  };
-
-  /// A point of the fitted track, and the line through it.
-  struct TrackPoint {
-    double fS;                       // [cm]
-    std::array<KinkPoint, 2> fState; // by view
-    TVector3 fPoint;                 // detector frame [cm]
-    TVector3 fTangent;               // derivative of fPoint by s
-  };
+  friend struct TrackChainStages; // the benchmark times the stages one by one
 
   bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
   void SortAndComplete(const HitList3D& hits);
@@ -54,27 +42,19 @@ private:
   void LoadViews();
   void LayPath();
   void Refine();
-  void RefineHit(const TrackPoint& before, TrackHit& hit) const;
   Refusal FitHypothesis(HypothesisFit& fit);
   void PlacePlanes(int pdg);
   bool SolveViews(HypothesisFit& fit);
+  TrackPoint HitPoint(std::size_t i) const;
   void FillHypothesis(HypothesisFit& fit) const;
   void FillPlanes(HypothesisFit& fit) const;
-  void FillHit(std::size_t i, HitFit& fit) const;
-  void FillStart(HypothesisFit& fit) const;
   void FillEnd(HypothesisFit& fit) const;
-  void FindBest(TrackFit& out) const;
   void FillKinematics(TrackFit& out) const;
-  void FillRangeOut(const std::vector<TVector3>& points, const HypothesisFit& best,
-                    TrackFit& out) const;
-  void FillBeam(const std::vector<TVector3>& points, HypothesisFit& fit) const;
-  TrackPoint PointOf(double s, const KinkPoint& x, const KinkPoint& y) const;
-  TrackPoint HitPoint(std::size_t i) const;
-  TrackPoint CrossingWith(const TrackPoint& p, double z) const;
-  double AtFixedZ(const TVector3& tangent, int u, int view) const;
+  void FillBeam(double length, HypothesisFit& fit) const;
 
   const TrackFitOptions& fOptions;
   CheckedGeometry fGeometry;
+  LumpedGeometry fLumped; // of fGeometry
   ViewSolver fSolver;
 
   // What belongs to the track at hand.
@@ -84,8 +64,9 @@ private:
   std::vector<TrackHit> fTrackHits; // same order as fHits
   double fGap = 0;                  // typical distance in z between hits [cm]
   std::vector<double> fS;           // path coordinates of all hits, ascending [cm]
-  std::vector<double> fAt;          // the same in the order of fHits [cm]
+  std::vector<double> fAt;          // just before each of fHits, in their order [cm]
   std::array<ViewProblem, 2> fView;
+  std::vector<TVector3> fPathPoints;
   std::optional<Path> fPath;                    // along the axis; none for beams
   double fPathBegin = 0, fPathEnd = 0;          // its path coordinates [cm]
   std::vector<Slab> fSlabs;                     // beams only
@@ -96,5 +77,8 @@ private:
 
 /// Makes a fit as new under a hypothesis, keeping its memory.
 void ClearFit(int pdg, HypothesisFit& fit);
+
+/// Sets index and lead of the most likely hypothesis among those that are fitted.
+void FindBest(TrackFit& fit);
 
 } // namespace kelvo

@@ -4,23 +4,27 @@
 
 namespace kelvo {
 
-TrackFrame::TrackFrame(const TVector3& origin, const TVector3& axis)
-    : fOrigin(origin), fAxis(axis) {
-  fE[0] = TVector3(axis.Z(), 0, -axis.X()).Unit();
-  fE[1] = TVector3(0, axis.Z(), -axis.Y()).Unit();
-  const double g = fE[0].Dot(fE[1]);
-  fD[0] = (fE[0] - g * fE[1]) * (1 / (1 - g * g));
-  fD[1] = (fE[1] - g * fE[0]) * (1 / (1 - g * g));
+TrackFrame::TrackFrame(const Vector& origin, const Vector& axis) : fOrigin(origin), fAxis(axis) {
+  for (std::size_t v = 0; v < 2; v++) {
+    const double norm = std::hypot(axis[2], axis[v]);
+    fE[v][v] = axis[2] / norm;
+    fE[v][2] = -axis[v] / norm;
+  }
+  const double g = fE[0][2] * fE[1][2];
+  for (std::size_t i = 0; i < 3; i++) {
+    fD[0][i] = (fE[0][i] - g * fE[1][i]) / (1 - g * g);
+    fD[1][i] = (fE[1][i] - g * fE[0][i]) / (1 - g * g);
+  }
 }
 
-double TrackFrame::Transverse(int view, double u, double z) const {
-  if (view == 0) return (u - fOrigin.X()) * fE[0].X() + (z - fOrigin.Z()) * fE[0].Z();
-  return (u - fOrigin.Y()) * fE[1].Y() + (z - fOrigin.Z()) * fE[1].Z();
+double TrackFrame::SigTransverse(std::size_t view, double sigu, double sigz) const {
+  return std::hypot(fE[view][view] * sigu, fE[view][2] * sigz);
 }
 
-double TrackFrame::SigTransverse(int view, double sigu, double sigz) const {
-  const TVector3& e = fE[static_cast<unsigned>(view)];
-  return std::hypot((view == 0 ? e.X() : e.Y()) * sigu, e.Z() * sigz);
+double TrackFrame::AxisCoordinate(const Vector& p) const {
+  double s = 0;
+  for (std::size_t i = 0; i < 3; i++) s += (p[i] - fOrigin[i]) * fAxis[i];
+  return s;
 }
 
 } // namespace kelvo

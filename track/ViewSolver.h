@@ -9,9 +9,20 @@ namespace kelvo {
 
 /// The measurements of one view in the track frame.
 struct ViewProblem {
-  std::vector<double> fS;   ///< n: path coordinates [cm], ascending
+  std::vector<double> fS;   ///< n: path coordinates [cm]
   std::vector<double> fA;   ///< n: transverse positions [cm]
   std::vector<double> fSig; ///< n: their standard deviations [cm], above 0
+
+  void Clear() {
+    fS.clear();
+    fA.clear();
+    fSig.clear();
+  }
+  void Add(double s, double a, double sig) {
+    fS.push_back(s);
+    fA.push_back(a);
+    fSig.push_back(sig);
+  }
 };
 
 /// Scattering planes of a track under one hypothesis, and the step limits that gave them.

@@ -3,9 +3,41 @@
 #include "geo/GeometryBase.h"
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 namespace kelvo {
+
+/// A detector whose steps of one material in one leg are put together: what a range-out needs to
+/// know, in a third of the steps. Within a leg the order of the materials is lost, so legs must be
+/// short against the range that is left.
+class LumpedGeometry : public geo::GeometryBase {
+public:
+  /// @param detector must outlive this object
+  explicit LumpedGeometry(const geo::GeometryBase& detector) : fDetector(detector) {}
+
+  /// As the detector's own, each material once, in the order of their first steps.
+  void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
+                              std::vector<const TGeoMaterial*>& mats) const override {
+    fDetector.MaterialsBetweenPoints(p0, p1, ds, mats);
+    std::size_t n = 0;
+    for (std::size_t k = 0; k < ds.size(); k++) {
+      std::size_t i = 0;
+      while (i < n && mats[i] != mats[k]) i++;
+      if (i < n) {
+        ds[i] += ds[k];
+      } else {
+        ds[n] = ds[k];
+        mats[n++] = mats[k];
+      }
+    }
+    ds.resize(n);
+    mats.resize(n);
+  }
+
+private:
+  const geo::GeometryBase& fDetector;
+};
 
 /// How a leg of a track differs from the truth for all that is known.
 struct SmearedLeg {
