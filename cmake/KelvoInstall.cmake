@@ -12,6 +12,8 @@ if(NOT KELVO_ROOT_HAS_GEOMETRY)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/geo/material DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/geo)
 endif()
 
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/detectors DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo)
+
 install(EXPORT kelvoTargets NAMESPACE kelvo:: DESTINATION ${KELVO_CMAKE_DIR})
 configure_package_config_file(cmake/kelvoConfig.cmake.in ${PROJECT_BINARY_DIR}/kelvoConfig.cmake
   INSTALL_DESTINATION ${KELVO_CMAKE_DIR})

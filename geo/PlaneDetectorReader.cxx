@@ -298,6 +298,7 @@ std::string ReadAll(const std::string& file) {
 } // namespace
 
 DetectorDescription ReadDetectorText(const std::string& text, const std::string& file) {
+  tomlfile::CharacterCheck(text, file).Check();
   try {
     const toml::table root = toml::parse(text, file);
     DetectorDescription description = Reader(root, file).Read();

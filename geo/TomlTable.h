@@ -66,6 +66,63 @@ inline std::string Place(const std::string& file, const toml::source_position& a
   return file + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": ";
 }
 
+// Refuses characters outside of ASCII but in comments and texts, where alone TOML allows them:
+// toml++ 3.3 has undefined behaviour on them elsewhere. So that comments and texts are told apart
+// in a few lines, a text must be on one line.
+class CharacterCheck {
+public:
+  CharacterCheck(const std::string& text, const std::string& file) : fText(text), fFile(file) {}
+
+  void Check() {
+    const bool mark = fText.compare(0, 3, "\xEF\xBB\xBF") == 0; // byte-order mark
+    for (fI = mark ? 3 : 0; fI < fText.size(); ++fI) {
+      const char c = fText[fI];
+      if ((c & 0xC0) != 0x80) ++fAt.column; // not inside of a character of several bytes
+      if (c == '\n')
+        NextLine();
+      else if (fOpen == 0)
+        Outside(c);
+      else if (fOpen == '"' && c == '\\')
+        Escape();
+      else if (fOpen == c && c != '#')
+        fOpen = 0;
+    }
+  }
+
+private:
+  void NextLine() {
+    fOpen = 0;
+    ++fAt.line;
+    fAt.column = 0;
+  }
+
+  // What follows a backslash does not end the text.
+  void Escape() {
+    if (fI + 1 == fText.size() || fText[fI + 1] == '\n') return;
+    ++fI;
+    ++fAt.column;
+  }
+
+  void Outside(char c) {
+    if (c & 0x80)
+      Fail("a character outside of ASCII may only be in a comment or between quotation marks");
+    if (c != '#' && c != '"' && c != '\'') return;
+    fOpen = c;
+    if (c != '#' && fText.compare(fI, 3, std::string(3, c)) == 0)
+      Fail("expected a text on one line, found three quotation marks");
+  }
+
+  [[noreturn]] void Fail(const std::string& message) const {
+    throw DetectorError(Place(fFile, fAt) + message);
+  }
+
+  const std::string& fText;
+  const std::string& fFile;
+  std::size_t fI = 0;
+  toml::source_position fAt{1, 0};
+  char fOpen = 0; // the quotation mark or # that is open, 0: none
+};
+
 // A table of the file, and how to read its fields: each function throws a DetectorError that tells
 // the place and what was expected.
 class Table {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -137,6 +139,28 @@ TEST(DetectorFile, DescribesNineHundredPlanesInAFewLines) {
   EXPECT_DOUBLE_EQ(d.Planes()[899].fZHigh, 5400);
 }
 
+TEST(DetectorFile, AddsTheCentresOfPartAndGroup) {
+  const PlaneDetector d = PlaneDetector::FromText(
+      Exchanged("offset = [0.1, -0.2, 0.3]", "centre = [100, 200]\noffset = [0.5, 0]"), "test");
+  EXPECT_DOUBLE_EQ(d.Planes()[2].fCells[0].Centre(0), 100 - 9 + 0.5);
+  EXPECT_DOUBLE_EQ(d.Planes()[2].fCells[1].Centre(0), 200 - 4.75);
+  EXPECT_EQ(d.Planes()[2].fOffset[0], 0.5);
+  const PlaneDetector sheets = PlaneDetector::FromText(
+      Exchanged("z = 30\nparts = [\"pixels\"]", "z = 30\nparts = [\"sheet\"]\ncentre = [100, 200]"),
+      "test");
+  EXPECT_DOUBLE_EQ(sheets.Extent().fHigh[0], 100 + 1 + 15 + 0.1);
+  EXPECT_DOUBLE_EQ(sheets.Extent().fHigh[1], 200 - 2 + 10 - 0.2);
+}
+
+TEST(DetectorFile, IsWhatItsDocumentationShows) {
+  std::ifstream in(KELVO_SOURCE_DIR "/docs/detector-file.md");
+  const std::string page((std::istreambuf_iterator<char>(in)), {});
+  const auto begin = page.find("```toml\n") + 8;
+  const std::string example = page.substr(begin, page.find("```\n", begin) - begin);
+  const PlaneDetector d = PlaneDetector::FromText(example, "detector-file.md");
+  EXPECT_EQ(d.Planes().size(), 900u);
+}
+
 TEST(DetectorFile, LetsPartsTouchWhateverTheRounding) {
   // 0.1 + 0.2 is above 0.3 in binary arithmetic: no overlap, and no gap either.
   const std::string end = kGood.substr(kGood.find("[[stack]]"));
@@ -169,6 +193,29 @@ TEST(DetectorFile, TellsOfAFileThatCannotBeRead) {
 TEST(DetectorFile, TellsWhereTheTextIsNotToml) {
   const std::string message = Message("[[slab]]", "[[slab]");
   EXPECT_EQ(message.substr(0, 32), "test.toml:20:8: not valid TOML: ") << message;
+}
+
+TEST(DetectorFile, TakesAnyCharacterInTextsAndComments) {
+  const auto name = [](const std::string& written) {
+    const std::string line = "name = " + written + " # \u00e9 \" '''";
+    const std::string text = Exchanged("name = \"test\"", line);
+    return PlaneDetector::FromText("\xEF\xBB\xBF" + text, "test.toml").Name();
+  };
+  EXPECT_EQ(name("\"d\u00e9tecteur # \u00e9\""), "d\u00e9tecteur # \u00e9");
+  EXPECT_EQ(name("'d\u00e9tecteur \"'"), "d\u00e9tecteur \"");
+  EXPECT_EQ(name("\"\\\"\u00e9\\\\\""), "\"\u00e9\\");
+}
+
+TEST(DetectorFile, RefusesOtherCharactersElsewhere) {
+  const std::string rule =
+      "a character outside of ASCII may only be in a comment or between quotation marks";
+  EXPECT_EQ(Message("density = 0.9", "density = 0.9\u00e9"), "test.toml:6:14: " + rule);
+  EXPECT_EQ(Message("density = 0.9", "\u00e9 = 0.9"), "test.toml:6:1: " + rule);
+  EXPECT_EQ(Message("\"test\"", "\"t\u00e9st\" \u00e9"), "test.toml:1:15: " + rule);
+  const std::string lines =
+      "test.toml:1:8: expected a text on one line, found three quotation marks";
+  EXPECT_EQ(Message("\"test\"", "\"\"\"test\"\"\""), lines);
+  EXPECT_EQ(Message("\"test\"", "'''test'''"), lines);
 }
 
 TEST(DetectorFile, TellsWhatIsMissing) {
