@@ -15,6 +15,7 @@ namespace {
 constexpr const char* kFile = "fit/KinkSmoother";
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
+constexpr KinkPoint kNoPoint = {0, 0, kUndefined, kUndefined, kUndefined};
 
 // Lists the indices in ascending order of position, equal positions in order of index. The order of
 // the last fit is tried first: there is only one, so no result depends on what went before.
@@ -304,12 +305,17 @@ const KinkSmoother::Segment& KinkSmoother::SegmentAt(double z) const {
   return *found;
 }
 
+KinkPoint KinkSmoother::Segment::At(double z) const {
+  const double d = z - fZ;
+  return {fX + fSlope * d, fSlope, fVarX + d * d * fVarSlope, d * fVarSlope, fVarSlope};
+}
+
 KinkPoint KinkSmoother::At(double z) const {
-  if (!Succeeded()) return {X(z), Slope(z), kUndefined, kUndefined, kUndefined};
-  const Segment& line = SegmentAt(z);
-  const double d = z - line.fZ;
-  return {line.fX + line.fSlope * d, line.fSlope, line.fVarX + d * d * line.fVarSlope,
-          d * line.fVarSlope, line.fVarSlope};
+  return Succeeded() ? SegmentAt(z).At(z) : kNoPoint;
+}
+
+KinkPoint KinkSmoother::AtStart() const {
+  return Succeeded() ? fSegments[0].At(0) : kNoPoint;
 }
 
 double KinkSmoother::X(double z) const {

@@ -137,6 +137,10 @@ public:
   /// log m.
   KinkPoint At(double z) const;
 
+  /// Returns intercept and slope of the segment before all planes and their covariance at z = 0,
+  /// wherever the planes are: what Fit gives as x0 and dxdz.
+  KinkPoint AtStart() const;
+
   /// Returns the fitted coordinate at measurement i [cm]; i must be below n.
   double XFit(unsigned int i) const { return fMeas[i].fXfit; }
 
@@ -213,6 +217,8 @@ private:
     double fZ;               ///< where position and slope are independent, given everything [cm]
     double fX, fSlope;       ///< smoothed line: X(z) = fX + fSlope (z - fZ)
     double fVarX, fVarSlope; ///< variances of fX and fSlope
+
+    KinkPoint At(double z) const;
   };
 
   [[noreturn]] void ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const;
