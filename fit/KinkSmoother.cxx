@@ -32,13 +32,6 @@ void SortBy(double Item::*position, const std::vector<Item>& items,
   std::sort(order.begin(), order.end(), before);
 }
 
-template <class Item>
-bool Ordered(double Item::*position, const std::vector<Item>& items) {
-  for (std::size_t i = 1; i < items.size(); ++i)
-    if (items[i].*position < items[i - 1].*position) return false;
-  return true;
-}
-
 } // namespace
 
 void KinkSmoother::Reset(unsigned int nmeas, unsigned int nscat) {
@@ -77,8 +70,11 @@ void KinkSmoother::SetWeightFactor(unsigned int i, double factor) {
 
 void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   fOthersKnown = false;
-  Sort();
-  Gather();
+  if (!fMeasOrder.empty() || !Gather()) {
+    SortBy(&Measurement::fZ, fMeas, fMeasOrder);
+    SortBy(&Plane::fS, fPlanes, fPlaneOrder);
+    Gather();
+  }
   Filter();
   const bool regular = Smooth();
   FitMeasurements();
@@ -96,37 +92,37 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   if (chi2) *chi2 = fChi2XI + fChi2Beta;
 }
 
-void KinkSmoother::Sort() {
-  if (Ordered(&Measurement::fZ, fMeas))
-    fMeasOrder.clear();
-  else
-    SortBy(&Measurement::fZ, fMeas, fMeasOrder);
-  if (Ordered(&Plane::fS, fPlanes))
-    fPlaneOrder.clear();
-  else
-    SortBy(&Plane::fS, fPlanes, fPlaneOrder);
-  for (unsigned int k = 0; k < fNscat; ++k) {
-    const Plane& plane = fPlanes[PlaneAt(k)];
-    fSegments[k].fEnd = plane.fS;
-    fSegments[k].fV = plane.fV;
-  }
-  fSegments[fNscat].fEnd = kInfinity;
-}
-
 // A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
-void KinkSmoother::Gather() {
+// Returns false where the next measurement or plane lies upstream of the last.
+bool KinkSmoother::Gather() {
+  const unsigned int* order = fMeasOrder.empty() ? nullptr : fMeasOrder.data();
+  Measurement* const first = fMeas.data();
+  const unsigned int n = fNmeas;
   unsigned int place = 0;
+  double lastEnd = -kInfinity;
+  double lastZ = -kInfinity;
   for (unsigned int k = 0; k <= fNscat; ++k) {
-    Segment& segment = fSegments[k];
-    KinkState local;
-    for (; place < fNmeas; ++place) {
-      Measurement& meas = fMeas[MeasAt(place)];
-      if (meas.fZ > segment.fEnd) break;
-      meas.fSegment = k;
-      if (meas.fW > 0) AddPosition(local, meas.fW, meas.fZ, meas.fX);
+    double end = kInfinity;
+    if (k < fNscat) {
+      const Plane& plane = fPlanes[PlaneAt(k)];
+      if (plane.fS < lastEnd) return false;
+      end = lastEnd = plane.fS;
+      fSegments[k].fV = plane.fV;
     }
-    segment.fLocal = local;
+    KinkState local;
+    for (; place < n; ++place) {
+      Measurement& meas = first[order ? order[place] : place];
+      const double z = meas.fZ;
+      if (z < lastZ) return false;
+      if (z > end) break;
+      lastZ = z;
+      meas.fSegment = k;
+      if (meas.fW > 0) AddPosition(local, meas.fW, z, meas.fX);
+    }
+    fSegments[k].fEnd = end;
+    fSegments[k].fLocal = local;
   }
+  return true;
 }
 
 // Both directions at once, side by side: each is a chain of divisions that wait for each other.

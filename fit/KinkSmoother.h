@@ -223,12 +223,11 @@ private:
 
   [[noreturn]] void ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const;
   [[noreturn]] void ThrowBadPlane(unsigned int j, double z, double sigAlpha) const;
-  void Sort();
   unsigned int MeasAt(unsigned int place) const {
     return fMeasOrder.empty() ? place : fMeasOrder[place];
   }
   unsigned int PlaneAt(unsigned int k) const { return fPlaneOrder.empty() ? k : fPlaneOrder[k]; }
-  void Gather();
+  bool Gather();
   void Filter();
   bool Smooth();
   bool SmoothLines(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);

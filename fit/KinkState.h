@@ -102,15 +102,16 @@ inline KinkCrossings<Real> CrossRegularPlane(const KinkStates<Real>& a, const Ki
 
   const Real dz = b.fZ - a.fZ;
   const Real dx = b.fX - a.fX;
+  const Real pp = a.fP * b.fP;
+  const Real pQ = (a.fQ + b.fQ) * p + pp * dz * dz;
   const Real share = b.fP * invP;
-  const Real lever = a.fP * b.fP * invP * dz;
   const Real z = a.fZ + share * dz;
   const Real x = a.fX + share * dx;
-  const Real q = a.fQ + b.fQ + lever * dz;
-  const Real c = a.fC + b.fC + lever * dx;
-  const Real turn = pD * invE;
+  const Real q = pQ * invP;
+  const Real c = a.fC + b.fC + pp * invP * dz * dx;
   const Real keep = v * p * invE;
-  return {{p, z, x, q, c}, {p * pE * invF, z + turn * q, x + turn * c, keep * q, keep * c}};
+  return {{p, z, x, q, c},
+          {p * pE * invF, z + pD * q * invE, x + pD * invE * c, keep * q, keep * c}};
 }
 
 /// The same for a free kink, or where nothing is known: beyond the plane only the position at s is
