@@ -1,0 +1,13 @@
+# kelvo_add_dictionary(TARGET LINKDEF HEADER...): makes a library's classes known to ROOT and Python.
+# Headers as users include them, relative to the top folder. The dictionary's two files (.pcm,
+# .rootmap) lie beside the library, in the build tree and after the install; they are what makes ROOT
+# load it by itself. No path of the machine that built it is in them: util/HeaderPath.cxx tells ROOT
+# where the headers are as seen from the library.
+function(kelvo_add_dictionary target linkdef)
+  ROOT_GENERATE_DICTIONARY(G__${target} ${ARGN} MODULE ${target} LINKDEF ${linkdef}
+                           OPTIONS -noIncludePaths)
+  # ROOT's generated code has warnings of its own.
+  target_compile_options(G__${target} PRIVATE -w)
+endfunction()
+
+file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR} SYMBOLIC)
