@@ -11,7 +11,7 @@ namespace {
 
 // Ranges that no detector leaves. Within them no sum of the fit overflows, and the range-out, whose
 // steps are at most 10 cm long, ends in time.
-constexpr double kLargestCoordinate = 1e6; // cm
+constexpr double kLargestCoordinate = 1e5; // cm
 constexpr double kSmallestSigma = 1e-7;    // cm
 constexpr double kLargestSigma = 1e6;      // cm
 constexpr double kLargestWeight = 1e12;

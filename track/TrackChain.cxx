@@ -1,6 +1,7 @@
 #include "track/TrackChain.h"
 
 #include "func/TrackBasis.h"
+#include "track/ErrorSentence.h"
 #include "track/Guarded.h"
 #include "track/RangeOut.h"
 
@@ -38,6 +39,25 @@ bool IsUpstream(const Hit3D& a, const Hit3D& b) {
   return key(a) < key(b);
 }
 
+/// A range-out takes steps of 10 cm at most, so that a track of any length would take any time.
+void CheckLength(double length) {
+  constexpr double kLongest = 4e5; // cm; the diagonal of the coordinates that are accepted
+  if (!(length <= kLongest))
+    throw GeometryRefusal{"the track would be " + NumberText(length) +
+                          " cm long; check the coordinates and uncertainties of the hits"};
+}
+
+/// Length of a fitted track from the first hit to its end [cm].
+double Length(const HypothesisFit& fit) {
+  double length = 0;
+  const TVector3* from = &fit.fPosition;
+  for (const TVector3& point : fit.fPlanePoint) {
+    length += (point - *from).Mag();
+    from = &point;
+  }
+  return length + (fit.fEnd - *from).Mag();
+}
+
 TVector3 ToTVector3(const Vector& v) {
   return TVector3(v[0], v[1], v[2]);
 }
@@ -59,8 +79,7 @@ Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
   Refine();
   for (HypothesisFit& fit : out.fHypothesis) {
     const Refusal refusal = Guarded([&] { return FitHypothesis(fit); });
-    fit.fStatus = refusal.fStatus;
-    fit.fMessage = refusal.fMessage;
+    if (refusal) RefuseFit(refusal, fit);
   }
   FindBest(out);
   if (out.Fitted()) FillKinematics(out);
@@ -143,6 +162,7 @@ void TrackChain::LoadViews() {
 /// The path has a point at every hit, for LumpedGeometry, and begins ahead of the first one, so
 /// that Refine has room to move it.
 void TrackChain::LayPath() {
+  CheckLength(fS.back() - fS.front());
   if (IsBeam())
     return FindSlabs(fGeometry, fFrame.Point(fS.front(), 0, 0), fFrame.Point(fS.back(), 0, 0),
                      fS.front(), fSlabs);
@@ -177,6 +197,7 @@ Refusal TrackChain::FitHypothesis(HypothesisFit& fit) {
             "the normal equations of a view have no solution; check the uncertainties of the hits "
             "and their spread in z"};
   FillHypothesis(fit);
+  CheckLength(Length(fit));
   return {};
 }
 
@@ -251,17 +272,14 @@ void TrackChain::FillEnd(HypothesisFit& fit) const {
 
 void TrackChain::FillKinematics(TrackFit& out) const {
   const HypothesisFit& best = out.fHypothesis[static_cast<std::size_t>(out.fBest)];
-  std::vector<TVector3> points{best.fPosition};
-  points.insert(points.end(), best.fPlanePoint.begin(), best.fPlanePoint.end());
   if (!IsBeam()) {
+    std::vector<TVector3> points{best.fPosition};
+    points.insert(points.end(), best.fPlanePoint.begin(), best.fPlanePoint.end());
     AddEnd(best.fEnd, points);
     return RangeOut(fLumped, points, best, out.fHypothesis);
   }
-  points.push_back(best.fEnd);
-  double length = 0;
-  for (std::size_t i = 1; i < points.size(); i++) length += (points[i] - points[i - 1]).Mag();
   for (HypothesisFit& fit : out.fHypothesis)
-    if (fit.fStatus == FitStatus::kFitted) FillBeam(length, fit);
+    if (fit.fStatus == FitStatus::kFitted) FillBeam(Length(best), fit);
 }
 
 void TrackChain::FillBeam(double length, HypothesisFit& fit) const {
@@ -295,14 +313,21 @@ void ClearFit(int pdg, HypothesisFit& fit) {
   fit = std::move(fresh);
 }
 
+void RefuseFit(const Refusal& refusal, HypothesisFit& fit) {
+  ClearFit(fit.fPDG, fit);
+  fit.fStatus = refusal.fStatus;
+  fit.fMessage = refusal.fMessage;
+}
+
 void FindBest(TrackFit& out) {
+  constexpr double kTie = 1e-9; // nats; two hits in each view fit every hypothesis equally well
   double best = 0, second = 0;
   int fitted = 0;
   for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
     const HypothesisFit& fit = out.fHypothesis[h];
     if (fit.fStatus != FitStatus::kFitted) continue;
     fitted++;
-    if (fitted == 1 || fit.fLogLikelihood > best) {
+    if (fitted == 1 || fit.fLogLikelihood > best + kTie) {
       second = best;
       best = fit.fLogLikelihood;
       out.fBest = static_cast<int>(h);

@@ -78,7 +78,11 @@ private:
 /// Makes a fit as new under a hypothesis, keeping its memory.
 void ClearFit(int pdg, HypothesisFit& fit);
 
-/// Sets index and lead of the most likely hypothesis among those that are fitted.
+/// Clears a fit and leaves the reason in it.
+void RefuseFit(const Refusal& refusal, HypothesisFit& fit);
+
+/// Sets index and lead of the most likely hypothesis among those that are fitted, of equals the
+/// first.
 void FindBest(TrackFit& fit);
 
 } // namespace kelvo

@@ -38,10 +38,9 @@ void CheckOptions(const TrackFitOptions& o) {
 }
 
 void Refuse(const Refusal& refusal, TrackFit& out) {
-  for (HypothesisFit& fit : out.fHypothesis) {
-    fit.fStatus = refusal.fStatus;
-    fit.fMessage = refusal.fMessage;
-  }
+  out.fBest = -1;
+  out.fLead = 0;
+  for (HypothesisFit& fit : out.fHypothesis) RefuseFit(refusal, fit);
 }
 
 } // namespace

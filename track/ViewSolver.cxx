@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace kelvo {
 namespace {
@@ -22,12 +23,42 @@ void Load(const ViewProblem& problem, const PlaneList& planes, Fitter& fitter) {
     fitter.SetScatteringPlane(j, planes.fS[j], planes.fSigAlpha[j]);
 }
 
-/// Returns ln det of a positive definite matrix by A = L L^T, NaN for any other.
+/// Fills the normal matrix A of all parameters: with h_i the derivatives of the line at measurement
+/// i by intercept, slope and kinks, A = sum_i h_i h_i^T / sig_i^2 + diag(0, 0, 1 / sigAlpha_j^2).
+TMatrixDSym NormalMatrix(const ViewProblem& problem, const PlaneList& planes) {
+  const std::size_t m = planes.fS.size();
+  const int size = static_cast<int>(m) + 2;
+  TMatrixDSym a(size);
+  std::vector<double> h(m + 2);
+  for (std::size_t i = 0; i < problem.fS.size(); i++) {
+    h[0] = 1 / problem.fSig[i];
+    h[1] = problem.fS[i] / problem.fSig[i];
+    for (std::size_t j = 0; j < m; j++)
+      h[j + 2] = std::max(problem.fS[i] - planes.fS[j], 0.) / problem.fSig[i];
+    for (int k = 0; k < size; k++)
+      for (int l = 0; l < size; l++)
+        a(k, l) += h[static_cast<std::size_t>(k)] * h[static_cast<std::size_t>(l)];
+  }
+  for (std::size_t j = 0; j < m; j++) {
+    const int k = static_cast<int>(j) + 2;
+    a(k, k) += 1 / (planes.fSigAlpha[j] * planes.fSigAlpha[j]);
+  }
+  return a;
+}
+
+/// Returns ln det of a symmetric matrix by A = L L^T. NaN where A is not safely positive definite:
+/// where rounding may make its determinant, relative to the product of the diagonal, vanish.
 double LogDeterminant(TMatrixDSym a) {
+  constexpr double kSmallestPivot = 1e-12; // relative, of a large matrix
+  constexpr int kClosedForm = 6;           // up to this size the inversion divides by a determinant
   const int n = a.GetNrows();
-  double sum = 0;
+  double sum = 0, relative = 1;
   for (int k = 0; k < n; k++) {
+    const double diagonal = a(k, k);
     for (int j = 0; j < k; j++) a(k, k) -= a(k, j) * a(k, j);
+    const double pivot = a(k, k) / diagonal;
+    relative = n <= kClosedForm ? relative * pivot : pivot;
+    if (!(relative > kSmallestPivot)) return std::numeric_limits<double>::quiet_NaN();
     sum += std::log(a(k, k));
     a(k, k) = std::sqrt(a(k, k));
     for (int i = k + 1; i < n; i++) {
@@ -65,8 +96,8 @@ KinkPoint DenseState(const Lutz& lutz, const TMatrixDSym& cov, const ViewFit& fi
 }
 
 double DenseLogLikelihood(const ViewProblem& problem, const PlaneList& planes,
-                          const TMatrixDSym& cov, double chi2) {
-  double sum = chi2 - LogDeterminant(cov); // the covariance is the inverse of A
+                          double logDeterminant, double chi2) {
+  double sum = chi2 + logDeterminant;
   for (double sig : problem.fSig) sum += 2 * std::log(sig);
   for (double sig : planes.fSigAlpha) sum += 2 * std::log(sig);
   return -(sum + (static_cast<double>(problem.fS.size()) - 2) * std::log(2 * TMath::Pi())) / 2;
@@ -103,6 +134,9 @@ bool ViewSolver::Solve(const ViewProblem& problem, const PlaneList& planes,
 bool ViewSolver::SolveDense(const ViewProblem& problem, const PlaneList& planes,
                             const std::vector<double>& at, ViewFit& fit,
                             std::vector<KinkPoint>& state, double& logLikelihood) const {
+  // Lutz tells of a singular matrix on the error stream; this looks before.
+  const double logDeterminant = LogDeterminant(NormalMatrix(problem, planes));
+  if (std::isnan(logDeterminant)) return false;
   Lutz lutz(fit.fN, Count(planes.fS));
   Load(problem, planes, lutz);
   lutz.Fit(&fit.fIntercept, &fit.fSlope, fit.fKink.data(), nullptr);
@@ -118,7 +152,7 @@ bool ViewSolver::SolveDense(const ViewProblem& problem, const PlaneList& planes,
   fit.fChi2 = lutz.Chi2XI();
   fit.fChi2Kink = lutz.Chi2Beta();
   for (double s : at) state.push_back(DenseState(lutz, cov, fit, planes, s));
-  logLikelihood = DenseLogLikelihood(problem, planes, cov, fit.fChi2 + fit.fChi2Kink);
+  logLikelihood = DenseLogLikelihood(problem, planes, logDeterminant, fit.fChi2 + fit.fChi2Kink);
   return std::isfinite(logLikelihood);
 }
 
