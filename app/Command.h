@@ -6,9 +6,13 @@
 
 namespace kelvo::app {
 
-/// A subcommand of kelvo. Its options are registered when it is made, its work is done by fRun,
-/// which returns the exit status: 0 all is well, 1 some of the input could not be used. What stops
-/// the work is thrown; main() tells it and ends with status 2.
+/// Exit status beside 0, which says that all is well.
+constexpr int kSomeUnusable = 1; ///< some of the input could not be used
+constexpr int kUsageOrFiles = 2; ///< wrong usage, or files that cannot be read or written
+
+/// A subcommand of kelvo. Its options are registered when it is made; its work is done by fRun,
+/// which returns the exit status. What stops the work is thrown; main() tells it and ends with
+/// kUsageOrFiles.
 struct Command {
   CLI::App* fOptions;
   std::function<int()> fRun;

@@ -1,10 +1,14 @@
 #include "app/Command.h"
 #include "app/ProgressLine.h"
+#include "app/RootMessages.h"
+#include "io/FileError.h"
 #include "io/FitFile.h"
 
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <limits>
 #include <map>
@@ -16,7 +20,6 @@ namespace kelvo::app {
 
 namespace {
 
-constexpr int kSomeUnusable = 1; // exit status
 constexpr double kHuge = std::numeric_limits<double>::max();
 constexpr double kTiny = std::numeric_limits<double>::min();
 
@@ -179,10 +182,9 @@ const char* const kStatusText[] = {"fitted",
                                    "an error of the fit library"};
 
 void TellProblems(const FitSummary& summary) {
-  const unsigned long long all = summary.fBadLines + summary.fTracks - summary.fFitted;
   if (summary.fProblems.empty()) return;
   std::cerr << "kelvo: some of the input could not be used";
-  if (all > summary.fProblems.size())
+  if (summary.fProblemCount > summary.fProblems.size())
     std::cerr << "; the first " << summary.fProblems.size() << " cases";
   std::cerr << ":\n";
   for (const std::string& problem : summary.fProblems) std::cerr << "  " << problem << '\n';
@@ -218,15 +220,35 @@ void NoteSignal(int number) {
   gSignal = number;
 }
 
+// The outputs of the run, for a handler without arguments.
+std::vector<std::string> gOutputs;
+
+// Where RDataFrame's Snapshot cannot write a file to its end, as when a quota is used up, it ends
+// the process. The user gets a message all the same, and no heap of half a result.
+[[noreturn]] void TellFailedWrite() {
+  if (!RootMessages::WriteFailed()) std::abort();
+  std::cerr << "kelvo: " << gOutputs[0]
+            << ": cannot be written to its end; is the disk full, or a quota used up?\n";
+  for (const std::string& name : gOutputs) std::remove(PendingFile::PartialName(name).c_str());
+  std::_Exit(kUsageOrFiles);
+}
+
 int Run(FitArguments& arguments) {
   Complete(arguments);
   const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
   // An interrupted run removes what it has written before it ends.
   std::signal(SIGINT, NoteSignal);
   std::signal(SIGTERM, NoteSignal);
+  // A file that becomes too large gives an error to be told, not the end.
+  std::signal(SIGXFSZ, SIG_IGN);
+  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
+  std::set_terminate(TellFailedWrite);
   ProgressLine line;
-  const auto show = [&line](const FitProgress& progress) {
+  const auto show = [&](const FitProgress& progress) {
     line.Show(progress);
+    // Found only at the end of the run otherwise.
+    if (RootMessages::WriteFailed())
+      throw FileError(arguments.fFile.fOutput + ": cannot be written");
     return gSignal == 0;
   };
   try {

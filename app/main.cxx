@@ -9,15 +9,13 @@
 
 namespace {
 
-constexpr int kUsageOrFiles = 2; // exit status
-
 int Run(const kelvo::app::Command& command) {
   const kelvo::app::RootMessages messages;
   try {
     return command.fRun();
   } catch (const std::exception& e) {
     std::cerr << "kelvo: " << e.what() << '\n';
-    return kUsageOrFiles;
+    return kelvo::app::kUsageOrFiles;
   }
 }
 
@@ -36,9 +34,9 @@ int main(int argc, char** argv) {
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return program.exit(e) == 0 ? 0 : kUsageOrFiles;
+    return program.exit(e) == 0 ? 0 : kelvo::app::kUsageOrFiles;
   }
   for (const auto& command : commands)
     if (command.fOptions->parsed()) return Run(command);
-  return kUsageOrFiles;
+  return kelvo::app::kUsageOrFiles;
 }

@@ -96,6 +96,7 @@ private:
     ++fSummary.fTracks;
     fSummary.fHits += outcome.fHits;
     fSummary.fBadLines += outcome.fBadLines;
+    fSummary.fProblemCount += outcome.fBadLines > 0 ? outcome.fBadLines : outcome.fProblems.size();
     ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];
     if (outcome.fBestPDG != 0) ++fSummary.fFitted;
     for (const std::string& problem : outcome.fProblems)

@@ -41,7 +41,8 @@ struct FitSummary {
   unsigned long long fFitted = 0;                ///< tracks with at least one fitted hypothesis
   std::array<unsigned long long, 6> fByStatus{}; ///< tracks by their FitStatus
   unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
-  std::vector<std::string> fProblems; ///< the first ten lines or tracks that could not be used
+  unsigned long long fProblemCount = 0; ///< those lines, and the tracks that are not fitted besides
+  std::vector<std::string> fProblems;   ///< the first ten of these problems
   std::vector<HypothesisSummary> fHypotheses;
   double fSeconds = 0;
 

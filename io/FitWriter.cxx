@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <memory>
 
 namespace kelvo {
@@ -153,6 +154,14 @@ ROOT::RDF::RSnapshotOptions SnapshotOptions(TableFormat format) {
   throw FileError(file.Name() + ": could not be written completely; is the disk full?");
 }
 
+void CheckSpace(const PendingFile& file, unsigned long long least) {
+  std::error_code unknown;
+  const auto space = std::filesystem::space(file.Partial(), unknown);
+  if (!unknown && space.available < least)
+    throw FileError(file.Name() + ": cannot be written: only " +
+                    std::to_string(space.available >> 20) + " MiB are left on the disk");
+}
+
 // ROOT tells of failed writes on the standard error stream only.
 void CheckEntries(const PendingFile& file, TableFormat format, unsigned long long expected) {
   const std::unique_ptr<TFile> in(TFile::Open(file.Partial().c_str(), "READ"));
@@ -181,6 +190,7 @@ void WriteFits(const PendingFile& file, const std::function<bool(std::vector<Fit
   std::exception_ptr error;
   unsigned long long given = 0;
   const std::function<bool(std::vector<FitRow>&)> counted = [&](std::vector<FitRow>& rows) {
+    CheckSpace(file, options.fLeastFree);
     rows.clear();
     if (!next(rows)) return false;
     given += rows.size();

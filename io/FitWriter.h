@@ -20,6 +20,9 @@ struct FitWriterOptions {
   bool fWithVectors = true; ///< else only the columns of one number or text
   /// Texts that are kept beside the table, by their names; uproot reads them as they are.
   std::map<std::string, std::string> fTexts;
+  /// Writing ends with an error where the disk has less than this left [bytes]: ROOT ends the
+  /// process if it cannot write what it holds in memory.
+  unsigned long long fLeastFree = 64 << 20;
 };
 
 /// Writes the table "fits" into a new ROOT file through RDataFrame, in the order of the rows.

@@ -11,8 +11,11 @@
 
 namespace kelvo {
 
-PendingFile::PendingFile(const std::string& name)
-    : fName(name), fPartial(name + "." + std::to_string(getpid()) + ".partial") {
+std::string PendingFile::PartialName(const std::string& name) {
+  return name + "." + std::to_string(getpid()) + ".partial";
+}
+
+PendingFile::PendingFile(const std::string& name) : fName(name), fPartial(PartialName(name)) {
   std::error_code ignored;
   const auto status = std::filesystem::status(name, ignored);
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))

@@ -1,0 +1,323 @@
+// The program as a user runs it: what it prints, what it leaves, how it ends.
+
+#include "test/TempFolder.h"
+
+#include <TFile.h>
+#include <TTree.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace {
+
+const std::string kFine = KELVO_SOURCE_DIR "/detectors/fine.toml";
+const std::string kTelescope = KELVO_SOURCE_DIR "/detectors/telescope.toml";
+const std::string kMuons = KELVO_SOURCE_DIR "/examples/data/fine_mu_hits_smeared.csv.gz";
+
+// The dense solver inverts the normal matrix, whose condition costs it some digits.
+constexpr double kSolvers = 1e-5;
+
+struct Outcome {
+  int fStatus;
+  std::string fOut;
+  std::string fErr;
+};
+
+class Command : public testing::Test {
+protected:
+  // Runs the program in the temporary folder.
+  Outcome Run(const std::string& arguments, const std::string& before = "") {
+    const std::string line = "cd '" + fFolder.Path("") + "' && " + before +
+                             " '" KELVO_COMMAND "' " + arguments + " >.out 2>.err </dev/null";
+    const int status = std::system(("( " + line + " )").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fFolder.Read(".out"),
+            fFolder.Read(".err")};
+  }
+
+  Outcome Fit(const std::string& arguments, const std::string& before = "") {
+    return Run("fit --detector " + kFine + " -o fits.root " + arguments, before);
+  }
+
+  bool Exists(const std::string& name) const { return std::filesystem::exists(fFolder.Path(name)); }
+
+  // What is there besides the two files with the program's words.
+  long Results() const { return fFolder.Files() - Exists(".out") - Exists(".err"); }
+
+  test::TempFolder fFolder;
+};
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST_F(Command, FitsAFileAndSumsItUp) {
+  const Outcome run = Fit(kMuons + " --limit 200 --csv fits.csv");
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_EQ(run.fErr, "");
+  EXPECT_TRUE(Contains(run.fOut, "  tracks read                                 200\n"))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "  tracks fitted                               200\n"))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut,
+                       "\n  hypothesis       fitted       best   median chi-square per "
+                       "degree of freedom\n  mu                  200 "))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, " tracks/s; written: fits.root, fits.csv\n")) << run.fOut;
+  TFile file(fFolder.Path("fits.root").c_str());
+  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 600);
+  const std::string csv = fFolder.Read("fits.csv");
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 601);
+  EXPECT_EQ(csv.find("track,pdg,status,message,best,"), 0u);
+}
+
+TEST_F(Command, GivesTheSameResultForAnyNumberOfThreads) {
+  EXPECT_EQ(Fit(kMuons + " --limit 300 --csv 1.csv --threads 1").fStatus, 0);
+  EXPECT_EQ(Fit(kMuons + " --limit 300 --csv 2.csv --threads 2").fStatus, 0);
+  EXPECT_GT(fFolder.Read("1.csv").size(), 100'000u);
+  EXPECT_TRUE(fFolder.Read("1.csv") == fFolder.Read("2.csv"));
+}
+
+TEST_F(Command, GivesTheSameResultWithBothSolvers) {
+  EXPECT_EQ(Fit(kMuons + " --limit 20 --csv 1.csv --solver dense --hypothesis mu").fStatus, 0);
+  EXPECT_EQ(Fit(kMuons + " --limit 20 --csv 2.csv --solver linear --hypothesis mu").fStatus, 0);
+  std::istringstream dense(fFolder.Read("1.csv")), linear(fFolder.Read("2.csv"));
+  int numbers = 0;
+  for (std::string a, b; std::getline(dense, a, ',') && std::getline(linear, b, ',');) {
+    char* end = nullptr;
+    const double value = std::strtod(a.c_str(), &end);
+    if (end == a.c_str()) continue;
+    EXPECT_NEAR(std::strtod(b.c_str(), nullptr), value, kSolvers * std::abs(value) + 1e-9);
+    ++numbers;
+  }
+  EXPECT_GT(numbers, 500);
+}
+
+TEST_F(Command, WritesOneHypothesisAndTheScalarsAloneWhenAsked) {
+  EXPECT_EQ(Fit(kMuons + " --limit 20 --hypothesis p --scalars").fStatus, 0);
+  TFile file(fFolder.Path("fits.root").c_str());
+  auto* tree = file.Get<TTree>("fits");
+  EXPECT_EQ(tree->GetEntries(), 20);
+  EXPECT_EQ(tree->GetMinimum("pdg"), 2212);
+  EXPECT_EQ(tree->GetBranch("hit_u"), nullptr);
+}
+
+const char* const kSomeBad =
+    "track,view,u,z,sigu\n"
+    "1,X,0,3,0.3\n1,Y,0,9.05,0.3\n1,X,0,15.1,0.3\n1,Y,0,21.15,0.3\n"
+    "2,X,0,3,0.3\n2,Y,zero,9.05,0.3\n"
+    "3,X,0,3,0.3\n";
+
+TEST_F(Command, TellsWhatCouldNotBeUsedAndEndsWithStatus1) {
+  fFolder.Write("hits.csv", kSomeBad);
+  const Outcome run = Fit("hits.csv");
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_TRUE(Contains(run.fErr,
+                       "kelvo: some of the input could not be used:\n"
+                       "  hits.csv, line 7, column u: \"zero\" is not a number\n"
+                       "  hits.csv, line 8: track 3 is not fitted: "))
+      << run.fErr;
+  EXPECT_TRUE(Contains(run.fOut, "  not fitted: too few hits in a view            1\n"))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "  not fitted: a bad line or number              1\n"))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "  lines that could not be used                  1\n"))
+      << run.fOut;
+  TFile file(fFolder.Path("fits.root").c_str());
+  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 9);
+}
+
+TEST_F(Command, ShowsTheFirstTenOfManyBadLines) {
+  std::string text = "track,view,u,z,sigu\n";
+  for (int i = 0; i < 40; ++i) text += std::to_string(i) + ",X,?,3,0.3\n";
+  fFolder.Write("hits.csv", text);
+  const Outcome run = Fit("hits.csv");
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_TRUE(Contains(run.fErr, "could not be used; the first 10 cases:\n")) << run.fErr;
+  EXPECT_TRUE(Contains(run.fErr, "line 11,")) << run.fErr;
+  EXPECT_FALSE(Contains(run.fErr, "line 12,")) << run.fErr;
+}
+
+TEST_F(Command, EndsAtTheFirstProblemWhenStrict) {
+  fFolder.Write("hits.csv", kSomeBad);
+  const Outcome run = Fit("hits.csv --strict");
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_EQ(run.fErr,
+            "kelvo: stopped at the first problem (--strict), nothing is written: hits.csv, line 7, "
+            "column u: \"zero\" is not a number\n");
+  EXPECT_EQ(Results(), 1);
+}
+
+TEST_F(Command, FitsATableWithoutHits) {
+  fFolder.Write("hits.csv", "track,view,u,z,sigu\n");
+  const Outcome run = Fit("hits.csv --csv fits.csv");
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_TRUE(Contains(run.fOut, "  tracks read                                   0\n"))
+      << run.fOut;
+  TFile file(fFolder.Path("fits.root").c_str());
+  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 0);
+  EXPECT_NE(file.Get<TTree>("fits")->GetBranch("hit_u"), nullptr);
+}
+
+TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
+  struct Case {
+    const char* fArguments;
+    const char* fMessage;
+  };
+  const Case cases[] = {
+      {"--hypothesis mu,e", "kelvo: --hypothesis: \"e\" is none of mu, pi and p\n"},
+      {"--column event",
+       "kelvo: --column: \"event\" is not of the form NAME=OTHER, such as track=event\n"},
+      {"--column energy=E",
+       "kelvo: column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
+       "sigx, "
+       "sigy, z, sigz, t, sigt, w\n"},
+      {"--max-ds -1", "--max-ds: \"-1\" is not a number above 0\n"},
+      {"--max-dx0 0", "--max-dx0: \"0\" is not a number above 0\n"},
+      {"--max-dt x", "--max-dt: \"x\" is not a number above 0\n"},
+      {"--scattering-factor nan", "--scattering-factor: \"nan\" is not a number above 0\n"},
+      {"--beyond-last-hit -0.1", "--beyond-last-hit: \"-0.1\" is not a number from 0 to 100\n"},
+      {"--beam-momentum 0", "--beam-momentum: \"0\" is not a number from 0.001 to 1000000\n"},
+      {"--threads 0", "--threads: \"0\" is not a number from 1 to 1024\n"},
+  };
+  fFolder.Write("hits.csv", kSomeBad);
+  for (const Case& c : cases) {
+    const Outcome run = Fit(std::string("hits.csv ") + c.fArguments);
+    EXPECT_EQ(run.fStatus, 2) << c.fArguments;
+    EXPECT_EQ(run.fErr.find(c.fMessage), 0u) << run.fErr;
+    EXPECT_EQ(Results(), 1) << c.fArguments;
+  }
+  EXPECT_EQ(Run("").fStatus, 2);
+  EXPECT_EQ(Run("fits").fStatus, 2);
+  EXPECT_EQ(Run("fit").fStatus, 2);
+}
+
+TEST_F(Command, SaysWhatIsWrongWithFiles) {
+  fFolder.Write("hits.csv", kSomeBad);
+  fFolder.Write("other.csv", "event,view,u,z,sigu\n");
+  const auto error = [this](const std::string& arguments) {
+    const Outcome run = Run("fit " + arguments);
+    EXPECT_EQ(run.fStatus, 2) << arguments;
+    return run.fErr;
+  };
+  const std::string fine = " --detector " + kFine;
+  EXPECT_EQ(error("missing.csv -o fits.root" + fine),
+            "kelvo: missing.csv: cannot be opened: No such file or directory\n");
+  EXPECT_EQ(error("other.csv -o fits.root" + fine),
+            "kelvo: other.csv, line 1: there is no column \"track\" but \"event, view, u, z, "
+            "sigu\"; a column of another name needs a mapping, track=NAME\n");
+  EXPECT_EQ(error("hits.csv -o folder/fits.root" + fine),
+            "kelvo: folder/fits.root: cannot be written: No such file or directory\n");
+  EXPECT_EQ(error("hits.csv -o hits.csv" + fine), "kelvo: hits.csv is both input and output\n");
+  EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector missing.toml"), "missing.toml"));
+  EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector " + kTelescope),
+                       "has Air, Silicon, for which there is no stopping-power table"));
+  EXPECT_EQ(Results(), 2);
+}
+
+TEST_F(Command, FitsABeamInAFileWithNamesOfItsOwn) {
+  std::string text = "event,plane,z,x,y,sigma_x,sigma_y\n";
+  for (int event = 0; event < 5; ++event)
+    for (int plane = 0; plane < 4; ++plane)
+      text += std::to_string(event) + "," + std::to_string(plane) + "," + std::to_string(plane) +
+              ",1.0,0.9,0.0072,0.0014\n";
+  fFolder.Write("beam.csv", text);
+  const Outcome run =
+      Run("fit beam.csv --detector " + kTelescope +
+          " -o fits.root --hypothesis pi --beam-momentum 120 --column track=event --column "
+          "sigx=sigma_x --column sigy=sigma_y");
+  EXPECT_EQ(run.fStatus, 0) << run.fErr;
+  EXPECT_TRUE(Contains(run.fOut, "  hits read                                    40\n"))
+      << run.fOut;
+}
+
+TEST_F(Command, TellsThatAFileCannotBeWrittenToItsEnd) {
+  for (const char* format : {"ttree", "rntuple"}) {
+    const Outcome run = Fit(kMuons + " --limit 1000 --format " + format, "ulimit -f 2000 &&");
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_TRUE(Contains(run.fErr, "kelvo: fits.root: ")) << run.fErr;
+    EXPECT_TRUE(Contains(run.fErr, "is the disk full")) << run.fErr;
+    EXPECT_EQ(Results(), 0);
+  }
+}
+
+// Starts the program with a terminal as its standard error stream; returns what it writes there.
+std::string OnATerminal(const std::string& output, int& status, bool interrupt) {
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    execl(KELVO_COMMAND, "kelvo", "fit", kMuons.c_str(), "-d", kFine.c_str(), "-o", output.c_str(),
+          "--threads", "1", nullptr);
+    std::_Exit(127);
+  }
+  std::string text;
+  char buffer[1024];
+  for (ssize_t n = 0; (n = read(terminal, buffer, sizeof buffer)) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(n));
+    if (interrupt && text.find("tracks") != std::string::npos) kill(child, SIGINT);
+  }
+  waitpid(child, &status, 0);
+  close(terminal);
+  return text;
+}
+
+TEST_F(Command, DrawsABarOnATerminalAndRemovesIt) {
+  int status = 0;
+  const std::string text = OnATerminal(fFolder.Path("fits.root"), status, false);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(Contains(text, "\r[")) << text;
+  EXPECT_TRUE(Contains(text, "] 100 %, 3000 tracks") || Contains(text, " %, ")) << text;
+  EXPECT_TRUE(Contains(text, "\r\033[K  tracks read")) << text;
+}
+
+TEST_F(Command, LeavesNothingWhenItIsInterrupted) {
+  int status = 0;
+  const std::string text = OnATerminal(fFolder.Path("fits.root"), status, true);
+  EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+  EXPECT_TRUE(Contains(text, "kelvo: interrupted, nothing is written")) << text;
+  EXPECT_EQ(Results(), 0);
+}
+
+TEST_F(Command, ExplainsItself) {
+  const Outcome all = Run("--help");
+  EXPECT_EQ(all.fStatus, 0);
+  for (const char* name : {"  fit ", "  detector "}) EXPECT_TRUE(Contains(all.fOut, name));
+  const Outcome fit = Run("fit --help");
+  EXPECT_EQ(fit.fStatus, 0);
+  EXPECT_TRUE(Contains(fit.fOut, "Examples:\n  kelvo fit hits.csv.gz --detector"));
+  EXPECT_TRUE(Contains(Run("detector --help").fOut, "Examples:\n  kelvo detector "));
+  EXPECT_EQ(Run("--version").fOut, "kelvo " KELVO_VERSION "\n");
+}
+
+TEST_F(Command, DescribesADetector) {
+  const Outcome run = Run("detector " + kFine);
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_EQ(run.fErr, "");
+  EXPECT_EQ(run.fOut.find("fine (" + kFine + "): 128 planes, "), 0u) << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "z 0 to 774.35 cm\n")) << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "   X     64          3      765.3     32         4 "))
+      << run.fOut;
+  EXPECT_TRUE(Contains(run.fOut, "   Y     64       9.05      771.4     32         4 "))
+      << run.fOut;
+  EXPECT_TRUE(Contains(Run("detector " + kTelescope).fOut,
+                       "no stopping-power table: Air, Silicon; only beams"));
+}
+
+TEST_F(Command, ListsTheMaterialsAlongARay) {
+  // Along z through the middle of a cell: 0.2 cm of wall, 5.6 cm of filling, 0.2 cm of wall.
+  const Outcome run = Run("detector " + kFine + " --ray 2.025,2.025,0,2.025,2.025,6");
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_TRUE(
+      Contains(run.fOut,
+               "material                X0 [cm] thickness [cm]    length [cm] rad. lengths\n"
+               "PVC                      16.517        0.20000        0.20000     0.012109\n"
+               "Scintillator             51.447        5.60000        5.80000     0.120959\n"
+               "PVC                      16.517        0.20000        6.00000     0.133067\n"))
+      << run.fOut;
+  EXPECT_EQ(Run("detector " + kFine + " --ray 1,2,3").fStatus, 2);
+  EXPECT_TRUE(Contains(Run("detector " + kFine + " --ray 1,2,3,1,2,3").fOut, "nothing"));
+}
+
+} // namespace
