@@ -1,14 +1,14 @@
 #include "func/Path.h"
 
+#include "func/KelvoException.h"
+#include "func/dEdxTable.h"
+#include "geo/GeometryBase.h"
+
 #include <TGeoMaterial.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-
-#include "func/KelvoException.h"
-#include "func/dEdxTable.h"
-#include "geo/GeometryBase.h"
 
 namespace kelvo {
 
@@ -27,8 +27,10 @@ constexpr double kEnergyClamp = -1e-5; // GeV
 constexpr double kMass[3] = {0.105658, 0.13957, 0.938272};
 constexpr double kEndEnergy[3] = {0.00105658, 0.0013957, 0.00938272};
 
-// The smallest power of two of sub-steps that makes each 10 cm or less.
+// The smallest power of two of sub-steps that makes each 10 cm or less. No number does so for an
+// infinite step, and an int ends at 10^10 cm, beyond any detector.
 int NumberOfSubSteps(double ds) {
+  if (std::isinf(ds)) return 1;
   int n = 1;
   while (ds / n > kMaxSubStep && n < (1 << 30)) n *= 2;
   return n;
@@ -61,6 +63,12 @@ void IntegrateStep(double ds, const char* material, double* T) {
     table.Losses(mid, kMass, loss);
     for (int k = 0; k < 3; ++k) T[k] = T[k] + h * loss[k];
   }
+}
+
+// Makes room for n more entries at once, and as push_back does for more legs to come.
+void MakeRoom(std::vector<double>& table, std::size_t n) {
+  const std::size_t needed = table.size() + n;
+  if (needed > table.capacity()) table.reserve(std::max(needed, 2 * table.capacity()));
 }
 
 double Clamped(double y) {
@@ -162,6 +170,7 @@ void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* n
   fSteps.clear();
   fMaterials.clear();
   fGeo.MaterialsBetweenPoints(p0, p1, fSteps, fMaterials);
+  for (auto* table : {&fS, &fX0, &fTmu, &fTpi, &fTp}) MakeRoom(*table, fSteps.size());
   for (std::size_t k = 0; k < fSteps.size(); ++k) {
     const double ds = fSteps[k];
     *s += ds;
@@ -224,7 +233,7 @@ TVector3 Path::Dir(double s) {
   const double u = s - fS0;
   std::size_t i = 0;
   while (i + 1 < fS.size() && !(fS[i] <= u && u <= fS[i + 1])) ++i;
-  if (i + 1 >= fS.size()) return TVector3(0, 0, 1);
+  if (i + 1 >= fS.size() || fX.size() < 2) return TVector3(0, 0, 1);
   i = std::min(i, fX.size() - 2);
   const TVector3 d = fX[i + 1] - fX[i];
   const double length = d.Mag();
@@ -249,8 +258,9 @@ void Path::ProtonParams(double s, double* T, double* p, double* beta, double* ga
 
 double Path::Lookup(double s, const std::vector<double>& ys) const {
   const double x = s - fS0;
-  fLast = FindInterval(x, fS, fLast);
-  return OnLine(fLast, x, fS, ys);
+  const std::size_t i = FindInterval(x, fS, fHint.fInterval.load(std::memory_order_relaxed));
+  fHint.fInterval.store(i, std::memory_order_relaxed);
+  return OnLine(i, x, fS, ys);
 }
 
 } // namespace kelvo

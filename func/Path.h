@@ -2,6 +2,7 @@
 
 #include <TVector3.h>
 
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -20,8 +21,9 @@ namespace kelvo {
 /// mass left there): the stopping power is integrated backwards from that point.
 ///
 /// The integration runs by itself on the first query after the points were set or changed, and
-/// fills tables that the const queries then read. One object serves one thread at a time. The
-/// geometry is referred to, not owned, and must outlive the path.
+/// fills tables that the const queries then read. One object serves one thread at a time; after a
+/// first query, or Integrate(), any number of threads may run const queries until a point changes.
+/// The geometry is referred to, not owned, and must outlive the path.
 ///
 /// Lengths and path coordinates are in cm, energies and masses in GeV, momenta in GeV/c. A path
 /// coordinate s is the caller's: s0 at the first point.
@@ -61,8 +63,9 @@ public:
   void Integrate() const;
 
   /// Integrates the straight leg from p0 to p1 (three coordinates each [cm]), p0 being the end
-  /// where the particle is slower, and appends one entry per material step to the tables.
-  /// Public for callers that build a path by hand; the five running totals are read and advanced.
+  /// where the particle is slower, and appends one entry per material step to the tables; the next
+  /// Integrate drops them. The five running totals are read and advanced. Public for callers that
+  /// sum up legs of their own.
   /// @param s   length [cm]
   /// @param nx0 radiation lengths
   /// @param Tmu,Tpi,Tp kinetic energy of muon, pion and proton [GeV]
@@ -105,6 +108,14 @@ public:
   void ProtonParams(double s, double* T, double* p, double* beta, double* gamma) const;
 
 private:
+  // Interval of the last lookup. Every value leads to the same result, so threads that query one
+  // path may overwrite each other's.
+  struct Hint {
+    Hint() = default;
+    Hint(const Hint& other) noexcept : fInterval(other.fInterval.load(std::memory_order_relaxed)) {}
+    std::atomic<std::size_t> fInterval{0};
+  };
+
   double Lookup(double s, const std::vector<double>& ys) const;
 
   const geo::GeometryBase& fGeo;
@@ -116,7 +127,7 @@ private:
   mutable std::vector<double> fTmu;   ///< kinetic energy of a muon at each boundary [GeV]
   mutable std::vector<double> fTpi;   ///< of a pion
   mutable std::vector<double> fTp;    ///< of a proton
-  mutable std::size_t fLast = 0;      ///< interval of the last lookup, where the next one starts
+  mutable Hint fHint;                 ///< where the next lookup starts
   mutable std::vector<double> fSteps; ///< scratch: steps of one leg [cm]
   mutable std::vector<const TGeoMaterial*> fMaterials; ///< scratch: their materials
 };

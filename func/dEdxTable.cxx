@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <string_view>
 
 namespace kelvo {
 
@@ -23,7 +24,7 @@ constexpr unsigned int kMaxPoints = 90;
 using InitFunction = void (dEdxTable::*)();
 
 struct NamedTable {
-  const char* fName;
+  std::string_view fName;
   InitFunction fInit;
 };
 
@@ -36,9 +37,9 @@ const std::array<NamedTable, 5>& NamedTables() {
   return tables;
 }
 
-const NamedTable* FindTable(const char* material) {
+const NamedTable* FindTable(std::string_view material) {
   for (const NamedTable& table : NamedTables())
-    if (std::strcmp(table.fName, material) == 0) return &table;
+    if (table.fName == material) return &table;
   return nullptr;
 }
 
@@ -48,6 +49,13 @@ double MuonEquivalent(double T, double M) {
   const double r = T / M;
   const double bg = std::sqrt((2 + r) * r);
   return (std::sqrt(bg * bg + 1) - 1) * kTableMuonMass;
+}
+
+// The logarithm that a lookup without tables would take. A compiler may work out that of a constant
+// itself, and need not round it as the mathematics library does.
+double RunTimeLog(double x) {
+  const volatile double hidden = x;
+  return std::log(hidden);
 }
 
 // S in GeV cm2/g, of ln S with S in MeV cm2/g.
@@ -65,12 +73,12 @@ struct dEdxTable::LogTable {
   LogTable(const double (&t)[N], const double (&dedx)[N]) {
     static_assert(N >= 2 && N <= kMaxPoints);
     for (unsigned int i = 0; i < N; ++i) {
-      fLnT[i] = std::log(t[i]);
-      fLnS[i] = std::log(dedx[i]);
+      fRows[i].fLnT = RunTimeLog(t[i]);
+      fRows[i].fLnS = RunTimeLog(dedx[i]);
     }
     for (unsigned int i = 0; i + 1 < N; ++i) {
-      fDLnT[i] = fLnT[i + 1] - fLnT[i];
-      fDLnS[i] = fLnS[i + 1] - fLnS[i];
+      fRows[i].fDLnT = fRows[i + 1].fLnT - fRows[i].fLnT;
+      fRows[i].fDLnS = fRows[i + 1].fLnS - fRows[i].fLnS;
       fUpper[i] = t[i + 1];
     }
     fUpper[N - 2] = std::numeric_limits<double>::quiet_NaN(); // nothing lies beyond the last
@@ -79,6 +87,16 @@ struct dEdxTable::LogTable {
       while (fUpper[fInterval[bin]] <= LowerEdge(fFirstBin + bin)) ++fInterval[bin];
   }
 
+  // The stopping power [GeV cm2/g] at the muon kinetic energy x [GeV].
+  double At(double x) const {
+    const Row& row = fRows[Interval(x)];
+    return MassLoss((std::log(x) - row.fLnT) * row.fDLnS / row.fDLnT + row.fLnS);
+  }
+
+private:
+  static constexpr int kBins = 512;    // covers 32 octaves
+  static constexpr int kBinShift = 48; // keeps the exponent and the first 4 bits of the fraction
+
   // The interval that a scan of the grid finds for x. A bin is a sixteenth of an octave and
   // narrower than any interval: at most one grid point lies in it. A NaN gets any interval, and
   // gives NaN.
@@ -86,14 +104,6 @@ struct dEdxTable::LogTable {
     const unsigned int i = fInterval[std::clamp(BinNumber(x) - fFirstBin, 0, kBins - 1)];
     return i + (fUpper[i] <= x ? 1 : 0);
   }
-
-  double LnS(double lnX, unsigned int i) const {
-    return (lnX - fLnT[i]) * fDLnS[i] / fDLnT[i] + fLnS[i];
-  }
-
-private:
-  static constexpr int kBins = 512;    // covers 32 octaves
-  static constexpr int kBinShift = 48; // keeps the exponent and the first 4 bits of the fraction
 
   static int BinNumber(double x) {
     std::uint64_t bits = 0;
@@ -108,10 +118,13 @@ private:
     return x;
   }
 
-  double fLnT[kMaxPoints] = {};
-  double fLnS[kMaxPoints] = {};
-  double fDLnT[kMaxPoints] = {};
-  double fDLnS[kMaxPoints] = {};
+  // What one lookup reads, in one place of memory: the logarithms at a point, and their differences
+  // to the next one.
+  struct Row {
+    double fLnT, fLnS, fDLnT, fDLnS;
+  };
+
+  Row fRows[kMaxPoints] = {};
   double fUpper[kMaxPoints] = {}; // upper end of each interval
   int fFirstBin = 0;
   std::uint8_t fInterval[kBins] = {}; // interval of each bin's lower edge
@@ -138,11 +151,10 @@ bool dEdxTable::Knows(const char* material) {
 
 double dEdxTable::operator()(double T, double M) const {
   if (fT == nullptr) return 0.0;
-  const double x = MuonEquivalent(T, M);
-  return MassLoss(fLog->LnS(std::log(x), fLog->Interval(x))) * fDensity;
+  return fLog->At(MuonEquivalent(T, M)) * fDensity;
 }
 
-// The stages of operator(), each for all three.
+// The roots of all three before the first logarithm: the processor works on them side by side.
 void dEdxTable::Losses(const double* T, const double* M, double* loss) const {
   constexpr int kN = 3;
   if (fT == nullptr) {
@@ -150,12 +162,8 @@ void dEdxTable::Losses(const double* T, const double* M, double* loss) const {
     return;
   }
   double x[kN];
-  double lnX[kN];
-  double lnS[kN];
   for (int k = 0; k < kN; ++k) x[k] = MuonEquivalent(T[k], M[k]);
-  for (int k = 0; k < kN; ++k) lnX[k] = std::log(x[k]);
-  for (int k = 0; k < kN; ++k) lnS[k] = fLog->LnS(lnX[k], fLog->Interval(x[k]));
-  for (int k = 0; k < kN; ++k) loss[k] = MassLoss(lnS[k]) * fDensity;
+  for (int k = 0; k < kN; ++k) loss[k] = fLog->At(x[k]) * fDensity;
 }
 
 // ln S = (ln x - ln t_i) (ln S_(i+1) - ln S_i) / (ln t_(i+1) - ln t_i) + ln S_i.

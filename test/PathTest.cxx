@@ -6,9 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <iostream>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "PlainPath.h"
@@ -271,6 +274,65 @@ TEST(Path, EqualsThePlainIntegrationOnRandomSteps) {
   }
 }
 
+// Energies at s under the three hypotheses.
+std::vector<double> Energies(const Path& path, double s) {
+  std::vector<double> T(3);
+  path.MuonParams(s, &T[0], nullptr, nullptr, nullptr);
+  path.PionParams(s, &T[1], nullptr, nullptr, nullptr);
+  path.ProtonParams(s, &T[2], nullptr, nullptr, nullptr);
+  return T;
+}
+
+TEST(Path, ServesManyThreadsOnceItIsIntegrated) {
+  const LayeredGeometry geo(MixedLayers());
+  const Path path = StraightAlongZ(geo, 0, 87);
+  path.Integrate();
+  // Up and down the path at the same time, so that each thread leaves the other a bad start.
+  std::vector<double> up;
+  std::vector<double> down;
+  std::thread other([&] {
+    for (int i = 87; i >= 0; --i) down.push_back(path.X0(i));
+  });
+  for (int i = 0; i <= 87; ++i) up.push_back(path.X0(i));
+  other.join();
+  for (std::size_t i = 0; i <= 87; ++i) {
+    const Path fresh = StraightAlongZ(geo, 0, 87);
+    const double expected = fresh.X0(static_cast<double>(i));
+    ASSERT_TRUE(SameBits(up[i], expected)) << i;
+    ASSERT_TRUE(SameBits(down[87 - i], expected)) << i;
+  }
+}
+
+TEST(Path, CopiesWithItsTables) {
+  const LayeredGeometry geo(MixedLayers());
+  const Path path = StraightAlongZ(geo, 0, 87);
+  const std::vector<double> T = Energies(path, 60);
+  const int calls = geo.fCalls;
+  const Path copy = path;
+  EXPECT_EQ(Energies(copy, 60), T);
+  EXPECT_EQ(geo.fCalls, calls);
+}
+
+TEST(Path, TakesAnInfiniteStepInOne) {
+  const LayeredGeometry geo({{1, "Steel"}});
+  const double infinity = std::numeric_limits<double>::infinity();
+  const double T = StraightAlongZ(geo, 0, 1).IntegrateT(infinity, "Steel", kMuon, 0.1);
+  EXPECT_FALSE(std::isfinite(T));
+}
+
+TEST(Path, HasNoDirectionWithoutASecondPoint) {
+  const LayeredGeometry geo({{10, "Steel"}});
+  Path path(geo, 1, 0.);
+  path.Length();
+  const double p0[3] = {0, 0, 9};
+  const double p1[3] = {0, 0, 2};
+  double s = 0;
+  double nx0 = 0;
+  double T[3] = {0.1, 0.1, 0.1};
+  path.IntegrateLeg(p0, p1, &s, &nx0, &T[0], &T[1], &T[2]);
+  EXPECT_EQ(path.Dir(3), TVector3(0, 0, 1));
+}
+
 TEST(Path, AdvancesTheRunningTotalsOfALeg) {
   const LayeredGeometry geo({{10, "Steel"}});
   const Path path = StraightAlongZ(geo, 0, 10);
@@ -305,6 +367,35 @@ private:
     double fGiven;
   } fMaterial;
 };
+
+// Three tables are looked for per step of an unknown material: four steps need twelve, of which the
+// process reports ten and gives them vacuum. The last two, those of the pion and the proton in the
+// step furthest upstream, are empty. In a process of its own, where no name was reported before.
+TEST(Path, ReportsAnUnknownMaterialForEachStepAndHypothesis) {
+  EXPECT_EXIT(
+      {
+        std::ostringstream caught;
+        std::streambuf* const original = std::cerr.rdbuf(caught.rdbuf());
+        const OneMaterial geo("Butter", 40);
+        const Path path(geo,
+                        {TVector3(0, 0, 0), TVector3(0, 0, 10), TVector3(0, 0, 20),
+                         TVector3(0, 0, 30), TVector3(0, 0, 40)},
+                        0);
+        path.Integrate();
+        std::cerr.rdbuf(original);
+        std::string expected;
+        for (int i = 0; i < 10; ++i)
+          expected += "func/dEdxTable:50 Have no table for material Butter Defaulting to Vacuum." +
+                      std::string(i == 9 ? " Last warning.\n" : "\n");
+        const std::vector<double> T0 = Energies(path, 0);
+        const std::vector<double> T1 = Energies(path, 10);
+        const std::vector<double> T2 = Energies(path, 20);
+        const bool good = caught.str() == expected && T0[0] > T1[0] && T0[1] == T1[1] &&
+                          T0[2] == T1[2] && T1[1] > T2[1] && T1[2] > T2[2];
+        std::exit(good ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
 
 TEST(Path, RefusesMaterialWithoutAPositiveRadiationLength) {
   for (double radLength : {0., -3.}) {
