@@ -7,7 +7,6 @@
 #include <cmath>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -25,9 +24,10 @@ struct Table {
   double fDensity = 0;       // g/cm3
 };
 
-inline std::vector<double> Numbers(const std::string& text) {
+inline std::vector<double> Numbers(std::string text) {
+  std::replace(text.begin(), text.end(), ',', ' ');
   std::vector<double> numbers;
-  std::istringstream in(std::regex_replace(text, std::regex(","), " "));
+  std::istringstream in(text);
   for (double x; in >> x;) numbers.push_back(x);
   return numbers;
 }
