@@ -94,6 +94,11 @@ public:
   /// keep the loaded sigx. Throws kIndexProblem (value 0) for i >= n or a factor outside 0 to 1.
   void SetWeightFactor(unsigned int i, double factor);
 
+  /// Returns the factor that measurement i has now, 1 for one of infinite sigx; i must be below n.
+  double WeightFactor(unsigned int i) const {
+    return fMeas[i].fLoadedW > 0 ? fMeas[i].fW / fMeas[i].fLoadedW : 1;
+  }
+
   /// Solves the loaded problem, with the same meaning of the arguments as Lutz::Fit. May be called
   /// again after inputs were changed. Throws and prints nothing: a singular problem gives the null
   /// result (all parameters 0, chi2 the sum of w_i x_i^2), and Status() says why.
@@ -171,8 +176,9 @@ public:
   /// Returns residuals, leverage and chi-square contribution of measurement i (i below n). The
   /// variances are those of the loaded sigx. A measurement without which the others fix no track
   /// has unbiased residual and pull 0. Without a successful last fit all is NaN.
-  /// The first call after a Fit takes time that grows as n + m and fills a cache for the others;
-  /// inputs changed after the Fit must not be mixed with it.
+  /// The first call after a Fit takes time that grows as n + m and fills a cache for the others.
+  /// It belongs to that Fit: where a measurement or plane was loaded since, fit again first. A
+  /// change of weight factors leaves the unbiased residual and the pull as they are.
   KinkResidual Residual(unsigned int i) const;
 
   /// Returns the logarithm of the likelihood of the measurements with the kinks, intercept and
