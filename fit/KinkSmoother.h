@@ -214,15 +214,17 @@ private:
 
   /// The straight line between two neighbouring planes, in order of z.
   struct Segment {
-    double fEnd;             ///< position of the plane at its end; infinity for the last [cm]
-    double fV;               ///< weight of the kink there
-    KinkState fLocal;        ///< what its own measurements know
-    KinkState fUpstream;     ///< what those and everything upstream know
-    KinkState fDownstream;   ///< what those and everything downstream know
-    KinkState fBeyond;       ///< what everything downstream knows, without its own measurements
-    double fZ;               ///< where position and slope are independent, given everything [cm]
-    double fX, fSlope;       ///< smoothed line: X(z) = fX + fSlope (z - fZ)
-    double fVarX, fVarSlope; ///< variances of fX and fSlope
+    double fEnd = 0;       ///< position of the plane at its end; infinity for the last [cm]
+    double fV = 0;         ///< weight of the kink there
+    KinkState fLocal;      ///< what its own measurements know
+    KinkState fUpstream;   ///< what those and everything upstream know
+    KinkState fDownstream; ///< what those and everything downstream know
+    KinkState fBeyond;     ///< what everything downstream knows, without its own measurements
+    double fZ = 0;         ///< where position and slope are independent, given everything [cm]
+    double fX = 0;         ///< smoothed line: X(z) = fX + fSlope (z - fZ) [cm]
+    double fSlope = 0;
+    double fVarX = 0;     ///< variance of fX [cm^2]
+    double fVarSlope = 0; ///< variance of fSlope
 
     KinkPoint At(double z) const;
   };
@@ -261,8 +263,8 @@ private:
   /// The fit of all measurements but one, at that one.
   struct Others {
     KinkState fUpstream; ///< work space
-    double fX;           ///< fitted coordinate [cm]
-    double fVar;         ///< its variance [cm^2]; infinity if they fix no track
+    double fX = 0;       ///< fitted coordinate [cm]
+    double fVar = 0;     ///< its variance [cm^2]; infinity if they fix no track
   };
   mutable std::vector<Others> fOthers; ///< n once asked for
   mutable bool fOthersKnown = false;   ///< whether fOthers belongs to the last fit

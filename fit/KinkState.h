@@ -115,14 +115,14 @@ inline KinkCrossings<Real> CrossRegularPlane(const KinkStates<Real>& a, const Ki
 }
 
 /// The same for a free kink, or where nothing is known: beyond the plane only the position at s is
-/// known, and nothing at all if before it only another position is known.
+/// known, and nothing if before it no slope is. (A single position at s itself would survive, but
+/// then no measurement fixes the slope before the plane and the problem is singular anyway.)
 inline KinkCrossings<double> CrossFreely(const KinkState& a, const KinkState& b, double s) {
   const KinkState before = MergeAny(a, b);
+  if (before.fQ == 0) return {before, {}};
   const double d = s - before.fZ;
-  if (before.fP == 0 || (before.fQ == 0 && d != 0)) return {before, {}};
-  const double slope = before.fQ > 0 ? before.fC / before.fQ : 0;
-  const double lever = before.fQ > 0 ? d * d / before.fQ : 0;
-  return {before, {before.fP / (1 + before.fP * lever), s, before.fX + slope * d, 0, 0}};
+  const double p = before.fP / (1 + before.fP * (d * d / before.fQ));
+  return {before, {p, s, before.fX + d * (before.fC / before.fQ), 0, 0}};
 }
 
 /// The same for any plane.
