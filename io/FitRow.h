@@ -11,7 +11,7 @@
 namespace kelvo {
 
 /// One entry of the table of fits: one track under one hypothesis. The member comments give the
-/// column names; docs/fit-files.md explains them. What a fit that failed does not give is NaN, 0 in
+/// column names; docs/files.md explains them. What a fit that failed does not give is NaN, 0 in
 /// whole numbers, and empty in vectors.
 ///
 /// The coordinates per hit are kept in double precision, what is derived from them in single
