@@ -1,5 +1,6 @@
 #include "app/Command.h"
 #include "geo/PlaneDetector.h"
+#include "io/Detector.h"
 #include "io/HitColumns.h"
 #include "track/Materials.h"
 
@@ -141,14 +142,14 @@ void TellMaterials(const geo::PlaneDetector& detector) {
   std::printf("mean over the face that all planes measure\n");
 }
 
-void TellMissingTables(const geo::PlaneDetector& detector) {
+void TellMissingTables(const Detector& detector) {
   const auto unknown = MaterialsWithoutTable(detector.MaterialNames());
   if (unknown.empty()) return;
   std::printf("\nno stopping-power table: %s; only beams of known momentum can be fitted\n",
               Joined(unknown).c_str());
 }
 
-void TellRay(const geo::PlaneDetector& detector, const std::vector<double>& ray) {
+void TellRay(const geo::GeometryBase& detector, const std::vector<double>& ray) {
   std::vector<double> ds;
   std::vector<const TGeoMaterial*> materials;
   detector.MaterialsBetweenPoints(&ray[0], &ray[3], ds, materials);
@@ -168,20 +169,35 @@ void TellRay(const geo::PlaneDetector& detector, const std::vector<double>& ray)
   if (ds.empty()) std::printf("nothing: the points are the same\n");
 }
 
-int Run(const DetectorArguments& arguments) {
-  const auto detector = geo::PlaneDetector::FromFile(arguments.fFile);
-  const geo::Box& box = detector.Extent();
-  std::printf("%s (%s): %zu planes, x %g to %g, y %g to %g, z %g to %g cm\n",
-              detector.Name().c_str(), arguments.fFile.c_str(), detector.Planes().size(),
+void TellExtent(const geo::PlaneDetector& planes) {
+  const geo::Box& box = planes.Extent();
+  std::printf(": %zu planes, x %g to %g, y %g to %g, z %g to %g cm\n", planes.Planes().size(),
               box.fLow[0], box.fHigh[0], box.fLow[1], box.fHigh[1], box.fLow[2], box.fHigh[2]);
-  if (!arguments.fRay.empty()) {
-    TellRay(detector, arguments.fRay);
-    return 0;
+}
+
+void TellParts(const Detector& detector) {
+  if (detector.Planes()) {
+    TellPlanes(*detector.Planes());
+    TellOffsets(*detector.Planes());
+    TellMaterials(*detector.Planes());
+  } else {
+    std::printf("\nmaterials: %s\n", Joined(detector.MaterialNames()).c_str());
+    std::printf("a geometry of ROOT's knows no planes; --ray lists the materials on a way\n");
   }
-  TellPlanes(detector);
-  TellOffsets(detector);
-  TellMaterials(detector);
   TellMissingTables(detector);
+}
+
+int Run(const DetectorArguments& arguments) {
+  const Detector detector = Detector::FromFile(arguments.fFile);
+  std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
+  if (detector.Planes())
+    TellExtent(*detector.Planes());
+  else
+    std::printf("\n");
+  if (arguments.fRay.empty())
+    TellParts(detector);
+  else
+    TellRay(detector.Geometry(), arguments.fRay);
   return 0;
 }
 
@@ -192,7 +208,9 @@ Command MakeDetectorCommand(CLI::App& program) {
       program.add_subcommand("detector", "Checks and describes a detector's file.");
   detector->footer(kExamples);
   auto arguments = std::make_shared<DetectorArguments>();
-  detector->add_option("file", arguments->fFile, "Description of the detector (TOML)")
+  detector
+      ->add_option("file", arguments->fFile,
+                   "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file")
       ->required()
       ->type_name("FILE");
   detector

@@ -89,7 +89,8 @@ std::pair<std::string, std::string> Mapping(const std::string& text) {
 void Register(CLI::App& fit, FitArguments& a) {
   TrackFitOptions& f = a.fFile.fFit;
   fit.add_option("hits", a.fFile.fInputs, "Files of hits")->required()->type_name("FILE");
-  fit.add_option("-d,--detector", a.fDetector, "Description of the detector (TOML)")
+  fit.add_option("-d,--detector", a.fDetector,
+                 "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file")
       ->required()
       ->type_name("FILE");
   fit.add_option("-o,--output", a.fFile.fOutput, "ROOT file to be written")
@@ -235,7 +236,7 @@ std::vector<std::string> gOutputs;
 
 int Run(FitArguments& arguments) {
   Complete(arguments);
-  const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
+  const Detector detector = Detector::FromFile(arguments.fDetector);
   // An interrupted run removes what it has written before it ends.
   std::signal(SIGINT, NoteSignal);
   std::signal(SIGTERM, NoteSignal);

@@ -53,7 +53,7 @@ void CheckNames(const FitFileOptions& options) {
     throw std::invalid_argument(options.fCsv + " is named twice as output");
 }
 
-void CheckMaterials(const geo::PlaneDetector& detector, const TrackFitOptions& options) {
+void CheckMaterials(const Detector& detector, const TrackFitOptions& options) {
   if (options.fBeamMomentum > 0) return;
   const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
   if (unknown.empty()) return;
@@ -166,12 +166,12 @@ std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions
   return text;
 }
 
-FitSummary FitFile(const geo::PlaneDetector& detector, const FitFileOptions& options,
+FitSummary FitFile(const Detector& detector, const FitFileOptions& options,
                    const std::function<bool(const FitProgress&)>& progress) {
   const Clock clock;
   CheckNames(options);
   CheckMaterials(detector, options.fFit);
-  const TrackFitter fitter(detector, options.fFit);
+  const TrackFitter fitter(detector.Geometry(), options.fFit);
   HitReader reader(options.fInputs, options.fReader);
   PendingFile output(options.fOutput);
   std::optional<PendingFile> csvOutput;
@@ -190,7 +190,7 @@ FitSummary FitFile(const geo::PlaneDetector& detector, const FitFileOptions& opt
     if (!reader.Next(track)) return false;
     ++read;
     share = reader.Share();
-    AddPlaneOffsets(detector, track.fHits);
+    if (detector.Planes()) AddPlaneOffsets(*detector.Planes(), track.fHits);
     return true;
   };
   FittedBlocks blocks(nextTrack, fitter, std::max(1u, options.fThreads), !options.fScalarsOnly);

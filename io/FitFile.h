@@ -1,6 +1,6 @@
 #pragma once
 
-#include "geo/PlaneDetector.h"
+#include "io/Detector.h"
 #include "io/FitWriter.h"
 #include "io/HitReader.h"
 #include "track/TrackFitter.h"
@@ -79,7 +79,7 @@ public:
 /// @throw std::invalid_argument for options out of range, and for a material without a
 ///                              stopping-power table where particles are to stop
 /// @throw StrictStop, RunStopped
-FitSummary FitFile(const geo::PlaneDetector& detector, const FitFileOptions& options,
+FitSummary FitFile(const Detector& detector, const FitFileOptions& options,
                    const std::function<bool(const FitProgress&)>& progress = nullptr);
 
 /// Returns the options that make the result, in the form of a TOML table: what is kept in the file.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -50,22 +51,24 @@ public:
 
 private:
   // Radiation lengths as the project's detectors have them [cm].
-  static TGeoMaterial Material(const std::string& name) {
-    const char* c = name.c_str();
-    if (name == "Scintillator") return {c, 11.2, 5.6, 0.859, -51.447};
-    if (name == "PVC") return {c, 20, 10, 1.49, -16.517};
-    if (name == "Glue") return {c, 12, 6, 1.34, -31.864};
-    if (name == "Steel") return {c, 55.845, 26, 7.87, -1.7584};
-    return {c, 0, 0, 0, -1e25};
+  static std::unique_ptr<TGeoMaterial> Material(const std::string& name) {
+    const auto make = [&name](double a, double z, double density, double radLength) {
+      return std::make_unique<TGeoMaterial>(name.c_str(), a, z, density, -radLength);
+    };
+    if (name == "Scintillator") return make(11.2, 5.6, 0.859, 51.447);
+    if (name == "PVC") return make(20, 10, 1.49, 16.517);
+    if (name == "Glue") return make(12, 6, 1.34, 31.864);
+    if (name == "Steel") return make(55.845, 26, 7.87, 1.7584);
+    return make(0, 0, 0, 1e25);
   }
 
   const TGeoMaterial& At(double z) const {
     for (std::size_t i = 0; i < fLayers.size(); ++i)
-      if (fBoundaries[i] <= z && z < fBoundaries[i + 1]) return fLayers[i];
-    return fVacuum;
+      if (fBoundaries[i] <= z && z < fBoundaries[i + 1]) return *fLayers[i];
+    return *fVacuum;
   }
 
   std::vector<double> fBoundaries;
-  std::vector<TGeoMaterial> fLayers;
-  TGeoMaterial fVacuum = Material("Vacuum");
+  std::vector<std::unique_ptr<TGeoMaterial>> fLayers;
+  std::unique_ptr<TGeoMaterial> fVacuum = Material("Vacuum");
 };

@@ -20,6 +20,8 @@ public:
       : TNamed(name, ""), fA(a), fZ(z), fDensity(density) {
     SetRadLen(radlen, intlen);
   }
+  TGeoMaterial(const TGeoMaterial&) = delete;
+  TGeoMaterial& operator=(const TGeoMaterial&) = delete;
 
   virtual double GetA() const { return fA; }             ///< atomic mass [g/mole]
   virtual double GetZ() const { return fZ; }             ///< atomic number

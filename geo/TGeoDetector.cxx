@@ -1,0 +1,258 @@
+#include "geo/TGeoDetector.h"
+
+#include <TError.h>
+#include <TGeoManager.h>
+#include <TGeoMedium.h>
+#include <TGeoNavigator.h>
+#include <TGeoNode.h>
+#include <TGeoVolume.h>
+#include <TObjArray.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+namespace geo {
+
+namespace {
+
+constexpr double kEmpty = 1e-15; // g/cm3; the interstellar gas of simulations has 1e-25
+constexpr double kTiny = 1e-10;  // cm; shorter steps count as part of their neighbour
+constexpr double kStuck = 1e-8;  // cm, the size of an atom; shorter steps may be no progress
+constexpr double kPush = 1e-9;   // cm; first push over a boundary that is not crossed
+constexpr int kMostThreads = 256;
+
+bool IsEmpty(const TGeoMaterial& material) {
+  return material.GetDensity() < kEmpty;
+}
+
+std::unique_ptr<TGeoMaterial> MakeVacuum() {
+  auto vacuum = std::make_unique<TGeoMaterial>("Vacuum", 0, 0, 0);
+  // The manager takes every new material for its own.
+  gGeoManager->GetListOfMaterials()->Remove(vacuum.get());
+  return vacuum;
+}
+
+TGeoManager& Checked(TGeoManager& manager) {
+  const std::string name = std::string("the geometry \"") + manager.GetName() + "\" ";
+  if (&manager != gGeoManager)
+    throw DetectorError(name + "is not ROOT's current one (gGeoManager); make it the only one");
+  if (!manager.IsClosed())
+    throw DetectorError(name + "is not closed; call its function CloseGeometry first");
+  if (TGeoManager::GetDefaultUnits() != TGeoManager::kRootUnits)
+    throw DetectorError(name +
+                        "counts in mm; call TGeoManager::SetDefaultUnits with "
+                        "TGeoManager::kRootUnits before it is made or read");
+  return manager;
+}
+
+const TGeoMaterial* MaterialOf(const TGeoVolume& volume) {
+  const TGeoMedium* medium = volume.GetMedium();
+  return medium ? medium->GetMaterial() : nullptr;
+}
+
+void AddMaterials(const TGeoVolume& volume, std::set<const TGeoVolume*>& seen,
+                  std::vector<std::string>& names) {
+  if (!seen.insert(&volume).second) return;
+  const TGeoMaterial* material = MaterialOf(volume);
+  // An assembly has no matter of its own.
+  if (material && !volume.IsAssembly() && !IsEmpty(*material) &&
+      std::find(names.begin(), names.end(), material->GetName()) == names.end())
+    names.emplace_back(material->GetName());
+  for (int i = 0; i < volume.GetNdaughters(); ++i)
+    AddMaterials(*volume.GetNode(i)->GetVolume(), seen, names);
+}
+
+// Collects steps: tiny ones are added to a neighbour, and those of one material to each other.
+class StepList {
+public:
+  StepList(std::vector<double>& ds, std::vector<const TGeoMaterial*>& mats)
+      : fDs(ds), fMats(mats) {}
+
+  void Add(double length, const TGeoMaterial* material) {
+    fSum += length;
+    if (!fMats.empty() && (fMats.back() == material || length < kTiny)) {
+      fDs.back() += length;
+    } else if (length < kTiny) {
+      fBefore += length;
+      fFirst = material;
+    } else {
+      fDs.push_back(length + fBefore);
+      fMats.push_back(material);
+      fBefore = 0;
+    }
+  }
+
+  // Makes the lengths add up to the distance; what is missing are rounding errors.
+  void Close(double distance) {
+    if (fMats.empty()) {
+      fDs.push_back(distance);
+      fMats.push_back(fFirst);
+    } else {
+      fDs.back() += distance - fSum;
+    }
+  }
+
+private:
+  std::vector<double>& fDs;
+  std::vector<const TGeoMaterial*>& fMats;
+  double fSum = 0;
+  double fBefore = 0;                   // length of tiny steps before the first other one
+  const TGeoMaterial* fFirst = nullptr; // the material of the last of them
+};
+
+// A straight way, from one boundary to the next.
+class Walk {
+public:
+  Walk(TGeoNavigator& navigator, const double* p0, const double* p1, double distance)
+      : fNavigator(navigator), fDistance(distance) {
+    for (int i = 0; i < 3; ++i) {
+      fStart[i] = p0[i];
+      fDirection[i] = (p1[i] - p0[i]) / distance;
+    }
+    StartAt(0);
+  }
+
+  const TGeoNavigator& Navigator() const { return fNavigator; }
+  bool AtEnd() const { return fDone >= fDistance; }
+
+  // Goes on to the next boundary, or to the end, and returns the length.
+  double Step() {
+    const double left = fDistance - fDone;
+    fNavigator.FindNextBoundaryAndStep(left);
+    double step = std::clamp(fNavigator.GetStep(), 0.0, left);
+    if (step > kStuck) {
+      fPush = kPush;
+    } else if (step < left) {
+      // On an edge, or where volumes touch badly, ROOT may find the same boundary again and again:
+      // start anew behind it, further and further until it lets go.
+      step = std::min(step + fPush, left);
+      fPush *= 2;
+      StartAt(fDone + step);
+    }
+    fDone += step;
+    return step;
+  }
+
+private:
+  void StartAt(double s) {
+    const double point[] = {fStart[0] + s * fDirection[0], fStart[1] + s * fDirection[1],
+                            fStart[2] + s * fDirection[2]};
+    fNavigator.InitTrack(point, fDirection);
+  }
+
+  TGeoNavigator& fNavigator;
+  double fStart[3];
+  double fDirection[3];
+  double fDistance;
+  double fDone = 0;
+  double fPush = kPush;
+};
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// ROOT tells on the screen what it reads, and what it cannot read.
+std::unique_ptr<TGeoManager> Import(const std::string& file) {
+  const int level = gErrorIgnoreLevel;
+  gErrorIgnoreLevel = std::max<int>(level, kFatal);
+  std::unique_ptr<TGeoManager> manager(TGeoManager::Import(file.c_str()));
+  if (manager && manager->GetTopVolume() && !manager->IsClosed()) manager->CloseGeometry();
+  gErrorIgnoreLevel = level;
+  return manager;
+}
+
+} // namespace
+
+TGeoDetector::TGeoDetector(TGeoManager& manager)
+    : fManager(Checked(manager)), fVacuum(MakeVacuum()), fName(manager.GetName()) {
+  fMaterialNames.emplace_back("Vacuum");
+  std::set<const TGeoVolume*> seen;
+  AddMaterials(*manager.GetTopVolume(), seen, fMaterialNames);
+}
+
+TGeoDetector::~TGeoDetector() {
+  // ROOT deletes a geometry when another one is read, and at the end of the program.
+  if (gGeoManager != &fManager) static_cast<void>(fOwned.release());
+}
+
+std::unique_ptr<TGeoDetector> TGeoDetector::FromFile(const std::string& file) {
+  if (!EndsWith(file, ".root") && !EndsWith(file, ".gdml"))
+    throw DetectorError(file + ": a geometry of ROOT's has a name that ends in .root or .gdml");
+  if (!std::ifstream(file)) throw DetectorError(file + ": cannot be opened for reading");
+  // One without volumes comes into being with the first material that a program makes.
+  if (gGeoManager && gGeoManager->GetTopVolume())
+    throw DetectorError(file + ": the geometry \"" + gGeoManager->GetName() +
+                        "\" is in memory already, and ROOT holds one at a time; delete it first, "
+                        "or use it as the detector");
+  std::unique_ptr<TGeoManager> manager = Import(file);
+  if (!manager || !manager->GetTopVolume())
+    throw DetectorError(file +
+                        ": no geometry could be read; the file must hold a TGeoManager "
+                        "(.root) or a GDML description of a detector (.gdml)");
+  auto detector = std::make_unique<TGeoDetector>(*manager);
+  detector->fOwned = std::move(manager);
+  return detector;
+}
+
+void TGeoDetector::CheckManager() const {
+  if (gGeoManager != &fManager)
+    throw DetectorError("the geometry \"" + fName +
+                        "\" was deleted or replaced by another one, but is still in use");
+}
+
+TGeoNavigator* TGeoDetector::FindNavigator() const {
+  const auto found = fNavigators.find(std::this_thread::get_id());
+  return found == fNavigators.end() ? nullptr : found->second;
+}
+
+void TGeoDetector::AddNavigator() const {
+  const std::unique_lock lock(fMutex);
+  if (!fNavigators.empty() && !fManager.IsMultiThread()) fManager.SetMaxThreads(kMostThreads);
+  if (fManager.IsMultiThread() && TGeoManager::ThreadId() >= fManager.GetMaxThreads())
+    throw DetectorError("the geometry \"" + fName + "\" serves " +
+                        std::to_string(fManager.GetMaxThreads()) +
+                        " threads and this is one more; use fewer, or call its function "
+                        "SetMaxThreads before");
+  fNavigators[std::this_thread::get_id()] = fManager.AddNavigator();
+}
+
+const TGeoMaterial* TGeoDetector::MaterialAt(const TGeoNavigator& navigator) const {
+  if (navigator.IsOutside() || !navigator.GetCurrentNode()) return fVacuum.get();
+  const TGeoMaterial* material = MaterialOf(*navigator.GetCurrentNode()->GetVolume());
+  return material && !IsEmpty(*material) ? material : fVacuum.get();
+}
+
+void TGeoDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
+                                          std::vector<double>& ds,
+                                          std::vector<const TGeoMaterial*>& mats) const {
+  ds.clear();
+  mats.clear();
+  const double d[] = {p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]};
+  const double distance = std::hypot(d[0], d[1], d[2]);
+  // The sum, since a length may lose what is not a number.
+  if (!std::isfinite(distance + d[0] + d[1] + d[2]))
+    throw std::invalid_argument("the points of a way through the detector must be finite numbers");
+  if (distance == 0) return;
+  CheckManager();
+
+  std::shared_lock lock(fMutex);
+  if (!FindNavigator()) {
+    lock.unlock();
+    AddNavigator();
+    lock.lock();
+  }
+  StepList steps(ds, mats);
+  Walk walk(*FindNavigator(), p0, p1, distance);
+  while (!walk.AtEnd()) {
+    const TGeoMaterial* material = MaterialAt(walk.Navigator());
+    steps.Add(walk.Step(), material);
+  }
+  steps.Close(distance);
+}
+
+} // namespace geo

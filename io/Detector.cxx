@@ -1,0 +1,57 @@
+#include "io/Detector.h"
+
+#ifdef KELVO_HAS_GEOMETRY
+#include "geo/TGeoDetector.h"
+#endif
+
+namespace kelvo {
+
+namespace {
+
+// Shares nothing: the object belongs to the caller.
+template <typename Geometry>
+std::shared_ptr<const Geometry> Referred(const Geometry& geometry) {
+  return {std::shared_ptr<void>(), &geometry};
+}
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+} // namespace
+
+Detector::Detector(std::shared_ptr<const geo::PlaneDetector> planes)
+    : fGeometry(planes),
+      fPlanes(planes.get()),
+      fName(planes->Name()),
+      fText(planes->Text()),
+      fMaterialNames(planes->MaterialNames()) {}
+
+Detector::Detector(const geo::PlaneDetector& planes) : Detector(Referred(planes)) {}
+
+Detector::Detector(const geo::GeometryBase& geometry, std::string name,
+                   std::vector<std::string> materials)
+    : fGeometry(Referred(geometry)),
+      fName(std::move(name)),
+      fText("the geometry \"" + fName + "\" in memory"),
+      fMaterialNames(std::move(materials)) {}
+
+Detector Detector::FromFile(const std::string& file) {
+  if (!EndsWith(file, ".gdml") && !EndsWith(file, ".root"))
+    return Detector(std::make_shared<const geo::PlaneDetector>(geo::PlaneDetector::FromFile(file)));
+#ifdef KELVO_HAS_GEOMETRY
+  std::shared_ptr<const geo::TGeoDetector> opened = geo::TGeoDetector::FromFile(file);
+  Detector detector(*opened, opened->Name(), opened->MaterialNames());
+  detector.fGeometry = opened;
+  detector.fText = "the geometry \"" + opened->Name() + "\" of the file " + file;
+  return detector;
+#else
+  throw geo::DetectorError(
+      file +
+      ": this ROOT has no geometry package, which detectors in .gdml and .root files need; "
+      "use kelvo with a ROOT that was built with geom=ON and gdml=ON, or describe the "
+      "detector in a TOML file, as detectors/fine.toml does");
+#endif
+}
+
+} // namespace kelvo

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "geo/DetectorError.h"
+#include "geo/GeometryBase.h"
+#include "geo/PlaneDetector.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// A detector of any kind: its geometry, and what is told of it and kept with the fits. Copies
+/// share the geometry.
+class Detector {
+public:
+  /// Opens a file. One that ends in .gdml or .root holds a geometry of ROOT's (geo::TGeoDetector),
+  /// any other one is TOML (geo::PlaneDetector).
+  /// @throw geo::DetectorError for a file that cannot be used; so for .gdml and .root where this
+  ///        ROOT lacks its geometry package
+  static Detector FromFile(const std::string& file);
+
+  /// Refers to a detector made of planes, which must outlive this object and its copies.
+  Detector(const geo::PlaneDetector& planes);
+
+  /// Refers to any other geometry, which must outlive this object and its copies.
+  /// @param materials names of the materials that tracks may meet, where they are known: they are
+  ///                  checked before tracks are fitted, not only when a track meets them
+  Detector(const geo::GeometryBase& geometry, std::string name,
+           std::vector<std::string> materials = {});
+
+  const geo::GeometryBase& Geometry() const { return *fGeometry; }
+
+  /// Returns the same, where it is made of planes, whose offsets are added to hits; null otherwise.
+  const geo::PlaneDetector* Planes() const { return fPlanes; }
+
+  const std::string& Name() const { return fName; }
+
+  /// Returns what describes the detector beside its fits: the TOML file byte for byte; for other
+  /// geometries where it is from.
+  const std::string& Text() const { return fText; }
+
+  /// Returns the names of the materials that tracks may meet, as far as they are known.
+  const std::vector<std::string>& MaterialNames() const { return fMaterialNames; }
+
+private:
+  Detector(std::shared_ptr<const geo::PlaneDetector> planes);
+
+  std::shared_ptr<const geo::GeometryBase> fGeometry;
+  const geo::PlaneDetector* fPlanes = nullptr;
+  std::string fName;
+  std::string fText;
+  std::vector<std::string> fMaterialNames;
+};
+
+} // namespace kelvo
