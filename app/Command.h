@@ -20,6 +20,7 @@ struct Command {
 
 /// One function per subcommand; each adds its options to the program's.
 Command MakeFitCommand(CLI::App& program);
+Command MakeSimulateCommand(CLI::App& program);
 Command MakeDetectorCommand(CLI::App& program);
 
 } // namespace kelvo::app

@@ -1,17 +1,15 @@
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "app/ProgressLine.h"
 #include "app/RootMessages.h"
 #include "io/FileError.h"
 #include "io/FitFile.h"
 
-#include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <limits>
-#include <map>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -47,23 +45,6 @@ struct FitArguments {
   std::string fFormat = "ttree";
   std::string fSolver = "linear";
 };
-
-// A check of a number from low to high whose message says the rule in words.
-CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
-  const auto check = [=](std::string& text) -> std::string {
-    double value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error == std::errc() && stop == end && value >= low && value <= high) return "";
-    return "\"" + text + "\" is not a number " + rule;
-  };
-  return {check, ""};
-}
-
-const std::map<std::string, int>& Particles() {
-  static const std::map<std::string, int> codes{{"mu", 13}, {"pi", 211}, {"p", 2212}};
-  return codes;
-}
 
 std::string NameOf(int pdg) {
   for (const auto& [name, code] : Particles())
@@ -216,11 +197,6 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
               arguments.fFile.fCsv.c_str());
 }
 
-volatile std::sig_atomic_t gSignal = 0;
-void NoteSignal(int number) {
-  gSignal = number;
-}
-
 // The outputs of the run, for a handler without arguments.
 std::vector<std::string> gOutputs;
 
@@ -237,11 +213,7 @@ std::vector<std::string> gOutputs;
 int Run(FitArguments& arguments) {
   Complete(arguments);
   const Detector detector = Detector::FromFile(arguments.fDetector);
-  // An interrupted run removes what it has written before it ends.
-  std::signal(SIGINT, NoteSignal);
-  std::signal(SIGTERM, NoteSignal);
-  // A file that becomes too large gives an error to be told, not the end.
-  std::signal(SIGXFSZ, SIG_IGN);
+  CatchSignals();
   gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
   std::set_terminate(TellFailedWrite);
   ProgressLine line;
@@ -250,7 +222,7 @@ int Run(FitArguments& arguments) {
     // Found only at the end of the run otherwise.
     if (RootMessages::WriteFailed())
       throw FileError(arguments.fFile.fOutput + ": cannot be written");
-    return gSignal == 0;
+    return CaughtSignal() == 0;
   };
   try {
     const FitSummary summary = FitFile(detector, arguments.fFile, show);
@@ -266,7 +238,7 @@ int Run(FitArguments& arguments) {
   } catch (const RunStopped&) {
     line.Clear();
     std::cerr << "kelvo: interrupted, nothing is written\n";
-    return 128 + gSignal;
+    return 128 + CaughtSignal();
   } catch (...) {
     line.Clear();
     throw;

@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
   program.require_subcommand(1);
   const std::vector<kelvo::app::Command> commands{
       kelvo::app::MakeFitCommand(program),
+      kelvo::app::MakeSimulateCommand(program),
       kelvo::app::MakeDetectorCommand(program),
   };
   try {

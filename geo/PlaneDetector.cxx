@@ -76,6 +76,7 @@ CellRow MakeRow(const DetectorDescription::Part& part, const DetectorDescription
   row.fFirst = placed.fCentre[axis] - 0.5 * (row.fCount - 1) * row.fPitch;
   row.fLength = part.fCount[1 - axis] > 0 ? part.fWidth[1 - axis] : part.fSize[1 - axis];
   row.fResolution = part.fResolution[axis];
+  row.fMiddle = placed.fCentre[1 - axis];
   return row;
 }
 

@@ -23,6 +23,7 @@ struct CellRow {
   double fFirst = 0;      ///< centre of cell 0 [cm]
   double fLength = 0;     ///< of one cell, along the other axis [cm]
   double fResolution = 0; ///< standard deviation of a measurement [cm]
+  double fMiddle = 0;     ///< centre of the cells along the other axis [cm]
 
   /// Returns the centre of cell i [cm]; not checked: i < fCount.
   double Centre(unsigned i) const { return fFirst + i * fPitch; }

@@ -1,20 +1,13 @@
 #include "io/FileError.h"
 #include "io/FitWriter.h"
+#include "io/NumberText.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 
 namespace kelvo {
 
 namespace {
-
-template <typename T>
-void AppendNumber(std::string& text, T value) {
-  char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  text.append(digits, end);
-}
 
 void Append(std::string& text, double value) {
   AppendNumber(text, value);

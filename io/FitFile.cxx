@@ -4,6 +4,7 @@
 #include "io/FittedBlocks.h"
 #include "io/HitColumns.h"
 #include "io/LogHistogram.h"
+#include "io/NumberText.h"
 #include "io/PendingFile.h"
 #include "track/Materials.h"
 #include "track/PlaneOffsets.h"
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -131,8 +131,9 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Number(double value) {
-  char digits[32];
-  return {digits, std::to_chars(digits, digits + sizeof digits, value).ptr};
+  std::string text;
+  AppendNumber(text, value);
+  return text;
 }
 
 std::string List(const std::vector<std::string>& texts) {

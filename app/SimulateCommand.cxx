@@ -1,0 +1,262 @@
+#include "app/Command.h"
+#include "app/CommandParts.h"
+#include "app/ProgressLine.h"
+#include "io/SimulationFile.h"
+
+#include <charconv>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+
+namespace kelvo::app {
+
+namespace {
+
+const char* const kExamples = R"(
+Examples:
+  kelvo simulate --detector detectors/fine.toml --particle mu --kinetic-energy 0.3..1.6 --tracks 1000
+      --seed 1 -o hits.csv.gz
+      muons that stop in the detector; their truth is in hits.truth.csv.gz
+  kelvo simulate --detector detectors/range.toml --particle p --kinetic-energy 1 --tracks 500 --seed 2
+      -o hits.root --hit-truth
+      protons of 1 GeV, with the truth of every hit; all tables in one file
+  kelvo simulate --detector detectors/fine.toml --particle mu --kinetic-energy 0.3..1.6 --tracks 20000
+      --seed 3 -o test.csv --model fit --hits gauss
+      tracks that are exactly what the fit assumes: its pulls are 1 wide, its chi-square
+      probabilities flat
+
+A track is determined by seed, its number and the other options; --threads does not change it.
+Truth (cm, GeV): position x0,y0,z0, momentum and kinetic energy T at the middle of the plane of the
+first hit, end xe,ye,ze, and the path length between them. With --hit-truth also, per hit, the
+particle's position, slopes and kinetic energy at the middle of the plane.
+Models: "full" scatters in small steps, with the full width of multiple scattering; "fit" bends the
+track at the scattering planes of the fit, by the fit's widths, and makes it stop after its mean
+range; its energies can be some percent above the interval, since bent ways are longer.
+Exit status: 0 all is well, 2 wrong usage or files.)";
+
+struct SimulateArguments {
+  SimulationFileOptions fFile;
+  std::string fDetector;
+  std::string fParticle;
+  std::string fEnergy;
+  std::string fModel = "full";
+  std::string fHits = "cells";
+  std::string fStart[3];
+};
+
+std::optional<double> NumberFrom(const std::string& text) {
+  double value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return value;
+}
+
+// "0.3..1.6" or "1".
+std::optional<SimulationRange> RangeFrom(const std::string& text) {
+  const std::size_t dots = text.find("..");
+  const auto low = NumberFrom(text.substr(0, dots));
+  const auto high = dots == std::string::npos ? low : NumberFrom(text.substr(dots + 2));
+  if (!low || !high) return std::nullopt;
+  return SimulationRange{*low, *high};
+}
+
+CLI::Validator RangeWithin(double low, double high, const std::string& rule) {
+  const auto check = [=](std::string& text) -> std::string {
+    const auto range = RangeFrom(text);
+    if (range && range->fLow >= low && range->fLow <= range->fHigh && range->fHigh <= high)
+      return "";
+    return "\"" + text + "\" is not a number or an interval MIN..MAX " + rule;
+  };
+  return {check, ""};
+}
+
+void RegisterModel(CLI::App& simulate, SimulateArguments& a) {
+  SimulationOptions& s = a.fFile.fSimulation;
+  const char* group = "Model";
+  simulate.add_option("--model", a.fModel, "How the particles scatter: full or fit")
+      ->check(CLI::IsMember({"full", "fit"}))
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_option("--step", s.fStep, "Largest step of the full scattering [cm]")
+      ->check(NumberWithin(0.001, 100, "from 0.001 to 100"))
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_flag("--fluctuate-loss", s.fFluctuateLoss, "Let the energy loss fluctuate")
+      ->group(group);
+  simulate
+      .add_option("--scattering-factor", s.fFit.fScatteringFactor,
+                  "Factor on the fit's widths; model fit")
+      ->check(NumberWithin(1e-6, 100, "from 0.000001 to 100"))
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_option("--max-ds", s.fFit.fMaxDs, "Largest step of the fit [cm]; model fit")
+      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
+      ->capture_default_str()
+      ->group(group);
+  simulate
+      .add_option("--max-dx0", s.fFit.fMaxDX0,
+                  "Largest step of the fit in radiation lengths; model fit")
+      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
+      ->capture_default_str()
+      ->group(group);
+  simulate
+      .add_option("--max-dt", s.fFit.fMaxDT,
+                  "Largest product of a fit step's width and length [rad cm]; model fit")
+      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
+      ->capture_default_str()
+      ->group(group);
+}
+
+void RegisterHits(CLI::App& simulate, SimulateArguments& a) {
+  SimulationOptions& s = a.fFile.fSimulation;
+  const char* group = "Hits";
+  simulate
+      .add_option("--hits", a.fHits,
+                  "What a plane measures: cells (the centre of its cell) or gauss (the true "
+                  "coordinate with a Gaussian error)")
+      ->check(CLI::IsMember({"cells", "gauss"}))
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_option("--sigma", s.fSigma, "Error of Gaussian hits [cm]")
+      ->check(NumberWithin(1e-6, 1000, "from 0.000001 to 1000"))
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_option("--efficiency", s.fEfficiency, "Probability that a plane gives its hit")
+      ->check(NumberWithin(0.01, 1, "from 0.01 to 1"))
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_flag("--hit-truth", a.fFile.fHitTruth, "Also write the truth of every hit")
+      ->group(group);
+}
+
+void RegisterStart(CLI::App& simulate, SimulateArguments& a) {
+  SimulationOptions& s = a.fFile.fSimulation;
+  const char* group = "Start of the tracks";
+  const char* const names[] = {"--start-x", "--start-y", "--start-z"};
+  const char* const texts[] = {"x [cm] (default: the face of the detector)",
+                               "y [cm] (default: the face of the detector)",
+                               "z [cm] (default: from 1 cm upstream of the detector to 50 cm, at "
+                               "most half of its length, inside)"};
+  for (std::size_t k = 0; k < 3; ++k)
+    simulate.add_option(names[k], a.fStart[k], texts[k])
+        ->check(RangeWithin(-1e5, 1e5, "from -100000 to 100000, the smaller number first"))
+        ->type_name("MIN..MAX")
+        ->group(group);
+  simulate
+      .add_option("--slope", s.fSlope,
+                  "Standard deviation of dx/dz and dy/dz; at most 45 degrees are drawn")
+      ->check(NumberWithin(0, 1, "from 0 to 1"))
+      ->capture_default_str()
+      ->group(group);
+  simulate.add_flag("--leaving", s.fLeaving, "Also keep tracks that leave the detector")
+      ->group(group);
+}
+
+void Register(CLI::App& simulate, SimulateArguments& a) {
+  SimulationFileOptions& f = a.fFile;
+  simulate.add_option("-d,--detector", a.fDetector, "Description of the detector (TOML)")
+      ->required()
+      ->type_name("FILE");
+  simulate.add_option("--particle", a.fParticle, "mu, pi or p")
+      ->required()
+      ->check(CLI::IsMember({"mu", "pi", "p"}))
+      ->type_name("NAME");
+  simulate
+      .add_option("--kinetic-energy", a.fEnergy,
+                  "Kinetic energy at the start, evenly spread [GeV], such as 0.3..1.6")
+      ->required()
+      ->check(RangeWithin(0.001, 1e4, "from 0.001 to 10000 GeV, the smaller number first"))
+      ->type_name("MIN..MAX");
+  simulate.add_option("--tracks", f.fTracks, "Number of tracks")
+      ->required()
+      ->check(NumberWithin(1, 1e12, "from 1 to 1e12"));
+  simulate.add_option("--seed", f.fSimulation.fSeed, "Seed: 0 or a positive whole number")
+      ->required();
+  simulate
+      .add_option("-o,--output", f.fOutput,
+                  "File of hits to be written; its name ends in .csv, .csv.gz or .root")
+      ->required()
+      ->type_name("FILE");
+  simulate.add_option("--threads", f.fThreads, "Threads to use; the result does not depend on it")
+      ->check(NumberWithin(1, 1024, "from 1 to 1024"))
+      ->capture_default_str();
+  RegisterModel(simulate, a);
+  RegisterHits(simulate, a);
+  RegisterStart(simulate, a);
+}
+
+// Options that would be without effect are more likely a mistake than a wish.
+void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
+  const auto refuse = [&simulate](const char* option, const char* condition) {
+    if (simulate.count(option) > 0)
+      throw std::invalid_argument(std::string(option) + " has no effect without " + condition);
+  };
+  if (a.fHits != "gauss") refuse("--sigma", "--hits gauss");
+  for (const char* option : {"--scattering-factor", "--max-ds", "--max-dx0", "--max-dt"})
+    if (a.fModel != "fit") refuse(option, "--model fit");
+  if (a.fModel != "full") refuse("--step", "--model full");
+}
+
+void Complete(SimulateArguments& a) {
+  SimulationOptions& s = a.fFile.fSimulation;
+  s.fPDG = Particles().at(a.fParticle);
+  s.fKineticEnergy = *RangeFrom(a.fEnergy);
+  s.fScattering = a.fModel == "fit" ? ScatteringModel::kFit : ScatteringModel::kFull;
+  s.fHits = a.fHits == "gauss" ? HitModel::kGaussian : HitModel::kCells;
+  for (std::size_t k = 0; k < 3; ++k)
+    if (!a.fStart[k].empty()) s.fStart[k] = RangeFrom(a.fStart[k]);
+}
+
+void TellSummary(const SimulationSummary& summary) {
+  std::printf("  %llu tracks, %llu hits, mean kinetic energy at the first hit %.4g GeV\n",
+              summary.fTracks, summary.fHits, summary.fMeanT);
+  std::printf("  %.1f s, %.0f tracks/s; written:", summary.fSeconds,
+              static_cast<double>(summary.fTracks) / summary.fSeconds);
+  for (const std::string& file : summary.fFiles) std::printf(" %s", file.c_str());
+  std::printf("\n");
+}
+
+int Run(const CLI::App& simulate, SimulateArguments& arguments) {
+  CheckCombination(simulate, arguments);
+  Complete(arguments);
+  const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
+  CatchSignals();
+  ProgressLine line;
+  const auto show = [&line](const FitProgress& progress) {
+    line.Show(progress);
+    return CaughtSignal() == 0;
+  };
+  try {
+    const SimulationSummary summary = SimulateFile(detector, arguments.fFile, show);
+    line.Clear();
+    TellSummary(summary);
+    return 0;
+  } catch (const RunStopped&) {
+    line.Clear();
+    std::cerr << "kelvo: interrupted, nothing is written\n";
+    return 128 + CaughtSignal();
+  } catch (...) {
+    line.Clear();
+    throw;
+  }
+}
+
+} // namespace
+
+Command MakeSimulateCommand(CLI::App& program) {
+  CLI::App* simulate = program.add_subcommand(
+      "simulate", "Simulates tracks in a detector and writes their hits and their truth.");
+  simulate->footer(kExamples);
+  auto arguments = std::make_shared<SimulateArguments>();
+  arguments->fFile.fThreads = std::max(1u, std::thread::hardware_concurrency());
+  Register(*simulate, *arguments);
+  return {simulate, [simulate, arguments] { return Run(*simulate, *arguments); }};
+}
+
+} // namespace kelvo::app
