@@ -2,6 +2,7 @@
 
 #include "func/HitList3D.h"
 #include "geo/GeometryBase.h"
+#include "geo/PlaneDetector.h" // so that one header is all a user needs
 
 #include <TVector3.h>
 

@@ -1,0 +1,217 @@
+#!/usr/bin/env python3
+"""Write the tables and pictures of docs/validation.md.
+
+    cmake --build --preset release --target fit-samples
+    build/release/bin/fit-samples > validation.csv
+    python tools/validation/document.py validation.csv docs
+
+Needs numpy and matplotlib.
+"""
+
+import argparse
+import csv
+from pathlib import Path
+
+import matplotlib
+
+matplotlib.use("Agg")
+import matplotlib.pyplot as plt  # noqa: E402 - after the choice of the backend
+import numpy as np  # noqa: E402
+
+BEGIN = "<!-- tables: written by tools/validation/document.py -->"
+END = "<!-- end of tables -->"
+DETECTORS = ("fine", "range")
+PARTICLES = ("mu", "pi", "p")
+HITS = ("cell", "smeared")
+PLACES = ("first", "middle", "last")
+QUANTITIES = ("u", "slope")
+STYLES = {  # told apart without colour, too
+    "mu": {"color": "#0072b2", "linestyle": "-"},
+    "pi": {"color": "#d55e00", "linestyle": "--"},
+    "p": {"color": "#009e73", "linestyle": ":"},
+}
+
+matplotlib.rcParams.update(
+    {"svg.hashsalt": "kelvo", "font.size": 10, "axes.grid": True, "grid.alpha": 0.3}
+)
+
+
+class Fits:
+    """The rows of fit-samples as columns."""
+
+    def __init__(self, path):
+        with open(path, encoding="utf-8") as file:
+            rows = list(csv.DictReader(file))
+        self.columns = {name: np.array([row[name] for row in rows]) for name in rows[0]}
+        self.factors = sorted(set(self.columns["factor"]), key=float)
+
+    def select(self, **wanted):
+        """Numbers of all columns of the fitted tracks with these values."""
+        mask = self.mask(**wanted) & (self.columns["status"] == "0")
+        text = ("detector", "particle", "hits", "factor")
+        return {k: v[mask].astype(float) for k, v in self.columns.items() if k not in text}
+
+    def mask(self, **wanted):
+        mask = np.ones(len(self.columns["status"]), bool)
+        for name, value in wanted.items():
+            mask &= self.columns[name] == value
+        return mask
+
+
+def half_width(values):
+    """Half of the interval that holds the central 68%."""
+    low, high = np.quantile(values, (0.1587, 0.8413))
+    return (high - low) / 2
+
+
+def table(*rows):
+    header, *body = rows
+    lines = ["| " + " | ".join(header) + " |", "|" + "---|" * len(header)]
+    lines += ["| " + " | ".join(row) + " |" for row in body]
+    return "\n".join(lines) + "\n"
+
+
+def samples():
+    return [(d, p, h) for d in DETECTORS for p in PARTICLES for h in HITS]
+
+
+def momentum_table(fits):
+    rows = [("sample", "hits", "tracks", "lost", "median", "68% half width", "low third",
+             "middle third", "high third")]
+    for detector, particle, hits in samples():
+        wanted = dict(detector=detector, particle=particle, hits=hits, factor=fits.factors[-1])
+        f = fits.select(**wanted)
+        ratio = f["p_fit"] / f["p_true"]
+        thirds = np.array_split(ratio[np.argsort(f["p_true"])], 3)
+        count = int(fits.mask(**wanted).sum())
+        rows.append((f"{detector} {particle}", hits, f"{count}", f"{count - len(ratio)}",
+                     f"{np.median(ratio):.4f}", f"{half_width(ratio):.4f}",
+                     *(f"{np.median(t):.4f}" for t in thirds)))
+    return table(*rows)
+
+
+def pull_table(fits, factor):
+    rows = [("sample", "hits", *(f"{q}, {place}" for q in ("position", "slope") for place in PLACES))]
+    for detector, particle, hits in samples():
+        f = fits.select(detector=detector, particle=particle, hits=hits, factor=factor)
+        rows.append((f"{detector} {particle}", hits,
+                     *(f"{half_width(f[f'pull_{q}_{p}']):.2f}" for q in QUANTITIES for p in PLACES)))
+    return table(*rows)
+
+
+def probability_table(fits):
+    rows = [("sample", "hits", "below 0.01", "below 0.1", "below 0.5", "above 0.9")]
+    for detector, particle, hits in samples():
+        p = fits.select(detector=detector, particle=particle, hits=hits,
+                        factor=fits.factors[-1])["prob"]
+        rows.append((f"{detector} {particle}", hits, *(f"{100 * np.mean(p < x):.1f}%"
+                                                       for x in (0.01, 0.1, 0.5)),
+                     f"{100 * np.mean(p > 0.9):.1f}%"))
+    return table(*rows)
+
+
+def hypothesis_table(fits):
+    rows = [("sample", "hits", "best is mu", "best is pi", "best is p",
+             "right of mu or pi against p")]
+    for detector, particle, hits in samples():
+        f = fits.select(detector=detector, particle=particle, hits=hits, factor=fits.factors[-1])
+        share = [np.mean(f["best"] == h) for h in range(3)]
+        right = share[2] if particle == "p" else share[0] + share[1]
+        rows.append((f"{detector} {particle}", hits, *(f"{100 * s:.0f}%" for s in share),
+                     f"{100 * right:.0f}%"))
+    return table(*rows)
+
+
+def markdown(fits):
+    parts = [BEGIN, "### Momentum at the first hit, fitted over true\n", momentum_table(fits)]
+    for factor in fits.factors:
+        parts += [f"### 68% half widths of the pulls, scattering factor {float(factor):.3f}\n",
+                  pull_table(fits, factor)]
+    parts += ["### Probability of chi-square\n", probability_table(fits)]
+    parts += ["### The best hypothesis\n", hypothesis_table(fits), END]
+    return "\n".join(parts) + "\n"
+
+
+def plot_momentum(fits, path):
+    figure, axes = plt.subplots(2, 2, figsize=(9, 6.5), sharex=True, layout="constrained")
+    for row, detector in zip(axes, DETECTORS):
+        for axis, hits in zip(row, HITS):
+            for particle in PARTICLES:
+                f = fits.select(detector=detector, particle=particle, hits=hits,
+                                factor=fits.factors[-1])
+                axis.hist(f["p_fit"] / f["p_true"], np.linspace(0.85, 1.15, 61), density=True,
+                          histtype="step", label=particle, linewidth=1.5, **STYLES[particle])
+            axis.axvline(1, color="black", linewidth=0.8)
+            axis.set_title(f"{detector}, {hits} hits")
+            axis.set_ylabel("tracks (normalised)")
+    for axis in axes[1]:
+        axis.set_xlabel("fitted over true momentum")
+    axes[0][0].legend()
+    save(figure, path)
+
+
+def plot_pulls(fits, path):
+    figure, axes = plt.subplots(2, 3, figsize=(10, 6.5), layout="constrained")
+    grid = np.linspace(-5, 5, 201)
+    for row, quantity in zip(axes, QUANTITIES):
+        for axis, place in zip(row, PLACES):
+            for factor, style in zip(fits.factors, ("--", "-")):
+                f = fits.select(detector="fine", particle="mu", hits="smeared", factor=factor)
+                axis.hist(f[f"pull_{quantity}_{place}"], np.linspace(-5, 5, 51), density=True,
+                          histtype="step", linestyle=style, linewidth=1.5,
+                          label=f"factor {float(factor):.2f}")
+            axis.plot(grid, np.exp(-(grid**2) / 2) / np.sqrt(2 * np.pi), color="black",
+                      linewidth=0.8, label="standard normal")
+            name = "position" if quantity == "u" else "slope"
+            axis.set_title(f"{name}, {place} hit")
+            axis.set_xlabel("pull")
+    figure.legend(*axes[0][0].get_legend_handles_labels(), loc="outside upper center", ncols=3)
+    save(figure, path)
+
+
+def plot_probability(fits, path):
+    figure, axes = plt.subplots(1, 2, figsize=(9, 3.5), sharey=True, layout="constrained")
+    for axis, detector in zip(axes, DETECTORS):
+        for particle in PARTICLES:
+            f = fits.select(detector=detector, particle=particle, hits="smeared",
+                            factor=fits.factors[-1])
+            axis.hist(f["prob"], np.linspace(0, 1, 21), density=True, histtype="step",
+                      label=particle, linewidth=1.5, **STYLES[particle])
+        axis.axhline(1, color="black", linewidth=0.8)
+        axis.set_title(f"{detector}, smeared hits")
+        axis.set_xlabel("probability of chi-square")
+    axes[0].set_ylabel("tracks (normalised)")
+    axes[0].legend()
+    save(figure, path)
+
+
+def save(figure, path):
+    """Writes a picture that is the same file each time."""
+    figure.savefig(path, metadata={"Date": None})
+    plt.close(figure)
+
+
+def write_between_markers(path, part):
+    text = path.read_text(encoding="utf-8")
+    if text.count(BEGIN) != 1 or text.count(END) != 1:
+        raise ValueError(f'{path}: expected one line "{BEGIN}" and one line "{END}"')
+    before, rest = text.split(BEGIN)
+    path.write_text(before + part + rest.split(END)[1].lstrip("\n"), encoding="utf-8")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("fits", type=Path, help="what fit-samples wrote")
+    parser.add_argument("docs", type=Path, help="folder of validation.md")
+    arguments = parser.parse_args()
+    fits = Fits(arguments.fits)
+    write_between_markers(arguments.docs / "validation.md", markdown(fits))
+    pictures = arguments.docs / "img"
+    pictures.mkdir(exist_ok=True)
+    plot_momentum(fits, pictures / "validation-momentum.svg")
+    plot_pulls(fits, pictures / "validation-pulls.svg")
+    plot_probability(fits, pictures / "validation-probability.svg")
+
+
+if __name__ == "__main__":
+    main()
