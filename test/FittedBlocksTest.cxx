@@ -19,6 +19,9 @@ using kelvo::FittedBlock;
 using kelvo::FittedBlocks;
 using kelvo::TrackHits;
 
+// Likelihoods as close as this do not decide between hypotheses [nats].
+constexpr double kTie = 1e-8;
+
 const geo::PlaneDetector& Detector() {
   static const auto detector =
       geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
@@ -171,7 +174,7 @@ TEST(FittedBlocks, MarkOneBestHypothesisOfAFittedTrack) {
       ++best;
       EXPECT_EQ(row.fPDG, result.fOutcomes[i].fBestPDG);
       for (std::size_t k = 0; k < 3; ++k)
-        EXPECT_GE(row.fLogLikelihood, result.fRows[3 * i + k].fLogLikelihood);
+        EXPECT_GE(row.fLogLikelihood + kTie, result.fRows[3 * i + k].fLogLikelihood);
     }
     EXPECT_EQ(best, 1) << i;
   }
