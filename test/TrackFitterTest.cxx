@@ -295,6 +295,88 @@ TEST(TrackFitterTest, APullIsTheResidualOverItsStandardDeviation) {
   }
 }
 
+/// Least-squares line u(z) through hits of one view and of equal uncertainties, in closed form.
+struct ClosedLine {
+  double fMean, fSlope, fZ;   // at the mean z
+  double fVarMean, fVarSlope; // independent of each other
+  ClosedLine(const HitList3D& hits, int view, double sigma) {
+    double n = 0, sz = 0, szz = 0, su = 0, szu = 0;
+    for (const kelvo::Hit3D& hit : hits) {
+      if (hit.fView != view) continue;
+      const double u = view == 0 ? hit.fX : hit.fY;
+      n++;
+      sz += hit.fZ;
+      szz += hit.fZ * hit.fZ;
+      su += u;
+      szu += hit.fZ * u;
+    }
+    fZ = sz / n;
+    fMean = su / n;
+    fSlope = (szu - sz * su / n) / (szz - sz * sz / n);
+    fVarMean = sigma * sigma / n;
+    fVarSlope = sigma * sigma / (szz - sz * sz / n);
+  }
+  double At(double z) const { return fMean + fSlope * (z - fZ); }
+  double VarAt(double z) const { return fVarMean + (z - fZ) * (z - fZ) * fVarSlope; }
+  double CovAt(double z) const { return (z - fZ) * fVarSlope; } // of position and slope
+};
+
+TEST(TrackFitterTest, WithoutScatteringObliqueViewsAreIndependentLinesAgainstZ) {
+  constexpr double kAccuracy = 1e-5; // relative; the frame's axis is not exactly along the track
+  TrackFitOptions options;
+  options.fScatteringFactor = 1e-6;
+  TrackFitter fitter(Block(), options);
+  const HitList3D hits = Hits({-60, 5, 1.2, 0.9}, 30, Wiggle);
+  const HypothesisFit fit = Best(fitter.Fit(hits));
+  const ClosedLine x(hits, 0, kSigma), y(hits, 1, kSigma);
+  for (const kelvo::HitFit& hit : fit.fHit) {
+    const ClosedLine& line = hit.fView == 0 ? x : y;
+    EXPECT_NEAR(hit.fFitU, line.At(hit.fZ), kAccuracy);
+    EXPECT_NEAR(hit.fFitSigU / std::sqrt(line.VarAt(hit.fZ)), 1, kAccuracy);
+    EXPECT_NEAR(hit.fFitSlope, line.fSlope, kAccuracy);
+    EXPECT_NEAR(hit.fFitSigSlope / std::sqrt(line.fVarSlope), 1, kAccuracy);
+    const double variance = kSigma * kSigma - line.VarAt(hit.fZ);
+    EXPECT_NEAR(hit.fPull, hit.fResidual / std::sqrt(variance), 1e-4);
+  }
+  // Covariance of (x, y, ux, uy): u = (a, b, 1) / sqrt(1 + a^2 + b^2) for slopes a and b, whose
+  // derivatives come from finite steps.
+  const double z = fit.fPosition.Z(), step = 1e-5;
+  const auto direction = [&](double a, double b) { return TVector3(a, b, 1).Unit(); };
+  const TVector3 byA =
+      (direction(x.fSlope + step, y.fSlope) - direction(x.fSlope - step, y.fSlope)) * (0.5 / step);
+  const TVector3 byB =
+      (direction(x.fSlope, y.fSlope + step) - direction(x.fSlope, y.fSlope - step)) * (0.5 / step);
+  const double va = x.fVarSlope, vb = y.fVarSlope, ca = x.CovAt(z), cb = y.CovAt(z);
+  const double expected[10] = {x.VarAt(z),
+                               0,
+                               byA.X() * ca,
+                               byA.Y() * ca, //
+                               y.VarAt(z),
+                               byB.X() * cb,
+                               byB.Y() * cb,                                    //
+                               byA.X() * byA.X() * va + byB.X() * byB.X() * vb, //
+                               byA.X() * byA.Y() * va + byB.X() * byB.Y() * vb, //
+                               byA.Y() * byA.Y() * va + byB.Y() * byB.Y() * vb};
+  for (std::size_t i = 0; i < 10; i++)
+    EXPECT_NEAR(fit.fCov[i], expected[i], 1e-4 * x.VarAt(z)) << "element " << i;
+  EXPECT_NEAR(fit.fCov[7] / expected[7], 1, 1e-3);
+  EXPECT_NEAR(fit.fCov[8] / expected[8], 1, 1e-3);
+  EXPECT_NEAR(fit.fCov[9] / expected[9], 1, 1e-3);
+}
+
+TEST(TrackFitterTest, BendsTooSmallToBeFittedMakeATrackLonger) {
+  TrackFitOptions options;
+  options.fScatteringFactor = 1e-6;
+  TrackFitter fitter(Block(), options);
+  HitList3D hits = Hits({0, 0, 0, 0}, 20);
+  for (kelvo::Hit3D& hit : hits) hit.fSigX = hit.fSigY = 3;
+  const HypothesisFit fit = Best(fitter.Fit(hits));
+  const double straight = 19.5 * kSpacing;
+  const double variances = ClosedLine(hits, 0, 3).fVarSlope + ClosedLine(hits, 1, 3).fVarSlope;
+  EXPECT_GT(variances, 1e-3);
+  EXPECT_NEAR(fit.fLength / straight - 1, variances / 2, 1e-6);
+}
+
 TEST(TrackFitterTest, TheLeadIsTheDistanceToTheSecondBest) {
   TrackFitter fitter(Block());
   const TrackFit fit = fitter.Fit(Hits({0, 0, 0.1, 0}, 60, Wiggle));

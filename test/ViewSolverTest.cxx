@@ -98,6 +98,24 @@ TEST(ViewSolverTest, TheLikelihoodIsTheDensityOfTheMeasurements) {
   }
 }
 
+TEST(ViewSolverTest, InterceptAndSlopeAreThoseBeforeAllPlanesWhereverTheyAre) {
+  constexpr double kAccuracy = 1e-9;
+  kelvo::ViewProblem problem;
+  for (int i = 0; i < 12; i++) problem.Add(-100 + 6 * i, 0.3 * std::sin(i * i), 0.3);
+  kelvo::PlaneList planes;
+  planes.fS = {-80, -50};
+  planes.fSigAlpha = {0.01, 0.02};
+  kelvo::ViewFit fits[2];
+  std::vector<kelvo::KinkPoint> state;
+  double logLikelihood = 0;
+  kelvo::ViewSolver linear(kelvo::Solver::kLinear), dense(kelvo::Solver::kDense);
+  ASSERT_TRUE(linear.Solve(problem, planes, problem.fS, fits[0], state, logLikelihood));
+  ASSERT_TRUE(dense.Solve(problem, planes, problem.fS, fits[1], state, logLikelihood));
+  EXPECT_NEAR(fits[0].fIntercept, fits[1].fIntercept, kAccuracy);
+  EXPECT_NEAR(fits[0].fSlope, fits[1].fSlope, kAccuracy);
+  for (int i = 0; i < 3; i++) EXPECT_NEAR(fits[0].fCov[i] / fits[1].fCov[i], 1, kAccuracy);
+}
+
 TEST(ViewSolverTest, ASingularViewIsRefusedSilentlyByBothSolvers) {
   for (kelvo::Solver solver : {kelvo::Solver::kLinear, kelvo::Solver::kDense}) {
     kelvo::ViewSolver fit(solver);
