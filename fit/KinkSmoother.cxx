@@ -82,7 +82,7 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
     fStatus = KinkStatus::kSucceeded;
   } else {
     NullResult();
-    fStatus = WhySingular();
+    fStatus = regular ? KinkStatus::kNotFinite : WhySingular();
     for (unsigned int i = 0; i < fNmeas; ++i) fChi2XI += Chi2XIi(i);
   }
   if (x0) *x0 = fX0;
@@ -134,45 +134,53 @@ void KinkSmoother::Filter() {
     fSegments[down].fBeyond = fSegments[down].fDownstream = {};
 
   KinkStates<KinkPair> known;
-  for (; up < fNscat && down > 0; ++up, --down) {
-    Segment& ahead = fSegments[up];
-    Segment& back = fSegments[down];
-    const Segment& plane = fSegments[down - 1];
-    const KinkStates<KinkPair> local = Both(ahead.fLocal, back.fLocal);
-    const KinkPair s = {ahead.fEnd, plane.fEnd};
-    const KinkPair v = {ahead.fV, plane.fV};
-    const KinkPair pE = CrossingWeight(known, local, v);
-    const KinkPair regular = pE * v;
-    back.fBeyond = One(known, 1);
-    const auto keep = [&](const KinkCrossings<KinkPair>& crossing) {
-      ahead.fUpstream = One(crossing.fBefore, 0);
-      back.fDownstream = One(crossing.fBefore, 1);
-      known = crossing.fBeyond;
-    };
-    if (regular[0] > 0 && regular[1] > 0)
-      keep(CrossRegularPlane(known, local, s, v, pE));
-    else
-      keep(CrossBoth(known, local, s, v));
-  }
-  KinkState upstream = One(known, 0);
-  for (; up < fNscat; ++up) {
-    Segment& ahead = fSegments[up];
-    const KinkCrossings<double> crossing = CrossPlane(upstream, ahead.fLocal, ahead.fEnd, ahead.fV);
-    ahead.fUpstream = crossing.fBefore;
-    upstream = crossing.fBeyond;
-  }
-  fSegments[fNscat].fUpstream = MergeAny(upstream, fSegments[fNscat].fLocal);
-  KinkState downstream = One(known, 1);
-  for (; down > 0; --down) {
-    Segment& back = fSegments[down];
-    const Segment& plane = fSegments[down - 1];
+  for (; up < fNscat && down > 0; ++up, --down)
+    known = CrossTwoPlanes(fSegments[up], fSegments[down], fSegments[down - 1], known);
+  FilterDownstream(up, One(known, 0));
+  FilterUpstream(down, One(known, 1));
+}
+
+// From the segment ahead downstream, and from the segment back upstream over the plane. Takes and
+// returns what is known before its own measurements. Inlined, or the states would go through memory
+// in the middle of the chain.
+[[gnu::always_inline]] inline KinkStates<KinkPair> KinkSmoother::CrossTwoPlanes(
+    Segment& ahead, Segment& back, const Segment& plane, KinkStates<KinkPair> known) {
+  const KinkStates<KinkPair> local = Both(ahead.fLocal, back.fLocal);
+  const KinkPair s = {ahead.fEnd, plane.fEnd};
+  const KinkPair v = {ahead.fV, plane.fV};
+  const KinkPair pE = CrossingWeight(known, local, v);
+  const KinkPair regular = pE * v;
+  back.fBeyond = One(known, 1);
+  const auto keep = [&](const KinkCrossings<KinkPair>& crossing) {
+    ahead.fUpstream = One(crossing.fBefore, 0);
+    back.fDownstream = One(crossing.fBefore, 1);
+    return crossing.fBeyond;
+  };
+  if (regular[0] > 0 && regular[1] > 0) return keep(CrossRegularPlane(known, local, s, v, pE));
+  return keep(CrossBoth(known, local, s, v));
+}
+
+void KinkSmoother::FilterDownstream(unsigned int k, KinkState known) {
+  for (; k < fNscat; ++k) {
+    Segment& segment = fSegments[k];
     const KinkCrossings<double> crossing =
-        CrossPlane(downstream, back.fLocal, plane.fEnd, plane.fV);
-    back.fBeyond = downstream;
-    back.fDownstream = crossing.fBefore;
-    downstream = crossing.fBeyond;
+        CrossPlane(known, segment.fLocal, segment.fEnd, segment.fV);
+    segment.fUpstream = crossing.fBefore;
+    known = crossing.fBeyond;
   }
-  fSegments[0].fBeyond = downstream;
+  fSegments[k].fUpstream = MergeAny(known, fSegments[k].fLocal);
+}
+
+void KinkSmoother::FilterUpstream(unsigned int k, KinkState known) {
+  for (; k > 0; --k) {
+    Segment& segment = fSegments[k];
+    const Segment& plane = fSegments[k - 1];
+    const KinkCrossings<double> crossing = CrossPlane(known, segment.fLocal, plane.fEnd, plane.fV);
+    segment.fBeyond = known;
+    segment.fDownstream = crossing.fBefore;
+    known = crossing.fBeyond;
+  }
+  fSegments[k].fBeyond = known;
 }
 
 // Segments and planes two at a time, side by side.

@@ -237,6 +237,10 @@ private:
   unsigned int PlaneAt(unsigned int k) const { return fPlaneOrder.empty() ? k : fPlaneOrder[k]; }
   bool Gather();
   void Filter();
+  static KinkStates<KinkPair> CrossTwoPlanes(Segment& ahead, Segment& back, const Segment& plane,
+                                             KinkStates<KinkPair> known);
+  void FilterDownstream(unsigned int k, KinkState known);
+  void FilterUpstream(unsigned int k, KinkState known);
   bool Smooth();
   bool SmoothLines(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
   void SmoothKinks(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
