@@ -35,6 +35,10 @@ private:
   std::chrono::steady_clock::time_point fStart = std::chrono::steady_clock::now();
 };
 
+double Ratio(unsigned long long a, unsigned long long b) {
+  return static_cast<double>(a) / static_cast<double>(b);
+}
+
 bool SameFile(const std::string& a, const std::string& b) {
   std::error_code error;
   const auto path = [&error](const std::string& name) {
@@ -190,7 +194,7 @@ FitSummary FitFile(const Detector& detector, const FitFileOptions& options,
     if (options.fLimit != 0 && read == options.fLimit) return false;
     if (!reader.Next(track)) return false;
     ++read;
-    share = reader.Share();
+    share = std::max(reader.Share(), options.fLimit == 0 ? 0 : Ratio(read, options.fLimit));
     if (detector.Planes()) AddPlaneOffsets(*detector.Planes(), track.fHits);
     return true;
   };

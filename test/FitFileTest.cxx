@@ -85,6 +85,8 @@ TEST(FitFile, SumsUpWhatCameOut) {
   const auto summary = kelvo::FitFile(Detector(), options, [&](const kelvo::FitProgress& p) {
     EXPECT_GT(p.fTracks, shown);
     shown = p.fTracks;
+    EXPECT_GE(p.fShare, static_cast<double>(p.fTracks) / 150);
+    EXPECT_LE(p.fShare, 1);
     return true;
   });
   EXPECT_EQ(shown, 150u);
