@@ -8,6 +8,9 @@ namespace kelvo {
 
 namespace {
 
+// Begins the text of a detector that is not made of planes; no TOML can begin so.
+const std::string kGeometry = "the geometry \"";
+
 // Shares nothing: the object belongs to the caller.
 template <typename Geometry>
 std::shared_ptr<const Geometry> Referred(const Geometry& geometry) {
@@ -33,8 +36,14 @@ Detector::Detector(const geo::GeometryBase& geometry, std::string name,
                    std::vector<std::string> materials)
     : fGeometry(Referred(geometry)),
       fName(std::move(name)),
-      fText("the geometry \"" + fName + "\" in memory"),
+      fText(kGeometry + fName + "\" in memory"),
       fMaterialNames(std::move(materials)) {}
+
+std::unique_ptr<geo::PlaneDetector> Detector::PlanesOfText(const std::string& text,
+                                                           const std::string& file) {
+  if (text.compare(0, kGeometry.size(), kGeometry) == 0) return nullptr;
+  return std::make_unique<geo::PlaneDetector>(geo::PlaneDetector::FromText(text, file));
+}
 
 Detector Detector::FromFile(const std::string& file) {
   if (!EndsWith(file, ".gdml") && !EndsWith(file, ".root"))
@@ -43,7 +52,7 @@ Detector Detector::FromFile(const std::string& file) {
   std::shared_ptr<const geo::TGeoDetector> opened = geo::TGeoDetector::FromFile(file);
   Detector detector(*opened, opened->Name(), opened->MaterialNames());
   detector.fGeometry = opened;
-  detector.fText = "the geometry \"" + opened->Name() + "\" of the file " + file;
+  detector.fText = kGeometry + opened->Name() + "\" of the file " + file;
   return detector;
 #else
   throw geo::DetectorError(

@@ -40,6 +40,12 @@ public:
   /// geometries where it is from.
   const std::string& Text() const { return fText; }
 
+  /// Returns the detector of such a text, null where it says only where the geometry is from.
+  /// @param file begins the messages
+  /// @throw geo::DetectorError for a text that is neither
+  static std::unique_ptr<geo::PlaneDetector> PlanesOfText(const std::string& text,
+                                                          const std::string& file);
+
   /// Returns the names of the materials that tracks may meet, as far as they are known.
   const std::vector<std::string>& MaterialNames() const { return fMaterialNames; }
 

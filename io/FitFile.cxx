@@ -219,6 +219,7 @@ FitSummary FitFile(const Detector& detector, const FitFileOptions& options,
   writing.fTexts = {{"options", DescribeOptions(options, fitter.Options())},
                     {"detector", detector.Text()},
                     {"version", KELVO_VERSION}};
+  if (!options.fCommand.empty()) writing.fTexts["command"] = options.fCommand;
   WriteFits(output, nextRows, writing);
   if (csv) csv->Close();
   output.Commit();

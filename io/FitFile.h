@@ -16,8 +16,9 @@ namespace kelvo {
 struct FitFileOptions {
   std::vector<std::string> fInputs; ///< files of hits, at least one
   HitReaderOptions fReader;
-  std::string fOutput; ///< the ROOT file to be written
-  std::string fCsv;    ///< a CSV summary to be written as well; empty: none
+  std::string fOutput;  ///< the ROOT file to be written
+  std::string fCsv;     ///< a CSV summary to be written as well; empty: none
+  std::string fCommand; ///< what the user typed, to be kept with the fits; empty: nothing
   TableFormat fFormat = TableFormat::kTTree;
   bool fScalarsOnly = false; ///< leave out the columns of vectors
   TrackFitOptions fFit;

@@ -1,5 +1,6 @@
 #include "io/FitRow.h"
 
+#include <iterator>
 #include <limits>
 #include <type_traits>
 
@@ -78,6 +79,17 @@ void SetVectors(const HypothesisFit& fit, FitRow& row) {
 }
 
 } // namespace
+
+const char* StatusWords(int status) {
+  static const char* const words[] = {"fitted",
+                                      "too few hits in a view",
+                                      "a bad line or number",
+                                      "no usable geometry",
+                                      "no solution of the equations",
+                                      "an error of the fit library"};
+  const bool known = status >= 0 && status < static_cast<int>(std::size(words));
+  return known ? words[status] : "an unknown reason";
+}
 
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors) {
   std::vector<FitRow> rows(fit.fHypothesis.size());

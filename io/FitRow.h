@@ -103,6 +103,9 @@ void VisitVectors(Row& row, Visit visit) {
   visit("kink_y", row.fKink[1]);
 }
 
+/// Returns what a status in a file of fits means, in a few words.
+const char* StatusWords(int status);
+
 /// Returns the entries of one track, one per hypothesis in the order of the fit.
 /// @param withVectors whether the vectors are filled
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors);

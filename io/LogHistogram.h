@@ -16,12 +16,17 @@ public:
     ++fEntries;
   }
 
+  unsigned long long Entries() const { return fEntries; }
+
   /// Returns the median, NaN without entries.
-  double Median() const {
+  double Median() const { return Quantile(0.5); }
+
+  /// Returns the number below which a share of the entries lies, NaN without entries.
+  double Quantile(double share) const {
     unsigned long long below = 0;
     for (std::size_t bin = 0; bin < kBins; ++bin) {
       below += fCounts[bin];
-      if (2 * below >= fEntries && below > 0)
+      if (static_cast<double>(below) >= share * static_cast<double>(fEntries) && below > 0)
         return kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep);
     }
     return std::numeric_limits<double>::quiet_NaN();

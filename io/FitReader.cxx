@@ -1,0 +1,252 @@
+#include "io/FitReader.h"
+
+#include "io/FileError.h"
+
+#include <TDirectory.h>
+#include <TFile.h>
+#include <TKey.h>
+#include <TObjString.h>
+#include <TTree.h>
+#include <TTreeReader.h>
+#include <TTreeReaderArray.h>
+#include <TTreeReaderValue.h>
+
+#ifdef KELVO_HAS_RNTUPLE
+#include <ROOT/RError.hxx>
+#include <ROOT/RNTupleDescriptor.hxx>
+#include <ROOT/RNTupleReader.hxx>
+#include <ROOT/RNTupleView.hxx>
+#endif
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <vector>
+
+namespace kelvo {
+
+namespace {
+
+constexpr const char* kTable = "fits";
+constexpr const char* kFirstVector = "hit_view";
+
+// Whether the vectors of a row belong together, so that whoever uses them need not ask.
+bool Consistent(const FitRow& row) {
+  const std::size_t hits = row.fHitZ.size();
+  for (const std::size_t n : {row.fHitView.size(), row.fHitU.size(), row.fFitU.size(),
+                              row.fFitSigU.size(), row.fResidual.size(), row.fPull.size()})
+    if (n != hits) return false;
+  for (const int view : row.fHitView)
+    if (view != 0 && view != 1) return false;
+  const std::size_t planes = row.fPlaneS.size();
+  for (const std::size_t n : {row.fPlaneSigAlpha.size(), row.fKink[0].size(), row.fKink[1].size()})
+    if (n != planes) return false;
+  return row.fStatus != 0 || hits >= 4; // two in each view at least
+}
+
+// A row and the functions that fetch its columns, in groups by how often they are wanted.
+class RowColumns {
+public:
+  /// @param bind returns the function that fetches one column: bind(name, member)
+  template <typename Bind>
+  RowColumns(const std::set<std::string>& inFile, const std::string& place, Bind bind)
+      : fPlace(place), fHasVectors(inFile.count(kFirstVector) > 0) {
+    const auto add = [&](FitColumns group, const char* name, auto& member) {
+      if (!inFile.count(name)) throw FileError(place + ": has no column " + name);
+      fFetches[static_cast<std::size_t>(group)].push_back(bind(name, member));
+    };
+    VisitScalars(fRow, [&](const char* name, auto& member) { add(GroupOf(name), name, member); });
+    if (fHasVectors)
+      VisitVectors(fRow,
+                   [&](const char* name, auto& member) { add(FitColumns::kAll, name, member); });
+  }
+  RowColumns(const RowColumns&) = delete;
+  RowColumns& operator=(const RowColumns&) = delete;
+
+  bool HasVectors() const { return fHasVectors; }
+
+  const FitRow& Fetch(long long entry, FitColumns columns) {
+    for (std::size_t group = 0; group <= static_cast<std::size_t>(columns); ++group)
+      for (const auto& fetch : fFetches[group]) fetch(entry);
+    if (columns == FitColumns::kAll && fHasVectors && !Consistent(fRow))
+      throw FileError(fPlace + ", entry " + std::to_string(entry) +
+                      ": the vectors do not belong together; is the file damaged?");
+    return fRow;
+  }
+
+private:
+  static FitColumns GroupOf(const char* scalar) {
+    for (const char* name : {"track", "pdg", "status", "best"})
+      if (std::strcmp(scalar, name) == 0) return FitColumns::kNames;
+    return FitColumns::kScalars;
+  }
+
+  std::string fPlace;
+  FitRow fRow;
+  bool fHasVectors;
+  std::array<std::vector<std::function<void(long long)>>, 3> fFetches; // by FitColumns
+};
+
+class TreeFits final : public FitTable {
+public:
+  TreeFits(TTree& tree, const std::string& place)
+      : fPlace(place),
+        fEntries(tree.GetEntries()),
+        fReader(&tree),
+        fColumns(Names(tree), place,
+                 [this](const char* name, auto& member) { return Bind(name, member); }) {}
+
+  long long Entries() const override { return fEntries; }
+  bool HasVectors() const override { return fColumns.HasVectors(); }
+
+  const FitRow& Read(long long entry, FitColumns columns) override {
+    if (fReader.SetEntry(entry) != TTreeReader::kEntryValid)
+      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+    return fColumns.Fetch(entry, columns);
+  }
+
+private:
+  static std::set<std::string> Names(TTree& tree) {
+    std::set<std::string> names;
+    for (const TObject* branch : *tree.GetListOfBranches()) names.insert(branch->GetName());
+    return names;
+  }
+
+  template <typename T>
+  std::function<void(long long)> Bind(const char* name, T& member) {
+    auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, name);
+    return [this, reader, name, &member](long long entry) {
+      const T* value = reader->Get();
+      Check(*reader, value, name, entry);
+      member = *value;
+    };
+  }
+  template <typename T>
+  std::function<void(long long)> Bind(const char* name, ROOT::RVec<T>& member) {
+    auto reader = std::make_shared<TTreeReaderArray<T>>(fReader, name);
+    return [this, reader, name, &member](long long entry) {
+      Check(*reader, reader.get(), name, entry);
+      member.assign(reader->begin(), reader->end());
+    };
+  }
+
+  void Check(const ROOT::Internal::TTreeReaderValueBase& reader, const void* value,
+             const char* name, long long entry) const {
+    if (value && reader.GetSetupStatus() >= 0) return;
+    throw FileError(fPlace + ", column " + name + ", entry " + std::to_string(entry) +
+                    ": cannot be read; is the file damaged, or not of 'kelvo fit'?");
+  }
+
+  std::string fPlace;
+  long long fEntries;
+  TTreeReader fReader;
+  RowColumns fColumns;
+};
+
+#ifdef KELVO_HAS_RNTUPLE
+class NTupleFits final : public FitTable {
+public:
+  NTupleFits(const std::string& file, const std::string& place)
+      : fPlace(place),
+        fReader(ROOT::RNTupleReader::Open(kTable, file)),
+        fColumns(Names(*fReader), place,
+                 [this](const char* name, auto& member) { return Bind(name, member); }) {}
+
+  long long Entries() const override { return static_cast<long long>(fReader->GetNEntries()); }
+  bool HasVectors() const override { return fColumns.HasVectors(); }
+
+  const FitRow& Read(long long entry, FitColumns columns) override {
+    try {
+      return fColumns.Fetch(entry, columns);
+    } catch (const ROOT::RException&) {
+      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+    }
+  }
+
+private:
+  static std::set<std::string> Names(ROOT::RNTupleReader& reader) {
+    std::set<std::string> names;
+    for (const auto& field : reader.GetDescriptor().GetTopLevelFields())
+      names.insert(field.GetFieldName());
+    return names;
+  }
+
+  template <typename T>
+  std::function<void(long long)> Bind(const char* name, T& member) {
+    auto view = std::make_shared<ROOT::RNTupleView<T>>(fReader->GetView<T>(name));
+    return [view, &member](long long entry) {
+      member = (*view)(static_cast<ROOT::NTupleSize_t>(entry));
+    };
+  }
+
+  std::string fPlace;
+  std::unique_ptr<ROOT::RNTupleReader> fReader;
+  RowColumns fColumns;
+};
+#endif
+
+[[noreturn]] void NoFits(const std::string& file, const std::string& why) {
+  throw FileError(file + ": " + why + "; a file of fits is expected, as 'kelvo fit' writes it");
+}
+
+void CheckIsRootFile(const std::string& file) {
+  if (std::filesystem::is_directory(file)) NoFits(file, "is a folder");
+  errno = 0;
+  std::ifstream in(file, std::ios::binary);
+  char magic[4] = {};
+  if (!in) throw FileError(file + ": cannot be opened: " + std::strerror(errno));
+  if (!in.read(magic, sizeof magic) || std::memcmp(magic, "root", sizeof magic) != 0)
+    NoFits(file, "is not a ROOT file");
+}
+
+std::unique_ptr<FitTable> OpenTable(TFile& root, const std::string& file) {
+  const TKey* key = root.GetKey(kTable);
+  const std::string type = key ? key->GetClassName() : "";
+  const std::string place = file + ", " + kTable;
+  if (type == "TTree") {
+    auto* tree = root.Get<TTree>(kTable);
+    if (!tree) throw FileError(place + ": is damaged and cannot be read");
+    return std::make_unique<TreeFits>(*tree, place);
+  }
+#ifdef KELVO_HAS_RNTUPLE
+  if (type == "ROOT::RNTuple") {
+    try {
+      return std::make_unique<NTupleFits>(file, place);
+    } catch (const ROOT::RException&) {
+      throw FileError(place + ": is damaged, or not of 'kelvo fit'");
+    }
+  }
+#else
+  if (type == "ROOT::RNTuple")
+    throw FileError(place + ": is an RNTuple, which needs ROOT 6.36 or newer; write a TTree");
+#endif
+  NoFits(file, std::string("has no table \"") + kTable + "\"");
+}
+
+} // namespace
+
+FitReader::FitReader(const std::string& file) : fFile(file) {
+  CheckIsRootFile(file);
+  const TDirectory::TContext restore;
+  fRootFile.reset(TFile::Open(file.c_str(), "READ"));
+  if (!fRootFile || fRootFile->IsZombie())
+    throw FileError(file + ": is damaged and cannot be read");
+  fTable = OpenTable(*fRootFile, file);
+  for (const char* name : {"options", "detector", "version", "command"}) {
+    const std::unique_ptr<TObjString> text(fRootFile->Get<TObjString>(name));
+    if (text) fTexts[name] = text->GetString().Data();
+  }
+}
+
+FitReader::~FitReader() = default;
+
+const std::string& FitReader::Text(const std::string& name) const {
+  static const std::string none;
+  const auto found = fTexts.find(name);
+  return found == fTexts.end() ? none : found->second;
+}
+
+} // namespace kelvo
