@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <string>
 
 namespace kelvo::app {
 
@@ -19,8 +20,12 @@ struct Command {
 };
 
 /// One function per subcommand; each adds its options to the program's.
-Command MakeFitCommand(CLI::App& program);
+/// @param commandLine is kept with the fits
+Command MakeFitCommand(CLI::App& program, const std::string& commandLine);
 Command MakeSimulateCommand(CLI::App& program);
 Command MakeDetectorCommand(CLI::App& program);
+Command MakeDisplayCommand(CLI::App& program);
+Command MakeDedxCommand(CLI::App& program);
+Command MakeReportCommand(CLI::App& program);
 
 } // namespace kelvo::app

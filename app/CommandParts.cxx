@@ -25,9 +25,20 @@ CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
   return {check, ""};
 }
 
-const std::map<std::string, int>& Particles() {
-  static const std::map<std::string, int> codes{{"mu", 13}, {"pi", 211}, {"p", 2212}};
-  return codes;
+std::string CommandLine(int argc, char** argv) {
+  std::string line = "kelvo";
+  for (int i = 1; i < argc; ++i) {
+    std::string word = argv[i];
+    if (word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                               "-_=+./,:@%") != std::string::npos ||
+        word.empty()) {
+      for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
+        word.replace(at, 1, "'\\''");
+      word = "'" + word + "'";
+    }
+    line += " " + word;
+  }
+  return line;
 }
 
 void CatchSignals() {

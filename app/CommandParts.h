@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <map>
 #include <string>
 
 namespace kelvo::app {
@@ -10,8 +9,8 @@ namespace kelvo::app {
 /// Returns a check of a number from low to high whose message says the rule in words.
 CLI::Validator NumberWithin(double low, double high, const std::string& rule);
 
-/// Returns the particles' codes by their names on the command line: mu, pi and p.
-const std::map<std::string, int>& Particles();
+/// Returns the command line as it can be given to a shell again, without the program's folder.
+std::string CommandLine(int argc, char** argv);
 
 /// From now on, an interrupted run ends by itself, so that it can remove what it has written.
 void CatchSignals();

@@ -1,16 +1,17 @@
 #include "app/Command.h"
 #include "geo/PlaneDetector.h"
 #include "io/Detector.h"
+#include "io/DetectorDrawing.h"
 #include "io/HitColumns.h"
+#include "io/MaterialBudget.h"
 #include "track/Materials.h"
 
 #include <TGeoMaterial.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -23,11 +24,14 @@ Examples:
   kelvo detector detectors/fine.toml
       checks the file, and tells planes and materials
   kelvo detector detectors/fine.toml --ray 1,2,0,10,20,100
-      lists the materials on the way from (1, 2, 0) to (10, 20, 100) cm)";
+      lists the materials on the way from (1, 2, 0) to (10, 20, 100) cm
+  kelvo detector detectors/fine.toml -o fine.svg
+      draws side views, one cell with its materials, and the radiation lengths along z)";
 
 struct DetectorArguments {
   std::string fFile;
   std::vector<double> fRay;
+  std::string fOutput;
 };
 
 // Equal planes, of which a detector has many.
@@ -89,53 +93,19 @@ std::string RadLenText(const TGeoMaterial& material) {
   return text;
 }
 
-// The part of the face that all planes measure.
-geo::Box ActiveFace(const geo::PlaneDetector& detector) {
-  geo::Box face = detector.Extent();
-  for (const geo::ActivePlane& plane : detector.Planes())
-    for (unsigned view = 0; view < 2; ++view) {
-      const geo::CellRow& cells = plane.fCells[view];
-      if (cells.fCount == 0) continue;
-      const double first = cells.Centre(0) - cells.fWidth / 2;
-      const double last = cells.Centre(cells.fCount - 1) + cells.fWidth / 2;
-      face.fLow[view] = std::max(face.fLow[view], first);
-      face.fHigh[view] = std::min(face.fHigh[view], last);
-    }
-  return face;
-}
-
-// The mean over lines along z that are spread evenly over the face: a single line may happen to run
-// along a wall or a gap between cells.
 void TellMaterials(const geo::PlaneDetector& detector) {
-  constexpr int kLines = 1024;
-  // Multiples of these numbers modulo 1 cover the unit square evenly (plastic number; M. Roberts,
-  // "The unreasonable effectiveness of quasirandom sequences", 2018).
-  constexpr double kStepX = 0.7548776662466927;
-  constexpr double kStepY = 0.5698402909980532;
-  const geo::Box box = ActiveFace(detector);
-  std::map<const TGeoMaterial*, std::pair<double, double>> sums; // length, radiation lengths
-  for (int i = 0; i < kLines; ++i) {
-    const double shareX = std::fmod((i + 0.5) * kStepX, 1);
-    const double shareY = std::fmod((i + 0.5) * kStepY, 1);
-    const double x = box.fLow[0] + shareX * (box.fHigh[0] - box.fLow[0]);
-    const double y = box.fLow[1] + shareY * (box.fHigh[1] - box.fLow[1]);
-    const double p0[] = {x, y, box.fLow[2]};
-    const double p1[] = {x, y, box.fHigh[2]};
-    for (const auto& part : geo::ThicknessBetweenPoints(detector, p0, p1)) {
-      sums[part.fMaterial].first += part.fLength / kLines;
-      sums[part.fMaterial].second += part.fRadLengths / kLines;
-    }
-  }
+  const MaterialBudget budget = FindMaterialBudget(detector, 1);
   std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "share",
               "rad. len.");
   double length = 0;
   double radLengths = 0;
   for (const TGeoMaterial* material : detector.Materials()) {
-    const auto [cm, x0] = sums[material];
+    const double cm = budget.fLength.at(material);
+    const double x0 = budget.RadLengths(material);
     length += cm;
     radLengths += x0;
     std::printf("%-20s %10s %10.3f %10s %10.4f\n", material->GetName(),
-                RadLenText(*material).c_str(), cm, Share(cm, box.fHigh[2] - box.fLow[2]).c_str(),
+                RadLenText(*material).c_str(), cm, Share(cm, budget.fHigh - budget.fLow).c_str(),
                 x0);
   }
   std::printf("%-20s %10s %10.3f %10s %10.4f\n", "all", "", length, "", radLengths);
@@ -187,7 +157,15 @@ void TellParts(const Detector& detector) {
   TellMissingTables(detector);
 }
 
+void Draw(const Detector& detector, const std::string& output) {
+  if (!detector.Planes())
+    throw std::invalid_argument("a geometry of ROOT's cannot be drawn: it knows no planes and cells");
+  DrawDetector(*detector.Planes()).Save(output);
+  std::printf("\nwritten: %s\n", output.c_str());
+}
+
 int Run(const DetectorArguments& arguments) {
+  if (!arguments.fOutput.empty()) Picture::CheckName(arguments.fOutput);
   const Detector detector = Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
   if (detector.Planes())
@@ -198,6 +176,7 @@ int Run(const DetectorArguments& arguments) {
     TellParts(detector);
   else
     TellRay(detector.Geometry(), arguments.fRay);
+  if (!arguments.fOutput.empty()) Draw(detector, arguments.fOutput);
   return 0;
 }
 
@@ -205,7 +184,7 @@ int Run(const DetectorArguments& arguments) {
 
 Command MakeDetectorCommand(CLI::App& program) {
   CLI::App* detector =
-      program.add_subcommand("detector", "Checks and describes a detector's file.");
+      program.add_subcommand("detector", "Checks, describes and draws a detector's file.");
   detector->footer(kExamples);
   auto arguments = std::make_shared<DetectorArguments>();
   detector
@@ -220,6 +199,10 @@ Command MakeDetectorCommand(CLI::App& program) {
       ->delimiter(',')
       ->expected(6)
       ->type_name("X,Y,Z,X,Y,Z");
+  detector
+      ->add_option("-o,--output", arguments->fOutput,
+                   "Picture to be drawn; its ending says how: .svg, .png or .pdf")
+      ->type_name("FILE");
   return {detector, [arguments] { return Run(*arguments); }};
 }
 

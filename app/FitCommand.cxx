@@ -4,6 +4,10 @@
 #include "app/RootMessages.h"
 #include "io/FileError.h"
 #include "io/FitFile.h"
+#include "io/FitReader.h"
+#include "io/Particles.h"
+#include "io/PendingFile.h"
+#include "io/Report.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +29,8 @@ const char* const kExamples = R"(
 Examples:
   kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root
       fits all tracks as muon, pion and proton
+  kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --report fits.html
+      and makes a page with plots, to be opened in a browser
   kelvo fit run1.csv run2.csv --detector detectors/range.toml -o fits.root --hypothesis mu,p --csv fits.csv
       two files, two hypotheses, and a summary as CSV
   kelvo fit beam.csv --detector detectors/telescope.toml -o fits.root --hypothesis pi --beam-momentum 120
@@ -40,23 +46,18 @@ Exit status: 0 all input was used, 1 some lines or tracks could not be used, 2 w
 struct FitArguments {
   FitFileOptions fFile;
   std::string fDetector;
+  std::string fReport; // a page to be written as well; empty: none
   std::vector<std::string> fHypotheses{"mu", "pi", "p"};
   std::vector<std::string> fColumns;
   std::string fFormat = "ttree";
   std::string fSolver = "linear";
 };
 
-std::string NameOf(int pdg) {
-  for (const auto& [name, code] : Particles())
-    if (code == pdg) return name;
-  return std::to_string(pdg);
-}
-
 int ParticleCode(const std::string& name) {
-  const auto found = Particles().find(name);
-  if (found == Particles().end())
+  const Particle* particle = FindParticle(name);
+  if (!particle)
     throw std::invalid_argument("--hypothesis: \"" + name + "\" is none of mu, pi and p");
-  return found->second;
+  return particle->fPDG;
 }
 
 std::pair<std::string, std::string> Mapping(const std::string& text) {
@@ -78,6 +79,8 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->required()
       ->type_name("FILE");
   fit.add_option("--csv", a.fFile.fCsv, "Write the columns of one number also as CSV")
+      ->type_name("FILE");
+  fit.add_option("--report", a.fReport, "Write a page with plots (HTML) as well")
       ->type_name("FILE");
   fit.add_option("--hypothesis", a.fHypotheses, "Particles to fit the tracks as: mu, pi, p")
       ->delimiter(',')
@@ -156,13 +159,6 @@ void Complete(FitArguments& a) {
   a.fFile.fFit.fSolver = a.fSolver == "dense" ? Solver::kDense : Solver::kLinear;
 }
 
-const char* const kStatusText[] = {"fitted",
-                                   "too few hits in a view",
-                                   "a bad line or number",
-                                   "no usable geometry",
-                                   "no solution of the equations",
-                                   "an error of the fit library"};
-
 void TellProblems(const FitSummary& summary) {
   if (summary.fProblems.empty()) return;
   std::cerr << "kelvo: some of the input could not be used";
@@ -182,19 +178,20 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
   TellLine("tracks fitted", summary.fFitted);
   for (std::size_t status = 1; status < summary.fByStatus.size(); ++status)
     if (summary.fByStatus[status] > 0)
-      TellLine((std::string("not fitted: ") + kStatusText[status]).c_str(),
+      TellLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),
                summary.fByStatus[status]);
   if (summary.fBadLines > 0) TellLine("lines that could not be used", summary.fBadLines);
 
   std::printf("\n  %-12s %10s %10s   %s\n", "hypothesis", "fitted", "best",
               "median chi-square per degree of freedom");
   for (const HypothesisSummary& h : summary.fHypotheses)
-    std::printf("  %-12s %10llu %10llu   %.3f\n", NameOf(h.fPDG).c_str(), h.fFitted, h.fBest,
+    std::printf("  %-12s %10llu %10llu   %.3f\n", FindParticle(h.fPDG)->fName, h.fFitted, h.fBest,
                 h.fMedianChi2PerNDF);
-  std::printf("\n  %.1f s, %.0f tracks/s; written: %s%s%s\n", summary.fSeconds,
-              static_cast<double>(summary.fTracks) / summary.fSeconds,
-              arguments.fFile.fOutput.c_str(), arguments.fFile.fCsv.empty() ? "" : ", ",
-              arguments.fFile.fCsv.c_str());
+  std::string written = arguments.fFile.fOutput;
+  for (const std::string& more : {arguments.fFile.fCsv, arguments.fReport})
+    if (!more.empty()) written += ", " + more;
+  std::printf("\n  %.1f s, %.0f tracks/s; written: %s\n", summary.fSeconds,
+              static_cast<double>(summary.fTracks) / summary.fSeconds, written.c_str());
 }
 
 // The outputs of the run, for a handler without arguments.
@@ -210,12 +207,30 @@ std::vector<std::string> gOutputs;
   std::_Exit(kUsageOrFiles);
 }
 
+// The page is begun before the fit, since a name that cannot be written should not be found out
+// after hours.
+std::unique_ptr<PendingFile> BeginReport(const FitArguments& a) {
+  if (a.fReport.empty()) return nullptr;
+  for (const std::string& other : {a.fFile.fOutput, a.fFile.fCsv})
+    if (a.fReport == other) throw std::invalid_argument(a.fReport + " is named twice as output");
+  for (const std::string& input : a.fFile.fInputs)
+    if (a.fReport == input) throw std::invalid_argument(input + " is both input and output");
+  return std::make_unique<PendingFile>(a.fReport);
+}
+
+void WriteReport(const FitArguments& a, PendingFile& page) {
+  FitReader fits(a.fFile.fOutput);
+  kelvo::WriteReport(fits, page);
+  page.Commit();
+}
+
 int Run(FitArguments& arguments) {
   Complete(arguments);
   const Detector detector = Detector::FromFile(arguments.fDetector);
   CatchSignals();
-  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
+  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv, arguments.fReport};
   std::set_terminate(TellFailedWrite);
+  const std::unique_ptr<PendingFile> page = BeginReport(arguments);
   ProgressLine line;
   const auto show = [&](const FitProgress& progress) {
     line.Show(progress);
@@ -228,6 +243,7 @@ int Run(FitArguments& arguments) {
     const FitSummary summary = FitFile(detector, arguments.fFile, show);
     line.Clear();
     TellProblems(summary);
+    if (page) WriteReport(arguments, *page);
     TellSummary(summary, arguments);
     return summary.AllUsed() ? 0 : kSomeUnusable;
   } catch (const StrictStop& e) {
@@ -247,11 +263,12 @@ int Run(FitArguments& arguments) {
 
 } // namespace
 
-Command MakeFitCommand(CLI::App& program) {
+Command MakeFitCommand(CLI::App& program, const std::string& commandLine) {
   CLI::App* fit =
       program.add_subcommand("fit", "Fits the tracks in files of hits and writes them to a file.");
   fit->footer(kExamples);
   auto arguments = std::make_shared<FitArguments>();
+  arguments->fFile.fCommand = commandLine;
   arguments->fFile.fThreads = std::max(1u, std::thread::hardware_concurrency());
   Register(*fit, *arguments);
   return {fit, [arguments] { return Run(*arguments); }};

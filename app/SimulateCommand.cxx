@@ -1,6 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "app/ProgressLine.h"
+#include "io/Particles.h"
 #include "io/SimulationFile.h"
 
 #include <charconv>
@@ -205,7 +206,7 @@ void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
 
 void Complete(SimulateArguments& a) {
   SimulationOptions& s = a.fFile.fSimulation;
-  s.fPDG = Particles().at(a.fParticle);
+  s.fPDG = FindParticle(a.fParticle)->fPDG;
   s.fKineticEnergy = *RangeFrom(a.fEnergy);
   s.fScattering = a.fModel == "fit" ? ScatteringModel::kFit : ScatteringModel::kFull;
   s.fHits = a.fHits == "gauss" ? HitModel::kGaussian : HitModel::kCells;

@@ -1,6 +1,7 @@
 // The program kelvo: a list of subcommands, each in a source of its own.
 
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "app/RootMessages.h"
 
 #include <exception>
@@ -28,9 +29,12 @@ int main(int argc, char** argv) {
   program.set_version_flag("--version", "kelvo " KELVO_VERSION);
   program.require_subcommand(1);
   const std::vector<kelvo::app::Command> commands{
-      kelvo::app::MakeFitCommand(program),
+      kelvo::app::MakeFitCommand(program, kelvo::app::CommandLine(argc, argv)),
       kelvo::app::MakeSimulateCommand(program),
       kelvo::app::MakeDetectorCommand(program),
+      kelvo::app::MakeReportCommand(program),
+      kelvo::app::MakeDisplayCommand(program),
+      kelvo::app::MakeDedxCommand(program),
   };
   try {
     program.parse(argc, argv);

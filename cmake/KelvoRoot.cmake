@@ -41,7 +41,7 @@ if(ROOT_DIR MATCHES "^(.*/site-packages)/ROOT/cmake/?$")
 endif()
 
 find_package(ROOT ${KELVO_ROOT_MINIMUM} CONFIG QUIET
-             COMPONENTS Core Matrix Physics MathCore RIO Tree ROOTDataFrame)
+             COMPONENTS Core Matrix Physics MathCore RIO Tree ROOTDataFrame Hist Graf Gpad)
 if(NOT ROOT_FOUND)
   message(FATAL_ERROR
     "kelvo needs ROOT ${KELVO_ROOT_MINIMUM} or newer and found none. Either make an installed one "

@@ -1,0 +1,142 @@
+#include "app/Command.h"
+#include "io/EnergyLoss.h"
+#include "io/FileError.h"
+#include "io/HitColumns.h"
+#include "io/PendingFile.h"
+#include "track/Materials.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kelvo::app {
+
+namespace {
+
+const char* const kExamples = R"(
+Examples:
+  kelvo dedx Steel
+      energy loss and range of muons, pions and protons in steel, as a table
+  kelvo dedx Scintillator Steel --particle mu -o muons.svg
+      draws those of muons in two materials
+  kelvo dedx PVC -o pvc.csv
+      a finer table for other programs: kinetic energy T [GeV], momentum p [GeV/c], beta_gamma,
+      dedx [MeV/cm], range [cm], and least, which is 1 at the point of least loss
+The numbers are those that 'kelvo fit' ranges stopping particles out with.)";
+
+struct DedxArguments {
+  std::vector<std::string> fMaterials;
+  std::vector<std::string> fParticles{"mu", "pi", "p"};
+  std::string fOutput;
+};
+
+std::vector<double> Energies(const std::vector<double>& perDecade) {
+  std::vector<double> energies;
+  for (int power = -3; power < 4; ++power)
+    for (const double factor : perDecade) energies.push_back(factor * std::pow(10, power));
+  energies.push_back(1e4);
+  return energies;
+}
+
+void Check(const DedxArguments& a) {
+  std::vector<std::string> known = MaterialsWithTable();
+  known.erase(std::remove(known.begin(), known.end(), "Vacuum"), known.end());
+  for (const std::string& material : a.fMaterials)
+    if (std::find(known.begin(), known.end(), material) == known.end())
+      throw std::invalid_argument("there is no table of energy loss for \"" + material +
+                                  "\"; there are " + Joined(known));
+  for (const std::string& particle : a.fParticles)
+    if (!FindParticle(particle))
+      throw std::invalid_argument("--particle: \"" + particle + "\" is none of mu, pi and p");
+}
+
+std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<double>& energies) {
+  std::vector<EnergyLossCurve> curves;
+  for (const std::string& material : a.fMaterials)
+    for (const std::string& particle : a.fParticles)
+      curves.push_back(FindEnergyLoss(material, *FindParticle(particle), energies));
+  return curves;
+}
+
+std::vector<double> Fine() {
+  std::vector<double> factors;
+  for (int i = 0; i < 20; ++i) factors.push_back(std::pow(10, i / 20.));
+  return factors;
+}
+
+void Tell(const std::vector<EnergyLossCurve>& curves) {
+  for (const EnergyLossCurve& curve : curves) {
+    std::printf("%s%s in %s\n%12s %12s %12s %14s %12s\n", &curve == &curves[0] ? "" : "\n",
+                curve.fParticle.fWord, curve.fMaterial.c_str(), "T [GeV]", "p [GeV/c]",
+                "beta gamma", "dE/dx [MeV/cm]", "range [cm]");
+    for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
+      const EnergyLossPoint& point = curve.fPoints[i];
+      std::printf("%12.5g %12.5g %12.5g %14.5g %12.5g%s\n", point.fT, point.fP, point.fBetaGamma,
+                  point.fLoss, point.fRange, i == curve.fLeast ? "  least loss" : "");
+    }
+  }
+}
+
+void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& name) {
+  PendingFile file(name);
+  std::ofstream out(file.Partial());
+  out << "material,particle,T,p,beta_gamma,dedx,range,least\n";
+  out.precision(8);
+  for (const EnergyLossCurve& curve : curves)
+    for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
+      const EnergyLossPoint& point = curve.fPoints[i];
+      out << curve.fMaterial << ',' << curve.fParticle.fName << ',' << point.fT << ',' << point.fP
+          << ',' << point.fBetaGamma << ',' << point.fLoss << ',' << point.fRange << ','
+          << (i == curve.fLeast) << '\n';
+    }
+  out.close();
+  if (!out) throw FileError(name + ": could not be written completely; is the disk full?");
+  file.Commit();
+}
+
+bool IsCsv(const std::string& name) {
+  return name.size() > 4 && name.compare(name.size() - 4, 4, ".csv") == 0;
+}
+
+int Run(const DedxArguments& a) {
+  Check(a);
+  if (a.fOutput.empty()) {
+    Tell(Curves(a, Energies({1, 2, 5})));
+    return 0;
+  }
+  if (!IsCsv(a.fOutput)) Picture::CheckName(a.fOutput);
+  const std::vector<EnergyLossCurve> curves = Curves(a, Energies(Fine()));
+  if (IsCsv(a.fOutput))
+    WriteCsv(curves, a.fOutput);
+  else
+    DrawEnergyLoss(curves).Save(a.fOutput);
+  std::printf("written: %s\n", a.fOutput.c_str());
+  return 0;
+}
+
+} // namespace
+
+Command MakeDedxCommand(CLI::App& program) {
+  CLI::App* dedx =
+      program.add_subcommand("dedx", "Shows energy loss and range of particles in materials.");
+  dedx->footer(kExamples);
+  auto arguments = std::make_shared<DedxArguments>();
+  dedx->add_option("materials", arguments->fMaterials, "Scintillator, PVC, Glue, Steel")
+      ->required()
+      ->type_name("MATERIAL");
+  dedx->add_option("--particle", arguments->fParticles, "Particles: mu, pi, p")
+      ->delimiter(',')
+      ->type_name("LIST")
+      ->capture_default_str();
+  dedx->add_option("-o,--output", arguments->fOutput,
+                   "Picture (.svg, .png, .pdf) or finer table (.csv) to be written instead")
+      ->type_name("FILE");
+  return {dedx, [arguments] { return Run(*arguments); }};
+}
+
+} // namespace kelvo::app

@@ -1,0 +1,49 @@
+#include "app/Command.h"
+#include "io/FitReader.h"
+#include "io/PendingFile.h"
+#include "io/Report.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace kelvo::app {
+
+namespace {
+
+const char* const kExamples = R"(
+Example:
+  kelvo report fits.root -o fits.html
+      makes a page to be opened in a browser, also from disk and without a network
+'kelvo fit ... --report fits.html' does the same directly after the fit.)";
+
+struct ReportArguments {
+  std::string fFits;
+  std::string fOutput;
+};
+
+int Run(const ReportArguments& a) {
+  FitReader fits(a.fFits);
+  PendingFile page(a.fOutput);
+  WriteReport(fits, page);
+  page.Commit();
+  std::printf("written: %s\n", a.fOutput.c_str());
+  return 0;
+}
+
+} // namespace
+
+Command MakeReportCommand(CLI::App& program) {
+  CLI::App* report = program.add_subcommand("report", "Makes a page with plots of a file of fits.");
+  report->footer(kExamples);
+  auto arguments = std::make_shared<ReportArguments>();
+  report->add_option("fits", arguments->fFits, "File of fits, from kelvo fit")
+      ->required()
+      ->type_name("FILE");
+  report->add_option("-o,--output", arguments->fOutput, "HTML page to be written")
+      ->required()
+      ->type_name("FILE");
+  return {report, [arguments] { return Run(*arguments); }};
+}
+
+} // namespace kelvo::app

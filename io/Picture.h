@@ -1,0 +1,136 @@
+#pragma once
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace kelvo {
+
+/// Colours that people with any kind of colour vision tell apart, in print too (M. Okabe and K.
+/// Ito, "Color universal design", 2008), and greys and light tints for what lies behind.
+namespace colour {
+constexpr const char* kBlack = "#000000";
+constexpr const char* kOrange = "#e69f00";
+constexpr const char* kSkyBlue = "#56b4e9";
+constexpr const char* kGreen = "#009e73";
+constexpr const char* kBlue = "#0072b2";
+constexpr const char* kVermillion = "#d55e00";
+constexpr const char* kPurple = "#cc79a7";
+constexpr const char* kYellow = "#f0e442";
+constexpr const char* kText = "#222222";
+constexpr const char* kGrey = "#767676";
+constexpr const char* kLightGrey = "#d9d9d9";
+constexpr const char* kPaleGrey = "#f0f0f0";
+constexpr const char* kPaleBlue = "#b3d9f2";
+constexpr const char* kPaleOrange = "#fbe3b0";
+constexpr const char* kWhite = "#ffffff";
+} // namespace colour
+
+/// A point of a picture [pixels], from the left and from the top; or of a plot, in its units.
+struct Point {
+  double fX;
+  double fY;
+};
+
+enum class Dash { kSolid, kDashed, kLongDashed };
+
+struct LineStyle {
+  std::string fColour = colour::kText;
+  double fWidth = 1; ///< [pixels]
+  Dash fDash = Dash::kSolid;
+};
+
+enum class Mark { kDisc, kCircle, kSquare, kOpenSquare, kDiamond, kTriangle };
+
+struct MarkStyle {
+  Mark fMark = Mark::kDisc;
+  std::string fColour = colour::kBlack;
+  double fSize = 8; ///< width [pixels]
+};
+
+enum class Align { kLeft, kCentre, kRight };
+
+struct TextStyle {
+  double fSize = 24; ///< [pixels]
+  std::string fColour = colour::kText;
+  Align fAlign = Align::kLeft; ///< what of the text is at the given place; y is its base line
+  bool fBold = false;
+};
+
+/// A picture of a fixed size: a list of shapes, which ROOT draws without a display when the picture
+/// is wanted. Shapes lie over those before them, texts over all.
+///
+/// The default size of texts stays legible where a picture 640 pixels wide is seen on a telephone
+/// 360 pixels wide.
+class Picture {
+public:
+  /// @param width,height [pixels]
+  /// @param title        what the picture shows, for readers who do not see it
+  Picture(double width, double height, std::string title);
+
+  /// Sets the height [pixels], for a picture that is drawn before it is known.
+  void SetHeight(double height) { fHeight = height; }
+
+  double Width() const { return fWidth; }   ///< [pixels]
+  double Height() const { return fHeight; } ///< [pixels]
+
+  void Line(std::vector<Point> points, const LineStyle& style);
+  void Area(std::vector<Point> corners, const std::string& fill);
+  void Box(Point corner, Point opposite, const std::string& fill);
+  /// Draws marks of one style, which stay together in a SVG file.
+  void Marks(std::vector<Point> points, const MarkStyle& style);
+  /// Writes text (UTF-8) as it stands.
+  void Text(Point at, std::string text, const TextStyle& style = {});
+
+  /// Returns the picture as an element svg for a page, without ids, fonts or links.
+  /// @throw FileError where there is no space for temporary files
+  std::string Svg() const;
+
+  /// Stores the picture as a whole file.
+  /// @param file ends in .svg, .png or .pdf, which gives the format
+  /// @throw std::invalid_argument for another ending
+  /// @throw FileError where the file cannot be written
+  void Save(const std::string& file) const;
+
+  /// Checks the ending of a name for Save, before anything is drawn.
+  /// @throw std::invalid_argument
+  static void CheckName(const std::string& file);
+
+private:
+  struct LineShape {
+    std::vector<Point> fPoints;
+    LineStyle fStyle;
+  };
+  struct AreaShape {
+    std::vector<Point> fCorners;
+    std::string fFill;
+  };
+  struct BoxShape {
+    Point fLow; // left, top
+    Point fHigh;
+    std::string fFill;
+  };
+  struct MarksShape {
+    std::vector<Point> fPoints;
+    MarkStyle fStyle;
+  };
+  struct TextShape {
+    Point fAt;
+    std::string fText;
+    TextStyle fStyle;
+  };
+  friend class PictureCanvas;
+
+  std::string SvgFrom(const std::string& scratch) const;
+
+  double fWidth;
+  double fHeight;
+  std::string fTitle;
+  std::vector<std::variant<LineShape, AreaShape, BoxShape, MarksShape>> fShapes;
+  std::vector<TextShape> fTexts;
+};
+
+/// Returns the width of a text in the font of pictures, Helvetica [pixels].
+double TextWidth(const std::string& text, const TextStyle& style = {});
+
+} // namespace kelvo
