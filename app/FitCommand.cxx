@@ -184,9 +184,13 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
 
   std::printf("\n  %-12s %10s %10s   %s\n", "hypothesis", "fitted", "best",
               "median chi-square per degree of freedom");
-  for (const HypothesisSummary& h : summary.fHypotheses)
-    std::printf("  %-12s %10llu %10llu   %.3f\n", FindParticle(h.fPDG)->fName, h.fFitted, h.fBest,
-                h.fMedianChi2PerNDF);
+  for (const HypothesisSummary& h : summary.fHypotheses) {
+    std::printf("  %-12s %10llu %10llu   ", FindParticle(h.fPDG)->fName, h.fFitted, h.fBest);
+    if (h.fFitted > 0)
+      std::printf("%.3f\n", h.fMedianChi2PerNDF);
+    else
+      std::printf("-\n");
+  }
   std::string written = arguments.fFile.fOutput;
   for (const std::string& more : {arguments.fFile.fCsv, arguments.fReport})
     if (!more.empty()) written += ", " + more;

@@ -3,7 +3,7 @@ find_program(KELVO_DOXYGEN doxygen)
 if(KELVO_DOXYGEN)
   file(GLOB KELVO_DOC_INPUT CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md
        ${PROJECT_SOURCE_DIR}/*/*.h)
-  list(FILTER KELVO_DOC_INPUT EXCLUDE REGEX "/(app|bench|test|tools|build)/|LinkDef")
+  list(FILTER KELVO_DOC_INPUT EXCLUDE REGEX "/(app|bench|test|tools|build)/")
   list(JOIN KELVO_DOC_INPUT " " KELVO_DOC_INPUT)
   configure_file(docs/Doxyfile.in ${PROJECT_BINARY_DIR}/docs/Doxyfile @ONLY)
   add_custom_target(docs

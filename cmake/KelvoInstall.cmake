@@ -8,7 +8,7 @@ endif()
 install(TARGETS kelvo kelvo_io kelvo_pictures EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder func geo util fit track io)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-          FILES_MATCHING PATTERN "*.h" PATTERN "LinkDef.h" EXCLUDE PATTERN "material" EXCLUDE
+          FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE
           PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE
           ${without_geometry})
 endforeach()
