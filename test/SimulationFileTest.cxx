@@ -161,8 +161,10 @@ TEST(SimulationFile, RootFileHoldsAllTables) {
   }
   hits->ResetBranchAddresses();
   delete x;
-  EXPECT_EQ(file->Get<TObjString>("detector")->GetString().Data(), Detector().Text());
-  const std::string options = file->Get<TObjString>("options")->GetString().Data();
+  const std::unique_ptr<TObjString> text(file->Get<TObjString>("detector"));
+  EXPECT_EQ(text->GetString().Data(), Detector().Text());
+  const std::unique_ptr<TObjString> kept(file->Get<TObjString>("options"));
+  const std::string options = kept->GetString().Data();
   EXPECT_NE(options.find("kinetic_energy = [0.3, 0.8]\n"), std::string::npos) << options;
   EXPECT_NE(options.find("seed = 12\n"), std::string::npos) << options;
   EXPECT_NE(options.find("start_x = [-150, 150]\n"), std::string::npos) << options;
