@@ -25,6 +25,18 @@ CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
   return {check, ""};
 }
 
+CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high) {
+  const auto check = [=](std::string& text) -> std::string {
+    unsigned long long value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error == std::errc() && stop == end && value >= low && value <= high) return "";
+    return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
+           std::to_string(high);
+  };
+  return {check, ""};
+}
+
 std::string CommandLine(int argc, char** argv) {
   std::string line = "kelvo";
   for (int i = 1; i < argc; ++i) {

@@ -9,6 +9,9 @@ namespace kelvo::app {
 /// Returns a check of a number from low to high whose message says the rule in words.
 CLI::Validator NumberWithin(double low, double high, const std::string& rule);
 
+/// Returns a check of a whole number from low to high whose message says so.
+CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high);
+
 /// Returns the command line as it can be given to a shell again, without the program's folder.
 std::string CommandLine(int argc, char** argv);
 

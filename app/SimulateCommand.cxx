@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -176,16 +177,17 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
       ->type_name("MIN..MAX");
   simulate.add_option("--tracks", f.fTracks, "Number of tracks")
       ->required()
-      ->check(NumberWithin(1, 1e12, "from 1 to 1e12"));
-  simulate.add_option("--seed", f.fSimulation.fSeed, "Seed: 0 or a positive whole number")
-      ->required();
+      ->check(WholeNumberWithin(1, 1'000'000'000'000));
+  simulate.add_option("--seed", f.fSimulation.fSeed, "Another seed gives other tracks")
+      ->required()
+      ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   simulate
       .add_option("-o,--output", f.fOutput,
                   "File of hits to be written; its name ends in .csv, .csv.gz or .root")
       ->required()
       ->type_name("FILE");
   simulate.add_option("--threads", f.fThreads, "Threads to use; the result does not depend on it")
-      ->check(NumberWithin(1, 1024, "from 1 to 1024"))
+      ->check(WholeNumberWithin(1, 1024))
       ->capture_default_str();
   RegisterModel(simulate, a);
   RegisterHits(simulate, a);
