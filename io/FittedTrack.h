@@ -31,7 +31,7 @@ private:
 
 /// Returns the uncertainty with which hit i was measured [cm]. It follows from the fitted one, with
 /// which it makes the uncertainty of the residual: sig^2 = (residual / pull)^2 + fit_sigu^2, exact
-/// for tracks along z and to a percent up to 45 degrees. A hit that alone fixes its part of the
+/// for tracks along z and to 5 % up to 45 degrees. A hit that alone fixes its part of the
 /// track has no pull, and the fitted uncertainty is its own.
 double HitUncertainty(const FitRow& row, std::size_t i);
 

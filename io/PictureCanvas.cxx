@@ -5,6 +5,7 @@
 #include <TBox.h>
 #include <TCanvas.h>
 #include <TColor.h>
+#include <TError.h>
 #include <TLatex.h>
 #include <TPolyLine.h>
 #include <TPolyMarker.h>
@@ -89,7 +90,10 @@ PictureCanvas::~PictureCanvas() {
 }
 
 void PictureCanvas::Print(const std::string& file) {
+  const int before = gErrorIgnoreLevel;
+  gErrorIgnoreLevel = kWarning; // a line for every picture otherwise
   fCanvas->Print(file.c_str(), fFormat.c_str());
+  gErrorIgnoreLevel = before;
 }
 
 // The canvas owns and deletes what has the bit kCanDelete.

@@ -124,8 +124,8 @@ private:
     fHtml = kHead;
     fHtml += "<title>Fit report: " + name + "</title>\n</head>\n<body>\n";
     fHtml += "<h1>Fit report: " + name + "</h1>\n";
-    fHtml +=
-        Text("<p class=\"soft\">%llu tracks, %llu fitted</p>\n", fReport.fTracks, fReport.fFitted);
+    fHtml += Text("<p class=\"soft\">%llu track%s, %llu fitted</p>\n", fReport.fTracks,
+                  fReport.fTracks == 1 ? "" : "s", fReport.fFitted);
     fHtml +=
         "<nav><a href=\"#run\">What was run</a> <a href=\"#summary\">Summary</a> "
         "<a href=\"#plots\">Plots</a> <a href=\"#displays\">Tracks</a> "

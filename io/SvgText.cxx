@@ -174,7 +174,8 @@ std::string MendedSvg(const std::string& svg, double width, double height,
   const std::size_t end = svg.find("</defs>");
   const std::size_t tagEnd = svg.find('>', begin);
   const std::string head = Head(svg.substr(begin, tagEnd - begin), width, height, title);
-  return head + MendedTexts(svg.substr(end + 7));
+  const std::size_t last = svg.find_last_not_of(" \n");
+  return head + MendedTexts(svg.substr(end + 7, last + 1 - (end + 7)));
 }
 
 } // namespace kelvo

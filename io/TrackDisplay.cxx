@@ -23,7 +23,7 @@ constexpr double kAbovePanel = 44;
 constexpr double kBelowNumbers = 62;
 
 const LineStyle kTrackLine{colour::kBlue, 2};
-const LineStyle kPlaneLine{colour::kPurple, 2};
+const LineStyle kPlaneLine{colour::kPurple, 1};
 const LineStyle kHitBar{colour::kBlack, 1};
 const MarkStyle kHitMark{Mark::kDisc, colour::kBlack, 7};
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
@@ -104,9 +104,9 @@ private:
     DrawPlanes(plot, view);
     DrawBand(plot, view);
     DrawScatteringPlanes(plot, view);
-    DrawHits(plot, view);
     DrawTrackLine(plot, view);
     DrawKinks(plot, view);
+    DrawHits(plot, view);
     plot.DrawAxes();
   }
 

@@ -27,7 +27,7 @@ class Browser:
                      "--no-first-run", "--hide-scrollbars", f"--user-data-dir={self.profile.name}",
                      "--remote-debugging-pipe", "about:blank"]
         self.process = subprocess.Popen(
-            ["sh", "-c", f'exec "$@" 3<&{to_child} 4>&{from_child}', "sh", *arguments],
+            ["bash", "-c", f'exec "$@" 3<&{to_child} 4>&{from_child}', "bash", *arguments],
             pass_fds=(to_child, from_child), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(to_child)
         os.close(from_child)

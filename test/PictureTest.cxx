@@ -1,0 +1,258 @@
+// Pictures: what stands in the files, and that it is where it can be seen. Names from files must
+// show as they are.
+
+#include "io/DetectorDrawing.h"
+#include "io/EnergyLoss.h"
+#include "io/FileError.h"
+#include "io/MaterialBudget.h"
+#include "io/Picture.h"
+#include "io/SvgText.h"
+#include "test/SvgShapes.h"
+#include "test/TempFolder.h"
+
+#include <TGeoMaterial.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace {
+
+kelvo::Picture SmallPicture() {
+  kelvo::Picture picture(300, 200, "a <small> picture");
+  picture.Box({10, 10}, {100, 50}, kelvo::colour::kBlue);
+  picture.Line({{10, 100}, {50, 120}, {90, 100}}, {kelvo::colour::kGreen, 2});
+  picture.Marks({{150, 50}, {160, 60}}, {});
+  picture.Text({10, 190}, "text: χ² < 3 & σ ≥ \"2\"");
+  return picture;
+}
+
+void ExpectTextsInside(const std::string& picture) {
+  const test::SvgShapes svg(picture);
+  EXPECT_FALSE(svg.fTexts.empty());
+  for (const auto& text : svg.fTexts) {
+    const double width = test::SvgShapes::Number(text.fTag, "textLength");
+    const std::string anchor = test::SvgShapes::Attribute(text.fTag, "text-anchor");
+    const double shift = anchor == "end" ? width : anchor == "middle" ? width / 2 : 0;
+    const double x = test::SvgShapes::Number(text.fTag, "x") - shift;
+    EXPECT_GE(x, 0) << text.fContent;
+    EXPECT_LE(x + width, svg.fViewBox.at(2)) << text.fContent;
+    EXPECT_LE(test::SvgShapes::Number(text.fTag, "y"), svg.fViewBox.at(3)) << text.fContent;
+  }
+}
+
+geo::PlaneDetector Detector(const std::string& name) {
+  return geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + name + ".toml");
+}
+
+TEST(Picture, KeepsShapesInPlaceAndTextsAsTheyAre) {
+  const test::SvgShapes svg(SmallPicture().Svg());
+  const double pixel = svg.fViewBox.at(2) / 300;
+  EXPECT_NEAR(svg.fViewBox.at(3) / 200, pixel, 0.01 * pixel);
+  ASSERT_EQ(svg.fCircles.size(), 2u);
+  EXPECT_NEAR(test::SvgShapes::Number(svg.fCircles[0].fTag, "cx"), 150 * pixel, 2 * pixel);
+  EXPECT_NEAR(test::SvgShapes::Number(svg.fCircles[0].fTag, "cy"), 50 * pixel, 2 * pixel);
+  ASSERT_EQ(test::SvgShapes::Count(svg.fBoxes, kelvo::colour::kBlue), 1u);
+  ASSERT_EQ(svg.fTexts.size(), 1u);
+  EXPECT_EQ(svg.fTexts[0].fContent, "text: χ² &lt; 3 &amp; σ ≥ \"2\"");
+}
+
+// A letter of Helvetica is about half as wide as high.
+TEST(Picture, SaysHowWideTextsAre) {
+  EXPECT_NEAR(kelvo::TextWidth("nnnnnnnnnn", {20}), 10 * 0.556 * 20, 3);
+  EXPECT_NEAR(kelvo::TextWidth("mmmmmmmmmm", {20}), 10 * 0.833 * 20, 1e-9);
+  EXPECT_GT(kelvo::TextWidth("nnn", {20, "#000000", kelvo::Align::kLeft, true}),
+            kelvo::TextWidth("nnn", {20}));
+  EXPECT_NEAR(kelvo::TextWidth("χ²", {20}), (0.556 + 0.333) * 20, 1);
+}
+
+TEST(Picture, IsTheSameWhenDrawnAgain) {
+  const kelvo::Picture picture = SmallPicture();
+  EXPECT_EQ(picture.Svg(), picture.Svg());
+}
+
+TEST(Picture, HasItsTitleForThoseWhoDoNotSeeIt) {
+  const std::string svg = SmallPicture().Svg();
+  EXPECT_NE(svg.find("role=\"img\""), std::string::npos);
+  EXPECT_NE(svg.find("<title>a &lt;small&gt; picture</title>"), std::string::npos);
+}
+
+TEST(Picture, IsStoredInTheFormatOfItsEnding) {
+  const test::TempFolder folder;
+  SmallPicture().Save(folder.Path("a.svg"));
+  SmallPicture().Save(folder.Path("a.png"));
+  SmallPicture().Save(folder.Path("a.PDF"));
+  EXPECT_EQ(folder.Read("a.svg").rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg ", 0), 0u);
+  EXPECT_EQ(folder.Read("a.png").substr(0, 4), "\x89PNG");
+  EXPECT_EQ(folder.Read("a.PDF").substr(0, 5), "%PDF-");
+  EXPECT_EQ(folder.Files(), 3);
+}
+
+TEST(Picture, RefusesOtherEndings) {
+  const test::TempFolder folder;
+  for (const char* name : {"a.html", "svg", "a.", "a"}) {
+    const std::string path = folder.Path(name);
+    try {
+      SmallPicture().Save(path);
+      FAIL() << name;
+    } catch (const std::invalid_argument& e) {
+      EXPECT_EQ(e.what(), '"' + path + "\" must end in .svg, .png or .pdf");
+    }
+  }
+  EXPECT_EQ(folder.Files(), 0);
+}
+
+TEST(Picture, SaysWhereItCannotBeWritten) {
+  const test::TempFolder folder;
+  const std::string path = folder.Path("missing/a.svg");
+  try {
+    SmallPicture().Save(path);
+    FAIL();
+  } catch (const kelvo::FileError& e) {
+    EXPECT_EQ(e.what(), path + ": cannot be written: No such file or directory");
+  }
+}
+
+TEST(SvgText, EscapesWhatMeansSomethingInPages) {
+  EXPECT_EQ(kelvo::Escaped("<a href=\"x\">'&'</a>"),
+            "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt;");
+  EXPECT_EQ(kelvo::Escaped("größe χ²"), "größe χ²");
+}
+
+TEST(SvgText, ReplacesWhatNoPageMayHold) {
+  EXPECT_EQ(kelvo::Printable("a\nb\tc\x01\x7f."), "a b c  .");
+  EXPECT_EQ(kelvo::Printable("σ€😀"), "σ€😀");
+  EXPECT_EQ(kelvo::Printable("\xff|\xc3"), "\xef\xbf\xbd|\xef\xbf\xbd");
+}
+
+TEST(DetectorDrawing, ShowsNamesFromTheFileAsTheyAre) {
+  const auto detector = geo::PlaneDetector::FromText(R"(
+name = "<script>alert(1)</script> #frac{a}{b} & more"
+world = "Vacuum"
+[[material]]
+name = "<b>Plastic</b>"
+density = 1
+radiation_length = 40
+[[material]]
+name = "Vacuum"
+density = 1e-25
+[[plane]]
+name = "<i>x</i>"
+view = "X"
+count = 10
+cell = { width = 2, length = 20, depth = 1 }
+filling = "<b>Plastic</b>"
+[[plane]]
+name = "y"
+view = "Y"
+count = 10
+cell = { width = 2, length = 20, depth = 1 }
+filling = "<b>Plastic</b>"
+[[stack]]
+repeat = 4
+parts = ["<i>x</i>", 1, "y", 1]
+)",
+                                                     "test.toml");
+  const std::string svg = kelvo::DrawDetector(detector).Svg();
+  for (const char* bad : {"<script", "<b>", "<i>"}) EXPECT_EQ(svg.find(bad), std::string::npos);
+  for (const char* good : {">&lt;script&gt;alert(1)&lt;/script&gt; #frac{a}{b} &amp; more<",
+                           ">&lt;b&gt;Plastic&lt;/b&gt;<", "&lt;i&gt;x&lt;/i&gt;"})
+    EXPECT_NE(svg.find(good), std::string::npos) << good;
+}
+
+// Both side views show every plane, as does the legend once per kind.
+TEST(DetectorDrawing, ShowsEveryPlaneInBothSideViews) {
+  const test::SvgShapes svg(kelvo::DrawDetector(Detector("fine")).Svg());
+  EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, kelvo::colour::kBlue), 2u * 64 + 1);
+  EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, kelvo::colour::kOrange), 2u * 64 + 1);
+}
+
+TEST(DetectorDrawing, HasNothingOutsideOfThePicture) {
+  for (const char* name : {"fine", "range", "telescope"})
+    ExpectTextsInside(kelvo::DrawDetector(Detector(name)).Svg());
+}
+
+// One layer of the range stack: 2.5 cm of steel and 1 cm of scintillator in 4 cm.
+TEST(MaterialBudget, AddsUpToWhatTheLayersHave) {
+  constexpr double kSteel = 2.5 / 1.7584;
+  constexpr double kScintillator = 1 / 51.447;
+  const geo::PlaneDetector detector = Detector("range");
+  for (const unsigned bins : {1u, 60u, 333u}) {
+    const kelvo::MaterialBudget budget = kelvo::FindMaterialBudget(detector, bins);
+    for (const TGeoMaterial* material : detector.Materials()) {
+      const std::string name = material->GetName();
+      const double expected = name == "Steel"          ? 60 * kSteel
+                              : name == "Scintillator" ? 60 * kScintillator
+                                                       : 0;
+      EXPECT_NEAR(budget.RadLengths(material), expected, 1e-9 * (1 + expected)) << name;
+    }
+  }
+}
+
+TEST(MaterialBudget, PutsMaterialWhereItIs) {
+  const geo::PlaneDetector detector = Detector("range");
+  const kelvo::MaterialBudget budget = kelvo::FindMaterialBudget(detector, 479); // steps of 0.5 cm
+  for (const TGeoMaterial* material : detector.Materials()) {
+    if (std::string(material->GetName()) != "Steel") continue;
+    const std::vector<double>& steps = budget.fRadLengths.at(material);
+    for (std::size_t i = 0; i < steps.size(); ++i)
+      EXPECT_NEAR(steps[i], i % 8 < 5 ? 0.5 / 1.7584 : 0, 1e-9) << i;
+  }
+}
+
+std::vector<double> Energies() {
+  std::vector<double> energies;
+  for (int i = 0; i <= 120; ++i) energies.push_back(1e-3 * std::pow(10, i / 20.));
+  return energies;
+}
+
+// By definition; differences of ranges on a grid of 12 % know the slope to a fraction of a percent.
+TEST(EnergyLoss, IsTheInverseSlopeOfTheRange) {
+  for (const kelvo::Particle& particle : kelvo::Particles()) {
+    const auto curve = kelvo::FindEnergyLoss("Steel", particle, Energies());
+    for (std::size_t i = 1; i < curve.fPoints.size(); ++i) {
+      const auto& a = curve.fPoints[i - 1];
+      const auto& b = curve.fPoints[i];
+      const double mean = 1e3 * (b.fT - a.fT) / (b.fRange - a.fRange); // MeV/cm
+      EXPECT_LT(mean, 1.003 * std::max(a.fLoss, b.fLoss));
+      EXPECT_GT(mean, 0.997 * std::min(a.fLoss, b.fLoss));
+    }
+  }
+}
+
+// The tables depend on beta gamma alone, so that ranges of equal beta gamma are as the masses, up
+// to the share of radiation, which is below a percent here.
+TEST(EnergyLoss, ScalesWithTheMass) {
+  const kelvo::Particle& muon = kelvo::Particles()[0];
+  const kelvo::Particle& proton = kelvo::Particles()[2];
+  const double ratio = proton.fMass / muon.fMass;
+  const auto light = kelvo::FindEnergyLoss("PVC", muon, {0.01, 0.1, 1});
+  const auto heavy = kelvo::FindEnergyLoss("PVC", proton, {0.01 * ratio, 0.1 * ratio, 1 * ratio});
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_NEAR(heavy.fPoints[i].fLoss, light.fPoints[i].fLoss, 1e-5 * light.fPoints[i].fLoss);
+    EXPECT_NEAR(heavy.fPoints[i].fRange, ratio * light.fPoints[i].fRange,
+                1e-4 * heavy.fPoints[i].fRange);
+  }
+}
+
+// PDG, Review of Particle Physics: muons lose at least 1.451 MeV cm2/g in iron (atomic and nuclear
+// properties of materials; here times 7.87 g/cm3), at a beta gamma between 3 and 4 (section on the
+// passage of particles through matter).
+TEST(EnergyLoss, IsLeastWhereTheLiteratureHasIt) {
+  const auto curve = kelvo::FindEnergyLoss("Steel", kelvo::Particles()[0], Energies());
+  const auto& least = curve.fPoints[curve.fLeast];
+  EXPECT_NEAR(least.fBetaGamma, 3.5, 0.5);
+  EXPECT_NEAR(least.fLoss, 1.451 * 7.87, 0.01 * least.fLoss);
+  for (const auto& point : curve.fPoints) EXPECT_GE(point.fLoss, least.fLoss);
+}
+
+TEST(EnergyLoss, IsDrawnWithEveryMinimumMarked) {
+  std::vector<kelvo::EnergyLossCurve> curves;
+  for (const char* material : {"Scintillator", "PVC", "Glue", "Steel"})
+    for (const kelvo::Particle& particle : kelvo::Particles())
+      curves.push_back(kelvo::FindEnergyLoss(material, particle, Energies()));
+  const std::string svg = kelvo::DrawEnergyLoss(curves).Svg();
+  EXPECT_EQ(test::SvgShapes(svg).fCircles.size(), curves.size() + 1);
+  ExpectTextsInside(svg);
+}
+
+} // namespace

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// The elements of a SVG picture, as ROOT writes them.
+class SvgShapes {
+public:
+  explicit SvgShapes(const std::string& svg) {
+    std::string group; // the colour of the marks that follow
+    for (std::size_t at = svg.find('<'); at != std::string::npos; at = svg.find('<', at + 1)) {
+      const std::size_t end = svg.find('>', at);
+      const std::string tag = svg.substr(at, end - at);
+      const std::string name = tag.substr(1, tag.find_first_of(" \n/") - 1);
+      if (name == "svg") fViewBox = Numbers(Attribute(tag, "viewBox"));
+      if (name == "g") group = Colour(tag);
+      if (tag == "</g") group.clear();
+      if (name == "circle") fCircles.push_back({group, tag});
+      if (name == "polygon") fPolygons.push_back({group, tag});
+      if (name == "rect") fBoxes.push_back({Colour(tag), tag});
+      if (name == "path") fPaths.push_back({Colour(tag), tag});
+      if (name == "text")
+        fTexts.push_back({tag, svg.substr(end + 1, svg.find("</text>", end) - end - 1)});
+    }
+  }
+
+  struct Shape {
+    std::string fColour;
+    std::string fTag;
+  };
+  struct Text {
+    std::string fTag;
+    std::string fContent;
+  };
+
+  static std::string Attribute(const std::string& tag, const std::string& name) {
+    const std::size_t at = tag.find(' ' + name + "=\"");
+    if (at == std::string::npos) return "";
+    const std::size_t begin = at + name.size() + 3;
+    return tag.substr(begin, tag.find('"', begin) - begin);
+  }
+  static double Number(const std::string& tag, const std::string& name) {
+    return std::atof(Attribute(tag, name).c_str());
+  }
+  static std::vector<double> Numbers(const std::string& text) {
+    std::vector<double> numbers;
+    const char* at = text.c_str();
+    for (char* end = nullptr;; at = end) {
+      const double number = std::strtod(at, &end);
+      if (end == at) return numbers;
+      numbers.push_back(number);
+    }
+  }
+  static std::size_t Count(const std::vector<Shape>& shapes, const std::string& colour) {
+    std::size_t count = 0;
+    for (const Shape& shape : shapes) count += shape.fColour == colour;
+    return count;
+  }
+
+  std::vector<double> fViewBox;
+  std::vector<Shape> fCircles;
+  std::vector<Shape> fPolygons;
+  std::vector<Shape> fBoxes;
+  std::vector<Shape> fPaths;
+  std::vector<Text> fTexts;
+
+private:
+  static std::string Colour(const std::string& tag) {
+    const std::string fill = Attribute(tag, "fill");
+    return fill.empty() || fill == "none" ? Attribute(tag, "stroke") : fill;
+  }
+};
+
+} // namespace test
