@@ -397,4 +397,118 @@ TEST_F(Command, ListsTheMaterialsAlongARay) {
   EXPECT_TRUE(Contains(Run("detector " + kFine + " --ray 1,2,3,1,2,3").fOut, "nothing"));
 }
 
+TEST_F(Command, DrawsATrackUnderItsBestHypothesisOrAnother) {
+  ASSERT_EQ(Fit(kMuons + " --limit 30 --hypothesis mu,p").fStatus, 0);
+  const Outcome best = Run("display fits.root --track 17 -o best.svg");
+  EXPECT_EQ(best.fStatus, 0);
+  EXPECT_EQ(best.fOut, "written: best.svg\n");
+  EXPECT_EQ(best.fErr, "");
+  EXPECT_TRUE(Contains(fFolder.Read("best.svg"), ", the best hypothesis"));
+  EXPECT_EQ(Run("display fits.root --track 17 --hypothesis p -o p.png").fStatus, 0);
+  EXPECT_EQ(fFolder.Read("p.png").substr(1, 3), "PNG");
+}
+
+TEST_F(Command, SaysWhichTrackItCannotDraw) {
+  fFolder.Write("few.csv", "track,view,u,z,sigu\n77,X,1,3,1\n77,X,1,9,1\n77,Y,1,15,1\n");
+  ASSERT_EQ(Fit(kMuons + " few.csv " + kMuons + " --limit 3002 --hypothesis mu,pi").fStatus, 1);
+  const auto display = [this](const std::string& arguments) {
+    return Run("display " + arguments + " -o a.svg");
+  };
+  const Outcome unknown = display("fits.root --track 5000");
+  EXPECT_EQ(unknown.fStatus, 2);
+  EXPECT_EQ(unknown.fErr, "kelvo: fits.root: has no track 5000\n");
+  const Outcome other = display("fits.root --track 5 --hypothesis p");
+  EXPECT_EQ(other.fStatus, 2);
+  EXPECT_EQ(other.fErr, "kelvo: fits.root: track 5 is not there as p, only as mu, pi\n");
+  const Outcome none = display("fits.root --track 5 --hypothesis electron");
+  EXPECT_EQ(none.fStatus, 2);
+  EXPECT_EQ(none.fErr, "kelvo: --hypothesis: \"electron\" is none of mu, pi and p\n");
+  EXPECT_FALSE(Exists("a.svg"));
+  const Outcome twice = display("fits.root --track 0");
+  EXPECT_EQ(twice.fStatus, 0);
+  EXPECT_EQ(twice.fErr, "kelvo: fits.root has 2 tracks of the number 0; the first is drawn\n");
+}
+
+TEST_F(Command, SaysWhyATrackThatIsNotFittedIsNotDrawn) {
+  fFolder.Write("few.csv", "track,view,u,z,sigu\n77,X,1,3,1\n77,X,1,9,1\n77,Y,1,15,1\n");
+  ASSERT_EQ(Fit("few.csv").fStatus, 1);
+  const Outcome run = Run("display fits.root --track 77 -o a.svg");
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_EQ(
+      run.fErr,
+      "kelvo: track 77 is not fitted: view Y has 1 hit; a fit needs two or more in each view\n");
+  EXPECT_FALSE(Exists("a.svg"));
+}
+
+TEST_F(Command, DrawsOnlyWhatAFileHolds) {
+  ASSERT_EQ(Fit(kMuons + " --limit 10 --scalars").fStatus, 0);
+  const Outcome display = Run("display fits.root --track 1 -o a.svg");
+  EXPECT_EQ(display.fStatus, 2);
+  EXPECT_EQ(display.fErr,
+            "kelvo: fits.root: has no hits and planes to draw; fit again without --scalars\n");
+  EXPECT_EQ(Run("report fits.root -o fits.html").fStatus, 0);
+  const Outcome wrong = Run("display " + kMuons + " --track 1 -o a.svg");
+  EXPECT_EQ(wrong.fStatus, 2);
+  EXPECT_EQ(wrong.fErr, "kelvo: " + kMuons +
+                            ": is not a ROOT file; a file of fits is expected, as "
+                            "'kelvo fit' writes it\n");
+}
+
+TEST_F(Command, RefusesPicturesOfAnotherFormatBeforeAnyWork) {
+  for (const std::string command : {"display missing.root --track 1 -o a.html",
+                                    "detector missing.toml -o a.html", "dedx Steel -o a.html"}) {
+    const Outcome run = Run(command);
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_EQ(run.fErr, "kelvo: \"a.html\" must end in .svg, .png or .pdf\n") << command;
+  }
+  EXPECT_EQ(Results(), 0);
+}
+
+TEST_F(Command, ReportsOnARunDirectlyOrLater) {
+  ASSERT_EQ(Fit(kMuons + " --limit 40 --report direct.html").fStatus, 0);
+  const Outcome later = Run("report fits.root -o later.html");
+  EXPECT_EQ(later.fStatus, 0);
+  EXPECT_EQ(later.fOut, "written: later.html\n");
+  const std::string page = fFolder.Read("direct.html");
+  EXPECT_EQ(page, fFolder.Read("later.html"));
+  EXPECT_TRUE(Contains(page, "<dt>command</dt><dd><code>kelvo fit --detector " + kFine +
+                                 " -o fits.root " + kMuons + " --limit 40 --report direct.html<"));
+  EXPECT_EQ(Results(), 3);
+}
+
+TEST_F(Command, FindsOutBeforeTheFitThatAReportCannotBeWritten) {
+  const Outcome missing = Fit(kMuons + " --report missing/fits.html");
+  EXPECT_EQ(missing.fStatus, 2);
+  EXPECT_EQ(missing.fErr,
+            "kelvo: missing/fits.html: cannot be written: No such file or directory\n");
+  const Outcome twice = Fit(kMuons + " --report fits.root");
+  EXPECT_EQ(twice.fStatus, 2);
+  EXPECT_EQ(twice.fErr, "kelvo: fits.root is named twice as output\n");
+  EXPECT_EQ(Results(), 0);
+}
+
+TEST_F(Command, ShowsEnergyLossAsTableCsvAndPicture) {
+  const Outcome table = Run("dedx Steel --particle mu");
+  EXPECT_EQ(table.fStatus, 0);
+  EXPECT_TRUE(Contains(table.fOut, "muon in Steel\n"));
+  EXPECT_TRUE(Contains(table.fOut, "  least loss\n"));
+  EXPECT_EQ(Run("dedx Steel PVC -o loss.csv").fStatus, 0);
+  const std::string csv = fFolder.Read("loss.csv");
+  EXPECT_EQ(csv.rfind("material,particle,T,p,beta_gamma,dedx,range,least\nSteel,mu,0.001,", 0), 0u);
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + 2 * 3 * (7 * 20 + 1 + 1));
+  EXPECT_EQ(Run("dedx Steel PVC -o loss.svg").fStatus, 0);
+  const Outcome unknown = Run("dedx Lead");
+  EXPECT_EQ(unknown.fStatus, 2);
+  EXPECT_EQ(unknown.fErr,
+            "kelvo: there is no table of energy loss for \"Lead\"; there are Scintillator, PVC, "
+            "Glue, Steel\n");
+}
+
+TEST_F(Command, DrawsADetector) {
+  const Outcome run = Run("detector " + kTelescope + " -o telescope.svg");
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_TRUE(Contains(run.fOut, "\nwritten: telescope.svg\n"));
+  EXPECT_TRUE(Contains(fFolder.Read("telescope.svg"), ">telescope</text>"));
+}
+
 } // namespace

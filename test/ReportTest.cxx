@@ -147,6 +147,25 @@ TEST_F(Report, HasEveryHitAndKinkOfTheBestFits) {
   }
 }
 
+// The planes of this detector have 32 cells with a pitch of 4.05 cm around 0: 24 parts of 5.4 cm.
+TEST_F(Report, PutsResidualsWhereTheHitsWere) {
+  const kelvo::ReportData data = Data(Rows());
+  std::vector<unsigned long long> expected(24);
+  std::vector<unsigned long long> found(24);
+  for (const FitRow& row : Rows()) {
+    if (!row.fBest) continue;
+    for (std::size_t i = 0; i < row.fHitZ.size(); ++i)
+      for (std::size_t k = 0; k < 24; ++k) {
+        const double low = -64.8 + 5.4 * static_cast<double>(k);
+        if (row.fHitU[i] >= low && row.fHitU[i] < low + 5.4) ++expected[k];
+      }
+  }
+  for (const auto& view : data.fResiduals)
+    for (std::size_t plane = 0; plane < view.size(); ++plane)
+      for (std::size_t k = 0; k < 24; ++k) found[k] += view[plane].fByPosition[k].fN;
+  EXPECT_EQ(found, expected);
+}
+
 TEST_F(Report, DisplaysTheBestTypicalAndWorstTracksOnce) {
   const kelvo::ReportData data = Data(Rows());
   std::vector<double> probabilities;
