@@ -159,7 +159,8 @@ void TellParts(const Detector& detector) {
 
 void Draw(const Detector& detector, const std::string& output) {
   if (!detector.Planes())
-    throw std::invalid_argument("a geometry of ROOT's cannot be drawn: it knows no planes and cells");
+    throw std::invalid_argument(
+        "a geometry of ROOT's cannot be drawn: it knows no planes and cells");
   DrawDetector(*detector.Planes()).Save(output);
   std::printf("\nwritten: %s\n", output.c_str());
 }

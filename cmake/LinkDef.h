@@ -1,6 +1,7 @@
 // What libkelvo's dictionary makes known to ROOT and Python. "+": may be stored in files; "-": is
 // only used.
 
+// clang-format off
 #ifdef __CLING__
 
 #pragma link off all globals;
