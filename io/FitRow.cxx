@@ -91,23 +91,25 @@ const char* StatusWords(int status) {
   return known ? words[status] : "an unknown reason";
 }
 
+void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool withVectors,
+                FitRow& row) {
+  const HypothesisFit& hypothesis = fit.fHypothesis[h];
+  row.fTrack = track.fTrack;
+  row.fPDG = hypothesis.fPDG;
+  row.fStatus = static_cast<int>(hypothesis.fStatus);
+  row.fMessage = hypothesis.fMessage;
+  row.fBest = static_cast<int>(h) == fit.fBest;
+  if (hypothesis.fStatus != FitStatus::kFitted) {
+    SetNothing(track.fHits, row);
+    return;
+  }
+  SetScalars(hypothesis, row);
+  if (withVectors) SetVectors(hypothesis, row);
+}
+
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors) {
   std::vector<FitRow> rows(fit.fHypothesis.size());
-  for (std::size_t h = 0; h < rows.size(); ++h) {
-    const HypothesisFit& hypothesis = fit.fHypothesis[h];
-    FitRow& row = rows[h];
-    row.fTrack = track.fTrack;
-    row.fPDG = hypothesis.fPDG;
-    row.fStatus = static_cast<int>(hypothesis.fStatus);
-    row.fMessage = hypothesis.fMessage;
-    row.fBest = static_cast<int>(h) == fit.fBest;
-    if (hypothesis.fStatus != FitStatus::kFitted) {
-      SetNothing(track.fHits, row);
-      continue;
-    }
-    SetScalars(hypothesis, row);
-    if (withVectors) SetVectors(hypothesis, row);
-  }
+  for (std::size_t h = 0; h < rows.size(); ++h) FillFitRow(track, fit, h, withVectors, rows[h]);
   return rows;
 }
 

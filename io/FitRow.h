@@ -106,6 +106,12 @@ void VisitVectors(Row& row, Visit visit) {
 /// Returns what a status in a file of fits means, in a few words.
 const char* StatusWords(int status);
 
+/// Sets the entry of one track and its hypothesis h.
+/// @param withVectors whether the vectors are filled
+/// @param row         a new one, or one that was used before for a fit of the same hypothesis
+void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool withVectors,
+                FitRow& row);
+
 /// Returns the entries of one track, one per hypothesis in the order of the fit.
 /// @param withVectors whether the vectors are filled
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors);

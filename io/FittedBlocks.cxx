@@ -119,12 +119,19 @@ std::vector<TrackHits> FittedBlocks::Read(unsigned long long& index) {
 }
 
 FittedBlock FittedBlocks::Fit(const std::vector<TrackHits>& tracks, TrackFitter& fitter) const {
+  const std::vector<int>& hypotheses = fitter.Options().fHypotheses;
   FittedBlock block;
+  block.fOutcomes.reserve(tracks.size());
+  block.fRows.reserve(tracks.size() * hypotheses.size());
+  TrackFit fit;
   for (const TrackHits& track : tracks) {
-    const TrackFit fit =
-        track.Good() ? fitter.Fit(track.fHits) : UnusableTrack(track, fitter.Options().fHypotheses);
+    if (track.Good())
+      fitter.Fit(track.fHits, fit);
+    else
+      fit = UnusableTrack(track, hypotheses);
     block.fOutcomes.push_back(OutcomeOf(track, fit));
-    for (FitRow& row : FitRows(track, fit, fWithVectors)) block.fRows.push_back(std::move(row));
+    for (std::size_t h = 0; h < hypotheses.size(); ++h)
+      FillFitRow(track, fit, h, fWithVectors, block.fRows.emplace_back());
   }
   return block;
 }
