@@ -1,18 +1,14 @@
 #include "io/FitFile.h"
 
-#include "io/FileError.h"
+#include "io/FitTally.h"
 #include "io/FittedBlocks.h"
-#include "io/HitColumns.h"
-#include "io/LogHistogram.h"
 #include "io/NumberText.h"
 #include "io/PendingFile.h"
-#include "track/Materials.h"
-#include "track/PlaneOffsets.h"
+#include "io/TracksToFit.h"
 
 #include <TROOT.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -21,8 +17,6 @@
 namespace kelvo {
 
 namespace {
-
-constexpr std::size_t kProblemsKept = 10;
 
 class Clock {
 public:
@@ -34,10 +28,6 @@ public:
 private:
   std::chrono::steady_clock::time_point fStart = std::chrono::steady_clock::now();
 };
-
-double Ratio(unsigned long long a, unsigned long long b) {
-  return static_cast<double>(a) / static_cast<double>(b);
-}
 
 bool SameFile(const std::string& a, const std::string& b) {
   std::error_code error;
@@ -56,69 +46,6 @@ void CheckNames(const FitFileOptions& options) {
   if (!options.fCsv.empty() && SameFile(options.fOutput, options.fCsv))
     throw std::invalid_argument(options.fCsv + " is named twice as output");
 }
-
-void CheckMaterials(const Detector& detector, const TrackFitOptions& options) {
-  if (options.fBeamMomentum > 0) return;
-  const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
-  if (unknown.empty()) return;
-  throw std::invalid_argument(
-      "the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
-      ", for which there is no stopping-power table, so that particles cannot be followed to where "
-      "they stop; the known materials are " +
-      Joined(MaterialsWithTable()) + "; a beam of known momentum needs no table");
-}
-
-// Collects what a run is summed up with; its size does not depend on the number of tracks.
-class Tally {
-public:
-  explicit Tally(const std::vector<int>& hypotheses) : fChi2(hypotheses.size()) {
-    for (const int pdg : hypotheses) {
-      HypothesisSummary hypothesis;
-      hypothesis.fPDG = pdg;
-      fSummary.fHypotheses.push_back(hypothesis);
-    }
-  }
-
-  void Add(const FittedBlock& block) {
-    for (const TrackOutcome& outcome : block.fOutcomes) Add(outcome);
-    for (std::size_t i = 0; i < block.fRows.size(); ++i)
-      Add(block.fRows[i], i % fSummary.fHypotheses.size());
-  }
-
-  unsigned long long Tracks() const { return fSummary.fTracks; }
-
-  FitSummary Summary(double seconds) const {
-    FitSummary summary = fSummary;
-    summary.fSeconds = seconds;
-    for (std::size_t h = 0; h < fChi2.size(); ++h)
-      summary.fHypotheses[h].fMedianChi2PerNDF = fChi2[h].Median();
-    return summary;
-  }
-
-private:
-  void Add(const TrackOutcome& outcome) {
-    ++fSummary.fTracks;
-    fSummary.fHits += outcome.fHits;
-    fSummary.fBadLines += outcome.fBadLines;
-    fSummary.fProblemCount += outcome.fBadLines > 0 ? outcome.fBadLines : outcome.fProblems.size();
-    ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];
-    if (outcome.fBestPDG != 0) ++fSummary.fFitted;
-    for (const std::string& problem : outcome.fProblems)
-      if (fSummary.fProblems.size() < kProblemsKept) fSummary.fProblems.push_back(problem);
-  }
-
-  void Add(const FitRow& row, std::size_t h) {
-    if (row.fStatus != 0) return;
-    HypothesisSummary& hypothesis = fSummary.fHypotheses[h];
-    ++hypothesis.fFitted;
-    if (row.fBest) ++hypothesis.fBest;
-    const double chi2 = row.fChi2[0] + row.fChi2[1] + row.fChi2Kink[0] + row.fChi2Kink[1];
-    if (row.fNDF > 0) fChi2[h].Add(chi2 / row.fNDF);
-  }
-
-  FitSummary fSummary;
-  std::vector<LogHistogram> fChi2; // per degree of freedom, by hypothesis
-};
 
 void StopIfStrict(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes)
@@ -188,26 +115,18 @@ FitSummary FitFile(const Detector& detector, const FitFileOptions& options,
 
   // One thread may read a ROOT file while another writes one.
   ROOT::EnableThreadSafety();
-  unsigned long long read = 0;
-  std::atomic<double> share{0};
-  const auto nextTrack = [&](TrackHits& track) {
-    if (options.fLimit != 0 && read == options.fLimit) return false;
-    if (!reader.Next(track)) return false;
-    ++read;
-    share = std::max(reader.Share(), options.fLimit == 0 ? 0 : Ratio(read, options.fLimit));
-    if (detector.Planes()) AddPlaneOffsets(*detector.Planes(), track.fHits);
-    return true;
-  };
-  FittedBlocks blocks(nextTrack, fitter, std::max(1u, options.fThreads), !options.fScalarsOnly);
+  TracksToFit tracks(detector, reader, options.fLimit);
+  FittedBlocks blocks([&](TrackHits& track) { return tracks.Next(track); }, fitter,
+                      std::max(1u, options.fThreads), !options.fScalarsOnly);
 
-  Tally tally(options.fFit.fHypotheses);
+  FitTally tally(options.fFit.fHypotheses);
   const auto nextRows = [&](std::vector<FitRow>& rows) {
     FittedBlock block;
     if (!blocks.Next(block)) return false;
     if (options.fStrict) StopIfStrict(block);
     tally.Add(block);
     if (csv) csv->Write(block.fRows);
-    if (progress && !progress({tally.Tracks(), share, clock.Seconds()}))
+    if (progress && !progress({tally.Tracks(), tracks.Share(), clock.Seconds()}))
       throw RunStopped("the run was stopped");
     rows = std::move(block.fRows);
     return true;

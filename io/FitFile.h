@@ -1,11 +1,11 @@
 #pragma once
 
 #include "io/Detector.h"
+#include "io/FitSummary.h"
 #include "io/FitWriter.h"
 #include "io/HitReader.h"
 #include "track/TrackFitter.h"
 
-#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,29 +25,6 @@ struct FitFileOptions {
   unsigned fThreads = 1;         ///< does not change the result
   unsigned long long fLimit = 0; ///< number of tracks after which to stop; 0: all
   bool fStrict = false;          ///< the first line or track that cannot be used ends the work
-};
-
-/// What came out for one hypothesis.
-struct HypothesisSummary {
-  int fPDG = 0;
-  unsigned long long fFitted = 0;
-  unsigned long long fBest = 0; ///< tracks that it fits best
-  double fMedianChi2PerNDF = 0; ///< both views, hits and kinks, within 0.5 %; NaN without fits
-};
-
-/// What came out of a whole run.
-struct FitSummary {
-  unsigned long long fTracks = 0;
-  unsigned long long fHits = 0;
-  unsigned long long fFitted = 0;                ///< tracks with at least one fitted hypothesis
-  std::array<unsigned long long, 6> fByStatus{}; ///< tracks by their FitStatus
-  unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
-  unsigned long long fProblemCount = 0; ///< those lines, and the tracks that are not fitted besides
-  std::vector<std::string> fProblems;   ///< the first ten of these problems
-  std::vector<HypothesisSummary> fHypotheses;
-  double fSeconds = 0;
-
-  bool AllUsed() const { return fBadLines == 0 && fFitted == fTracks; }
 };
 
 /// How far a run is.

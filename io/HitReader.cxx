@@ -47,7 +47,7 @@ void CheckMapping(const std::map<std::string, std::string>& columns) {
 } // namespace
 
 std::string TrackHits::Place() const {
-  return fFile + (fIsEntry ? ", entry " : ", line ") + std::to_string(fPlace);
+  return fFile + ", " + fPlaceWord + " " + std::to_string(fPlace);
 }
 
 void TrackHits::AddProblem(const std::string& sentence) {

@@ -15,8 +15,8 @@ struct TrackHits {
   HitList3D fHits;      ///< in the order of the file; those that could be read
   std::string fFile;    ///< the file that the track is from
   unsigned long long fPlace =
-      0;                 ///< line of its first hit, from 1; in a ROOT file its entry, from 0
-  bool fIsEntry = false; ///< whether fPlace is an entry
+      0; ///< line of its first hit, from 1; in a ROOT file its entry, in memory its row, from 0
+  const char* fPlaceWord = "line"; ///< what fPlace counts
 
   unsigned long long fBadLines = 0;   ///< lines (or entries) that could not be used
   std::vector<std::string> fProblems; ///< what is wrong with the first ten: file, line and reason
@@ -37,13 +37,13 @@ struct HitReaderOptions {
   std::string fTree;
 };
 
-/// Where tracks of hits come from: one file of any format.
+/// Where tracks of hits come from: files of any format, or memory.
 class HitSource {
 public:
   virtual ~HitSource() = default;
   /// Gives the next track. @return false at the end. @throw FileError
   virtual bool Next(TrackHits& track) = 0;
-  /// Returns which share of the file has been read, 0 to 1.
+  /// Returns which share of all has been read, 0 to 1.
   virtual double Share() const = 0;
 };
 
@@ -68,22 +68,22 @@ public:
 ///
 /// A line that cannot be used makes its track a bad one, which is still given, with the reason. A
 /// line without a readable track number counts for the track in which it stands.
-class HitReader {
+class HitReader : public HitSource {
 public:
   /// Opens nothing yet, except to see that the files are there.
   /// @throw FileError          for a file that cannot be opened
   /// @throw std::invalid_argument for a mapping of an unknown column
   explicit HitReader(std::vector<std::string> files, HitReaderOptions options = {});
-  ~HitReader();
+  ~HitReader() override;
 
   /// Gives the next track, good or bad.
   /// @param track is overwritten
   /// @return false when there are no more
   /// @throw FileError for a file that is no table of hits or that cannot be read to its end
-  bool Next(TrackHits& track);
+  bool Next(TrackHits& track) override;
 
   /// Returns which share of all files has been read, 0 to 1; files count by their sizes.
-  double Share() const;
+  double Share() const override;
 
   const std::vector<std::string>& Files() const { return fFiles; }
 

@@ -2,6 +2,7 @@
 
 #include "io/FileError.h"
 #include "io/HitColumns.h"
+#include "io/HitNumbers.h"
 #include "io/HitTable.h"
 
 #include <TDirectory.h>
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 namespace kelvo {
 
@@ -69,8 +69,11 @@ public:
     track.fTrack = fTrack;
     track.fFile = fFile;
     track.fPlace = static_cast<unsigned long long>(fEntry);
-    track.fIsEntry = true;
-    AddHits(track);
+    track.fPlaceWord = "entry";
+    HitNumbers numbers;
+    for (std::size_t c = 0; c < kHitColumns; ++c)
+      numbers[c] = {fValues[c].data(), fValues[c].size()};
+    AddEntry(fColumns, numbers, track);
     ++fEntry;
     return true;
   }
@@ -82,74 +85,6 @@ public:
 private:
   static HitColumn Column(std::size_t c) { return static_cast<HitColumn>(c); }
   bool Has(std::size_t c) const { return fColumns.Has(Column(c)); }
-
-  void AddHits(TrackHits& track) {
-    const std::size_t n = fValues[kHitZ].size();
-    for (std::size_t c = 0; c < kHitColumns; ++c) {
-      if (c == kHitTrack || !Has(c) || fValues[c].size() == n) continue;
-      track.AddProblem(track.Place() + ", column " + fColumns.Name(Column(c)) + ": has " +
-                       std::to_string(fValues[c].size()) + " values where column " +
-                       fColumns.Name(kHitZ) + " has " + std::to_string(n));
-      return;
-    }
-    for (std::size_t i = 0; i < n; ++i) {
-      const std::string problem = Problem(i);
-      if (problem.empty())
-        AddHit(track.fHits, i);
-      else
-        track.AddProblem(track.Place() + ", hit " + std::to_string(i) + ", " + problem);
-    }
-  }
-
-  double Value(HitColumn c, std::size_t i, double otherwise) const {
-    return fColumns.Has(c) ? fValues[c][i] : otherwise;
-  }
-
-  std::string Problem(std::size_t i) const {
-    for (std::size_t c = 0; c < kHitColumns; ++c) {
-      if (c == kHitTrack || !Has(c)) continue;
-      const double value = fValues[c][i];
-      const std::string begin = "column " + fColumns.Name(Column(c)) + ": ";
-      if (!std::isfinite(value)) return begin + "is not a finite number";
-      if (c == kHitView && ViewOf(value) < 0)
-        return begin + "is not a view, which is X or Y, 0 or 1";
-      const bool isError = c == kHitSigU || c == kHitSigX || c == kHitSigY;
-      if (isError && !(value > 0)) return begin + "is not above 0";
-      if ((c == kHitSigZ || c == kHitSigT || c == kHitW) && value < 0) return begin + "is below 0";
-    }
-    return "";
-  }
-
-  static int ViewOf(double value) {
-    if (value == 0 || value == 'X' || value == 'x' || value == '0') return geo::kX;
-    if (value == 1 || value == 'Y' || value == 'y' || value == '1') return geo::kY;
-    return -1;
-  }
-
-  void AddHit(HitList3D& hits, std::size_t i) const {
-    Hit3D hit;
-    hit.fZ = fValues[kHitZ][i];
-    hit.fSigZ = Value(kHitSigZ, i, 0);
-    hit.fT = Value(kHitT, i, 0);
-    hit.fSigT = Value(kHitSigT, i, 0);
-    hit.fW = Value(kHitW, i, 1);
-    const bool both = fColumns.BothViews();
-    const int view = both ? geo::kX : ViewOf(fValues[kHitView][i]);
-    if (both || view == geo::kX) {
-      Hit3D x = hit;
-      x.fView = geo::kX;
-      x.fX = fValues[both ? kHitX : kHitU][i];
-      x.fSigX = fValues[both ? kHitSigX : kHitSigU][i];
-      hits.push_back(x);
-    }
-    if (both || view == geo::kY) {
-      Hit3D y = hit;
-      y.fView = geo::kY;
-      y.fY = fValues[both ? kHitY : kHitU][i];
-      y.fSigY = fValues[both ? kHitSigY : kHitSigU][i];
-      hits.push_back(y);
-    }
-  }
 
   std::string fFile;
   std::unique_ptr<TFile> fRootFile;

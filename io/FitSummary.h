@@ -1,0 +1,32 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// What came out for one hypothesis.
+struct HypothesisSummary {
+  int fPDG = 0;
+  unsigned long long fFitted = 0;
+  unsigned long long fBest = 0; ///< tracks that it fits best
+  double fMedianChi2PerNDF = 0; ///< both views, hits and kinks, within 0.5 %; NaN without fits
+};
+
+/// What came out of a whole run.
+struct FitSummary {
+  unsigned long long fTracks = 0;
+  unsigned long long fHits = 0;
+  unsigned long long fFitted = 0;                ///< tracks with at least one fitted hypothesis
+  std::array<unsigned long long, 6> fByStatus{}; ///< tracks by their FitStatus
+  unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
+  unsigned long long fProblemCount = 0; ///< those lines, and the tracks that are not fitted besides
+  std::vector<std::string> fProblems;   ///< the first ten of these problems
+  std::vector<HypothesisSummary> fHypotheses;
+  double fSeconds = 0;
+
+  bool AllUsed() const { return fBadLines == 0 && fFitted == fTracks; }
+};
+
+} // namespace kelvo
