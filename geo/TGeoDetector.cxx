@@ -205,6 +205,16 @@ void TGeoDetector::CheckManager() const {
                         "\" was deleted or replaced by another one, but is still in use");
 }
 
+// ROOT numbers threads one by one and never takes a number back, while a new thread may have the
+// identifier of one that ended: having a navigator does not mean having a number that serves.
+void TGeoDetector::CheckThread() const {
+  if (fManager.IsMultiThread() && TGeoManager::ThreadId() >= fManager.GetMaxThreads())
+    throw DetectorError("the geometry \"" + fName + "\" serves " +
+                        std::to_string(fManager.GetMaxThreads()) +
+                        " threads and this is one more; use fewer, or call its function "
+                        "SetMaxThreads before");
+}
+
 TGeoNavigator* TGeoDetector::FindNavigator() const {
   const auto found = fNavigators.find(std::this_thread::get_id());
   return found == fNavigators.end() ? nullptr : found->second;
@@ -213,11 +223,6 @@ TGeoNavigator* TGeoDetector::FindNavigator() const {
 void TGeoDetector::AddNavigator() const {
   const std::unique_lock lock(fMutex);
   if (!fNavigators.empty() && !fManager.IsMultiThread()) fManager.SetMaxThreads(kMostThreads);
-  if (fManager.IsMultiThread() && TGeoManager::ThreadId() >= fManager.GetMaxThreads())
-    throw DetectorError("the geometry \"" + fName + "\" serves " +
-                        std::to_string(fManager.GetMaxThreads()) +
-                        " threads and this is one more; use fewer, or call its function "
-                        "SetMaxThreads before");
   fNavigators[std::this_thread::get_id()] = fManager.AddNavigator();
 }
 
@@ -246,6 +251,7 @@ void TGeoDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
     AddNavigator();
     lock.lock();
   }
+  CheckThread();
   StepList steps(ds, mats);
   Walk walk(*FindNavigator(), p0, p1, distance);
   while (!walk.AtEnd()) {

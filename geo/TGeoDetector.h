@@ -67,6 +67,7 @@ public:
 
 private:
   void CheckManager() const;
+  void CheckThread() const;
   TGeoNavigator* FindNavigator() const;
   void AddNavigator() const;
   const TGeoMaterial* MaterialAt(const TGeoNavigator& navigator) const;
