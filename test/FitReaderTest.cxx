@@ -3,7 +3,7 @@
 
 #include "io/FileError.h"
 #include "io/FitReader.h"
-#include "io/FitWriter.h"
+#include "test/FitsFiles.h"
 #include "test/TempFolder.h"
 
 #include <TFile.h>
@@ -19,7 +19,6 @@ using kelvo::FitColumns;
 using kelvo::FitReader;
 using kelvo::FitRow;
 using kelvo::FitWriterOptions;
-using kelvo::PendingFile;
 using kelvo::TableFormat;
 
 // Rows as fits make them, with numbers that mean nothing; every fifth is of a failed fit.
@@ -54,23 +53,6 @@ std::vector<FitRow> SomeRows(std::size_t n) {
   return rows;
 }
 
-std::string Write(const std::string& name, std::vector<FitRow> rows,
-                  const FitWriterOptions& options = {}) {
-  PendingFile file(name);
-  bool given = false;
-  kelvo::WriteFits(
-      file,
-      [&](std::vector<FitRow>& block) {
-        if (given) return false;
-        given = true;
-        block = rows;
-        return true;
-      },
-      options);
-  file.Commit();
-  return name;
-}
-
 // The members' bytes; a text's own.
 template <typename T>
 void Append(std::string& bytes, const T& value) {
@@ -103,21 +85,13 @@ std::string ErrorOf(const std::string& file) {
   return "no error";
 }
 
-std::vector<TableFormat> Formats() {
-#ifdef KELVO_HAS_RNTUPLE
-  return {TableFormat::kTTree, TableFormat::kRNTuple};
-#else
-  return {TableFormat::kTTree};
-#endif
-}
-
 TEST(FitReader, GivesBackTheSameRowsBitByBit) {
   const test::TempFolder folder;
   const std::vector<FitRow> rows = SomeRows(300);
-  for (const TableFormat format : Formats()) {
+  for (const TableFormat format : test::Formats()) {
     FitWriterOptions options;
     options.fFormat = format;
-    FitReader reader(Write(folder.Path("fits.root"), rows, options));
+    FitReader reader(test::WriteRows(folder.Path("fits.root"), rows, options));
     ASSERT_EQ(reader.Entries(), 300);
     EXPECT_TRUE(reader.HasVectors());
     for (const std::size_t i : {0u, 299u, 4u, 5u, 5u, 123u})
@@ -130,7 +104,7 @@ TEST(FitReader, GivesBackTheSameRowsBitByBit) {
 TEST(FitReader, ReadsNoMoreThanIsWanted) {
   const test::TempFolder folder;
   const std::vector<FitRow> rows = SomeRows(3);
-  FitReader reader(Write(folder.Path("fits.root"), rows));
+  FitReader reader(test::WriteRows(folder.Path("fits.root"), rows));
   const FitRow names = reader.Read(1, FitColumns::kNames);
   EXPECT_EQ(names.fTrack, rows[1].fTrack);
   EXPECT_EQ(names.fPDG, rows[1].fPDG);
@@ -144,11 +118,11 @@ TEST(FitReader, ReadsNoMoreThanIsWanted) {
 TEST(FitReader, ReadsFilesWithoutVectors) {
   const test::TempFolder folder;
   const std::vector<FitRow> rows = SomeRows(20);
-  for (const TableFormat format : Formats()) {
+  for (const TableFormat format : test::Formats()) {
     FitWriterOptions options;
     options.fFormat = format;
     options.fWithVectors = false;
-    FitReader reader(Write(folder.Path("fits.root"), rows, options));
+    FitReader reader(test::WriteRows(folder.Path("fits.root"), rows, options));
     EXPECT_FALSE(reader.HasVectors());
     EXPECT_EQ(Bytes(reader.Read(7, FitColumns::kAll), false), Bytes(rows[7], false));
   }
@@ -158,7 +132,7 @@ TEST(FitReader, GivesTheTextsBesideTheTable) {
   const test::TempFolder folder;
   FitWriterOptions options;
   options.fTexts = {{"detector", "name = \"x\"\n"}, {"command", "kelvo fit"}};
-  const FitReader reader(Write(folder.Path("fits.root"), SomeRows(2), options));
+  const FitReader reader(test::WriteRows(folder.Path("fits.root"), SomeRows(2), options));
   EXPECT_EQ(reader.Text("detector"), "name = \"x\"\n");
   EXPECT_EQ(reader.Text("command"), "kelvo fit");
   EXPECT_EQ(reader.Text("options"), "");
@@ -197,7 +171,7 @@ TEST(FitReader, RefusesVectorsThatDoNotBelongTogether) {
   const auto errorWith = [&](const auto& damage) {
     std::vector<FitRow> rows = SomeRows(3);
     damage(rows[1]);
-    return ErrorOf(Write(name, rows));
+    return ErrorOf(test::WriteRows(name, rows));
   };
   const std::string expected =
       name + ", fits, entry 1: the vectors do not belong together; is the file damaged?";
@@ -214,7 +188,7 @@ TEST(FitReader, RefusesVectorsThatDoNotBelongTogether) {
 // What is left of a file that was cut short.
 TEST(FitReader, TellsOfADamagedFile) {
   const test::TempFolder folder;
-  Write(folder.Path("fits.root"), SomeRows(2000));
+  test::WriteRows(folder.Path("fits.root"), SomeRows(2000));
   const std::string content = folder.Read("fits.root");
   const std::string cut = folder.Write("cut.root", content.substr(0, content.size() / 2));
   EXPECT_NE(ErrorOf(cut), "no error");

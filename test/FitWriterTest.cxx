@@ -3,7 +3,7 @@
 // read them: they are written down here.
 
 #include "io/FileError.h"
-#include "io/FitWriter.h"
+#include "test/FitsFiles.h"
 #include "test/TempFolder.h"
 
 #ifdef KELVO_HAS_RNTUPLE
@@ -72,24 +72,6 @@ private:
   std::mt19937 fRandom{11};
 };
 
-// Gives rows in blocks of several sizes, empty ones among them.
-std::function<bool(std::vector<FitRow>&)> InBlocks(const std::vector<FitRow>& rows) {
-  return [&rows, at = std::size_t(0), size = std::size_t(0)](std::vector<FitRow>& block) mutable {
-    if (at == rows.size()) return false;
-    const std::size_t end = std::min(rows.size(), at + size++ % 7);
-    block.assign(rows.begin() + static_cast<long>(at), rows.begin() + static_cast<long>(end));
-    at = end;
-    return true;
-  };
-}
-
-void WriteRows(const std::string& name, const std::vector<FitRow>& rows,
-               const FitWriterOptions& options = {}) {
-  PendingFile file(name);
-  kelvo::WriteFits(file, InBlocks(rows), options);
-  file.Commit();
-}
-
 template <typename T>
 bool Same(const T& a, const T& b) {
   return a == b;
@@ -142,21 +124,13 @@ std::vector<std::string> ColumnsOf(const std::string& name) {
   return Sorted(ROOT::RDataFrame("fits", name).GetColumnNames());
 }
 
-std::vector<TableFormat> Formats() {
-#ifdef KELVO_HAS_RNTUPLE
-  return {TableFormat::kTTree, TableFormat::kRNTuple};
-#else
-  return {TableFormat::kTTree};
-#endif
-}
-
 TEST(FitWriter, WritesTheRowsInTheirOrder) {
   const test::TempFolder folder;
   const auto rows = RandomRows().Make(300);
-  for (const TableFormat format : Formats()) {
+  for (const TableFormat format : test::Formats()) {
     FitWriterOptions options;
     options.fFormat = format;
-    WriteRows(folder.Path("fits.root"), rows, options);
+    test::WriteRows(folder.Path("fits.root"), rows, options);
     ExpectRows(folder.Path("fits.root"), rows, true);
   }
 }
@@ -165,13 +139,13 @@ TEST(FitWriter, NamesTheColumnsAsOthersReadThem) {
   const test::TempFolder folder;
   auto all = kScalars;
   all.insert(all.end(), kVectors.begin(), kVectors.end());
-  for (const TableFormat format : Formats()) {
+  for (const TableFormat format : test::Formats()) {
     FitWriterOptions options;
     options.fFormat = format;
-    WriteRows(folder.Path("fits.root"), {}, options);
+    test::WriteRows(folder.Path("fits.root"), {}, options);
     EXPECT_EQ(ColumnsOf(folder.Path("fits.root")), Sorted(all));
     options.fWithVectors = false;
-    WriteRows(folder.Path("fits.root"), {}, options);
+    test::WriteRows(folder.Path("fits.root"), {}, options);
     EXPECT_EQ(ColumnsOf(folder.Path("fits.root")), Sorted(kScalars));
   }
 }
@@ -181,18 +155,18 @@ TEST(FitWriter, WritesTheScalarsAloneWhenAsked) {
   const auto rows = RandomRows().Make(50);
   FitWriterOptions options;
   options.fWithVectors = false;
-  WriteRows(folder.Path("fits.root"), rows, options);
+  test::WriteRows(folder.Path("fits.root"), rows, options);
   ExpectRows(folder.Path("fits.root"), rows, false);
 }
 
 TEST(FitWriter, WritesATableWithoutRows) {
   const test::TempFolder folder;
-  WriteRows(folder.Path("fits.root"), {});
+  test::WriteRows(folder.Path("fits.root"), {});
   EXPECT_EQ(*ROOT::RDataFrame("fits", folder.Path("fits.root")).Count(), 0u);
 #ifdef KELVO_HAS_RNTUPLE
   FitWriterOptions options;
   options.fFormat = TableFormat::kRNTuple;
-  WriteRows(folder.Path("fits.root"), {}, options);
+  test::WriteRows(folder.Path("fits.root"), {}, options);
   EXPECT_EQ(ROOT::RNTupleReader::Open("fits", folder.Path("fits.root"))->GetNEntries(), 0u);
 #endif
 }
@@ -205,11 +179,11 @@ std::string TextIn(TFile& file, const char* name) {
 
 TEST(FitWriter, KeepsTextsBesideTheTable) {
   const test::TempFolder folder;
-  for (const TableFormat format : Formats()) {
+  for (const TableFormat format : test::Formats()) {
     FitWriterOptions options;
     options.fFormat = format;
     options.fTexts = {{"detector", "name = \"fine\"\n[world]\n"}, {"options", ""}};
-    WriteRows(folder.Path("fits.root"), RandomRows().Make(3), options);
+    test::WriteRows(folder.Path("fits.root"), RandomRows().Make(3), options);
     TFile file(folder.Path("fits.root").c_str());
     EXPECT_EQ(TextIn(file, "detector"), "name = \"fine\"\n[world]\n");
     EXPECT_EQ(TextIn(file, "options"), "");
@@ -239,7 +213,7 @@ TEST(FitWriter, EndsBeforeTheDiskIsFull) {
   options.fLeastFree = 1ull << 62;
   std::string error;
   try {
-    WriteRows(folder.Path("fits.root"), RandomRows().Make(5), options);
+    test::WriteRows(folder.Path("fits.root"), RandomRows().Make(5), options);
   } catch (const kelvo::FileError& e) {
     error = e.what();
   }
