@@ -1,6 +1,7 @@
 #include "io/DetectorDrawing.h"
 
 #include "geo/PlaneDetectorReader.h"
+#include "io/FormattedText.h"
 #include "io/MaterialBudget.h"
 #include "io/Plot.h"
 
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,7 +18,7 @@ namespace kelvo {
 namespace {
 
 constexpr double kWidth = 640; // pixels, as all that follow
-constexpr double kLeft = 76;
+constexpr double kLeft = 86;
 constexpr double kRight = kWidth - 14;
 constexpr double kSideHeight = 190;
 constexpr double kCellHeight = 290;
@@ -26,13 +26,6 @@ constexpr double kBudgetHeight = 260;
 
 using Description = geo::DetectorDescription;
 using Part = Description::Part;
-
-template <typename... Values>
-std::string Text(const char* format, Values... values) {
-  char text[200];
-  std::snprintf(text, sizeof text, format, values...);
-  return text;
-}
 
 bool IsActive(const Part& part) {
   return part.fCount[0] > 0 || part.fCount[1] > 0;
@@ -94,7 +87,7 @@ private:
     add("plane for y", colour::kOrange);
     add("plane for x and y", colour::kGreen);
     add("slab", colour::kGrey);
-    return 120 + DrawLegend(fPicture, {12, 110}, kRight, entries);
+    return 132 + DrawLegend(fPicture, {12, 110}, kRight, entries);
   }
 
   // The length along z that is about a pixel of the side views [cm].
@@ -175,13 +168,14 @@ private:
     plot.DrawAxes();
     fPicture.Text({12, top - 44}, "One cell of \"" + part.fName + "\"",
                   {24, colour::kText, Align::kLeft, true});
-    fPicture.Text({kRight, top - 11}, CellText(part, axis), {21, colour::kText, Align::kRight});
+    fPicture.Text({kRight, top - 16}, CellText(part, axis), {21, colour::kText, Align::kRight});
   }
 
   static std::string CellText(const Part& part, unsigned axis) {
-    const bool both = part.fCount[1 - axis] > 0;
-    std::string text = Text("%.4g × %.4g × %.4g cm", part.fWidth[axis],
-                            both ? part.fWidth[1 - axis] : part.fSize[1 - axis], part.fSize[2]);
+    double size[2];
+    size[axis] = part.fWidth[axis];
+    size[1 - axis] = part.fCount[1 - axis] > 0 ? part.fWidth[1 - axis] : part.fSize[1 - axis];
+    std::string text = Text("x %.4g, y %.4g, z %.4g cm", size[0], size[1], part.fSize[2]);
     if (part.fWall > 0) text += Text(", wall %.4g cm", part.fWall);
     if (part.fGap > 0) text += Text(", gap %.4g cm", part.fGap);
     return text;

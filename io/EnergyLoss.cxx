@@ -93,7 +93,7 @@ public:
   static constexpr double kWidth = 640; // pixels
 
 private:
-  static constexpr double kLeft = 76;
+  static constexpr double kLeft = 86;
   static constexpr double kRight = kWidth - 20;
   static constexpr double kPlotHeight = 380;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -7,13 +8,16 @@
 namespace kelvo {
 
 /// Counts of positive numbers in bins of equal ratio, from which quantiles follow within 0.5 % in
-/// constant memory. Numbers outside of 1e-4 to 1e4 count as the outermost bins.
+/// constant memory, exactly where all numbers are equal. Numbers outside of 1e-4 to 1e4 count as
+/// the outermost bins.
 class LogHistogram {
 public:
   void Add(double value) {
     const double bin = value > kLow ? std::floor(std::log(value / kLow) / kStep) : 0;
     ++fCounts[bin < kBins ? static_cast<std::size_t>(bin) : kBins - 1];
     ++fEntries;
+    fLeast = std::min(fLeast, value);
+    fMost = std::max(fMost, value);
   }
 
   unsigned long long Entries() const { return fEntries; }
@@ -27,7 +31,7 @@ public:
     for (std::size_t bin = 0; bin < kBins; ++bin) {
       below += fCounts[bin];
       if (static_cast<double>(below) >= share * static_cast<double>(fEntries) && below > 0)
-        return kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep);
+        return std::clamp(kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep), fLeast, fMost);
     }
     return std::numeric_limits<double>::quiet_NaN();
   }
@@ -39,6 +43,8 @@ private:
 
   std::array<unsigned long long, kBins> fCounts{};
   unsigned long long fEntries = 0;
+  double fLeast = std::numeric_limits<double>::infinity();
+  double fMost = -std::numeric_limits<double>::infinity();
 };
 
 } // namespace kelvo

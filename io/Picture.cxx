@@ -22,8 +22,9 @@ namespace {
 // A file for the time of a function.
 class ScratchFile {
 public:
-  ScratchFile() : fName((std::filesystem::temp_directory_path() / "kelvo-XXXXXX").string()) {
-    const int descriptor = mkstemp(fName.data());
+  explicit ScratchFile(const std::string& ending)
+      : fName((std::filesystem::temp_directory_path() / "kelvo-XXXXXX").string() + ending) {
+    const int descriptor = mkstemps(fName.data(), static_cast<int>(ending.size()));
     if (descriptor < 0)
       throw FileError(fName +
                       ": a temporary file cannot be made; TMPDIR may name a folder that allows it");
@@ -43,6 +44,25 @@ std::string WholeFile(const std::string& name) {
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
+}
+
+// ROOT gives a PDF the name of the file as it is drawn for title, which readers show. Another one
+// of the same length keeps the places of what follows.
+std::string TitledPdf(std::string pdf, const std::string& title) {
+  const std::string begin = "/Title (";
+  const std::size_t from = pdf.find(begin);
+  if (from == std::string::npos) return pdf;
+  const std::size_t end = pdf.find('\n', from);
+  std::string line = begin + title.substr(0, end - from - begin.size() - 1) + ')';
+  line.resize(end - from, ' ');
+  return pdf.replace(from, line.size(), line);
+}
+
+// What needs no escape in a text of a PDF.
+std::string PlainWord(std::string text) {
+  for (char& c : text)
+    if (c < ' ' || c > '~' || c == '(' || c == ')' || c == '\\') c = '_';
+  return text;
 }
 
 std::string Ending(const std::string& file) {
@@ -79,33 +99,36 @@ void Picture::Text(Point at, std::string text, const TextStyle& style) {
   if (!text.empty()) fTexts.push_back({at, Printable(text), style});
 }
 
-std::string Picture::SvgFrom(const std::string& scratch) const {
-  PictureCanvas canvas(*this, "svg");
-  canvas.Print(scratch);
-  return MendedSvg(WholeFile(scratch), fWidth, fHeight, fTitle);
+std::string Picture::Drawn(const std::string& format) const {
+  const ScratchFile scratch('.' + format); // ROOT knows some formats by the ending alone
+  PictureCanvas canvas(*this, format);
+  canvas.Print(scratch.Name());
+  const std::string drawn = WholeFile(scratch.Name());
+  // ROOT does not tell what it could not write; each format ends with a sign of its own.
+  const std::string end = format == "svg" ? "</svg>" : format == "png" ? "IEND" : "%%EOF";
+  if (drawn.size() < 16 || drawn.find(end, drawn.size() - 16) == std::string::npos)
+    throw FileError(scratch.Name() +
+                    ": a temporary file could not be written completely; TMPDIR may name a folder "
+                    "with space for it");
+  return format == "svg" ? MendedSvg(drawn, fWidth, fHeight, fTitle) : drawn;
 }
 
 std::string Picture::Svg() const {
-  const ScratchFile scratch;
-  return SvgFrom(scratch.Name());
+  return Drawn("svg");
 }
 
 void Picture::Save(const std::string& file) const {
   CheckName(file);
-  const std::string ending = Ending(file);
+  const std::string format = Ending(file).substr(1);
   PendingFile pending(file);
-  // ROOT knows some formats by the ending alone.
-  const std::string drawn = pending.Partial() + ending;
-  if (ending == ".svg") {
-    const std::string svg = SvgFrom(drawn);
-    std::ofstream out(drawn, std::ios::binary | std::ios::trunc);
-    out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" << svg << '\n';
-  } else {
-    PictureCanvas(*this, ending.substr(1)).Print(drawn);
-  }
-  std::error_code error;
-  std::filesystem::rename(drawn, pending.Partial(), error);
-  if (error) throw FileError(file + ": could not be written; is the disk full?");
+  std::string content = Drawn(format);
+  if (format == "svg") content = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + content + '\n';
+  if (format == "pdf")
+    content = TitledPdf(content, PlainWord(std::filesystem::path(file).stem().string()));
+  std::ofstream out(pending.Partial(), std::ios::binary | std::ios::trunc);
+  out << content;
+  out.close();
+  if (!out) throw FileError(file + ": could not be written completely; is the disk full?");
   pending.Commit();
 }
 

@@ -121,7 +121,7 @@ private:
   };
   friend class PictureCanvas;
 
-  std::string SvgFrom(const std::string& scratch) const;
+  std::string Drawn(const std::string& format) const;
 
   double fWidth;
   double fHeight;

@@ -133,13 +133,20 @@ void Plot::DrawAxes() {
     fPicture.Text({std::min(at.fX, most), Bottom() + 26}, tick.fText,
                   {kNumberSize, colour::kText, Align::kCentre});
   }
-  for (const Tick& tick : Ticks(fY, (Bottom() - Top()) / kSpaceOfRow)) {
+  const std::vector<Tick> rows = Ticks(fY, (Bottom() - Top()) / kSpaceOfRow);
+  // Numbers of many digits are written smaller, so that they stay in the picture.
+  double widest = 0;
+  for (const Tick& tick : rows)
+    if (!tick.fText.empty()) widest = std::max(widest, TextWidth(tick.fText, {kNumberSize}));
+  const double room = Left() - 12;
+  const double size = widest > room ? kNumberSize * room / widest : kNumberSize;
+  for (const Tick& tick : rows) {
     const Point at = At(fX.fLow, tick.fValue);
     const double length = tick.fText.empty() ? kTick / 2 : kTick;
     fPicture.Line({{Left(), at.fY}, {Left() + length, at.fY}}, frame);
     if (fY.fNumbers)
-      fPicture.Text({Left() - 8, at.fY + 8}, tick.fText,
-                    {kNumberSize, colour::kText, Align::kRight});
+      fPicture.Text({Left() - 8, at.fY + 0.36 * size}, tick.fText,
+                    {size, colour::kText, Align::kRight});
   }
   fPicture.Line(
       {{Left(), Top()}, {Right(), Top()}, {Right(), Bottom()}, {Left(), Bottom()}, {Left(), Top()}},
@@ -147,7 +154,7 @@ void Plot::DrawAxes() {
   if (!fX.fTitle.empty())
     fPicture.Text({Right(), Bottom() + 54}, fX.fTitle, {kTitleSize, colour::kText, Align::kRight});
   if (!fY.fTitle.empty())
-    fPicture.Text({std::max(Left() - 52, 4.), Top() - 11}, fY.fTitle, {kTitleSize});
+    fPicture.Text({std::max(Left() - 52, 4.), Top() - 16}, fY.fTitle, {kTitleSize});
 }
 
 void Plot::Line(const std::vector<Point>& points, const LineStyle& style) {

@@ -2,6 +2,7 @@
 
 #include "io/Detector.h"
 #include "io/FileError.h"
+#include "io/FormattedText.h"
 #include "io/Particles.h"
 #include "io/ReportData.h"
 #include "io/ReportPlots.h"
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -52,7 +52,7 @@ th { font-weight: 600; color: var(--soft) }
 th:first-child, td:first-child, td.text, th.text { text-align: left }
 td { white-space: nowrap }
 td.text { white-space: normal; min-width: 14em }
-@media (max-width: 600px) { table { font-size: .85em } th, td { padding-right: .6em } }
+@media (max-width: 600px) { table { font-size: .8em } th, td { padding-right: .5em } }
 pre { background: var(--card); padding: .8em; border-radius: 6px; overflow-x: auto; font-size: .85em;
   white-space: pre-wrap; overflow-wrap: anywhere }
 code { overflow-wrap: anywhere }
@@ -67,15 +67,17 @@ figcaption p { margin: .3em 0 }
 </style>
 )";
 
-template <typename... Values>
-std::string Text(const char* format, Values... values) {
-  char text[300];
-  std::snprintf(text, sizeof text, format, values...);
-  return text;
-}
-
 std::string Number(double value, const char* unit = "") {
   return std::isfinite(value) ? Text("%.4g%s", value, unit) : "–";
+}
+
+std::string Probability(double value) {
+  return std::isfinite(value) ? Text("%.2g", value) : "–";
+}
+
+std::string Signed(double value) {
+  const std::string text = Text("%.3f", std::abs(value));
+  return value < 0 && text != "0.000" ? "−" + text : text;
 }
 
 std::string Safe(const std::string& text) {
@@ -100,6 +102,13 @@ std::string Option(const std::string& options, const std::string& name) {
   if (at == std::string::npos) return "";
   const std::size_t begin = at + name.size() + 3;
   return options.substr(begin, options.find('\n', begin) - begin);
+}
+
+// A list of names without what encloses them there.
+std::string Listed(std::string list) {
+  list.erase(std::remove(list.begin(), list.end(), '"'), list.end());
+  const bool isEnclosed = list.size() > 1 && list.front() == '[' && list.back() == ']';
+  return isEnclosed ? list.substr(1, list.size() - 2) : list;
 }
 
 class Page {
@@ -132,6 +141,11 @@ private:
         "<a href=\"#failures\">Failed tracks</a></nav>\n";
   }
 
+  bool IsBeam() const {
+    const std::string beam = Option(fFits.Text("options"), "beam_momentum");
+    return !beam.empty() && beam != "0";
+  }
+
   void Section(const char* id, const char* title) {
     fHtml += Text("<h2 id=\"%s\">%s</h2>\n", id, title);
   }
@@ -146,7 +160,7 @@ private:
     const std::string& command = fFits.Text("command");
     fHtml += "<dl>\n";
     if (!command.empty()) AddItem("command", "<code>" + Safe(command) + "</code>");
-    AddItem("hits from", Safe(Option(options, "hits")));
+    AddItem("hits from", Safe(Listed(Option(options, "hits"))));
     AddItem("fits in", Safe(fFits.File()));
     AddItem("version", "kelvo " + Safe(fFits.Text("version")));
     if (fDetector)
@@ -154,9 +168,8 @@ private:
               Safe(fDetector->Name()) + Text(", %zu planes", fDetector->Planes().size()));
     else
       AddItem("detector", Safe(fFits.Text("detector")));
-    const std::string beam = Option(options, "beam_momentum");
-    AddItem("particles", beam.empty() || beam == "0" ? "stop in the detector"
-                                                     : "a beam of " + Safe(beam) + " GeV/c");
+    AddItem("particles", IsBeam() ? "a beam of " + Safe(Option(options, "beam_momentum")) + " GeV/c"
+                                  : "stop in the detector");
     fHtml += "</dl>\n";
     AddDetails("All options", options);
     if (fDetector) AddDetails("The detector's description", fDetector->Text());
@@ -176,14 +189,14 @@ private:
       AddCount(std::string("not fitted: ") + StatusWords(status), failure.fCount);
     fHtml +=
         "</table></div>\n<p>The fits, by hypothesis. Chi-square is that of hits and kinks in both "
-        "views; the last three columns are medians.</p>\n<div class=\"wide\"><table>\n<tr>"
-        "<th>hypothesis</th><th>fitted</th><th>best</th><th>χ²/ndf</th><th>probability</th>"
-        "<th>p [GeV/c]</th></tr>\n";
+        "views, prob. the probability of a larger one; the last three columns are medians.</p>\n"
+        "<div class=\"wide\"><table>\n<tr><th>as</th><th>fitted</th><th>best</th><th>χ²/ndf</th>"
+        "<th>prob.</th><th>p [GeV/c]</th></tr>\n";
     for (const HypothesisReport& hypothesis : fReport.fHypotheses)
       fHtml += "<tr><td>" + ParticleWord(hypothesis.fPDG) +
                Text("</td><td>%llu</td><td>%llu</td><td>", hypothesis.fFitted, hypothesis.fBest) +
                Number(hypothesis.fChi2PerNDF.Median()) + "</td><td>" +
-               Number(hypothesis.fProb.Median()) + "</td><td>" +
+               Probability(hypothesis.fProb.Median()) + "</td><td>" +
                Number(hypothesis.fMomentum.Median()) + "</td></tr>\n";
     fHtml += "</table></div>\n<p>Median length of the fitted tracks: " +
              Number(fReport.fLength.Median(), " cm") + "</p>\n";
@@ -254,16 +267,26 @@ private:
     for (std::size_t v = 0; v < 2; ++v) {
       text += v == 0 ? "x view: " : "; y view: ";
       if (gaussians[v].fFitted)
-        text += Text("width %.3f ± %.3f, mean %.3f ± %.3f", gaussians[v].fWidth,
-                     gaussians[v].fWidthError, gaussians[v].fMean, gaussians[v].fMeanError);
+        text += Text("width %.3f ± %.3f, mean ", gaussians[v].fWidth, gaussians[v].fWidthError) +
+                Signed(gaussians[v].fMean) + Text(" ± %.3f", gaussians[v].fMeanError);
       else
-        text += "too few entries for a Gaussian";
+        text += "no Gaussian can be fitted";
       if (views[v].Outside() > 0) text += Text(", %llu outside of the plot", views[v].Outside());
     }
     return text + ".";
   }
 
   void AddParticles() {
+    if (!IsBeam()) AddRanges();
+    AddPlot(DrawByHypothesis(fReport, Chi2Of, "Chi-square per degree of freedom",
+                             "chi-square / degrees of freedom"),
+            "Good: around 1 for the true particle, wider or shifted for the others; fits of 4 and "
+            "more count in the last bin.");
+    if (fReport.fHypotheses.size() > 1) AddComparison();
+  }
+
+  // Both follow from where the particles stop.
+  void AddRanges() {
     AddPlot(DrawByHypothesis(fReport, MomentumOf, "Momentum at the first hit", "momentum [GeV/c]"),
             "Good: what the source of the particles gives, without spikes; each track counts for "
             "its best hypothesis.");
@@ -271,20 +294,16 @@ private:
         DrawByHypothesis(fReport, LengthOf, "Range", "length from the first hit to the end [cm]"),
         "Good: smooth up to the size of the detector; a spike there means particles that left "
         "it instead of stopping.");
-    AddPlot(DrawByHypothesis(fReport, Chi2Of, "Chi-square per degree of freedom",
-                             "chi-square / degrees of freedom"),
-            "Good: around 1 for the true particle, wider or shifted for the others; fits of 4 and "
-            "more count in the last bin.");
-    if (fReport.fHypotheses.size() > 1) {
-      AddPlot(
-          DrawBestShares(fReport),
-          "Good: as many of each as there are in the source; muon and pion are so close in mass "
-          "that they are often taken for each other.");
-      AddPlot(DrawByHypothesis(fReport, LeadOf, "Lead of the best hypothesis",
-                               "log-likelihood: best minus second best"),
-              "Good: far from 0, where the choice is clear; below 1 it is little better than "
-              "chance; leads of 6 and more count in the last bin.");
-    }
+  }
+
+  void AddComparison() {
+    AddPlot(DrawBestShares(fReport),
+            "Good: as many of each as there are in the source; muon and pion are so close in mass "
+            "that they are often taken for each other.");
+    AddPlot(DrawByHypothesis(fReport, LeadOf, "Lead of the best hypothesis",
+                             "log-likelihood: best minus second best"),
+            "Good: far from 0, where the choice is clear; below 1 it is little better than "
+            "chance; leads of 6 and more count in the last bin.");
   }
 
   static const Histogram* MomentumOf(const HypothesisReport& h) {
@@ -310,8 +329,8 @@ private:
     for (std::size_t view = 0; view < 2; ++view)
       AddPlot(
           DrawResidualMap(fReport, *fDetector, view),
-          "Good: pale throughout; a plane whose colour changes from end to end is turned or has "
-          "another pitch than described.");
+          "Good: pale nearly everywhere, since a mean is compared with its error; a plane whose "
+          "colour changes from end to end is turned or has another pitch than described.");
   }
 
   void AddDisplays() {
@@ -330,12 +349,10 @@ private:
     for (std::size_t i = 0; i < kTracksOfAKind; ++i) {
       add(fReport.fBestTracks, i,
           "One of the best: hits and track agree; if they agree far better than the error bars "
-          "say, "
-          "the bars are too long.");
+          "say, the bars are too long.");
       add(fReport.fTypicalTracks, i,
           "A typical one: good are hits on both sides of the track and pulls mostly within the "
-          "grey "
-          "band of 1.");
+          "grey band of 1.");
       add(fReport.fWorstTracks, i,
           "One of the worst: look for a hit of another particle, a decay or a scatter that the "
           "model does not know.");

@@ -227,6 +227,10 @@ double ResidualSum::Width() const {
   return std::sqrt(std::max(0., fSquares / static_cast<double>(fN) - Mean() * Mean()));
 }
 
+double ResidualSum::Error() const {
+  return fN > 0 ? Width() / std::sqrt(static_cast<double>(fN)) : 0;
+}
+
 ReportData GatherReport(FitReader& fits, const geo::PlaneDetector* detector) {
   ReportData report;
   ScalarPass scalars(report);

@@ -49,6 +49,7 @@ struct ResidualSum {
   }
   double Mean() const;  ///< [cm]; 0 without entries
   double Width() const; ///< standard deviation [cm]; 0 without entries
+  double Error() const; ///< of the mean [cm]; 0 without entries
 };
 
 /// Residuals of one plane in one view, in all and by the coordinate that it measures.

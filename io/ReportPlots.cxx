@@ -1,5 +1,6 @@
 #include "io/ReportPlots.h"
 
+#include "io/FormattedText.h"
 #include "io/Particles.h"
 #include "io/Plot.h"
 
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace kelvo {
 
@@ -24,13 +24,6 @@ constexpr double kBottom = kHeight - 64;
 
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
 const char* const kViewName[] = {"x view", "y view"};
-
-template <typename... Values>
-std::string Text(const char* format, Values... values) {
-  char text[200];
-  std::snprintf(text, sizeof text, format, values...);
-  return text;
-}
 
 std::string HypothesisColour(int pdg) {
   const Particle* particle = FindParticle(pdg);
@@ -149,30 +142,19 @@ std::pair<double, double> Column(const ReportData& report, const geo::PlaneDetec
 }
 
 constexpr unsigned long long kEnough = 10; // residuals for a mean that is worth a colour
+constexpr double kMapScale = 5;            // errors of a mean that make the full colour
 
-// The largest mean of any part of a plane, the outermost five percent left out.
-double MapScale(const ReportData& report, std::size_t view) {
-  std::vector<double> means;
-  for (const PlaneResiduals& plane : report.fResiduals[view])
-    for (const ResidualSum& part : plane.fByPosition)
-      if (part.fN >= kEnough) means.push_back(std::abs(part.Mean()));
-  if (means.empty()) return 1;
-  std::sort(means.begin(), means.end());
-  const double scale = means[(means.size() - 1) * 95 / 100];
-  return scale > 0 ? scale : 1;
-}
-
-void DrawColourScale(Picture& picture, double scale) {
+void DrawColourScale(Picture& picture) {
   constexpr double kWide = 22;
   double x = kLeft;
-  picture.Text({12, 62}, "mean residual [cm], grey: too few hits", {22});
+  picture.Text({12, 62}, "mean residual / its error, grey: too few hits", {22});
   const TextStyle small{21};
-  const std::string low = "−" + Text("%.2g", scale);
-  picture.Text({x, 92}, low, small);
-  x += TextWidth(low, small) + 10;
+  const std::string end = Text("%g", kMapScale);
+  picture.Text({x, 92}, "−" + end, small);
+  x += TextWidth("−" + end, small) + 10;
   for (int step = -5; step <= 5; ++step, x += kWide)
     picture.Box({x, 76}, {x + kWide, 94}, DivergingStep(step / 5.));
-  picture.Text({x + 10, 92}, Text("+%.2g", scale), small);
+  picture.Text({x + 10, 92}, "+" + end, small);
 }
 
 } // namespace
@@ -192,9 +174,14 @@ Gaussian FitGaussian(const Histogram& histogram) {
   bell.SetParameters(counts.GetMaximum(), counts.GetMean(), counts.GetStdDev());
   const TFitResultPtr result = counts.Fit(&bell, "Q N 0 L S");
   if (static_cast<int>(result) != 0) return gaussian;
+  const double mean = bell.GetParameter(1);
+  const double halfRange = (histogram.High() - histogram.Low()) / 2;
+  if (mean < histogram.Low() || mean > histogram.High() ||
+      std::abs(bell.GetParameter(2)) > halfRange)
+    return gaussian;
   return {true,
           bell.GetParameter(0),
-          bell.GetParameter(1),
+          mean,
           bell.GetParError(1),
           std::abs(bell.GetParameter(2)),
           bell.GetParError(2)};
@@ -307,7 +294,7 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
     if (sum.fN == 0) continue;
     const double at = detector.Planes()[i].ZMid();
     means.push_back({at, sum.Mean()});
-    errors.push_back(sum.Width() / std::sqrt(static_cast<double>(sum.fN)));
+    errors.push_back(sum.Error());
     upper.push_back({at, sum.Mean() + sum.Width()});
     lower.push_back({at, sum.Mean() - sum.Width()});
     most =
@@ -339,7 +326,6 @@ Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& dete
       Titled(std::string("Residuals across each plane, ") + kViewName[view], kMapHeight);
   const Axis z = AlongZ(report, detector, view);
   Plot plot(picture, {kLeft, kMapTop}, {kRight, kMapHeight - 64}, z, AcrossPlanes(detector, view));
-  const double scale = MapScale(report, view);
   for (std::size_t i = 0; i < detector.Planes().size(); ++i) {
     const PlaneResiduals& plane = report.fResiduals[view][i];
     const geo::CellRow& cells = detector.Planes()[i].fCells[view];
@@ -350,13 +336,13 @@ Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& dete
     plot.Box({low, first}, {high, first + part * PlaneResiduals::kParts}, colour::kLightGrey);
     for (std::size_t k = 0; k < PlaneResiduals::kParts; ++k) {
       const ResidualSum& sum = plane.fByPosition[k];
-      if (sum.fN < kEnough) continue;
+      if (sum.fN < kEnough || sum.Error() == 0) continue;
       const double u = first + static_cast<double>(k) * part;
-      plot.Box({low, u}, {high, u + part}, DivergingStep(sum.Mean() / scale));
+      plot.Box({low, u}, {high, u + part}, DivergingStep(sum.Mean() / sum.Error() / kMapScale));
     }
   }
   plot.DrawAxes();
-  DrawColourScale(picture, scale);
+  DrawColourScale(picture);
   return picture;
 }
 

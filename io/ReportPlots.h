@@ -10,7 +10,7 @@ namespace kelvo {
 
 /// A Gaussian that was fitted to a histogram.
 struct Gaussian {
-  bool fFitted = false; ///< false: there were too few entries
+  bool fFitted = false; ///< false: too few entries, or none whose middle and width show
   double fHeight = 0;
   double fMean = 0;
   double fMeanError = 0;
@@ -18,7 +18,8 @@ struct Gaussian {
   double fWidthError = 0;
 };
 
-/// Fits by maximum likelihood; at least 20 entries are needed.
+/// Fits by maximum likelihood; at least 20 entries are needed, with the mean within the histogram
+/// and a width of no more than half of it.
 Gaussian FitGaussian(const Histogram& histogram);
 
 /// Draws histograms of both views with their Gaussians.
@@ -42,7 +43,7 @@ Picture DrawBestShares(const ReportData& report);
 Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector& detector,
                              std::size_t view);
 
-/// Draws the mean residual of one view in parts of each plane, as a map.
+/// Draws the mean residual of one view over its error in parts of each plane, as a map.
 Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& detector,
                         std::size_t view);
 

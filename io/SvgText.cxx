@@ -1,6 +1,7 @@
 #include "io/SvgText.h"
 
 #include <TText.h>
+#include <TVirtualPad.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -156,16 +157,20 @@ std::string ForMeasuring(const std::string& text) {
 // ROOT's unit of measurement depends on the canvas; the letter m, 833 thousandths wide in the plain
 // font and 889 in the bold one, gives the scale (Adobe font metrics of Helvetica).
 double RelativeWidth(const std::string& text, bool bold) {
-  const auto width = [bold](const std::string& measured) {
-    TText object(0, 0, measured.c_str());
+  constexpr double kPixels = 200; // widths of letters are rounded to whole ones
+  const auto size = static_cast<float>(kPixels / std::min(gPad->GetWw(), gPad->GetWh()));
+  const auto width = [bold, size](const std::string& measured) {
+    TText object(0, 0, "");
     object.SetTextFont(bold ? 62 : 42);
-    object.SetTextSize(0.2f);
+    object.SetTextSize(size);
     unsigned w = 0;
     unsigned h = 0;
-    object.GetTextExtent(w, h, measured.c_str());
+    // Between bars, since ROOT leaves out what is empty at both ends.
+    object.GetTextExtent(w, h, ('|' + measured + '|').c_str());
     return static_cast<double>(w);
   };
-  return (bold ? 8.89 : 8.33) * width(ForMeasuring(text)) / width("mmmmmmmmmm");
+  const double bars = width("");
+  return (bold ? 8.89 : 8.33) * (width(ForMeasuring(text)) - bars) / (width("mmmmmmmmmm") - bars);
 }
 
 std::string MendedSvg(const std::string& svg, double width, double height,

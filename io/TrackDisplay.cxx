@@ -1,12 +1,12 @@
 #include "io/TrackDisplay.h"
 
 #include "io/FittedTrack.h"
+#include "io/FormattedText.h"
 #include "io/Particles.h"
 #include "io/Plot.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,11 +15,11 @@ namespace kelvo {
 namespace {
 
 constexpr double kWidth = 640; // pixels, as all that follow
-constexpr double kLeft = 72;
+constexpr double kLeft = 86;
 constexpr double kRight = kWidth - 14;
 constexpr double kViewHeight = 300;
 constexpr double kPanelHeight = 160;
-constexpr double kAbovePanel = 44;
+constexpr double kAbovePanel = 50;
 constexpr double kBelowNumbers = 62;
 
 const LineStyle kTrackLine{colour::kBlue, 2};
@@ -28,13 +28,6 @@ const LineStyle kHitBar{colour::kBlack, 1};
 const MarkStyle kHitMark{Mark::kDisc, colour::kBlack, 7};
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
 const Mark kViewMark[] = {Mark::kDisc, Mark::kOpenSquare};
-
-template <typename... Values>
-std::string Text(const char* format, Values... values) {
-  char text[200];
-  std::snprintf(text, sizeof text, format, values...);
-  return text;
-}
 
 // Draws one track; the picture grows from the top to the bottom.
 class TrackDrawing {
@@ -79,7 +72,7 @@ private:
     fPicture.Text({12, 70},
                   Text("χ²/ndf = %.1f/%d   (probability %.2g)", chi2, fRow.fNDF, fRow.fProb));
     fPicture.Text({12, 102}, Text("momentum %.4g GeV/c at the first hit", fRow.fP));
-    return 102 +
+    return 126 +
            DrawLegend(fPicture, {12, 142}, kRight,
                       {{LegendEntry::kMark, "hit", colour::kBlack},
                        {LegendEntry::kLine, "fitted track", colour::kBlue, {}, kTrackLine},
@@ -224,7 +217,7 @@ private:
     };
     double most = pulls ? 2.5 : 1e-6;
     for (std::size_t i = 0; i < fRow.fHitZ.size(); ++i)
-      most = std::max(most, std::abs(value(i)) + bar(i));
+      most = std::max({most, std::abs(value(i)) + bar(i), pulls ? 0 : HitUncertainty(fRow, i)});
     Plot plot(fPicture, {kLeft, top}, {kRight, top + kPanelHeight},
               {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls}, {-1.1 * most, 1.1 * most, title});
     if (pulls) plot.Box({fLow, -1}, {fHigh, 1}, colour::kPaleGrey);
@@ -239,7 +232,7 @@ private:
       plot.Marks(points, {kViewMark[view], kViewColour[view], 8});
     }
     plot.DrawAxes();
-    DrawLegend(fPicture, {kRight - 230, top - 11}, kRight,
+    DrawLegend(fPicture, {kRight - 230, top - 16}, kRight,
                {{LegendEntry::kMark, "x view", kViewColour[0], kViewMark[0]},
                 {LegendEntry::kMark, "y view", kViewColour[1], kViewMark[1]}});
   }

@@ -6,14 +6,18 @@
 #include "io/FileError.h"
 #include "io/MaterialBudget.h"
 #include "io/Picture.h"
+#include "io/Plot.h"
 #include "io/SvgText.h"
 #include "test/SvgShapes.h"
 #include "test/TempFolder.h"
 
 #include <TGeoMaterial.h>
+#include <TImage.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <cmath>
+#include <memory>
 
 namespace {
 
@@ -85,6 +89,125 @@ TEST(Picture, IsStoredInTheFormatOfItsEnding) {
   EXPECT_EQ(folder.Read("a.png").substr(0, 4), "\x89PNG");
   EXPECT_EQ(folder.Read("a.PDF").substr(0, 5), "%PDF-");
   EXPECT_EQ(folder.Files(), 3);
+}
+
+// What a PDF draws: its streams, uncompressed.
+std::string PdfContent(const std::string& pdf) {
+  std::string content;
+  const std::string begin = "stream\n";
+  for (std::size_t at = pdf.find(begin); at != std::string::npos; at = pdf.find(begin, at + 1)) {
+    if (pdf.compare(at - 3, 3, "end") == 0) continue;
+    std::vector<char> out(1 << 20);
+    uLongf size = out.size();
+    const auto* in = reinterpret_cast<const Bytef*>(pdf.data() + at + begin.size());
+    uncompress(reinterpret_cast<Bytef*>(out.data()), &size, in, pdf.size() - at - begin.size());
+    content.append(out.data(), size);
+  }
+  return content;
+}
+
+// A text of a PDF, with the place of its left end and its size [points].
+struct PdfText {
+  std::string fText;
+  double fX;
+  double fSize;
+};
+
+std::vector<PdfText> PdfTexts(const std::string& pdf) {
+  std::vector<PdfText> texts;
+  const std::string content = PdfContent(pdf);
+  for (std::size_t at = content.find(" cm BT"); at != std::string::npos;
+       at = content.find(" cm BT", at + 1)) {
+    PdfText text;
+    double y = 0;
+    const std::size_t matrix = content.rfind("1 0 0 1 ", at);
+    const std::size_t open = content.find('(', at);
+    if (std::sscanf(content.c_str() + matrix, "1 0 0 1 %lf %lf", &text.fX, &y) != 2 ||
+        std::sscanf(content.c_str() + at, " cm BT /F%*d %lf", &text.fSize) != 1)
+      ADD_FAILURE() << content.substr(matrix, 80);
+    text.fText = content.substr(open + 1, content.find(") Tj", open) - open - 1);
+    texts.push_back(text);
+  }
+  return texts;
+}
+
+// Widths of Helvetica's and Symbol's letters: Adobe's font metrics, thousandths of the size.
+TEST(Picture, HasSignsOtherThanLettersInTheirOrderInAPdf) {
+  const test::TempFolder folder;
+  kelvo::Picture picture(300, 200, "");
+  picture.Text({10, 50}, "−10⁻³ ± 1σ, 2 × ö");
+  picture.Save(folder.Path("a.pdf"));
+  const std::vector<PdfText> texts = PdfTexts(folder.Read("a.pdf"));
+  ASSERT_EQ(texts.size(), 5u);
+  EXPECT_EQ(texts[0].fText,
+            "\x96"
+            "10");
+  EXPECT_EQ(texts[1].fText,
+            "\x96"
+            "3");
+  EXPECT_EQ(texts[2].fText, " \xb1 1");
+  EXPECT_EQ(texts[3].fText, "s");
+  EXPECT_EQ(texts[4].fText, ", 2 \xd7 \xf6");
+  EXPECT_LT(texts[1].fSize, 0.8 * texts[0].fSize);
+  const double size = texts[0].fSize;
+  const double tolerance = 0.04 * size;
+  EXPECT_NEAR(texts[1].fX - texts[0].fX, 3 * 0.556 * size, tolerance);
+  EXPECT_NEAR(texts[2].fX - texts[1].fX, 2 * 0.556 * texts[1].fSize, tolerance);
+  EXPECT_NEAR(texts[3].fX - texts[2].fX, (2 * 0.278 + 0.584 + 0.556) * size, tolerance);
+  EXPECT_NEAR(texts[4].fX - texts[3].fX, 0.603 * size, tolerance);
+}
+
+TEST(Picture, EndsATextOfSeveralPartsWhereItShould) {
+  const test::TempFolder folder;
+  kelvo::Picture picture(300, 200, "");
+  picture.Text({200, 50}, "mmm ² mmm", {20, "#000000", kelvo::Align::kCentre});
+  picture.Text({200, 90}, "mmm ² mmm", {20, "#000000", kelvo::Align::kRight});
+  picture.Text({200, 130}, "m");
+  picture.Save(folder.Path("a.pdf"));
+  const std::vector<PdfText> texts = PdfTexts(folder.Read("a.pdf"));
+  ASSERT_EQ(texts.size(), 7u);
+  const double size = texts[0].fSize;
+  const double width = (6 * 0.833 + 2 * 0.278) * size + 0.556 * texts[1].fSize;
+  EXPECT_NEAR(texts[6].fX - texts[0].fX, width / 2, 0.05 * size);
+  EXPECT_NEAR(texts[6].fX - texts[3].fX, width, 0.05 * size);
+}
+
+TEST(Picture, NamesAPdfAfterItsFile) {
+  const test::TempFolder folder;
+  SmallPicture().Save(folder.Path("tr(a)ck.pdf"));
+  const std::string pdf = folder.Read("tr(a)ck.pdf");
+  EXPECT_NE(pdf.find("/Title (tr_a_ck) "), std::string::npos);
+  EXPECT_EQ(pdf.find("kelvo-"), std::string::npos);
+}
+
+// A line of many points, as curves are.
+TEST(Picture, DashesCurvesInAPng) {
+  constexpr double kPeriod[] = {9, 37.5}; // pixels; a dash and a gap
+  const kelvo::Dash dashes[] = {kelvo::Dash::kDashed, kelvo::Dash::kLongDashed};
+  const test::TempFolder folder;
+  for (std::size_t k = 0; k < 2; ++k) {
+    kelvo::Picture picture(400, 100, "");
+    std::vector<kelvo::Point> points;
+    for (double x = 10; x <= 385; x += 0.5) points.push_back({x, 50});
+    picture.Line(points, {"#000000", 3, dashes[k]});
+    picture.Save(folder.Path("a.png"));
+    const std::unique_ptr<TImage> image(TImage::Open(folder.Path("a.png").c_str()));
+    ASSERT_TRUE(image && image->IsValid());
+    const UInt_t width = image->GetWidth();
+    const UInt_t* row = image->GetArgbArray() + (image->GetHeight() / 2) * width;
+    int begins = 0;
+    for (UInt_t x = 1; x < width; ++x)
+      begins += (row[x] & 0xff) < 0x80 && (row[x - 1] & 0xff) >= 0x80;
+    EXPECT_NEAR(begins, 375 / kPeriod[k], 1);
+  }
+}
+
+// Coordinates of a precise detector far from the axis.
+TEST(Plot, KeepsLongNumbersWithinThePicture) {
+  kelvo::Picture picture(640, 400, "");
+  kelvo::Plot(picture, {86, 60}, {620, 330}, {0, 1, "z [cm]"}, {-1000.00012, -1000.00004, "x [cm]"})
+      .DrawAxes();
+  ExpectTextsInside(picture.Svg());
 }
 
 TEST(Picture, RefusesOtherEndings) {

@@ -1,11 +1,11 @@
 // The report: its numbers against the rows it is made from, and a page that holds nothing but what
 // was meant.
 
-#include "io/FitWriter.h"
 #include "io/HitReader.h"
 #include "io/Report.h"
 #include "io/ReportData.h"
 #include "io/ReportPlots.h"
+#include "test/FitsFiles.h"
 #include "test/SvgShapes.h"
 #include "test/TempFolder.h"
 #include "track/TrackFitter.h"
@@ -47,28 +47,16 @@ const std::vector<FitRow>& Rows() {
 
 class Report : public testing::Test {
 protected:
-  std::string Write(std::vector<FitRow> rows, bool withVectors = true,
-                    const std::string& detector = Detector().Text()) {
-    const std::string name = fFolder.Path("fits.root");
-    kelvo::PendingFile file(name);
+  std::string Write(const std::vector<FitRow>& rows, bool withVectors = true,
+                    const std::string& detector = Detector().Text(),
+                    const std::string& beam = "0") {
     kelvo::FitWriterOptions options;
     options.fWithVectors = withVectors;
     options.fTexts = {{"detector", detector},
-                      {"options", "hits = [\"a.csv\"]\nbeam_momentum = 0\n"},
+                      {"options", "hits = [\"a.csv\", \"b.csv\"]\nbeam_momentum = " + beam + "\n"},
                       {"version", "1.2.3"},
                       {"command", std::string("kelvo fit ") + kEvil}};
-    bool given = false;
-    kelvo::WriteFits(
-        file,
-        [&](std::vector<FitRow>& block) {
-          if (given) return false;
-          given = true;
-          block = rows;
-          return true;
-        },
-        options);
-    file.Commit();
-    return name;
+    return test::WriteRows(fFolder.Path("fits.root"), rows, options);
   }
 
   std::string Page(const std::string& fits) {
@@ -205,6 +193,7 @@ TEST_F(Report, ShowsPlotsTracksAndFailures) {
   EXPECT_EQ(Count(page, "<figcaption>"), 24u);
   EXPECT_TRUE(Contains(page, "60 tracks, 58 fitted"));
   EXPECT_TRUE(Contains(page, "kelvo 1.2.3"));
+  EXPECT_TRUE(Contains(page, "<dt>hits from</dt><dd>a.csv, b.csv</dd>"));
   EXPECT_TRUE(Contains(page, "fine, 128 planes"));
   EXPECT_TRUE(Contains(page, "<td>too few hits in a view</td><td>2</td>"));
   EXPECT_TRUE(Contains(page, "x view: width "));
@@ -254,6 +243,14 @@ TEST_F(Report, IsMadeOfASingleTrackOfOneHypothesis) {
   EXPECT_EQ(Count(page, "<figure>"), 11u); // no comparison of hypotheses
 }
 
+// Nothing follows from where the particles of a beam stop.
+TEST_F(Report, ShowsNoRangesOfABeam) {
+  const std::string page = Page(Write(Rows(), true, Detector().Text(), "120"));
+  EXPECT_TRUE(Contains(page, "<dt>particles</dt><dd>a beam of 120 GeV/c</dd>"));
+  EXPECT_EQ(Count(page, "<figure>"), 22u);
+  EXPECT_FALSE(Contains(page, "Momentum at the first hit"));
+}
+
 TEST_F(Report, IsMadeForAGeometryThatKnowsNoPlanes) {
   const std::string page = Page(Write(Rows(), true, "the geometry \"<b>hall</b>\" in memory"));
   EXPECT_TRUE(Contains(page, "&lt;b&gt;hall&lt;/b&gt;"));
@@ -284,10 +281,28 @@ TEST(FitGaussian, FindsMeanAndWidth) {
   EXPECT_NEAR(gaussian.fMeanError, 0.008, 0.0008);
 }
 
+TEST(FitGaussian, LeavesWhatIsNoBellAlone) {
+  kelvo::Histogram ends(-5, 5, 100);
+  for (int i = 0; i < 500; ++i) ends.Add(i % 2 ? -4.5 - 0.001 * i : 4.5 + 0.001 * i);
+  EXPECT_FALSE(kelvo::FitGaussian(ends).fFitted);
+  kelvo::Histogram slope(-5, 5, 100);
+  for (int i = 0; i < 5000; ++i) slope.Add(-5 + 10 * std::pow((i + 0.5) / 5000, 0.25));
+  EXPECT_FALSE(kelvo::FitGaussian(slope).fFitted);
+}
+
 TEST(FitGaussian, LeavesTooFewEntriesAlone) {
   kelvo::Histogram histogram(-5, 5, 100);
   for (int i = 0; i < 19; ++i) histogram.Add(0.1 * i);
   EXPECT_FALSE(kelvo::FitGaussian(histogram).fFitted);
+}
+
+TEST(LogHistogram, GivesTheMedian) {
+  kelvo::LogHistogram histogram;
+  EXPECT_TRUE(std::isnan(histogram.Median()));
+  histogram.Add(120);
+  EXPECT_EQ(histogram.Median(), 120);
+  for (int i = 1; i <= 1000; ++i) histogram.Add(0.01 * i);
+  EXPECT_NEAR(histogram.Median(), 5, 0.03);
 }
 
 TEST(Histogram, CountsWhatIsOutside) {
