@@ -1,8 +1,8 @@
 #include "app/Command.h"
 #include "io/Detector.h"
 #include "io/FitReader.h"
-#include "io/Particles.h"
 #include "io/TrackDisplay.h"
+#include "track/Particles.h"
 
 #include <cstdio>
 #include <iostream>

@@ -5,9 +5,9 @@
 #include "io/FileError.h"
 #include "io/FitFile.h"
 #include "io/FitReader.h"
-#include "io/Particles.h"
 #include "io/PendingFile.h"
 #include "io/Report.h"
+#include "track/Particles.h"
 
 #include <cstdio>
 #include <cstdlib>

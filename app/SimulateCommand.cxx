@@ -1,8 +1,8 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "app/ProgressLine.h"
-#include "io/Particles.h"
 #include "io/SimulationFile.h"
+#include "track/Particles.h"
 
 #include <charconv>
 #include <cstdio>

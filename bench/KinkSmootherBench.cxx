@@ -92,12 +92,13 @@ void Measure(benchmark::State& state, const Function& function) {
       benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-// As the dense fit must be used: an object per track.
-void Dense(benchmark::State& state, unsigned int n, unsigned int m) {
+// An object per track, as the dense fit must be used.
+template <class Fitter>
+void Anew(benchmark::State& state, unsigned int n, unsigned int m) {
   const std::vector<LutzProblem> problems = Problems(n, m);
   Readout r(problems[0]);
   Measure(state, [&](unsigned int t) {
-    Lutz fit(n, m);
+    Fitter fit(n, m);
     Load(problems[t], fit);
     FitAndRead(fit, r);
   });
@@ -109,17 +110,6 @@ void Linear(benchmark::State& state, unsigned int n, unsigned int m) {
   KinkSmoother fit(n, m);
   Measure(state, [&](unsigned int t) {
     fit.Reset(n, m);
-    Load(problems[t], fit);
-    FitAndRead(fit, r);
-  });
-}
-
-// With an object per track, too.
-void LinearAnew(benchmark::State& state, unsigned int n, unsigned int m) {
-  const std::vector<LutzProblem> problems = Problems(n, m);
-  Readout r(problems[0]);
-  Measure(state, [&](unsigned int t) {
-    KinkSmoother fit(n, m);
     Load(problems[t], fit);
     FitAndRead(fit, r);
   });
@@ -198,11 +188,11 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::pair<const char*, Function> linear[] = {{"Linear", Linear},
-                                                     {"LinearAnew", LinearAnew},
+                                                     {"LinearAnew", Anew<KinkSmoother>},
                                                      {"LinearEverything", LinearEverything},
                                                      {"BatchOf16", Batch}};
   for (const auto& size : kSizes) {
-    Register("Dense", Dense, size[0], size[1]);
+    Register("Dense", Anew<Lutz>, size[0], size[1]);
     for (const auto& [name, function] : linear) Register(name, function, size[0], size[1]);
   }
   for (const auto& size : kGrowth) Register("LinearGrowth", Linear, size[0], size[1]);

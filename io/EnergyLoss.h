@@ -1,7 +1,7 @@
 #pragma once
 
-#include "io/Particles.h"
 #include "io/Picture.h"
+#include "track/Particles.h"
 
 #include <string>
 #include <vector>

@@ -1,16 +1,10 @@
 #include "io/FittedTrack.h"
 
-#include "func/TrackBasis.h"
-
 #include <cmath>
 
 namespace kelvo {
 
 namespace {
-
-Vector Components(const TVector3& v) {
-  return {v.X(), v.Y(), v.Z()};
-}
 
 // The frame that the track was fitted in: from the same hits, in the same way.
 TrackFrame FrameOf(const FitRow& row) {
@@ -22,18 +16,7 @@ TrackFrame FrameOf(const FitRow& row) {
                 0, 1);
   }
   hits.CompleteOrtho(&gsDefaultInterp); // given by name, it does not sort again
-  std::vector<double> x, y, z, dx, dy, dz;
-  for (const Hit3D& hit : hits) {
-    x.push_back(hit.fX);
-    y.push_back(hit.fY);
-    z.push_back(hit.fZ);
-    dx.push_back(hit.fSigX);
-    dy.push_back(hit.fSigY);
-    dz.push_back(hit.fSigZ);
-  }
-  TrackBasis basis;
-  basis.MakeBasis(x, y, z, dx, dy, dz, x[0], y[0], z[0]);
-  return {Components(basis.Origin()), Components(basis.ZAxis())};
+  return FrameAlong(hits);
 }
 
 } // namespace

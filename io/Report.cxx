@@ -3,11 +3,11 @@
 #include "io/Detector.h"
 #include "io/FileError.h"
 #include "io/FormattedText.h"
-#include "io/Particles.h"
 #include "io/ReportData.h"
 #include "io/ReportPlots.h"
 #include "io/SvgText.h"
 #include "io/TrackDisplay.h"
+#include "track/Particles.h"
 
 #include <algorithm>
 #include <cmath>

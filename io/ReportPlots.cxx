@@ -1,8 +1,8 @@
 #include "io/ReportPlots.h"
 
 #include "io/FormattedText.h"
-#include "io/Particles.h"
 #include "io/Plot.h"
+#include "track/Particles.h"
 
 #include <TF1.h>
 #include <TFitResult.h>

@@ -2,8 +2,8 @@
 
 #include "io/FittedTrack.h"
 #include "io/FormattedText.h"
-#include "io/Particles.h"
 #include "io/Plot.h"
+#include "track/Particles.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,7 @@
 #include "track/TrackPoint.h"
 
+#include "func/TrackBasis.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -54,6 +56,31 @@ TEST(TrackPointTest, AViewsDirectionIsAcrossTheTrackAndWhatItsPlaneDoesNotMeasur
     EXPECT_NEAR(c.fFrame.Transverse(1, p[1], p[2]), c.fState[2], 1e-12);
     EXPECT_NEAR(c.fFrame.AxisCoordinate(p), c.fS, 1e-12);
   }
+}
+
+TEST(TrackPointTest, FrameRunsDownstreamEvenWhereTheScatterOfTheHitsTurnsTheBasisRound) {
+  std::mt19937_64 random(2);
+  std::uniform_real_distribution<double> u(-1, 1);
+  int turned = 0;
+  for (int k = 0; k < 200; k++) {
+    kelvo::HitList3D hits;
+    std::vector<double> x, y, z, sigma(6, 1), sigz(6, 0);
+    for (std::size_t i = 0; i < 6; i++) {
+      x.push_back(50 * u(random)); // much wider than the hits are apart in z
+      y.push_back(50 * u(random));
+      z.push_back(static_cast<double>(i));
+      hits.AddHit(geo::kX, x[i], y[i], z[i], 0, 1, 1, 0, 0, 1);
+    }
+    kelvo::TrackBasis basis;
+    basis.MakeBasis(x, y, z, sigma, sigma, sigz, x[0], y[0], z[0]);
+    const double sign = basis.ZAxis().Z() < 0 ? -1 : 1;
+    if (sign < 0) turned++;
+    const TrackFrame frame = kelvo::FrameAlong(hits);
+    for (int i = 0; i < 3; i++)
+      EXPECT_DOUBLE_EQ(frame.Axis()[static_cast<std::size_t>(i)], sign * basis.ZAxis()[i]);
+    EXPECT_EQ(frame.AxisCoordinate({x[0], y[0], z[0]}), 0);
+  }
+  EXPECT_GT(turned, 10);
 }
 
 TEST(TrackPointTest, PositionDirectionAndUncertaintiesFollowTheLine) {

@@ -1,6 +1,5 @@
 #include "track/KinkedLine.h"
 
-#include "func/TrackBasis.h"
 #include "util/LinFitTS.h"
 
 #include <algorithm>
@@ -12,27 +11,12 @@ Vector VectorOf(const TVector3& x) {
   return {x.X(), x.Y(), x.Z()};
 }
 
-TrackFrame FrameOf(const HitList3D& hits) {
-  std::vector<double> x, y, z, dx, dy, dz;
-  for (const Hit3D& hit : hits) {
-    x.push_back(hit.fX);
-    y.push_back(hit.fY);
-    z.push_back(hit.fZ);
-    dx.push_back(hit.fSigX);
-    dy.push_back(hit.fSigY);
-    dz.push_back(hit.fSigZ);
-  }
-  TrackBasis basis;
-  basis.MakeBasis(x, y, z, dx, dy, dz, x[0], y[0], z[0]);
-  return TrackFrame(VectorOf(basis.Origin()), VectorOf(basis.ZAxis()));
-}
-
 } // namespace
 
 KinkedLine::KinkedLine(HitList3D hits) : fHits(std::move(hits)) {
   HitList3D completed = fHits;
   completed.CompleteOrtho(&gsDefaultInterp);
-  fFrame = FrameOf(completed);
+  fFrame = FrameAlong(completed);
 }
 
 void KinkedLine::AddKink(double s, double width, const std::array<double, 2>& normal) {

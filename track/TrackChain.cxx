@@ -1,8 +1,8 @@
 #include "track/TrackChain.h"
 
-#include "func/TrackBasis.h"
 #include "track/ErrorSentence.h"
 #include "track/Guarded.h"
+#include "track/Particles.h"
 #include "track/RangeOut.h"
 
 #include <TMath.h>
@@ -18,17 +18,6 @@ constexpr double kSmallestCosine = 0.02; // between axis and z: 88.9 degrees
 
 // Planes often stand at a hit, where the slope changes: the line at a hit is the one before.
 constexpr double kUpstream = 1e-6; // cm
-
-double Mass(int pdg) { // GeV, as the range-out has them
-  switch (std::abs(pdg)) {
-    case 13:
-      return 0.105658;
-    case 211:
-      return 0.13957;
-    default:
-      return 0.938272;
-  }
-}
 
 // A complete order, so that the result does not depend on the order of hits in one plane.
 bool IsUpstream(const Hit3D& a, const Hit3D& b) {
@@ -93,27 +82,12 @@ void TrackChain::SortAndComplete(const HitList3D& hits) {
 }
 
 Refusal TrackChain::MakeFrame() {
-  for (auto* v : {&fHitX, &fHitY, &fHitZ, &fHitDX, &fHitDY, &fHitDZ}) v->clear();
-  for (const Hit3D& hit : fHits) {
-    fHitX.push_back(hit.fX);
-    fHitY.push_back(hit.fY);
-    fHitZ.push_back(hit.fZ);
-    fHitDX.push_back(hit.fSigX);
-    fHitDY.push_back(hit.fSigY);
-    fHitDZ.push_back(hit.fSigZ);
-  }
-  const Vector first{fHitX.front(), fHitY.front(), fHitZ.front()};
-  TrackBasis basis;
-  basis.MakeBasis(fHitX, fHitY, fHitZ, fHitDX, fHitDY, fHitDZ, first[0], first[1], first[2]);
-  // The first hit is the most upstream one, so the track runs along +z even where the scatter of
-  // the hits has turned the basis round.
-  const TVector3 axis = basis.ZAxis() * (basis.ZAxis().Z() < 0 ? -1 : 1);
-  if (!(axis.Z() >= kSmallestCosine))
+  fFrame = FrameAlong(fHits);
+  if (!(fFrame.Axis()[2] >= kSmallestCosine))
     return {
         FitStatus::kBadGeometry,
         "the hits lie along a line at more than 88.8 degrees to the z axis; a fit needs a track "
         "that crosses the planes"};
-  fFrame = TrackFrame(first, {axis.X(), axis.Y(), axis.Z()});
   return {};
 }
 
@@ -207,7 +181,7 @@ void TrackChain::PlacePlanes(int pdg) {
   const double p = fOptions.fBeamMomentum;
   BeamTrack track{fS.front(),
                   fS.back(),
-                  p / std::hypot(p, Mass(pdg)),
+                  p / std::hypot(p, FindParticle(pdg)->fMass),
                   p,
                   fOptions.fScatteringFactor,
                   fTrackHits.front().fSigA};
@@ -283,7 +257,7 @@ void TrackChain::FillKinematics(TrackFit& out) const {
 }
 
 void TrackChain::FillBeam(double length, HypothesisFit& fit) const {
-  const double m = Mass(fit.fPDG);
+  const double m = FindParticle(fit.fPDG)->fMass;
   fit.fP = fOptions.fBeamMomentum;
   const double e = std::hypot(fit.fP, m);
   fit.fT = fit.fP * fit.fP / (e + m);

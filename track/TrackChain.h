@@ -59,7 +59,6 @@ private:
 
   // What belongs to the track at hand.
   HitList3D fHits; // sorted by z, completed
-  std::vector<double> fHitX, fHitY, fHitZ, fHitDX, fHitDY, fHitDZ;
   TrackFrame fFrame;
   std::vector<TrackHit> fTrackHits; // same order as fHits
   double fGap = 0;                  // typical distance in z between hits [cm]

@@ -1,6 +1,9 @@
 #include "track/TrackFrame.h"
 
+#include "func/TrackBasis.h"
+
 #include <cmath>
+#include <vector>
 
 namespace kelvo {
 
@@ -25,6 +28,22 @@ double TrackFrame::AxisCoordinate(const Vector& p) const {
   double s = 0;
   for (std::size_t i = 0; i < 3; i++) s += (p[i] - fOrigin[i]) * fAxis[i];
   return s;
+}
+
+TrackFrame FrameAlong(const HitList3D& hits) {
+  std::vector<double> x, y, z, dx, dy, dz;
+  for (const Hit3D& hit : hits) {
+    x.push_back(hit.fX);
+    y.push_back(hit.fY);
+    z.push_back(hit.fZ);
+    dx.push_back(hit.fSigX);
+    dy.push_back(hit.fSigY);
+    dz.push_back(hit.fSigZ);
+  }
+  TrackBasis basis;
+  basis.MakeBasis(x, y, z, dx, dy, dz, x[0], y[0], z[0]);
+  const TVector3 axis = basis.ZAxis() * (basis.ZAxis().Z() < 0 ? -1 : 1);
+  return TrackFrame({x[0], y[0], z[0]}, {axis.X(), axis.Y(), axis.Z()});
 }
 
 } // namespace kelvo

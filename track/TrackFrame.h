@@ -1,5 +1,7 @@
 #pragma once
 
+#include "func/HitList3D.h"
+
 #include <array>
 #include <cstddef>
 
@@ -63,5 +65,10 @@ private:
   std::array<Vector, 2> fE{}; // unit vectors, by view
   std::array<Vector, 2> fD{}; // by view
 };
+
+/// Returns the frame of a track: its axis is that of the TrackBasis of the hits, with s = 0 at the
+/// first one. It points along +z, even where the scatter of the hits has turned the basis round.
+/// @param hits with both coordinates each, the most upstream one first; at least one
+TrackFrame FrameAlong(const HitList3D& hits);
 
 } // namespace kelvo
