@@ -6,9 +6,14 @@
 #include "func/Path.h"
 #include "func/TrackBasis.h"
 #include "func/dEdxTable.h"
+#include "io/HitColumns.h"
+#include "track/TrackFitter.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
 
 namespace kelvo {
 
@@ -40,8 +45,17 @@ struct LineFitCalls {
   }
 };
 
-/// As above, for one class each.
+/// As above, for one class each, and constructors that throw as functions: of a class that has
+/// several constructors, Python loses the exception among the reasons why the others do not fit.
 struct ArrayCalls {
+  static HitColumns MakeColumns(const std::string& place, const std::vector<std::string>& inFile,
+                                const std::map<std::string, std::string>& mapping) {
+    return HitColumns(place, inFile, mapping);
+  }
+  static TrackFitter MakeFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {
+    return TrackFitter(detector, options);
+  }
+
   static void VarX(const Lutz& fit, std::size_t n, const double* z, double* out);
 
   /// @param out receives n times the five numbers of a KinkPoint

@@ -1,0 +1,44 @@
+"""Track fitting with multiple scattering in segmented detectors.
+
+    fits = kelvo.fit_tracks("hits.csv.gz", "detectors/fine.toml")
+
+Three levels: fit_tracks for files, data frames and awkward arrays; define_fit for an RDataFrame;
+and the classes under their own names, with NumPy arrays in and out. Lengths in cm, energies in GeV,
+momenta in GeV/c, angles in rad. ROOT is loaded at the first use, not by the import.
+"""
+
+from .detector import ActivePlane, MaterialThickness, PlaneDetector
+from .errors import Error, ErrorCode, FitWarning
+from .fitter import HypothesisFit, TrackFit, TrackFitOptions, TrackFitter
+from .hits import HitList3D
+from .line_fits import KinkPoint, KinkResidual, KinkSmoother, KinkStatus, LineFit, Lutz
+from .track import Kinematics, Path, ScatteringSurfaces, TrackBasis, dEdxTable
+from .tracks import FitSummary, HypothesisSummary, fit_tracks
+
+__all__ = [
+    "ActivePlane",
+    "Error",
+    "ErrorCode",
+    "FitSummary",
+    "FitWarning",
+    "HitList3D",
+    "HypothesisFit",
+    "HypothesisSummary",
+    "Kinematics",
+    "KinkPoint",
+    "KinkResidual",
+    "KinkSmoother",
+    "KinkStatus",
+    "LineFit",
+    "Lutz",
+    "MaterialThickness",
+    "Path",
+    "PlaneDetector",
+    "ScatteringSurfaces",
+    "TrackBasis",
+    "TrackFit",
+    "TrackFitOptions",
+    "TrackFitter",
+    "dEdxTable",
+    "fit_tracks",
+]

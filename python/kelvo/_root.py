@@ -1,0 +1,83 @@
+"""ROOT and the library behind the package: loaded at the first use, not by the import."""
+
+from __future__ import annotations
+
+import functools
+import pathlib
+import re
+import warnings
+from typing import Any, Callable, Mapping
+
+from .errors import Error, ErrorCode
+
+# The library lies in the package where it is installed, beside the folder "python" in a build tree.
+_HERE = pathlib.Path(__file__).parent
+_LIBRARIES = [folder / "lib/libkelvo_io.so" for folder in (_HERE, _HERE.parent.parent)]
+
+
+@functools.cache
+def root() -> Any:
+    """Returns the module ROOT with the library loaded; takes about a second the first time."""
+    with warnings.catch_warnings():
+        # ROOT's wheel says so in every process.
+        warnings.filterwarnings("ignore", r"\s*This distribution of ROOT is in alpha stage")
+        try:
+            import ROOT  # type: ignore[import-untyped]
+        except ImportError as e:
+            raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
+    for library in _LIBRARIES:
+        if not library.exists():
+            continue
+        if ROOT.gSystem.Load(str(library)) < 0:
+            raise Error(f"{library} cannot be loaded; was kelvo built with another ROOT?")
+        return ROOT
+    raise Error(
+        f"there is no {_LIBRARIES[0]}: build kelvo and use the package in the build folder, "
+        "such as PYTHONPATH=build/release/python, or install it with pip install ."
+    )
+
+
+def cpp() -> Any:
+    """Returns the namespace kelvo of C++."""
+    return root().kelvo
+
+
+# What the library's sentences name otherwise than Python does: options, and how to map a column.
+_OPTIONS = {
+    "fHypotheses": "hypotheses",
+    "fMaxDs": "max_ds",
+    "fMaxDX0": "max_dx0",
+    "fMaxDT": "max_dt",
+    "fScatteringFactor": "scattering_factor",
+    "fBeyondLastHit": "beyond_last_hit",
+    "fBeamMomentum": "beam_momentum",
+}
+
+
+def _in_python(sentence: str) -> str:
+    sentence = re.sub(r"a mapping, (\w+)=NAME", r'columns={"\1": "NAME"}', sentence)
+    return re.sub(r"\bf[A-Z]\w+", lambda match: _OPTIONS.get(match[0], match[0]), sentence)
+
+
+def call(
+    function: Callable[..., Any],
+    *arguments: Any,
+    says: Mapping[ErrorCode, str] | None = None,
+) -> Any:
+    """Calls C++ and raises its exceptions as Error.
+
+    says: sentences for codes that mean something special in this call
+    """
+    try:
+        return function(*arguments)
+    except Exception as e:
+        raise _error(e, says or {}) from None
+
+
+def _error(e: Any, says: Mapping[ErrorCode, str]) -> Any:
+    if isinstance(e, cpp().KelvoException):
+        code, value = ErrorCode(e.fCode), float(e.fValue)
+        return Error(says.get(code) or str(cpp().ErrorSentence(code, value)), code, value)
+    if isinstance(e, root().std.exception):
+        return Error(_in_python(str(e.what())))
+    return e  # not from the library

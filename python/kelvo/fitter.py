@@ -1,0 +1,173 @@
+"""From the hits of one track to the fitted track under each hypothesis."""
+
+from __future__ import annotations
+
+import dataclasses
+import math
+from typing import Any, Union
+
+import numpy as np
+import numpy.typing as npt
+
+from ._arrays import Floats
+from ._columns import views
+from ._root import call, cpp, root
+from .detector import DetectorLike, cpp_detector
+from .errors import Error
+from .hits import HitList3D
+
+Singles = npt.NDArray[np.float32]
+Hypothesis = Union[str, int]
+
+_PARTICLES = {"mu": 13, "pi": 211, "p": 2212}
+_SOLVERS = ("dense", "linear")
+
+
+@dataclasses.dataclass(frozen=True)
+class TrackFitOptions:
+    """What a fit is to do; the defaults are what users want for stopping particles."""
+
+    hypotheses: tuple[Hypothesis, ...] = ("mu", "pi", "p")
+    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
+    max_ds: float = 30.0
+    """largest step between scattering planes [cm]"""
+    max_dx0: float = 3.0
+    """largest step [radiation lengths]"""
+    max_dt: float = 0.3
+    """largest product of a step's width and length [rad cm]"""
+    scattering_factor: float = math.sqrt(3)
+    """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
+    beyond_last_hit: float = 0.5
+    """where a stopping track ends behind its last hit: fraction of the way to its next"""
+    beam_momentum: float = 0.0
+    """known momentum of a beam [GeV/c]; 0: the particle stops"""
+    solver: str = "linear"
+    """"linear" (fast) or "dense" (the reference): the same result"""
+
+    def _to_cpp(self) -> Any:
+        options = cpp().TrackFitOptions()
+        given = (self.hypotheses,) if isinstance(self.hypotheses, (str, int)) else self.hypotheses
+        options.fHypotheses = root().std.vector["int"]([_code(h) for h in given])
+        numbers = {
+            "fMaxDs": "max_ds",
+            "fMaxDX0": "max_dx0",
+            "fMaxDT": "max_dt",
+            "fScatteringFactor": "scattering_factor",
+            "fBeyondLastHit": "beyond_last_hit",
+            "fBeamMomentum": "beam_momentum",
+        }
+        for member, name in numbers.items():
+            value = getattr(self, name)
+            if isinstance(value, bool) or not isinstance(value, (int, float, np.number)):
+                raise Error(f"{name} is {value!r}; it must be a number")
+            setattr(options, member, float(value))
+        if self.solver not in _SOLVERS:
+            raise Error(f'solver is {self.solver!r}; it must be "linear" or "dense"')
+        options.fSolver = getattr(cpp().Solver, f"k{self.solver.capitalize()}")
+        return options
+
+
+def _code(hypothesis: Hypothesis) -> int:
+    if isinstance(hypothesis, str):
+        if hypothesis not in _PARTICLES:
+            raise Error(f"hypothesis {hypothesis!r} is none of mu, pi and p")
+        return _PARTICLES[hypothesis]
+    return hypothesis
+
+
+@dataclasses.dataclass(frozen=True, eq=False)
+class HypothesisFit:
+    """The fit of one track under one hypothesis; the names are those of the columns in files of
+    fits. In a fit that failed real numbers are NaN and arrays empty."""
+
+    pdg: int  #: 13 muon, 211 charged pion, 2212 proton
+    status: int  #: 0 fitted; 1 too few hits; 2 bad number; 3 geometry; 4 no solution; 5 library
+    message: str  #: empty when fitted, else one sentence
+    best: bool  #: whether it is the most likely fitted hypothesis
+    n_x: int  #: hits that measure x
+    n_y: int  #: hits that measure y
+    chi2_x: float  #: chi-square of the hits
+    chi2_y: float
+    chi2_kink_x: float  #: chi-square of the kinks
+    chi2_kink_y: float
+    ndf: int  #: degrees of freedom of both views
+    prob: float  #: probability of a larger chi-square
+    log_likelihood: float  #: of the hits, all kinks integrated over
+    x: float  #: the track at the plane of its first hit [cm]
+    y: float
+    z: float
+    ux: float  #: its direction there, of length 1
+    uy: float
+    uz: float
+    T: float  #: kinetic energy there [GeV]
+    p: float  #: momentum there [GeV/c]
+    beta: float  #: velocity there, in units of c
+    gamma: float  #: Lorentz factor there
+    length: float  #: from there to the end of the track [cm]
+    radlen: float  #: radiation lengths on that way
+    max_ds: float  #: step limits that were used [cm]
+    max_dx0: float  #: [radiation lengths]
+    max_dt: float  #: [rad cm]
+    cov: Floats  #: of (x, y, ux, uy) at fixed z: the upper triangle, row by row
+    hit_view: npt.NDArray[np.int32]  #: per hit, by increasing z: 0 measures x, 1 measures y
+    hit_z: Floats  #: [cm]
+    hit_u: Floats  #: measured coordinate [cm]
+    fit_u: Floats  #: fitted coordinate [cm]
+    fit_sigu: Singles  #: its standard deviation [cm]
+    residual: Singles  #: measured minus fitted [cm]
+    pull: Singles  #: residual over its standard deviation
+    plane_s: Singles  #: per scattering plane: place along the track [cm]
+    plane_sigalpha: Singles  #: width of the scattering angle [rad]
+    kink_x: Singles  #: fitted kinks [rad]
+    kink_y: Singles
+
+
+@dataclasses.dataclass(frozen=True, eq=False)
+class TrackFit:
+    """The fit of one track under each hypothesis, in the order of the options."""
+
+    hypotheses: tuple[HypothesisFit, ...]
+
+    @property
+    def best(self) -> HypothesisFit | None:
+        """The most likely hypothesis, None where none is fitted."""
+        return next((h for h in self.hypotheses if h.best), None)
+
+
+class TrackFitter:
+    """Fits the hits of one track after the other; fit_tracks is faster for many.
+
+        fitter = kelvo.TrackFitter("detectors/fine.toml")
+        fit = fitter.Fit(kelvo.HitList3D(view, u, z, sigu))
+        fit.best.p
+    """
+
+    def __init__(
+        self, detector: DetectorLike, options: TrackFitOptions = TrackFitOptions()
+    ) -> None:
+        self._detector = cpp_detector(detector)
+        self._options = options
+        made = options._to_cpp()
+        self._cpp: Any = call(cpp().ArrayCalls.MakeFitter, self._detector.Geometry(), made)
+
+    def Options(self) -> TrackFitOptions:
+        return self._options
+
+    def Fit(self, hits: HitList3D) -> TrackFit:
+        """Fits one track. Bad hits raise nothing: status and message say what is wrong."""
+        if not isinstance(hits, HitList3D):
+            raise Error(f"hits is a {type(hits).__name__}; TrackFitter.Fit takes a kelvo.HitList3D")
+        columns = call(cpp().FitOneTrack, self._cpp, hits._cpp)
+        table = views(columns, columns)
+        names = [field.name for field in dataclasses.fields(HypothesisFit)]
+        rows = range(columns.Rows())
+        return TrackFit(
+            tuple(HypothesisFit(*(_value(*table[name], row) for name in names)) for row in rows)
+        )
+
+
+def _value(kind: str, values: Any, offsets: Any, row: int) -> Any:
+    if offsets is None:
+        return values[row].item()
+    part = values[offsets[row] : offsets[row + 1]]
+    return part.tobytes().decode() if kind == "text" else part.copy()

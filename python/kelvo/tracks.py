@@ -1,0 +1,314 @@
+"""Fits of many tracks at once, from a data frame, an awkward array or files."""
+
+from __future__ import annotations
+
+import dataclasses
+import os
+import sys
+import warnings
+from typing import Any, Callable, Literal, Mapping, Sequence, Union
+
+import numpy as np
+
+from ._columns import to_awkward, to_pandas, views
+from ._arrays import count
+from ._root import call, cpp, root
+from .detector import DetectorLike, cpp_detector
+from .errors import Error, FitWarning
+from .fitter import Hypothesis, TrackFitOptions
+
+Files = Union[str, "os.PathLike[str]", Sequence[Union[str, "os.PathLike[str]"]]]
+
+# How long the library works until Python looks whether the user wants to stop it.
+_SECONDS = 0.1
+
+_DEFAULT = TrackFitOptions()
+
+
+@dataclasses.dataclass(frozen=True)
+class HypothesisSummary:
+    """What came out for one hypothesis."""
+
+    pdg: int
+    fitted: int  #: tracks
+    best: int  #: tracks that it fits best
+    median_chi2_per_ndf: float  #: hits and kinks of both views, within 0.5 %; NaN without fits
+
+
+@dataclasses.dataclass(frozen=True)
+class FitSummary:
+    """What came out of a whole run."""
+
+    tracks: int
+    hits: int
+    fitted: int  #: tracks with at least one fitted hypothesis
+    by_status: tuple[int, ...]  #: tracks by their status, 0 to 5
+    bad_rows: int  #: rows, lines or hits that could not be used
+    problem_count: int  #: those, and the tracks that are not fitted besides
+    problems: tuple[str, ...]  #: the first ten of these problems
+    hypotheses: tuple[HypothesisSummary, ...]
+    seconds: float
+
+
+def fit_tracks(
+    hits: Any,
+    detector: DetectorLike,
+    *,
+    hypotheses: Sequence[Hypothesis] = _DEFAULT.hypotheses,
+    threads: int | None = None,
+    output: Literal["pandas", "awkward"] = "pandas",
+    vectors: bool = True,
+    columns: Mapping[str, str] | None = None,
+    tree: str = "",
+    limit: int = 0,
+    progress: Callable[[float], object] | None = None,
+    max_ds: float = _DEFAULT.max_ds,
+    max_dx0: float = _DEFAULT.max_dx0,
+    max_dt: float = _DEFAULT.max_dt,
+    scattering_factor: float = _DEFAULT.scattering_factor,
+    beyond_last_hit: float = _DEFAULT.beyond_last_hit,
+    beam_momentum: float = _DEFAULT.beam_momentum,
+    solver: str = _DEFAULT.solver,
+) -> Any:
+    """Fits all tracks under each hypothesis: one row per track and hypothesis, in the order of the
+    input, with the columns of a file of fits. Lengths in cm, energies in GeV, momenta in GeV/c.
+
+        fits = kelvo.fit_tracks("hits.csv.gz", "detectors/fine.toml")
+        muons = fits[fits.best & (fits.pdg == 13)]
+
+    hits: a pandas frame with one hit a row, the rows of a track together; an awkward array with one
+        track an entry; or names of files as the command takes them, one or a sequence. Columns:
+        track (whole number), view (X or Y, 0 or 1), u, z, sigu; or x, y, sigx, sigy for planes that
+        measure both; optional sigz, t, sigt, w. Numbers of any type. Others are skipped.
+    detector: the name of a detector's file, or a kelvo.PlaneDetector
+    hypotheses: "mu", "pi", "p", or PDG codes
+    threads: None takes all that the process may use; the result does not depend on it
+    output: "pandas" gives a DataFrame, with vectors as Arrow lists; "awkward" an awkward array
+    vectors: False leaves out the columns of hits, planes, kinks and covariance
+    columns: from a name above to the one in the input, such as {"track": "event"}
+    tree: table of hits in ROOT files; empty: "hits", or the only one
+    limit: number of tracks after which to stop; 0: all
+    progress: called some ten times a second with the share of the input that is read, 0 to 1
+    max_ds, ..., solver: see TrackFitOptions
+
+    What cannot be used is never guessed: such a track has a status above 0 and a message, the
+    others are fitted, and a FitWarning tells the first problem. result.attrs["summary"] is a
+    FitSummary. Raises Error for missing columns, files and options that cannot be used.
+    """
+    if output not in ("pandas", "awkward"):
+        raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
+    options = cpp().FitTableOptions()
+    options.fFit = TrackFitOptions(
+        tuple(hypotheses) if not isinstance(hypotheses, (str, int)) else (hypotheses,),
+        max_ds,
+        max_dx0,
+        max_dt,
+        scattering_factor,
+        beyond_last_hit,
+        beam_momentum,
+        solver,
+    )._to_cpp()
+    options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1)
+    options.fScalarsOnly = not vectors
+    options.fLimit = count("limit", limit)
+    source = _source(hits, dict(columns or {}), tree)
+    table = call(cpp().FitTable, cpp_detector(detector), source.cpp, options)
+    while call(table.Fit, _SECONDS):
+        if progress:
+            progress(table.Share())
+    summary = _summary(table.Summary())
+    if summary.problem_count:
+        warnings.warn(FitWarning(_told(summary)), stacklevel=2)
+    convert = to_pandas if output == "pandas" else to_awkward
+    return convert(views(table, table.Columns()), {"summary": summary})
+
+
+def _summary(s: Any) -> FitSummary:
+    hypotheses = tuple(
+        HypothesisSummary(h.fPDG, h.fFitted, h.fBest, h.fMedianChi2PerNDF) for h in s.fHypotheses
+    )
+    return FitSummary(
+        s.fTracks,
+        s.fHits,
+        s.fFitted,
+        tuple(int(n) for n in s.fByStatus),
+        s.fBadLines,
+        s.fProblemCount,
+        tuple(str(problem) for problem in s.fProblems),
+        hypotheses,
+        s.fSeconds,
+    )
+
+
+def _told(summary: FitSummary) -> str:
+    return (
+        f"{summary.tracks - summary.fitted} of {summary.tracks} tracks could not be used; the first "
+        f'problem: {summary.problems[0]}. See the columns status and message, and '
+        'attrs["summary"].problems'
+    )
+
+
+@dataclasses.dataclass
+class _Source:
+    """Where C++ reads tracks from; keeps what that refers to."""
+
+    cpp: Any
+    arrays: list[Any] = dataclasses.field(default_factory=list)
+
+
+def _source(hits: Any, columns: dict[str, str], tree: str) -> _Source:
+    if isinstance(hits, (str, os.PathLike)):
+        hits = [hits]
+    if isinstance(hits, (list, tuple)) and all(isinstance(h, (str, os.PathLike)) for h in hits):
+        return _files(hits, columns, tree)
+    # A frame or an array can only be there where its package has been imported.
+    pandas, awkward = sys.modules.get("pandas"), sys.modules.get("awkward")
+    if pandas and isinstance(hits, pandas.DataFrame):
+        return _frame(hits, columns)
+    if awkward and isinstance(hits, awkward.Array):
+        return _awkward(hits, columns)
+    raise Error(
+        f"hits is a {type(hits).__name__}; fit_tracks takes a pandas frame (one hit a row, such as "
+        "pandas.DataFrame(hits)), an awkward array (one track an entry), or names of files"
+    )
+
+
+def _files(files: Sequence[Any], columns: dict[str, str], tree: str) -> _Source:
+    if not files:
+        raise Error("there is no file of hits")
+    options = cpp().HitReaderOptions()
+    for name, other in columns.items():
+        options.fColumns[name] = other
+    options.fTree = tree
+    names = root().std.vector["std::string"]([os.fspath(f) for f in files])
+    return _Source(call(cpp().HitReader, names, options))
+
+
+class _Columns:
+    """The columns of hits in a table in memory, found by the rules for files."""
+
+    def __init__(self, names: Sequence[str], mapping: dict[str, str]) -> None:
+        known = [str(name) for name in cpp().HitColumnNames()]
+        for name in mapping:
+            if name not in known:
+                raise Error(f"column {name!r} is none of those that hits have: {', '.join(known)}")
+        vector = root().std.vector["std::string"](list(names))
+        map_ = root().std.map["std::string", "std::string"]()
+        for name, other in mapping.items():
+            map_[name] = other
+        self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, map_)
+        # Those that there are: number in C++, and name in the table.
+        self.found = {
+            name: (number, str(self.cpp.Name(number)))
+            for number, name in enumerate(known)
+            if self.cpp.Has(number)
+        }
+
+
+def _track_numbers(name: str, values: Any) -> Any:
+    """values: with a dtype of NumPy's kinds; a gap has made it one of objects or numbers"""
+    if values.dtype.kind not in "iu" or (hasattr(values, "isna") and values.isna().any()):
+        raise Error(
+            f"column {name} is {values.dtype}; track numbers are whole numbers without gaps: "
+            f'hits["{name}"].astype("int64")'
+        )
+    return np.ascontiguousarray(values, np.int64)
+
+
+def _code_of_view(view: object) -> float:
+    return float(ord(view)) if isinstance(view, str) and len(view) == 1 else -1.0
+
+
+def _frame(frame: Any, mapping: dict[str, str]) -> _Source:
+    columns = _Columns([str(name) for name in frame.columns], mapping)
+    arrays = {}
+    for name, (number, other) in columns.found.items():
+        series = frame[other]
+        if name == "track":
+            tracks = _track_numbers(other, series)
+        else:
+            arrays[number] = _frame_views(series) if name == "view" else _frame_numbers(series)
+    make = cpp().HitArrays
+    n = len(frame)
+    source = call(make, "hits", columns.cpp, cpp().HitLayout.kRowIsHit, _addressed(tracks), n)
+    for number, values in arrays.items():
+        call(source.SetColumn, number, _addressed(values), n)
+    return _Source(source, [tracks, arrays])
+
+
+def _is_numeric(series: Any) -> bool:
+    pandas = sys.modules["pandas"]
+    return bool(pandas.api.types.is_numeric_dtype(series) and series.dtype != bool)
+
+
+def _frame_numbers(series: Any) -> Any:
+    if not _is_numeric(series):
+        raise Error(
+            f"column {series.name} is {series.dtype}; it must hold numbers: "
+            f'pandas.to_numeric(hits["{series.name}"])'
+        )
+    return np.ascontiguousarray(series.to_numpy(np.float64, na_value=np.nan))
+
+
+def _frame_views(series: Any) -> Any:
+    if _is_numeric(series):
+        return _frame_numbers(series)
+    codes, views_ = sys.modules["pandas"].factorize(series)
+    # The last one is for what is missing, which has the code -1.
+    return np.array([*map(_code_of_view, views_), np.nan])[codes]
+
+
+def _awkward(array: Any, mapping: dict[str, str]) -> _Source:
+    ak = sys.modules["awkward"]
+    columns = _Columns(ak.fields(array), mapping)
+    vectors = {}
+    for name, (number, other) in columns.found.items():
+        column = array[other]
+        if name == "track":
+            tracks = _track_numbers(other, _awkward_tracks(ak, other, column))
+        else:
+            vectors[number] = _awkward_vectors(ak, other, column, name == "view")
+    make = cpp().HitArrays
+    n = len(array)
+    source = call(make, "hits", columns.cpp, cpp().HitLayout.kRowIsTrack, _addressed(tracks), n)
+    for number, (values, offsets) in vectors.items():
+        call(source.SetVectors, number, _addressed(values), len(values), offsets)
+    return _Source(source, [tracks, vectors])
+
+
+def _awkward_tracks(ak: Any, name: str, column: Any) -> Any:
+    if column.ndim != 1 or ak.any(ak.is_none(column)):
+        raise Error(f"column {name} is {column.type.content}; it must be one whole number a track")
+    return ak.to_numpy(column)
+
+
+def _awkward_vectors(ak: Any, name: str, column: Any, is_view: bool) -> tuple[Any, Any]:
+    if column.ndim != 2:
+        raise Error(f"column {name} is {column.type.content}; it must be a list of numbers a track")
+    lengths = ak.to_numpy(ak.fill_none(ak.num(column), 0))
+    offsets = np.concatenate(([0], np.cumsum(lengths))).astype(np.int64)
+    flat = ak.flatten(column)
+    if is_view and _is_text(flat):
+        return _codes_of_texts(ak, flat), offsets
+    values = ak.to_numpy(ak.fill_none(flat, np.nan))
+    if values.dtype.kind not in "iuf":
+        raise Error(f"column {name} is {column.type.content}; it must hold numbers")
+    return np.ascontiguousarray(values, np.float64), offsets
+
+
+def _is_text(flat: Any) -> bool:
+    return "string" in str(flat.type.content)
+
+
+def _codes_of_texts(ak: Any, texts: Any) -> Any:
+    layout = ak.to_packed(ak.drop_none(ak.fill_none(texts, ""))).layout
+    starts, lengths = layout.offsets.data[:-1], np.diff(layout.offsets.data)
+    codes = np.full(len(starts), -1.0)
+    single = lengths == 1
+    codes[single] = layout.content.data[starts[single]]
+    return codes
+
+
+def _addressed(values: Any) -> Any:
+    """An empty array has no address for C++."""
+    return values if values.size else np.zeros(1, values.dtype)
