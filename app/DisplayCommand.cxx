@@ -40,7 +40,7 @@ struct FoundTrack {
 FoundTrack Find(FitReader& fits, long long track, const Particle* wanted) {
   FoundTrack found;
   for (long long i = 0; i < fits.Entries(); ++i) {
-    const FitRow& row = fits.Read(i, FitColumns::kNames);
+    const FitRow& row = fits.Read(i, FitPart::kNames);
     if (row.fTrack != track) continue;
     const Particle* particle = FindParticle(row.fPDG);
     const std::string name = particle ? particle->fName : std::to_string(row.fPDG);
@@ -76,7 +76,7 @@ int Run(const DisplayArguments& a) {
   if (!fits.HasVectors())
     throw std::invalid_argument(a.fFits +
                                 ": has no hits and planes to draw; fit again without --scalars");
-  const FitRow& row = fits.Read(EntryToDraw(fits, a), FitColumns::kAll);
+  const FitRow& row = fits.Read(EntryToDraw(fits, a), FitPart::kAll);
   if (row.fStatus != 0) {
     std::cerr << "kelvo: track " << a.fTrack << " is not fitted: " << row.fMessage << '\n';
     return 1;

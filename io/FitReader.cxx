@@ -54,43 +54,42 @@ public:
   template <typename Bind>
   RowColumns(const std::set<std::string>& inFile, const std::string& place, Bind bind)
       : fPlace(place), fHasVectors(inFile.count(kFirstVector) > 0) {
-    const auto add = [&](FitColumns group, const char* name, auto& member) {
+    const auto add = [&](FitPart group, const char* name, auto& member) {
       if (!inFile.count(name)) throw FileError(place + ": has no column " + name);
       fFetches[static_cast<std::size_t>(group)].push_back(bind(name, member));
     };
     VisitScalars(fRow, [&](const char* name, auto& member) { add(GroupOf(name), name, member); });
     if (fHasVectors)
-      VisitVectors(fRow,
-                   [&](const char* name, auto& member) { add(FitColumns::kAll, name, member); });
+      VisitVectors(fRow, [&](const char* name, auto& member) { add(FitPart::kAll, name, member); });
   }
   RowColumns(const RowColumns&) = delete;
   RowColumns& operator=(const RowColumns&) = delete;
 
   bool HasVectors() const { return fHasVectors; }
 
-  const FitRow& Fetch(long long entry, FitColumns columns) {
+  const FitRow& Fetch(long long entry, FitPart columns) {
     for (std::size_t group = 0; group <= static_cast<std::size_t>(columns); ++group)
       for (const auto& fetch : fFetches[group]) fetch(entry);
-    if (columns == FitColumns::kAll && fHasVectors && !Consistent(fRow))
+    if (columns == FitPart::kAll && fHasVectors && !Consistent(fRow))
       throw FileError(fPlace + ", entry " + std::to_string(entry) +
                       ": the vectors do not belong together; is the file damaged?");
     return fRow;
   }
 
 private:
-  static FitColumns GroupOf(const char* scalar) {
+  static FitPart GroupOf(const char* scalar) {
     for (const char* name : {"track", "pdg", "status", "best"})
-      if (std::strcmp(scalar, name) == 0) return FitColumns::kNames;
-    return FitColumns::kScalars;
+      if (std::strcmp(scalar, name) == 0) return FitPart::kNames;
+    return FitPart::kScalars;
   }
 
   std::string fPlace;
   FitRow fRow;
   bool fHasVectors;
-  std::array<std::vector<std::function<void(long long)>>, 3> fFetches; // by FitColumns
+  std::array<std::vector<std::function<void(long long)>>, 3> fFetches; // by FitPart
 };
 
-class TreeFits final : public FitTable {
+class TreeFits final : public FitEntries {
 public:
   TreeFits(TTree& tree, const std::string& place)
       : fPlace(place),
@@ -102,7 +101,7 @@ public:
   long long Entries() const override { return fEntries; }
   bool HasVectors() const override { return fColumns.HasVectors(); }
 
-  const FitRow& Read(long long entry, FitColumns columns) override {
+  const FitRow& Read(long long entry, FitPart columns) override {
     if (fReader.SetEntry(entry) != TTreeReader::kEntryValid)
       throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
     return fColumns.Fetch(entry, columns);
@@ -147,7 +146,7 @@ private:
 };
 
 #ifdef KELVO_HAS_RNTUPLE
-class NTupleFits final : public FitTable {
+class NTupleFits final : public FitEntries {
 public:
   NTupleFits(const std::string& file, const std::string& place)
       : fPlace(place),
@@ -158,7 +157,7 @@ public:
   long long Entries() const override { return static_cast<long long>(fReader->GetNEntries()); }
   bool HasVectors() const override { return fColumns.HasVectors(); }
 
-  const FitRow& Read(long long entry, FitColumns columns) override {
+  const FitRow& Read(long long entry, FitPart columns) override {
     try {
       return fColumns.Fetch(entry, columns);
     } catch (const ROOT::RException&) {
@@ -202,7 +201,7 @@ void CheckIsRootFile(const std::string& file) {
     NoFits(file, "is not a ROOT file");
 }
 
-std::unique_ptr<FitTable> OpenTable(TFile& root, const std::string& file) {
+std::unique_ptr<FitEntries> OpenTable(TFile& root, const std::string& file) {
   const TKey* key = root.GetKey(kTable);
   const std::string type = key ? key->GetClassName() : "";
   const std::string place = file + ", " + kTable;

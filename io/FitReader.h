@@ -11,7 +11,7 @@ class TFile;
 namespace kelvo {
 
 /// Which columns of an entry are wanted: the fewer, the faster.
-enum class FitColumns {
+enum class FitPart {
   kNames,   ///< track, pdg, status and best: enough to look for an entry
   kScalars, ///< all columns of one number or text
   kAll      ///< the vectors as well, where the file has them
@@ -19,19 +19,19 @@ enum class FitColumns {
 
 /// A table of fits in a file, read entry by entry into one row. TTree and RNTuple look the same
 /// from here.
-class FitTable {
+class FitEntries {
 public:
-  virtual ~FitTable() = default;
+  virtual ~FitEntries() = default;
   virtual long long Entries() const = 0;
   virtual bool HasVectors() const = 0;
-  virtual const FitRow& Read(long long entry, FitColumns columns) = 0;
+  virtual const FitRow& Read(long long entry, FitPart columns) = 0;
 };
 
 /// Reads what FitFile wrote, in memory that does not grow with the number of entries.
 ///
 ///     FitReader reader("fits.root");
 ///     for (long long i = 0; i < reader.Entries(); ++i)
-///       if (reader.Read(i, FitColumns::kScalars).fBest) ...
+///       if (reader.Read(i, FitPart::kScalars).fBest) ...
 class FitReader {
 public:
   /// Opens the file.
@@ -51,12 +51,12 @@ public:
   /// @param entry below Entries()
   /// @return the row, valid until the next call
   /// @throw FileError for damaged data
-  const FitRow& Read(long long entry, FitColumns columns) { return fTable->Read(entry, columns); }
+  const FitRow& Read(long long entry, FitPart columns) { return fTable->Read(entry, columns); }
 
 private:
   std::string fFile;
   std::unique_ptr<TFile> fRootFile;
-  std::unique_ptr<FitTable> fTable;
+  std::unique_ptr<FitEntries> fTable;
   std::map<std::string, std::string> fTexts;
 };
 

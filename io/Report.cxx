@@ -343,7 +343,7 @@ private:
     const auto add = [this](const std::vector<long long>& entries, std::size_t i,
                             const char* what) {
       if (i < entries.size())
-        AddPlot(DrawTrack(fDetector, fFits.Read(entries[i], FitColumns::kAll)), what);
+        AddPlot(DrawTrack(fDetector, fFits.Read(entries[i], FitPart::kAll)), what);
     };
     // Side by side on a wide screen.
     for (std::size_t i = 0; i < kTracksOfAKind; ++i) {

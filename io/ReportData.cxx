@@ -207,9 +207,9 @@ void AddVectors(const FitRow& row, const geo::PlaneDetector* detector, ReportDat
 
 void AddBest(FitReader& fits, long long entry, const geo::PlaneDetector* detector,
              ReportData& report) {
-  const FitRow& names = fits.Read(entry, FitColumns::kNames);
+  const FitRow& names = fits.Read(entry, FitPart::kNames);
   if (!names.fBest || names.fStatus != 0) return;
-  const FitRow& row = fits.Read(entry, FitColumns::kAll);
+  const FitRow& row = fits.Read(entry, FitPart::kAll);
   HypothesisReport& hypothesis = HypothesisOf(row, report);
   hypothesis.fMomentumOfBest[0].Add(row.fP);
   hypothesis.fLengthOfBest[0].Add(row.fLength);
@@ -235,7 +235,7 @@ ReportData GatherReport(FitReader& fits, const geo::PlaneDetector* detector) {
   ReportData report;
   ScalarPass scalars(report);
   for (long long entry = 0; entry < fits.Entries(); ++entry)
-    scalars.Add(fits.Read(entry, FitColumns::kScalars), entry);
+    scalars.Add(fits.Read(entry, FitPart::kScalars), entry);
   scalars.End();
   MakeRanges(report);
   for (auto& residuals : report.fResiduals)

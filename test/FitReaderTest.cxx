@@ -15,7 +15,7 @@
 
 namespace {
 
-using kelvo::FitColumns;
+using kelvo::FitPart;
 using kelvo::FitReader;
 using kelvo::FitRow;
 using kelvo::FitWriterOptions;
@@ -78,7 +78,7 @@ std::string Bytes(const FitRow& row, bool withVectors) {
 std::string ErrorOf(const std::string& file) {
   try {
     FitReader reader(file);
-    for (long long i = 0; i < reader.Entries(); ++i) reader.Read(i, FitColumns::kAll);
+    for (long long i = 0; i < reader.Entries(); ++i) reader.Read(i, FitPart::kAll);
   } catch (const kelvo::FileError& e) {
     return e.what();
   }
@@ -95,7 +95,7 @@ TEST(FitReader, GivesBackTheSameRowsBitByBit) {
     ASSERT_EQ(reader.Entries(), 300);
     EXPECT_TRUE(reader.HasVectors());
     for (const std::size_t i : {0u, 299u, 4u, 5u, 5u, 123u})
-      EXPECT_EQ(Bytes(reader.Read(static_cast<long long>(i), FitColumns::kAll), true),
+      EXPECT_EQ(Bytes(reader.Read(static_cast<long long>(i), FitPart::kAll), true),
                 Bytes(rows[i], true))
           << i;
   }
@@ -105,12 +105,12 @@ TEST(FitReader, ReadsNoMoreThanIsWanted) {
   const test::TempFolder folder;
   const std::vector<FitRow> rows = SomeRows(3);
   FitReader reader(test::WriteRows(folder.Path("fits.root"), rows));
-  const FitRow names = reader.Read(1, FitColumns::kNames);
+  const FitRow names = reader.Read(1, FitPart::kNames);
   EXPECT_EQ(names.fTrack, rows[1].fTrack);
   EXPECT_EQ(names.fPDG, rows[1].fPDG);
   EXPECT_EQ(names.fBest, rows[1].fBest);
   EXPECT_EQ(names.fP, 0);
-  const FitRow scalars = reader.Read(1, FitColumns::kScalars);
+  const FitRow scalars = reader.Read(1, FitPart::kScalars);
   EXPECT_EQ(Bytes(scalars, false), Bytes(rows[1], false));
   EXPECT_TRUE(scalars.fHitZ.empty());
 }
@@ -124,7 +124,7 @@ TEST(FitReader, ReadsFilesWithoutVectors) {
     options.fWithVectors = false;
     FitReader reader(test::WriteRows(folder.Path("fits.root"), rows, options));
     EXPECT_FALSE(reader.HasVectors());
-    EXPECT_EQ(Bytes(reader.Read(7, FitColumns::kAll), false), Bytes(rows[7], false));
+    EXPECT_EQ(Bytes(reader.Read(7, FitPart::kAll), false), Bytes(rows[7], false));
   }
 }
 
