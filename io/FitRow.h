@@ -106,9 +106,8 @@ void VisitVectors(Row& row, Visit visit) {
 /// Returns what a status in a file of fits means, in a few words.
 const char* StatusWords(int status);
 
-/// Sets the entry of one track and its hypothesis h.
+/// Fills a new entry with one track and its hypothesis h.
 /// @param withVectors whether the vectors are filled
-/// @param row         a new one, or one that was used before for a fit of the same hypothesis
 void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool withVectors,
                 FitRow& row);
 

@@ -3,6 +3,7 @@
 #include "io/FileError.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace kelvo {
 
@@ -10,6 +11,15 @@ const std::vector<std::string>& HitColumnNames() {
   static const std::vector<std::string> names{"track", "view", "u",    "sigu", "x",    "y", "sigx",
                                               "sigy",  "z",    "sigz", "t",    "sigt", "w"};
   return names;
+}
+
+void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
+  const auto& names = HitColumnNames();
+  for (const auto& [name, other] : mapping) {
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    throw std::invalid_argument("column " + Shown(name) +
+                                " is none of those that hits have: " + Joined(names));
+  }
 }
 
 std::string Shown(const std::string& text) {
@@ -30,7 +40,7 @@ std::string Joined(const std::vector<std::string>& texts) {
 }
 
 HitColumns::HitColumns(const std::string& place, const std::vector<std::string>& inFile,
-                       const std::map<std::string, std::string>& mapping) {
+                       const std::map<std::string, std::string>& mapping, bool numbered) {
   for (std::size_t c = 0; c < kHitColumns; ++c) {
     std::string& name = fNames[c];
     name = HitColumnNames()[c];
@@ -42,9 +52,9 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
   }
   fBothViews = !Has(kHitView) && !Has(kHitU) && Has(kHitX) && Has(kHitY);
 
-  const auto needed =
-      fBothViews ? std::vector<HitColumn>{kHitTrack, kHitZ, kHitX, kHitY, kHitSigX, kHitSigY}
-                 : std::vector<HitColumn>{kHitTrack, kHitView, kHitU, kHitZ, kHitSigU};
+  auto needed = fBothViews ? std::vector<HitColumn>{kHitZ, kHitX, kHitY, kHitSigX, kHitSigY}
+                           : std::vector<HitColumn>{kHitView, kHitU, kHitZ, kHitSigU};
+  if (numbered) needed.insert(needed.begin(), kHitTrack);
   for (const HitColumn c : needed)
     if (!Has(c))
       throw FileError(place + ": there is no column " + Shown(Name(c)) + " but " +

@@ -34,9 +34,10 @@ public:
   /// @param place    begins the messages: file, and line or tree
   /// @param inFile   names of all columns of the file
   /// @param mapping  from our names to those in the file, for columns of other names
+  /// @param numbered whether the track's number is needed, too
   /// @throw FileError for a column that is missing or there twice
   HitColumns(const std::string& place, const std::vector<std::string>& inFile,
-             const std::map<std::string, std::string>& mapping);
+             const std::map<std::string, std::string>& mapping, bool numbered = true);
 
   bool Has(HitColumn column) const { return fIndex[column] >= 0; }
   /// Returns the position among the columns of the file; only for those it has.
@@ -54,6 +55,10 @@ private:
 
 /// Returns the names, in the order of HitColumn.
 const std::vector<std::string>& HitColumnNames();
+
+/// Sees that a mapping is one from names that hits have.
+/// @throw std::invalid_argument
+void CheckHitColumnNames(const std::map<std::string, std::string>& mapping);
 
 /// Returns text from a file for a message: printable, in quotes, and cut where it is long.
 std::string Shown(const std::string& text);

@@ -22,6 +22,16 @@ int ViewOf(double value) {
 
 } // namespace
 
+std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) {
+  const std::size_t n = numbers[kHitZ].fSize;
+  for (std::size_t c = 0; c < kHitColumns; ++c) {
+    if (!Has(columns, c) || numbers[c].fSize == n) continue;
+    return "column " + columns.Name(Column(c)) + ": has " + std::to_string(numbers[c].fSize) +
+           " values where column " + columns.Name(kHitZ) + " has " + std::to_string(n);
+  }
+  return "";
+}
+
 std::string HitProblem(const HitColumns& columns, const HitNumbers& numbers, std::size_t i) {
   for (std::size_t c = 0; c < kHitColumns; ++c) {
     if (!Has(columns, c)) continue;
@@ -68,15 +78,12 @@ void AddHit(const HitColumns& columns, const HitNumbers& numbers, std::size_t i,
 }
 
 void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& track) {
-  const std::size_t n = numbers[kHitZ].fSize;
-  for (std::size_t c = 0; c < kHitColumns; ++c) {
-    if (!Has(columns, c) || numbers[c].fSize == n) continue;
-    track.AddProblem(track.Place() + ", column " + columns.Name(Column(c)) + ": has " +
-                     std::to_string(numbers[c].fSize) + " values where column " +
-                     columns.Name(kHitZ) + " has " + std::to_string(n));
+  const std::string length = LengthProblem(columns, numbers);
+  if (!length.empty()) {
+    track.AddProblem(track.Place() + ", " + length);
     return;
   }
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < numbers[kHitZ].fSize; ++i) {
     const std::string problem = HitProblem(columns, numbers, i);
     if (problem.empty())
       AddHit(columns, numbers, i, track.fHits);

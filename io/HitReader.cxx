@@ -5,13 +5,11 @@
 #include "io/HitColumns.h"
 #include "io/RootHits.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
-#include <stdexcept>
 
 namespace kelvo {
 
@@ -35,15 +33,6 @@ double SizeOf(const std::string& file) {
   return error ? 0 : static_cast<double>(size);
 }
 
-void CheckMapping(const std::map<std::string, std::string>& columns) {
-  const auto& names = HitColumnNames();
-  for (const auto& [name, other] : columns) {
-    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
-    throw std::invalid_argument("column " + Shown(name) +
-                                " is none of those that hits have: " + Joined(names));
-  }
-}
-
 } // namespace
 
 std::string TrackHits::Place() const {
@@ -57,7 +46,7 @@ void TrackHits::AddProblem(const std::string& sentence) {
 
 HitReader::HitReader(std::vector<std::string> files, HitReaderOptions options)
     : fFiles(std::move(files)), fOptions(std::move(options)) {
-  CheckMapping(fOptions.fColumns);
+  CheckHitColumnNames(fOptions.fColumns);
   for (const std::string& file : fFiles) fSizes.push_back(SizeOf(file));
 }
 

@@ -25,6 +25,7 @@
 #pragma link C++ struct kelvo::FitTableOptions-;
 #pragma link C++ class kelvo::FitTable-;
 #pragma link C++ function kelvo::FitOneTrack;
+#pragma link C++ function kelvo::DefineFit;
 #pragma link C++ struct kelvo::LineFitCalls<kelvo::Lutz>-;
 #pragma link C++ struct kelvo::LineFitCalls<kelvo::KinkSmoother>-;
 #pragma link C++ struct kelvo::ArrayCalls-;
