@@ -23,7 +23,7 @@ constexpr const char* kTable = "fits";
 
 // Files of some thousand tracks already have several clusters, which are the unit of work of
 // threads that read them.
-constexpr int kClusterSize = 8'000'000; // bytes, compressed
+constexpr int kClusterSize = 4'000'000; // bytes, compressed
 
 // With the four times smaller baskets that are usual, writing takes a tenth longer.
 constexpr int kBasketSize = 128'000; // bytes, before compression

@@ -20,6 +20,9 @@ namespace {
 const std::vector<std::string> kCsvEnds{".csv.gz", ".csv"};
 constexpr const char* kRootEnd = ".root";
 
+// The unit of work of threads that read a file; fitting so many tracks takes some 0.2 s.
+constexpr int kTracksPerCluster = 1000;
+
 bool EndsWith(const std::string& name, const std::string& end) {
   return name.size() > end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
 }
@@ -162,8 +165,11 @@ public:
                                    "T",  "xe", "ye", "ze", "length"};
     for (std::size_t i = 0; i < std::size(scalars); ++i)
       fTruth->Branch(scalars[i], &fScalars[i], (std::string(scalars[i]) + "/D").c_str());
+    fHits->SetAutoFlush(kTracksPerCluster);
+    fTruth->SetAutoFlush(kTracksPerCluster);
     if (!hitTruth) return;
     fHitTruth = new TTree("hittruth", "truth of the hits, one entry a track");
+    fHitTruth->SetAutoFlush(kTracksPerCluster);
     fHitTruth->Branch("track", &fTrack, "track/L");
     const char* const vectors[] = {"z", "x", "y", "dxdz", "dydz", "T"};
     for (std::size_t i = 0; i < std::size(vectors); ++i)

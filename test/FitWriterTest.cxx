@@ -7,19 +7,23 @@
 #include "test/TempFolder.h"
 
 #ifdef KELVO_HAS_RNTUPLE
+#include <ROOT/RNTupleDescriptor.hxx>
 #include <ROOT/RNTupleReader.hxx>
 #endif
 #include <TFile.h>
 #include <TObjString.h>
+#include <TTree.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <ROOT/RDataFrame.hxx>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <csignal>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <random>
 
 namespace {
@@ -169,6 +173,40 @@ TEST(FitWriter, WritesATableWithoutRows) {
   test::WriteRows(folder.Path("fits.root"), {}, options);
   EXPECT_EQ(ROOT::RNTupleReader::Open("fits", folder.Path("fits.root"))->GetNEntries(), 0u);
 #endif
+}
+
+// The clusters of a table, which are the unit of work of threads that read it.
+std::vector<long long> Clusters(const std::string& name, TableFormat format) {
+  std::vector<long long> sizes;
+#ifdef KELVO_HAS_RNTUPLE
+  if (format == TableFormat::kRNTuple) {
+    const auto table = ROOT::RNTupleReader::Open("fits", name);
+    for (const auto& cluster : table->GetDescriptor().GetClusterIterable())
+      sizes.push_back(static_cast<long long>(cluster.GetNEntries()));
+    return sizes;
+  }
+#endif
+  EXPECT_EQ(format, TableFormat::kTTree);
+  TFile file(name.c_str());
+  auto* tree = file.Get<TTree>("fits");
+  auto next = tree->GetClusterIterator(0);
+  for (Long64_t begin = next(); begin < tree->GetEntries(); begin = next())
+    sizes.push_back(next.GetNextEntry() - begin);
+  return sizes;
+}
+
+TEST(FitWriter, LeavesThreadsThatReadTheFileSomeClustersToShare) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(25'000);
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    test::WriteRows(folder.Path("fits.root"), rows, options);
+    const auto clusters = Clusters(folder.Path("fits.root"), format);
+    EXPECT_GE(clusters.size(), 4u);
+    EXPECT_LE(*std::max_element(clusters.begin(), clusters.end()), 25'000 / 3);
+    EXPECT_EQ(std::accumulate(clusters.begin(), clusters.end(), 0LL), 25'000);
+  }
 }
 
 // A text beside the table.

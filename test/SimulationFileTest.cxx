@@ -4,6 +4,7 @@
 #include "io/FileError.h"
 #include "io/HitReader.h"
 #include "io/SimulationFile.h"
+#include "io/SimulationWriter.h"
 #include "io/TextLines.h"
 #include "test/TempFolder.h"
 
@@ -168,6 +169,24 @@ TEST(SimulationFile, RootFileHoldsAllTables) {
   EXPECT_NE(options.find("kinetic_energy = [0.3, 0.8]\n"), std::string::npos) << options;
   EXPECT_NE(options.find("seed = 12\n"), std::string::npos) << options;
   EXPECT_NE(options.find("start_x = [-150, 150]\n"), std::string::npos) << options;
+}
+
+TEST(SimulationFile, LeavesThreadsThatReadTheFileSomeClustersToShare) {
+  const test::TempFolder folder;
+  const std::string name = folder.Path("hits.root");
+  const auto writer = kelvo::MakeSimulationWriter(name, true, {});
+  const auto tracks = Tracks();
+  for (std::size_t i = 0; i < 3500; ++i) writer->Write(tracks[i % tracks.size()]);
+  writer->Commit();
+  TFile file(name.c_str());
+  for (const char* table : {"hits", "truth", "hittruth"}) {
+    auto* tree = file.Get<TTree>(table);
+    std::vector<Long64_t> begins;
+    auto next = tree->GetClusterIterator(0);
+    for (Long64_t begin = next(); begin < tree->GetEntries(); begin = next())
+      begins.push_back(begin);
+    EXPECT_EQ(begins, (std::vector<Long64_t>{0, 1000, 2000, 3000})) << table;
+  }
 }
 
 TEST(SimulationFile, BytesDoNotDependOnTheNumberOfThreads) {
