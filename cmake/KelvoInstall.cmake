@@ -5,7 +5,10 @@ set(KELVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kelvo)
 if(NOT KELVO_ROOT_HAS_GEOMETRY)
   set(without_geometry PATTERN "TGeoDetector.h" EXCLUDE)
 endif()
-install(TARGETS kelvo kelvo_io kelvo_pictures EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(KELVO_BUILD_PICTURES)
+  set(pictures kelvo_pictures)
+endif()
+install(TARGETS kelvo kelvo_io ${pictures} EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder func geo util fit track io)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE

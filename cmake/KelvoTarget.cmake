@@ -6,12 +6,20 @@ set(KELVO_SANITIZE "" CACHE STRING "Sanitizers for our own code, such as address
 get_target_property(KELVO_ROOT_LIBRARY ROOT::Core LOCATION)
 get_filename_component(KELVO_ROOT_LIBDIR ${KELVO_ROOT_LIBRARY} DIRECTORY)
 
+# In a Python wheel the libraries find those of ROOT's wheel beside it, wherever both are installed.
+if(SKBUILD AND KELVO_ROOT_IS_WHEEL)
+  set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../../ROOT/lib")
+  set(CMAKE_INSTALL_RPATH_USE_LINK_PATH OFF)
+else()
+  set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR};${KELVO_ROOT_LIBDIR}")
+  set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+endif()
+
 function(kelvo_configure_target target)
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
     POSITION_INDEPENDENT_CODE ON
-    INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR};${KELVO_ROOT_LIBDIR}"
-    INSTALL_RPATH_USE_LINK_PATH ON)
+    INSTALL_RPATH "${KELVO_RUN_PATH}")
   target_compile_features(${target} PUBLIC cxx_std_17)
   # Results are the same bits at every optimisation level: a multiplication and an addition are
   # never fused.
@@ -26,6 +34,13 @@ function(kelvo_configure_target target)
     target_link_options(${target} PRIVATE ${KELVO_ROOT_LINK_OPTION})
   endif()
   target_include_directories(${target} SYSTEM PRIVATE ${ROOT_INCLUDE_DIRS})
+endfunction()
+
+# A Python wheel cannot hold links, so the names of its libraries are without version.
+function(kelvo_version_library target)
+  if(NOT SKBUILD)
+    set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+  endif()
 endfunction()
 
 # ROOT's material record where its geometry package is there, else ours of the same interface.

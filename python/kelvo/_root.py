@@ -12,7 +12,11 @@ from .errors import Error, ErrorCode
 
 # The library lies in the package where it is installed, beside the folder "python" in a build tree.
 _HERE = pathlib.Path(__file__).parent
-_LIBRARIES = [folder / "lib/libkelvo_io.so" for folder in (_HERE, _HERE.parent.parent)]
+_LIBRARIES = [
+    folder / name / "libkelvo_io.so"
+    for folder in (_HERE, _HERE.parent.parent)
+    for name in ("lib", "lib64")
+]
 
 
 @functools.cache
