@@ -1,7 +1,12 @@
 #include "app/CommandParts.h"
 
+#include "io/FitFile.h"
+
+#include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <iostream>
+#include <optional>
 
 namespace kelvo::app {
 
@@ -12,14 +17,46 @@ void NoteSignal(int number) {
   gSignal = number;
 }
 
+template <typename T>
+std::optional<T> NumberFrom(const std::string& text) {
+  T value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return value;
+}
+
+// "a, b and c".
+std::string Listed(const std::vector<std::string>& words, const std::string& last) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i)
+    text += (i == 0 ? "" : i + 1 == words.size() ? last : ", ") + words[i];
+  return text;
+}
+
+void CatchSignals() {
+  std::signal(SIGINT, NoteSignal);
+  std::signal(SIGTERM, NoteSignal);
+}
+
+// The parser's words, without its way to begin and to end them.
+std::string Reason(const CLI::Error& error) {
+  std::string reason = error.what();
+  const std::string required = " is required";
+  if (reason.size() > required.size() &&
+      reason.compare(reason.size() - required.size(), required.size(), required) == 0)
+    return reason.substr(0, reason.size() - required.size()) + " is missing";
+  if (!reason.empty() && reason[0] >= 'A' && reason[0] <= 'Z')
+    reason[0] = static_cast<char>(reason[0] - 'A' + 'a');
+  return reason;
+}
+
 } // namespace
 
 CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
   const auto check = [=](std::string& text) -> std::string {
-    double value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error == std::errc() && stop == end && value >= low && value <= high) return "";
+    const auto value = NumberFrom<double>(text);
+    if (value && *value >= low && *value <= high) return "";
     return "\"" + text + "\" is not a number " + rule;
   };
   return {check, ""};
@@ -27,12 +64,38 @@ CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
 
 CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high) {
   const auto check = [=](std::string& text) -> std::string {
-    unsigned long long value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error == std::errc() && stop == end && value >= low && value <= high) return "";
+    const auto value = NumberFrom<unsigned long long>(text);
+    if (value && *value >= low && *value <= high) return "";
     return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
            std::to_string(high);
+  };
+  return {check, ""};
+}
+
+CLI::Validator WholeNumber() {
+  const auto check = [](std::string& text) -> std::string {
+    if (NumberFrom<long long>(text)) return "";
+    return "\"" + text + "\" is not a whole number of at most 64 bits";
+  };
+  return {check, ""};
+}
+
+CLI::Validator OneOf(const std::vector<std::string>& words) {
+  const auto check = [words](std::string& text) -> std::string {
+    if (std::find(words.begin(), words.end(), text) != words.end()) return "";
+    return "\"" + text + "\" is none of " + Listed(words, " and ");
+  };
+  return {check, ""};
+}
+
+CLI::Validator EndsIn(const std::vector<std::string>& endings) {
+  const auto check = [endings](std::string& text) -> std::string {
+    const std::string small = CLI::detail::to_lower(text);
+    for (const std::string& ending : endings)
+      if (small.size() > ending.size() &&
+          small.compare(small.size() - ending.size(), ending.size(), ending) == 0)
+        return "";
+    return "\"" + text + "\" must end in " + Listed(endings, " or ");
   };
   return {check, ""};
 }
@@ -53,11 +116,33 @@ std::string CommandLine(int argc, char** argv) {
   return line;
 }
 
-void CatchSignals() {
-  std::signal(SIGINT, NoteSignal);
-  std::signal(SIGTERM, NoteSignal);
-  // A file that becomes too large gives an error to be told, not the end.
-  std::signal(SIGXFSZ, SIG_IGN);
+std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv) {
+  const auto chosen = program.get_subcommands();
+  if (!chosen.empty())
+    return "kelvo: " + Reason(error) + "\n'kelvo " + chosen[0]->get_name() +
+           " --help' shows how it is used\n";
+  std::vector<std::string> names;
+  for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(command->get_name());
+  const std::string reason =
+      argc < 2 ? "a command is missing" : '"' + std::string(argv[1]) + "\" is not a command";
+  return "kelvo: " + reason + "; there are " + Listed(names, " and ") +
+         "\n'kelvo --help' explains them\n";
+}
+
+int RunWithProgress(const std::function<int(ProgressLine&)>& work) {
+  CatchSignals();
+  ProgressLine line;
+  try {
+    return work(line);
+  } catch (const RunStopped&) {
+    line.Clear();
+    std::cerr << "kelvo: interrupted, nothing is written\n";
+    return 128 + CaughtSignal();
+  } catch (...) {
+    line.Clear();
+    throw;
+  }
 }
 
 int CaughtSignal() {

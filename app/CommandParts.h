@@ -1,24 +1,45 @@
 #pragma once
 
+#include "app/ProgressLine.h"
+
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace kelvo::app {
 
-/// Returns a check of a number from low to high whose message says the rule in words.
+/// Checks an option's number, of which nothing else may stand in the argument.
+/// @param rule what the message says the number must be, such as "above 0"
 CLI::Validator NumberWithin(double low, double high, const std::string& rule);
 
-/// Returns a check of a whole number from low to high whose message says so.
+/// Checks an option that is a whole number from low to high.
 CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high);
 
-/// Returns the command line as it can be given to a shell again, without the program's folder.
+/// Checks an option that is a whole number of 64 bits, which may be negative.
+CLI::Validator WholeNumber();
+
+/// Checks an option, or each element of a list, that is one of some words.
+CLI::Validator OneOf(const std::vector<std::string>& words);
+
+/// Checks the name of a file to be written: its ending, in small or capital letters, says the
+/// format.
+CLI::Validator EndsIn(const std::vector<std::string>& endings);
+
+/// Returns the command as it can be given to a shell again.
 std::string CommandLine(int argc, char** argv);
 
-/// From now on, an interrupted run ends by itself, so that it can remove what it has written.
-void CatchSignals();
+/// Returns what to tell of a usage that cannot be parsed.
+std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv);
 
-/// Returns the number of the signal that has come since then, 0 for none.
+/// Runs work that takes a while with a line that shows its progress. SIGINT and SIGTERM no longer
+/// end the process but make CaughtSignal() tell them; work that then throws RunStopped is told as
+/// interrupted.
+/// @return the work's exit status, or that of an interrupted process
+int RunWithProgress(const std::function<int(ProgressLine&)>& work);
+
+/// Returns the signal that was caught, 0 if none was.
 int CaughtSignal();
 
 } // namespace kelvo::app

@@ -1,4 +1,5 @@
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "io/EnergyLoss.h"
 #include "io/FileError.h"
 #include "io/HitColumns.h"
@@ -50,9 +51,6 @@ void Check(const DedxArguments& a) {
     if (std::find(known.begin(), known.end(), material) == known.end())
       throw std::invalid_argument("there is no table of energy loss for \"" + material +
                                   "\"; there are " + Joined(known));
-  for (const std::string& particle : a.fParticles)
-    if (!FindParticle(particle))
-      throw std::invalid_argument("--particle: \"" + particle + "\" is none of mu, pi and p");
 }
 
 std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<double>& energies) {
@@ -100,7 +98,7 @@ void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& nam
 }
 
 bool IsCsv(const std::string& name) {
-  return name.size() > 4 && name.compare(name.size() - 4, 4, ".csv") == 0;
+  return CLI::detail::to_lower(name.substr(name.size() - 4)) == ".csv";
 }
 
 int Run(const DedxArguments& a) {
@@ -109,7 +107,6 @@ int Run(const DedxArguments& a) {
     Tell(Curves(a, Energies({1, 2, 5})));
     return 0;
   }
-  if (!IsCsv(a.fOutput)) Picture::CheckName(a.fOutput);
   const std::vector<EnergyLossCurve> curves = Curves(a, Energies(Fine()));
   if (IsCsv(a.fOutput))
     WriteCsv(curves, a.fOutput);
@@ -131,10 +128,12 @@ Command MakeDedxCommand(CLI::App& program) {
       ->type_name("MATERIAL");
   dedx->add_option("--particle", arguments->fParticles, "Particles: mu, pi, p")
       ->delimiter(',')
+      ->check(OneOf({"mu", "pi", "p"}))
       ->type_name("LIST")
       ->capture_default_str();
   dedx->add_option("-o,--output", arguments->fOutput,
                    "Picture (.svg, .png, .pdf) or finer table (.csv) to be written instead")
+      ->check(EndsIn({".csv", ".svg", ".png", ".pdf"}))
       ->type_name("FILE");
   return {dedx, [arguments] { return Run(*arguments); }};
 }

@@ -1,4 +1,5 @@
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "geo/PlaneDetector.h"
 #include "io/Detector.h"
 #include "io/DetectorDrawing.h"
@@ -166,7 +167,6 @@ void Draw(const Detector& detector, const std::string& output) {
 }
 
 int Run(const DetectorArguments& arguments) {
-  if (!arguments.fOutput.empty()) Picture::CheckName(arguments.fOutput);
   const Detector detector = Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
   if (detector.Planes())
@@ -203,6 +203,7 @@ Command MakeDetectorCommand(CLI::App& program) {
   detector
       ->add_option("-o,--output", arguments->fOutput,
                    "Picture to be drawn; its ending says how: .svg, .png or .pdf")
+      ->check(EndsIn({".svg", ".png", ".pdf"}))
       ->type_name("FILE");
   return {detector, [arguments] { return Run(*arguments); }};
 }

@@ -1,4 +1,5 @@
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "io/Detector.h"
 #include "io/FitReader.h"
 #include "io/TrackDisplay.h"
@@ -56,8 +57,6 @@ FoundTrack Find(FitReader& fits, long long track, const Particle* wanted) {
 
 long long EntryToDraw(FitReader& fits, const DisplayArguments& a) {
   const Particle* wanted = a.fHypothesis.empty() ? nullptr : FindParticle(a.fHypothesis);
-  if (!a.fHypothesis.empty() && !wanted)
-    throw std::invalid_argument("--hypothesis: \"" + a.fHypothesis + "\" is none of mu, pi and p");
   const FoundTrack found = Find(fits, a.fTrack, wanted);
   const std::string track = std::to_string(a.fTrack);
   if (found.fFirst < 0) throw std::invalid_argument(a.fFits + ": has no track " + track);
@@ -71,7 +70,6 @@ long long EntryToDraw(FitReader& fits, const DisplayArguments& a) {
 }
 
 int Run(const DisplayArguments& a) {
-  Picture::CheckName(a.fOutput);
   FitReader fits(a.fFits);
   if (!fits.HasVectors())
     throw std::invalid_argument(a.fFits +
@@ -98,15 +96,18 @@ Command MakeDisplayCommand(CLI::App& program) {
       ->type_name("FILE");
   display->add_option("--track", arguments->fTrack, "Number of the track")
       ->required()
+      ->check(WholeNumber())
       ->type_name("ID");
   display
       ->add_option("--hypothesis", arguments->fHypothesis,
                    "mu, pi or p (default: the one that fits best)")
+      ->check(OneOf({"mu", "pi", "p"}))
       ->type_name("NAME");
   display
       ->add_option("-o,--output", arguments->fOutput,
                    "Picture to be written; its ending says how: .svg, .png or .pdf")
       ->required()
+      ->check(EndsIn({".svg", ".png", ".pdf"}))
       ->type_name("FILE");
   return {display, [arguments] { return Run(*arguments); }};
 }

@@ -1,6 +1,5 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "app/ProgressLine.h"
 #include "app/RootMessages.h"
 #include "io/FileError.h"
 #include "io/FitFile.h"
@@ -9,9 +8,12 @@
 #include "io/Report.h"
 #include "track/Particles.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -53,13 +55,6 @@ struct FitArguments {
   std::string fSolver = "linear";
 };
 
-int ParticleCode(const std::string& name) {
-  const Particle* particle = FindParticle(name);
-  if (!particle)
-    throw std::invalid_argument("--hypothesis: \"" + name + "\" is none of mu, pi and p");
-  return particle->fPDG;
-}
-
 std::pair<std::string, std::string> Mapping(const std::string& text) {
   const std::size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
@@ -77,25 +72,30 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->type_name("FILE");
   fit.add_option("-o,--output", a.fFile.fOutput, "ROOT file to be written")
       ->required()
+      ->check(EndsIn({".root"}))
       ->type_name("FILE");
   fit.add_option("--csv", a.fFile.fCsv, "Write the columns of one number also as CSV")
+      ->check(EndsIn({".csv"}))
       ->type_name("FILE");
   fit.add_option("--report", a.fReport, "Write a page with plots (HTML) as well")
+      ->check(EndsIn({".html", ".htm"}))
       ->type_name("FILE");
   fit.add_option("--hypothesis", a.fHypotheses, "Particles to fit the tracks as: mu, pi, p")
       ->delimiter(',')
+      ->check(OneOf({"mu", "pi", "p"}))
       ->type_name("LIST")
       ->capture_default_str();
   fit.add_option("--threads", a.fFile.fThreads, "Threads to use; the result does not depend on it")
-      ->check(NumberWithin(1, 1024, "from 1 to 1024"))
+      ->check(WholeNumberWithin(1, 1024))
       ->capture_default_str();
-  fit.add_option("--limit", a.fFile.fLimit, "Stop after so many tracks (0: fit all)");
+  fit.add_option("--limit", a.fFile.fLimit, "Stop after so many tracks (0: fit all)")
+      ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   fit.add_flag("--strict", a.fFile.fStrict,
                "End the run at the first line or track that cannot be used");
 
   const char* output = "What is written";
   fit.add_option("--format", a.fFormat, "Table in the ROOT file: ttree or rntuple")
-      ->check(CLI::IsMember({"ttree", "rntuple"}))
+      ->check(OneOf({"ttree", "rntuple"}))
       ->type_name("NAME")
       ->capture_default_str()
       ->group(output);
@@ -127,7 +127,7 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->group(model);
   fit.add_option("--scattering-factor", f.fScatteringFactor,
                  "Factor on the widths of the scattering angles")
-      ->check(NumberWithin(kTiny, kHuge, "above 0"))
+      ->check(NumberWithin(kTiny, 100, "above 0 and at most 100"))
       ->capture_default_str()
       ->group(model);
   fit.add_option(
@@ -141,7 +141,7 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->check(NumberWithin(1e-3, 1e6, "from 0.001 to 1000000"))
       ->group(model);
   fit.add_option("--solver", a.fSolver, "linear (fast) or dense (the reference); same result")
-      ->check(CLI::IsMember({"linear", "dense"}))
+      ->check(OneOf({"linear", "dense"}))
       ->type_name("NAME")
       ->capture_default_str()
       ->group(model);
@@ -149,8 +149,11 @@ void Register(CLI::App& fit, FitArguments& a) {
 
 void Complete(FitArguments& a) {
   a.fFile.fFit.fHypotheses.clear();
-  for (const std::string& name : a.fHypotheses)
-    a.fFile.fFit.fHypotheses.push_back(ParticleCode(name));
+  for (const std::string& name : a.fHypotheses) {
+    if (std::count(a.fHypotheses.begin(), a.fHypotheses.end(), name) > 1)
+      throw std::invalid_argument("--hypothesis: \"" + name + "\" is named more than once");
+    a.fFile.fFit.fHypotheses.push_back(FindParticle(name)->fPDG);
+  }
   for (const std::string& text : a.fColumns) {
     const auto [name, other] = Mapping(text);
     a.fFile.fReader.fColumns[name] = other;
@@ -186,14 +189,13 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
               "median chi-square per degree of freedom");
   for (const HypothesisSummary& h : summary.fHypotheses) {
     std::printf("  %-12s %10llu %10llu   ", FindParticle(h.fPDG)->fName, h.fFitted, h.fBest);
-    if (h.fFitted > 0)
+    if (std::isfinite(h.fMedianChi2PerNDF))
       std::printf("%.3f\n", h.fMedianChi2PerNDF);
     else
       std::printf("-\n");
   }
   std::string written = arguments.fFile.fOutput;
-  for (const std::string& more : {arguments.fFile.fCsv, arguments.fReport})
-    if (!more.empty()) written += ", " + more;
+  if (!arguments.fFile.fCsv.empty()) written += ", " + arguments.fFile.fCsv;
   std::printf("\n  %.1f s, %.0f tracks/s; written: %s\n", summary.fSeconds,
               static_cast<double>(summary.fTracks) / summary.fSeconds, written.c_str());
 }
@@ -211,31 +213,25 @@ std::vector<std::string> gOutputs;
   std::_Exit(kUsageOrFiles);
 }
 
-// The page is begun before the fit, since a name that cannot be written should not be found out
-// after hours.
-std::unique_ptr<PendingFile> BeginReport(const FitArguments& a) {
-  if (a.fReport.empty()) return nullptr;
-  for (const std::string& other : {a.fFile.fOutput, a.fFile.fCsv})
-    if (a.fReport == other) throw std::invalid_argument(a.fReport + " is named twice as output");
-  for (const std::string& input : a.fFile.fInputs)
-    if (a.fReport == input) throw std::invalid_argument(input + " is both input and output");
-  return std::make_unique<PendingFile>(a.fReport);
+// Tells of names that cannot be written, which should not be found out after hours.
+void CheckOutputs(const FitArguments& a) {
+  std::error_code missing;
+  if (std::filesystem::equivalent(a.fDetector, a.fFile.fOutput, missing))
+    throw std::invalid_argument(a.fFile.fOutput + " is both the detector and the output");
+  if (!a.fReport.empty()) PendingFile(a.fReport);
 }
 
-void WriteReport(const FitArguments& a, PendingFile& page) {
+// What goes wrong here leaves the fits as they are.
+void WriteReport(const FitArguments& a) try {
   FitReader fits(a.fFile.fOutput);
-  kelvo::WriteReport(fits, page);
-  page.Commit();
+  kelvo::WriteReport(fits, a.fReport);
+  std::printf("  written: %s\n", a.fReport.c_str());
+} catch (const std::exception& e) {
+  throw FileError(std::string(e.what()) + "; " + a.fFile.fOutput +
+                  " is complete, and 'kelvo report' makes the page from it");
 }
 
-int Run(FitArguments& arguments) {
-  Complete(arguments);
-  const Detector detector = Detector::FromFile(arguments.fDetector);
-  CatchSignals();
-  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv, arguments.fReport};
-  std::set_terminate(TellFailedWrite);
-  const std::unique_ptr<PendingFile> page = BeginReport(arguments);
-  ProgressLine line;
+int Fit(const Detector& detector, const FitArguments& arguments, ProgressLine& line) {
   const auto show = [&](const FitProgress& progress) {
     line.Show(progress);
     // Found only at the end of the run otherwise.
@@ -243,26 +239,30 @@ int Run(FitArguments& arguments) {
       throw FileError(arguments.fFile.fOutput + ": cannot be written");
     return CaughtSignal() == 0;
   };
-  try {
-    const FitSummary summary = FitFile(detector, arguments.fFile, show);
-    line.Clear();
-    TellProblems(summary);
-    if (page) WriteReport(arguments, *page);
-    TellSummary(summary, arguments);
-    return summary.AllUsed() ? 0 : kSomeUnusable;
-  } catch (const StrictStop& e) {
-    line.Clear();
-    std::cerr << "kelvo: stopped at the first problem (--strict), nothing is written: " << e.what()
-              << '\n';
-    return kSomeUnusable;
-  } catch (const RunStopped&) {
-    line.Clear();
-    std::cerr << "kelvo: interrupted, nothing is written\n";
-    return 128 + CaughtSignal();
-  } catch (...) {
-    line.Clear();
-    throw;
-  }
+  const FitSummary summary = FitFile(detector, arguments.fFile, show);
+  line.Clear();
+  TellProblems(summary);
+  TellSummary(summary, arguments);
+  if (!arguments.fReport.empty()) WriteReport(arguments);
+  return summary.AllUsed() ? 0 : kSomeUnusable;
+}
+
+int Run(FitArguments& arguments) {
+  Complete(arguments);
+  CheckOutputs(arguments);
+  const Detector detector = Detector::FromFile(arguments.fDetector);
+  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
+  std::set_terminate(TellFailedWrite);
+  return RunWithProgress([&](ProgressLine& line) {
+    try {
+      return Fit(detector, arguments, line);
+    } catch (const StrictStop& e) {
+      line.Clear();
+      std::cerr << "kelvo: stopped at the first problem (--strict), nothing is written: "
+                << e.what() << '\n';
+      return kSomeUnusable;
+    }
+  });
 }
 
 } // namespace

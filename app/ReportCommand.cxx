@@ -1,6 +1,6 @@
 #include "app/Command.h"
+#include "app/CommandParts.h"
 #include "io/FitReader.h"
-#include "io/PendingFile.h"
 #include "io/Report.h"
 
 #include <cstdio>
@@ -24,9 +24,7 @@ struct ReportArguments {
 
 int Run(const ReportArguments& a) {
   FitReader fits(a.fFits);
-  PendingFile page(a.fOutput);
-  WriteReport(fits, page);
-  page.Commit();
+  WriteReport(fits, a.fOutput);
   std::printf("written: %s\n", a.fOutput.c_str());
   return 0;
 }
@@ -42,6 +40,7 @@ Command MakeReportCommand(CLI::App& program) {
       ->type_name("FILE");
   report->add_option("-o,--output", arguments->fOutput, "HTML page to be written")
       ->required()
+      ->check(EndsIn({".html", ".htm"}))
       ->type_name("FILE");
   return {report, [arguments] { return Run(*arguments); }};
 }

@@ -1,12 +1,10 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "app/ProgressLine.h"
 #include "io/SimulationFile.h"
 #include "track/Particles.h"
 
 #include <charconv>
 #include <cstdio>
-#include <iostream>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -80,7 +78,7 @@ void RegisterModel(CLI::App& simulate, SimulateArguments& a) {
   SimulationOptions& s = a.fFile.fSimulation;
   const char* group = "Model";
   simulate.add_option("--model", a.fModel, "How the particles scatter: full or fit")
-      ->check(CLI::IsMember({"full", "fit"}))
+      ->check(OneOf({"full", "fit"}))
       ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
@@ -121,7 +119,7 @@ void RegisterHits(CLI::App& simulate, SimulateArguments& a) {
       .add_option("--hits", a.fHits,
                   "What a plane measures: cells (the centre of its cell) or gauss (the true "
                   "coordinate with a Gaussian error)")
-      ->check(CLI::IsMember({"cells", "gauss"}))
+      ->check(OneOf({"cells", "gauss"}))
       ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
@@ -167,7 +165,7 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
       ->type_name("FILE");
   simulate.add_option("--particle", a.fParticle, "mu, pi or p")
       ->required()
-      ->check(CLI::IsMember({"mu", "pi", "p"}))
+      ->check(OneOf({"mu", "pi", "p"}))
       ->type_name("NAME");
   simulate
       .add_option("--kinetic-energy", a.fEnergy,
@@ -229,25 +227,16 @@ int Run(const CLI::App& simulate, SimulateArguments& arguments) {
   CheckCombination(simulate, arguments);
   Complete(arguments);
   const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
-  CatchSignals();
-  ProgressLine line;
-  const auto show = [&line](const FitProgress& progress) {
-    line.Show(progress);
-    return CaughtSignal() == 0;
-  };
-  try {
+  return RunWithProgress([&](ProgressLine& line) {
+    const auto show = [&line](const FitProgress& progress) {
+      line.Show(progress);
+      return CaughtSignal() == 0;
+    };
     const SimulationSummary summary = SimulateFile(detector, arguments.fFile, show);
     line.Clear();
     TellSummary(summary);
     return 0;
-  } catch (const RunStopped&) {
-    line.Clear();
-    std::cerr << "kelvo: interrupted, nothing is written\n";
-    return 128 + CaughtSignal();
-  } catch (...) {
-    line.Clear();
-    throw;
-  }
+  });
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "app/CommandParts.h"
 #include "app/RootMessages.h"
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <vector>
@@ -23,9 +24,12 @@ int Run(const kelvo::app::Command& command) {
 } // namespace
 
 int main(int argc, char** argv) {
+  // A file that becomes too large gives an error to be told, not the end.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App program{
       "kelvo fits the tracks of particles in detectors made of planes.\n"
-      "'kelvo COMMAND --help' explains a command and shows how it is used."};
+      "'kelvo COMMAND --help' explains a command and shows how it is used.",
+      "kelvo"};
   program.set_version_flag("--version", "kelvo " KELVO_VERSION);
   program.require_subcommand(1);
   const std::vector<kelvo::app::Command> commands{
@@ -39,7 +43,9 @@ int main(int argc, char** argv) {
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return program.exit(e) == 0 ? 0 : kelvo::app::kUsageOrFiles;
+    if (e.get_exit_code() == 0) return program.exit(e); // --help, --version
+    std::cerr << kelvo::app::UsageMessage(program, e, argc, argv);
+    return kelvo::app::kUsageOrFiles;
   }
   for (const auto& command : commands)
     if (command.fOptions->parsed()) return Run(command);

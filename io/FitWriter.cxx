@@ -166,7 +166,8 @@ void CheckSpace(const PendingFile& file, unsigned long long least) {
   const auto space = std::filesystem::space(file.Partial(), unknown);
   if (!unknown && space.available < least)
     throw FileError(file.Name() + ": cannot be written: only " +
-                    std::to_string(space.available >> 20) + " MiB are left on the disk");
+                    std::to_string(space.available >> 20) + " MiB are left on the disk, and " +
+                    std::to_string(least >> 20) + " are needed");
 }
 
 // ROOT tells of failed writes on the standard error stream only.

@@ -18,6 +18,8 @@ std::string PendingFile::PartialName(const std::string& name) {
 PendingFile::PendingFile(const std::string& name) : fName(name), fPartial(PartialName(name)) {
   std::error_code ignored;
   const auto status = std::filesystem::status(name, ignored);
+  if (std::filesystem::is_directory(status))
+    throw FileError(name + ": cannot be written: a folder has this name");
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
     throw FileError(name + ": cannot be written: something else than a file has this name");
   errno = 0;

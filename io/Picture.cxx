@@ -120,11 +120,12 @@ std::string Picture::Svg() const {
 void Picture::Save(const std::string& file) const {
   CheckName(file);
   const std::string format = Ending(file).substr(1);
-  PendingFile pending(file);
+  { const PendingFile isPossible(file); }
   std::string content = Drawn(format);
   if (format == "svg") content = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + content + '\n';
   if (format == "pdf")
     content = TitledPdf(content, PlainWord(std::filesystem::path(file).stem().string()));
+  PendingFile pending(file); // as late as possible, for an interrupted run leaves it behind
   std::ofstream out(pending.Partial(), std::ios::binary | std::ios::trunc);
   out << content;
   out.close();

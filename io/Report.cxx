@@ -3,6 +3,7 @@
 #include "io/Detector.h"
 #include "io/FileError.h"
 #include "io/FormattedText.h"
+#include "io/PendingFile.h"
 #include "io/ReportData.h"
 #include "io/ReportPlots.h"
 #include "io/SvgText.h"
@@ -392,13 +393,17 @@ private:
 
 } // namespace
 
-void WriteReport(FitReader& fits, const PendingFile& page) {
+void WriteReport(FitReader& fits, const std::string& file) {
+  { const PendingFile isPossible(file); }
   const auto detector = Detector::PlanesOfText(fits.Text("detector"), fits.File() + ", detector");
   const ReportData report = GatherReport(fits, detector.get());
+  const std::string html = Page(fits, detector.get(), report).Html();
+  PendingFile page(file); // as late as possible, for an interrupted run leaves it behind
   std::ofstream out(page.Partial(), std::ios::binary | std::ios::trunc);
-  out << Page(fits, detector.get(), report).Html();
+  out << html;
   out.close();
-  if (!out) throw FileError(page.Name() + ": could not be written completely; is the disk full?");
+  if (!out) throw FileError(file + ": could not be written completely; is the disk full?");
+  page.Commit();
 }
 
 } // namespace kelvo

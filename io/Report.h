@@ -1,7 +1,8 @@
 #pragma once
 
 #include "io/FitReader.h"
-#include "io/PendingFile.h"
+
+#include <string>
 
 namespace kelvo {
 
@@ -13,9 +14,9 @@ namespace kelvo {
 /// reader's choice of light or dark, and any width. What comes from input files is escaped. Memory
 /// does not grow with the number of tracks.
 ///
-/// @param page is filled and left to the caller to commit
+/// @param file appears under its name when it is complete
 /// @throw FileError          for damaged fits and a page that cannot be written
 /// @throw geo::DetectorError where the detector kept in the file cannot be used
-void WriteReport(FitReader& fits, const PendingFile& page);
+void WriteReport(FitReader& fits, const std::string& file);
 
 } // namespace kelvo

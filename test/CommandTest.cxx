@@ -174,13 +174,29 @@ TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
        "kelvo: column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
        "sigx, "
        "sigy, z, sigz, t, sigt, w\n"},
-      {"--max-ds -1", "--max-ds: \"-1\" is not a number above 0\n"},
-      {"--max-dx0 0", "--max-dx0: \"0\" is not a number above 0\n"},
-      {"--max-dt x", "--max-dt: \"x\" is not a number above 0\n"},
-      {"--scattering-factor nan", "--scattering-factor: \"nan\" is not a number above 0\n"},
-      {"--beyond-last-hit -0.1", "--beyond-last-hit: \"-0.1\" is not a number from 0 to 100\n"},
-      {"--beam-momentum 0", "--beam-momentum: \"0\" is not a number from 0.001 to 1000000\n"},
-      {"--threads 0", "--threads: \"0\" is not a number from 1 to 1024\n"},
+      {"--max-ds -1", "kelvo: --max-ds: \"-1\" is not a number above 0\n"},
+      {"--max-dx0 0", "kelvo: --max-dx0: \"0\" is not a number above 0\n"},
+      {"--max-dt x", "kelvo: --max-dt: \"x\" is not a number above 0\n"},
+      {"--scattering-factor nan",
+       "kelvo: --scattering-factor: \"nan\" is not a number above 0 and at most 100\n"},
+      {"--beyond-last-hit -0.1",
+       "kelvo: --beyond-last-hit: \"-0.1\" is not a number from 0 to 100\n"},
+      {"--beam-momentum 0",
+       "kelvo: --beam-momentum: \"0\" is not a number from 0.001 to 1000000\n"},
+      {"--threads 0", "kelvo: --threads: \"0\" is not a whole number from 1 to 1024\n"},
+      {"--threads 1.5", "kelvo: --threads: \"1.5\" is not a whole number from 1 to 1024\n"},
+      {"--limit -3",
+       "kelvo: --limit: \"-3\" is not a whole number from 0 to 18446744073709551615\n"},
+      {"--scattering-factor 101",
+       "kelvo: --scattering-factor: \"101\" is not a number above 0 and at most 100\n"},
+      {"--hypothesis mu,mu", "kelvo: --hypothesis: \"mu\" is named more than once\n"},
+      {"--format hdf", "kelvo: --format: \"hdf\" is none of ttree and rntuple\n"},
+      {"--csv fits.txt", "kelvo: --csv: \"fits.txt\" must end in .csv\n"},
+      {"--report fits.root", "kelvo: --report: \"fits.root\" must end in .html or .htm\n"},
+      {"--bogus",
+       "kelvo: the following argument was not expected: --bogus\n'kelvo fit --help' shows how it "
+       "is "
+       "used\n"},
   };
   fFolder.Write("hits.csv", kSomeBad);
   for (const Case& c : cases) {
@@ -189,9 +205,43 @@ TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
     EXPECT_EQ(run.fErr.find(c.fMessage), 0u) << run.fErr;
     EXPECT_EQ(Results(), 1) << c.fArguments;
   }
-  EXPECT_EQ(Run("").fStatus, 2);
-  EXPECT_EQ(Run("fits").fStatus, 2);
-  EXPECT_EQ(Run("fit").fStatus, 2);
+}
+
+TEST_F(Command, SaysWhatIsMissing) {
+  const std::string commands =
+      "; there are fit, simulate, detector, report, display and dedx\n"
+      "'kelvo --help' explains them\n";
+  const std::pair<const char*, std::string> cases[] = {
+      {"", "kelvo: a command is missing" + commands},
+      {"fits", "kelvo: \"fits\" is not a command" + commands},
+      {"fit", "kelvo: hits is missing\n'kelvo fit --help' shows how it is used\n"},
+      {"fit hits.csv", "kelvo: --detector is missing\n'kelvo fit --help' shows how it is used\n"},
+      {"display fits.root --track 1 -o",
+       "kelvo: --output: 1 required FILE missing\n'kelvo display --help' shows how it is used\n"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const Outcome run = Run(arguments);
+    EXPECT_EQ(run.fStatus, 2) << arguments;
+    EXPECT_EQ(run.fErr, message);
+    EXPECT_EQ(run.fOut, "");
+  }
+}
+
+// An ending that says another format is a mistake, and might be the name of an input.
+TEST_F(Command, RefusesFilesOfAnotherFormatBeforeAnyWork) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"fit missing.csv --detector missing.toml -o fits.csv", "\"fits.csv\" must end in .root"},
+      {"report missing.root -o missing.root", "\"missing.root\" must end in .html or .htm"},
+      {"display missing.root --track 1 -o a.html", "\"a.html\" must end in .svg, .png or .pdf"},
+      {"detector missing.toml -o a", "\"a\" must end in .svg, .png or .pdf"},
+      {"dedx Steel -o a.html", "\"a.html\" must end in .csv, .svg, .png or .pdf"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const Outcome run = Run(arguments);
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_EQ(run.fErr.find("kelvo: --output: " + message + '\n'), 0u) << run.fErr;
+  }
+  EXPECT_EQ(Results(), 0);
 }
 
 TEST_F(Command, SaysWhatIsWrongWithFiles) {
@@ -210,11 +260,15 @@ TEST_F(Command, SaysWhatIsWrongWithFiles) {
             "sigu\"; a column of another name needs a mapping, track=NAME\n");
   EXPECT_EQ(error("hits.csv -o folder/fits.root" + fine),
             "kelvo: folder/fits.root: cannot be written: No such file or directory\n");
-  EXPECT_EQ(error("hits.csv -o hits.csv" + fine), "kelvo: hits.csv is both input and output\n");
+  EXPECT_EQ(error("hits.csv -o fits.root --csv hits.csv" + fine),
+            "kelvo: hits.csv is both input and output\n");
+  fFolder.Write("hall.root", "");
+  EXPECT_EQ(error("hits.csv -o ./hall.root --detector hall.root"),
+            "kelvo: ./hall.root is both the detector and the output\n");
   EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector missing.toml"), "missing.toml"));
   EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector " + kTelescope),
                        "has Air, Silicon, for which there is no stopping-power table"));
-  EXPECT_EQ(Results(), 2);
+  EXPECT_EQ(Results(), 3);
 }
 
 TEST_F(Command, FitsABeamInAFileWithNamesOfItsOwn) {
@@ -263,7 +317,8 @@ TEST_F(Command, SaysWhatIsWrongWithASimulation) {
   const std::string telescope = "simulate --detector " + kTelescope;
   const Case cases[] = {
       {other + "--kinetic-energy 2..1",
-       "--kinetic-energy: \"2..1\" is not a number or an interval MIN..MAX from 0.001 to 10000 "
+       "kelvo: --kinetic-energy: \"2..1\" is not a number or an interval MIN..MAX from 0.001 to "
+       "10000 "
        "GeV, the smaller number first\n"},
       {other + "--kinetic-energy 1 --sigma 0.1",
        "kelvo: --sigma has no effect without --hits gauss\n"},
@@ -275,14 +330,15 @@ TEST_F(Command, SaysWhatIsWrongWithASimulation) {
        "kelvo: with the scattering of the fit, tracks stop after their mean range: a fluctuating "
        "energy loss and tracks that leave need the full scattering\n"},
       {other + "--kinetic-energy 1 --efficiency 0",
-       "--efficiency: \"0\" is not a number from 0.01 to 1\n"},
+       "kelvo: --efficiency: \"0\" is not a number from 0.01 to 1\n"},
       {other + "--kinetic-energy 1 --start-x 5..4",
-       "--start-x: \"5..4\" is not a number or an interval MIN..MAX from -100000 to 100000, the "
+       "kelvo: --start-x: \"5..4\" is not a number or an interval MIN..MAX from -100000 to 100000, "
+       "the "
        "smaller number first\n"},
       {begin + " --particle p --kinetic-energy 1 --tracks 0 --seed 1 -o hits.csv",
-       "--tracks: \"0\" is not a whole number from 1 to 1000000000000\n"},
+       "kelvo: --tracks: \"0\" is not a whole number from 1 to 1000000000000\n"},
       {begin + " --particle p --kinetic-energy 1 --tracks 5 --seed -1 -o hits.csv",
-       "--seed: \"-1\" is not a whole number from 0 to 18446744073709551615\n"},
+       "kelvo: --seed: \"-1\" is not a whole number from 0 to 18446744073709551615\n"},
       {begin + " --particle p --kinetic-energy 1 --tracks 5 --seed 1 -o hits.txt",
        "kelvo: hits.txt: the name tells the format of simulated hits and must end in .csv, .csv.gz "
        "or .root\n"},
@@ -422,7 +478,14 @@ TEST_F(Command, SaysWhichTrackItCannotDraw) {
   EXPECT_EQ(other.fErr, "kelvo: fits.root: track 5 is not there as p, only as mu, pi\n");
   const Outcome none = display("fits.root --track 5 --hypothesis electron");
   EXPECT_EQ(none.fStatus, 2);
-  EXPECT_EQ(none.fErr, "kelvo: --hypothesis: \"electron\" is none of mu, pi and p\n");
+  EXPECT_EQ(none.fErr,
+            "kelvo: --hypothesis: \"electron\" is none of mu, pi and p\n"
+            "'kelvo display --help' shows how it is used\n");
+  const Outcome huge = display("fits.root --track 99999999999999999999");
+  EXPECT_EQ(huge.fStatus, 2);
+  EXPECT_EQ(huge.fErr.find("kelvo: --track: \"99999999999999999999\" is not a whole number of at "
+                           "most 64 bits\n"),
+            0u);
   EXPECT_FALSE(Exists("a.svg"));
   const Outcome twice = display("fits.root --track 0");
   EXPECT_EQ(twice.fStatus, 0);
@@ -454,16 +517,6 @@ TEST_F(Command, DrawsOnlyWhatAFileHolds) {
                             "'kelvo fit' writes it\n");
 }
 
-TEST_F(Command, RefusesPicturesOfAnotherFormatBeforeAnyWork) {
-  for (const std::string command : {"display missing.root --track 1 -o a.html",
-                                    "detector missing.toml -o a.html", "dedx Steel -o a.html"}) {
-    const Outcome run = Run(command);
-    EXPECT_EQ(run.fStatus, 2);
-    EXPECT_EQ(run.fErr, "kelvo: \"a.html\" must end in .svg, .png or .pdf\n") << command;
-  }
-  EXPECT_EQ(Results(), 0);
-}
-
 TEST_F(Command, ReportsOnARunDirectlyOrLater) {
   ASSERT_EQ(Fit(kMuons + " --limit 40 --report direct.html").fStatus, 0);
   const Outcome later = Run("report fits.root -o later.html");
@@ -481,10 +534,36 @@ TEST_F(Command, FindsOutBeforeTheFitThatAReportCannotBeWritten) {
   EXPECT_EQ(missing.fStatus, 2);
   EXPECT_EQ(missing.fErr,
             "kelvo: missing/fits.html: cannot be written: No such file or directory\n");
-  const Outcome twice = Fit(kMuons + " --report fits.root");
-  EXPECT_EQ(twice.fStatus, 2);
-  EXPECT_EQ(twice.fErr, "kelvo: fits.root is named twice as output\n");
   EXPECT_EQ(Results(), 0);
+}
+
+TEST_F(Command, KeepsTheFitsWhenTheReportCannotBeWrittenToItsEnd) {
+  const Outcome run =
+      Fit(kMuons + " --limit 20 --hypothesis mu --report fits.html", "ulimit -f 256 &&");
+  EXPECT_EQ(run.fStatus, 2);
+  EXPECT_TRUE(Contains(run.fOut, "  tracks fitted                                20\n"));
+  EXPECT_EQ(run.fErr,
+            "kelvo: fits.html: could not be written completely; is the disk full?; fits.root is "
+            "complete, and 'kelvo report' makes the page from it\n");
+  EXPECT_EQ(Results(), 1);
+  EXPECT_EQ(Run("report fits.root -o fits.html").fStatus, 0);
+}
+
+TEST_F(Command, TellsThatAPictureCannotBeWrittenToItsEnd) {
+  for (const std::string format : {"svg", "png", "pdf", "csv"}) {
+    const Outcome run = Run("dedx Steel -o a." + format, "ulimit -f 2 &&");
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_TRUE(Contains(run.fErr, "could not be written completely")) << run.fErr;
+    EXPECT_EQ(Results(), 0);
+  }
+}
+
+// Its chi-square per degree of freedom is not a number.
+TEST_F(Command, FitsATrackThatHasAsManyHitsAsParameters) {
+  fFolder.Write("few.csv", "track,view,u,z,sigu\n1,X,0,3,1\n1,X,1,15,1\n1,Y,0,9,1\n1,Y,0,21,1\n");
+  const Outcome run = Fit("few.csv --hypothesis mu");
+  EXPECT_EQ(run.fStatus, 0);
+  EXPECT_TRUE(Contains(run.fOut, "  mu                    1          1   -\n")) << run.fOut;
 }
 
 TEST_F(Command, ShowsEnergyLossAsTableCsvAndPicture) {

@@ -383,7 +383,7 @@ TEST(PendingFile, SaysWhyAFileCannotBeMade) {
   EXPECT_EQ(PendingError("/dev/null"),
             "/dev/null: cannot be written: something else than a file has this name");
   EXPECT_EQ(PendingError(folder.Path("")),
-            folder.Path("") + ": cannot be written: something else than a file has this name");
+            folder.Path("") + ": cannot be written: a folder has this name");
   const std::string lost = folder.Path("missing/result");
   EXPECT_EQ(PendingError(lost), lost + ": cannot be written: No such file or directory");
 }

@@ -61,9 +61,7 @@ protected:
 
   std::string Page(const std::string& fits) {
     kelvo::FitReader reader(fits);
-    kelvo::PendingFile page(fFolder.Path("page.html"));
-    kelvo::WriteReport(reader, page);
-    page.Commit();
+    kelvo::WriteReport(reader, fFolder.Path("page.html"));
     return fFolder.Read("page.html");
   }
 
