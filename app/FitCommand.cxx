@@ -227,7 +227,7 @@ void WriteReport(const FitArguments& a) try {
   kelvo::WriteReport(fits, a.fReport);
   std::printf("  written: %s\n", a.fReport.c_str());
 } catch (const std::exception& e) {
-  throw FileError(std::string(e.what()) + "; " + a.fFile.fOutput +
+  throw FileError(std::string(e.what()) + "\nkelvo: " + a.fFile.fOutput +
                   " is complete, and 'kelvo report' makes the page from it");
 }
 

@@ -542,9 +542,10 @@ TEST_F(Command, KeepsTheFitsWhenTheReportCannotBeWrittenToItsEnd) {
       Fit(kMuons + " --limit 20 --hypothesis mu --report fits.html", "ulimit -f 256 &&");
   EXPECT_EQ(run.fStatus, 2);
   EXPECT_TRUE(Contains(run.fOut, "  tracks fitted                                20\n"));
-  EXPECT_EQ(run.fErr,
-            "kelvo: fits.html: could not be written completely; is the disk full?; fits.root is "
-            "complete, and 'kelvo report' makes the page from it\n");
+  EXPECT_EQ(
+      run.fErr,
+      "kelvo: fits.html: could not be written completely; is the disk full?\nkelvo: fits.root is "
+      "complete, and 'kelvo report' makes the page from it\n");
   EXPECT_EQ(Results(), 1);
   EXPECT_EQ(Run("report fits.root -o fits.html").fStatus, 0);
 }
