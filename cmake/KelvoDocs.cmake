@@ -8,5 +8,8 @@ if(KELVO_DOXYGEN)
   configure_file(docs/Doxyfile.in ${PROJECT_BINARY_DIR}/docs/Doxyfile @ONLY)
   add_custom_target(docs
     COMMAND ${KELVO_DOXYGEN} ${PROJECT_BINARY_DIR}/docs/Doxyfile
+    # Where the pages look for them; Doxygen copies no pictures from folders below the documents'.
+    COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/docs/img
+            ${PROJECT_BINARY_DIR}/docs/html/img
     COMMENT "Doxygen pages: docs/html/index.html in the build folder")
 endif()

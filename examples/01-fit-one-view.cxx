@@ -68,6 +68,7 @@ View ReadView(const std::string& file) {
   return view;
 }
 
+//! [load]
 kelvo::Lutz Load(const View& view) {
   const auto n = static_cast<unsigned int>(view.fMeasurements.size());
   const auto m = static_cast<unsigned int>(view.fPlanes.size());
@@ -97,7 +98,9 @@ kelvo::Lutz Load(const View& view) {
   }
   return fit;
 }
+//! [load]
 
+//! [results]
 void PrintTable(const View& view, const kelvo::Lutz& fit, double x0, double slope,
                 const std::vector<double>& kinks) {
   std::printf("intercept %9.4f +- %.4f cm\n", x0, std::sqrt(fit.VarX(0)));
@@ -115,6 +118,7 @@ void PrintTable(const View& view, const kelvo::Lutz& fit, double x0, double slop
     std::printf("%14.2f %12.2f %22.2f\n", view.fPlanes[j].fZ, 1e3 * kinks[j],
                 1e3 * view.fPlanes[j].fSigAlpha);
 }
+//! [results]
 
 void WriteCSV(const std::string& file, const View& view, const kelvo::Lutz& fit) {
   std::ofstream out(file);
@@ -135,6 +139,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
+    //! [fit]
     const View view = ReadView(argv[1]);
     kelvo::Lutz fit = Load(view);
     double x0 = 0;
@@ -146,6 +151,7 @@ int main(int argc, char** argv) {
                                ": the measurements do not fix a line; "
                                "at least two different z are needed");
     PrintTable(view, fit, x0, slope, kinks);
+    //! [fit]
     if (argc == 3) WriteCSV(argv[2], view, fit);
   } catch (const std::exception& e) {
     std::cerr << e.what() << '\n';

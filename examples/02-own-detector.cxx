@@ -25,6 +25,7 @@ struct Shell {
   const TGeoMaterial* fMaterial;
 };
 
+//! [geometry]
 // Scintillator in a drum of PVC and steel that stands on z = 0, with vacuum around. Nothing changes
 // after construction, so any number of threads may share one.
 class Drum : public geo::GeometryBase {
@@ -42,6 +43,8 @@ public:
       mats.push_back(Material(p));
     }
   }
+
+  //! [geometry]
 
 private:
   // Where the line from p0 (0) to p1 (1) meets a surface, in order, with both ends.
@@ -76,6 +79,7 @@ private:
     return fVacuum;
   }
 
+  //! [materials]
   // The name picks the stopping power: Scintillator, PVC, Glue, Steel or Vacuum. Then atomic mass
   // and number, density [g/cm3], and minus the radiation length [cm]: a positive one would make
   // ROOT compute its own. Never deleted here: ROOT's geometry package, where it is there, does so
@@ -84,6 +88,7 @@ private:
   const TGeoMaterial* fPVC = new TGeoMaterial("PVC", 20, 10, 1.49, -16.517);
   const TGeoMaterial* fSteel = new TGeoMaterial("Steel", 55.845, 26, 7.87, -1.7584);
   const TGeoMaterial* fVacuum = new TGeoMaterial("Vacuum", 0, 0, 0);
+  //! [materials]
   const std::vector<Shell> fShells{{30, fScintillator}, {31, fPVC}, {31.5, fSteel}}; // outwards
   const double fHeight = 100;                                                        // cm
 };
@@ -138,11 +143,13 @@ int main(int argc, char** argv) {
     std::cerr << "start and stop are the same point; there is no way between them\n";
     return 2;
   }
+  //! [path]
   static const Drum drum; // lives as long as its materials
   try {
     const kelvo::Path path(drum, start, stop, 0);
     PrintSteps(drum, path, start, stop);
     PrintStart(path);
+    //! [path]
   } catch (kelvo::KelvoException& e) {
     e.Print();
     return 1;

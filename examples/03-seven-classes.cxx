@@ -40,6 +40,7 @@ struct Measurement {
   throw std::runtime_error(what);
 }
 
+//! [hits]
 // Step 1: the hits, each with the coordinate that its plane measured.
 kelvo::HitList3D ReadHits(const std::string& file) {
   std::ifstream in(file);
@@ -64,6 +65,9 @@ kelvo::HitList3D ReadHits(const std::string& file) {
   return hits;
 }
 
+//! [hits]
+
+//! [frame]
 // Step 2: the frame along the track, with its origin at the first hit.
 kelvo::TrackBasis MakeFrame(const kelvo::HitList3D& hits) {
   std::vector<double> x, y, z, dx, dy, dz;
@@ -93,11 +97,14 @@ std::vector<Measurement> InFrame(const kelvo::HitList3D& hits, const kelvo::Trac
   return measurements;
 }
 
+//! [frame]
+
 // The fitted track before its first scattering plane, in one view of the track frame.
 struct Line {
   double fX0 = 0, fSlope = 0; // at the frame's origin [cm]
 };
 
+//! [view]
 // Step 4: the straight line that bends at the surfaces, through the hits of one view.
 Line FitView(geo::_plane_proj view, const std::vector<Measurement>& all,
              const kelvo::ScatteringSurfaces& surfaces) {
@@ -122,6 +129,7 @@ Line FitView(geo::_plane_proj view, const std::vector<Measurement>& all,
               1e3 * largest, chi2, fit.NDOF());
   return line;
 }
+//! [view]
 
 // The fitted track where it begins, in the detector again.
 void PrintBegin(const kelvo::TrackBasis& frame, const Line& x, const Line& y) {
@@ -135,6 +143,7 @@ void PrintBegin(const kelvo::TrackBasis& frame, const Line& x, const Line& y) {
               (next[2] - at[2]) / length);
 }
 
+//! [momenta]
 void PrintMomenta(const kelvo::Path& path, double s) {
   std::printf(
       "\nat the first hit, by range        T [GeV]  p [GeV/c]    beta  dE/dx in scintillator\n");
@@ -149,6 +158,7 @@ void PrintMomenta(const kelvo::Path& path, double s) {
     std::printf("%31s %9.3f %10.3f %7.4f %10.3f MeV/cm\n", names[i], T[i], p[i], beta[i],
                 1e3 * scintillator(T[i], masses[i]));
 }
+//! [momenta]
 
 void FitTrack(const geo::PlaneDetector& detector, kelvo::HitList3D hits, int pdg) {
   hits.CompleteOrtho(); // sorts by z and fills in what the planes did not measure
@@ -156,6 +166,7 @@ void FitTrack(const geo::PlaneDetector& detector, kelvo::HitList3D hits, int pdg
   const TVector3& axis = frame.ZAxis();
   std::printf("%zu hits along (%.4f, %.4f, %.4f)\n", hits.size(), axis.X(), axis.Y(), axis.Z());
 
+  //! [planes]
   // Step 3: the scattering planes. The particle stops somewhere before the next plane that it would
   // have hit: halfway there.
   const std::vector<Measurement> measurements = InFrame(hits, frame);
@@ -168,6 +179,7 @@ void FitTrack(const geo::PlaneDetector& detector, kelvo::HitList3D hits, int pdg
   frame.TrkToDet(0, 0, end, 0, 0, 0, &p1[0], &p1[1], &p1[2], nullptr, nullptr, nullptr);
   kelvo::ScatteringSurfaces surfaces(pdg, kMaxDs, kMaxDX0, kMaxDT);
   surfaces.MakeSurfaces(detector, p0, p1, s);
+  //! [planes]
 
   std::printf("\n%u scattering planes     s [cm]  width [mrad]\n", surfaces.N());
   for (unsigned int j = 0; j < surfaces.N(); ++j)

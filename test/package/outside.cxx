@@ -1,14 +1,25 @@
-// A user's program: the line through two points.
-#include "func/Lutz.h"
+// A user's program: a straight track of eight hits that stops in a detector.
+#include "func/HitList3D.h"
+#include "geo/PlaneDetector.h"
+#include "track/TrackFitter.h"
 
 #include <TGeoMaterial.h>
 
+#include <iostream>
+
 int main() {
+  kelvo::HitList3D hits;
+  for (int i = 0; i < 8; i += 2) {
+    hits.AddHit(geo::kX, 2.1, 0, 3 + 6.05 * i, 0, 0.3, 0, 0, 0, 1);
+    hits.AddHit(geo::kY, 0, 2.1, 9.05 + 6.05 * i, 0, 0, 0.3, 0, 0, 1);
+  }
+  //! [five lines]
+  const auto detector = geo::PlaneDetector::FromFile("detectors/fine.toml");
+  kelvo::TrackFitter fitter(detector);
+  const kelvo::TrackFit fit = fitter.Fit(hits);
+  if (fit.Fitted()) std::cout << fit.fHypothesis[fit.fBest].fP << " GeV/c\n";
+  if (!fit.Fitted()) std::cout << fit.fHypothesis[0].fMessage << '\n';
+  //! [five lines]
   const TGeoMaterial steel("Steel", 55.845, 26, 7.87, -1.7584);
-  kelvo::Lutz fit(2, 0);
-  fit.SetMeasurement(0, 0, 1, 0.5);
-  fit.SetMeasurement(1, 10, 21, 0.5);
-  double slope = 0;
-  fit.Fit(nullptr, &slope, nullptr, nullptr);
-  return slope > 1.999 && slope < 2.001 && steel.GetRadLen() == 1.7584 ? 0 : 1;
+  return fit.Fitted() && fit.fHypothesis[0].fP > 0.1 && steel.GetRadLen() == 1.7584 ? 0 : 1;
 }

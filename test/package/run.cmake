@@ -1,7 +1,7 @@
 # Builds the outside program against an install tree (MODE find_package) or with the sources as a
 # subdirectory (MODE add_subdirectory), and runs it.
 function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${SOURCE_DIR} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT status EQUAL 0)
     message(FATAL_ERROR "failed: ${ARGN}\n${output}")
   endif()
