@@ -134,6 +134,53 @@ def test_trees_and_ntuples_hold_the_same(fits, folder):
         assert ak.array_equal(ntuple[name], fits[name], equal_nan=True), name
 
 
+@pytest.mark.parametrize("name", ["tree.root", "ntuple.root"])
+def test_pandas_reads_the_scalars(folder, fits, name):
+    table = uproot.open(folder / name)["fits"]
+    numbers = [column for column in SCALARS if column != "message"]
+    frame = table.arrays(numbers, library="pd")
+    assert sorted(frame.columns) == sorted(numbers)
+    assert len(frame) == 3 * TRACKS
+    for column in numbers:
+        assert frame[column].tolist() == fits[column].to_list(), column
+    assert (frame.groupby("track", sort=False)["best"].sum() == 1).all()
+    # uproot alone makes no pandas column of texts
+    assert ak.to_dataframe(table.arrays(SCALARS))["message"].tolist() == fits["message"].to_list()
+
+
+def test_columns_are_read_alone_and_with_a_selection(folder, fits):
+    muons = uproot.open(folder / "tree.root")["fits"].arrays(["p", "pull"], "best & (pdg == 13)")
+    selected = fits[fits["best"] & (fits["pdg"] == 13)]
+    assert 0 < len(muons) < TRACKS
+    assert ak.array_equal(muons["pull"], selected["pull"])
+    assert ak.array_equal(muons["p"], selected["p"])
+
+
+@pytest.mark.parametrize("table", ["ttree", "rntuple"])
+def test_scalars_alone_are_the_same_scalars(folder, fits, tmp_path, table):
+    fit(tmp_path, "-o", "f.root", "--scalars", "--format", table)
+    scalars = uproot.open(tmp_path / "f.root")["fits"].arrays()
+    assert sorted(scalars.fields) == sorted(SCALARS)
+    for name in SCALARS:
+        assert ak.array_equal(scalars[name], fits[name], equal_nan=True), name
+
+
+def test_simulated_hits_and_their_truth_are_tables(tmp_path):
+    command = [COMMAND, "simulate", "--detector", DETECTOR, "--particle", "mu",
+               "--kinetic-energy", "0.5..1", "--tracks", "50", "--seed", "1", "--hit-truth",
+               "-o", "hits.root"]
+    subprocess.run(command, check=True, cwd=tmp_path, stdout=subprocess.DEVNULL)
+    file = uproot.open(tmp_path / "hits.root")
+    hits, hit_truth = file["hits"].arrays(), file["hittruth"].arrays()
+    truth = file["truth"].arrays(library="pd")
+    assert truth["track"].tolist() == hits["track"].to_list() == list(range(50))
+    assert ak.array_equal(hits["z"], hit_truth["z"])
+    true = ak.where(hits["view"] == 0, hit_truth["x"], hit_truth["y"])
+    assert ak.max(abs(hits["u"] - true)) < 5  # half a cell and what the particle moves in it
+    assert ak.all(ak.num(hits["u"]) == ak.num(hits["sigu"]))
+    assert truth["T"].between(0.4, 1).all()
+
+
 def test_csv_holds_the_same_scalars(fits, folder):
     csv = pd.read_csv(folder / "fits.csv", dtype={"message": str})
     assert list(csv.columns) == SCALARS
@@ -158,10 +205,12 @@ def test_options_and_detector_are_kept(folder):
         assert str(file["version"])
 
 
-def test_failed_fits_are_entries_without_numbers(tmp_path):
+@pytest.mark.parametrize("table", ["ttree", "rntuple"])
+def test_failed_fits_are_entries_without_numbers(tmp_path, table):
     (tmp_path / "hits.csv").write_text("track,view,u,z,sigu\n7,X,1,3,0.3\n8,X,a \"b\", 3,0.3\n")
     done = subprocess.run(
-        [COMMAND, "fit", "hits.csv", "--detector", DETECTOR, "-o", "f.root", "--csv", "f.csv"],
+        [COMMAND, "fit", "hits.csv", "--detector", DETECTOR, "-o", "f.root", "--csv", "f.csv",
+         "--format", table],
         cwd=tmp_path,
         capture_output=True,
     )
