@@ -3,10 +3,8 @@
 #include "io/FitFile.h"
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <iostream>
-#include <optional>
 
 namespace kelvo::app {
 
@@ -15,15 +13,6 @@ namespace {
 volatile std::sig_atomic_t gSignal = 0;
 void NoteSignal(int number) {
   gSignal = number;
-}
-
-template <typename T>
-std::optional<T> NumberFrom(const std::string& text) {
-  T value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return value;
 }
 
 // "a, b and c".

@@ -4,11 +4,23 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kelvo::app {
+
+/// Returns the number that is all of a text, if it is one.
+template <typename T>
+std::optional<T> NumberFrom(const std::string& text) {
+  T value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return value;
+}
 
 /// Checks an option's number, of which nothing else may stand in the argument.
 /// @param rule what the message says the number must be, such as "above 0"

@@ -3,7 +3,6 @@
 #include "io/SimulationFile.h"
 #include "track/Particles.h"
 
-#include <charconv>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -47,19 +46,11 @@ struct SimulateArguments {
   std::string fStart[3];
 };
 
-std::optional<double> NumberFrom(const std::string& text) {
-  double value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return value;
-}
-
 // "0.3..1.6" or "1".
 std::optional<SimulationRange> RangeFrom(const std::string& text) {
   const std::size_t dots = text.find("..");
-  const auto low = NumberFrom(text.substr(0, dots));
-  const auto high = dots == std::string::npos ? low : NumberFrom(text.substr(dots + 2));
+  const auto low = NumberFrom<double>(text.substr(0, dots));
+  const auto high = dots == std::string::npos ? low : NumberFrom<double>(text.substr(dots + 2));
   if (!low || !high) return std::nullopt;
   return SimulationRange{*low, *high};
 }

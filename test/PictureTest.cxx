@@ -30,20 +30,6 @@ kelvo::Picture SmallPicture() {
   return picture;
 }
 
-void ExpectTextsInside(const std::string& picture) {
-  const test::SvgShapes svg(picture);
-  EXPECT_FALSE(svg.fTexts.empty());
-  for (const auto& text : svg.fTexts) {
-    const double width = test::SvgShapes::Number(text.fTag, "textLength");
-    const std::string anchor = test::SvgShapes::Attribute(text.fTag, "text-anchor");
-    const double shift = anchor == "end" ? width : anchor == "middle" ? width / 2 : 0;
-    const double x = test::SvgShapes::Number(text.fTag, "x") - shift;
-    EXPECT_GE(x, 0) << text.fContent;
-    EXPECT_LE(x + width, svg.fViewBox.at(2)) << text.fContent;
-    EXPECT_LE(test::SvgShapes::Number(text.fTag, "y"), svg.fViewBox.at(3)) << text.fContent;
-  }
-}
-
 geo::PlaneDetector Detector(const std::string& name) {
   return geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + name + ".toml");
 }
@@ -207,7 +193,7 @@ TEST(Plot, KeepsLongNumbersWithinThePicture) {
   kelvo::Picture picture(640, 400, "");
   kelvo::Plot(picture, {86, 60}, {620, 330}, {0, 1, "z [cm]"}, {-1000.00012, -1000.00004, "x [cm]"})
       .DrawAxes();
-  ExpectTextsInside(picture.Svg());
+  test::ExpectTextsInside(test::SvgShapes(picture.Svg()));
 }
 
 TEST(Picture, RefusesOtherEndings) {
@@ -291,7 +277,7 @@ TEST(DetectorDrawing, ShowsEveryPlaneInBothSideViews) {
 
 TEST(DetectorDrawing, HasNothingOutsideOfThePicture) {
   for (const char* name : {"fine", "range", "telescope"})
-    ExpectTextsInside(kelvo::DrawDetector(Detector(name)).Svg());
+    test::ExpectTextsInside(test::SvgShapes(kelvo::DrawDetector(Detector(name)).Svg()));
 }
 
 // One layer of the range stack: 2.5 cm of steel and 1 cm of scintillator in 4 cm.
@@ -375,7 +361,7 @@ TEST(EnergyLoss, IsDrawnWithEveryMinimumMarked) {
       curves.push_back(kelvo::FindEnergyLoss(material, particle, Energies()));
   const std::string svg = kelvo::DrawEnergyLoss(curves).Svg();
   EXPECT_EQ(test::SvgShapes(svg).fCircles.size(), curves.size() + 1);
-  ExpectTextsInside(svg);
+  test::ExpectTextsInside(test::SvgShapes(svg));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -73,5 +75,21 @@ private:
     return fill.empty() || fill == "none" ? Attribute(tag, "stroke") : fill;
   }
 };
+
+/// Expects every text to be within the picture from its left end to its right one.
+inline void ExpectTextsInside(const SvgShapes& svg) {
+  EXPECT_FALSE(svg.fTexts.empty());
+  for (const auto& text : svg.fTexts) {
+    const double width = SvgShapes::Number(text.fTag, "textLength");
+    const std::string anchor = SvgShapes::Attribute(text.fTag, "text-anchor");
+    const double shift = anchor == "end" ? width : anchor == "middle" ? width / 2 : 0;
+    const double x = SvgShapes::Number(text.fTag, "x") - shift;
+    const double y = SvgShapes::Number(text.fTag, "y");
+    EXPECT_GE(x, 0) << text.fContent;
+    EXPECT_LE(x + width, svg.fViewBox.at(2)) << text.fContent;
+    EXPECT_GE(y, 0) << text.fContent;
+    EXPECT_LE(y, svg.fViewBox.at(3)) << text.fContent;
+  }
+}
 
 } // namespace test

@@ -47,22 +47,10 @@ std::size_t HitsOf(const kelvo::FitRow& row) {
   return static_cast<std::size_t>(row.fN[0] + row.fN[1]);
 }
 
-// The width of its text in a font like Helvetica, from the left end to the right one.
 void ExpectInside(const test::SvgShapes& svg) {
+  test::ExpectTextsInside(svg);
   const double right = svg.fViewBox.at(2);
   const double bottom = svg.fViewBox.at(3);
-  for (const auto& text : svg.fTexts) {
-    const double width = test::SvgShapes::Number(text.fTag, "textLength");
-    const std::string anchor = test::SvgShapes::Attribute(text.fTag, "text-anchor");
-    double x = test::SvgShapes::Number(text.fTag, "x");
-    const double y = test::SvgShapes::Number(text.fTag, "y");
-    if (anchor == "middle") x -= width / 2;
-    if (anchor == "end") x -= width;
-    EXPECT_GE(x, 0) << text.fContent;
-    EXPECT_LE(x + width, right) << text.fContent;
-    EXPECT_GE(y, 0) << text.fContent;
-    EXPECT_LE(y, bottom) << text.fContent;
-  }
   for (const auto& circle : svg.fCircles) {
     EXPECT_GT(test::SvgShapes::Number(circle.fTag, "cx"), 0);
     EXPECT_LT(test::SvgShapes::Number(circle.fTag, "cx"), right);
