@@ -50,6 +50,7 @@ struct LineFitCalls {
 struct ArrayCalls {
   static HitColumns MakeColumns(const std::string& place, const std::vector<std::string>& inFile,
                                 const std::map<std::string, std::string>& mapping) {
+    CheckHitColumnNames(mapping);
     return HitColumns(place, inFile, mapping);
   }
   static TrackFitter MakeFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {

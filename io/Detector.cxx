@@ -45,6 +45,11 @@ std::unique_ptr<geo::PlaneDetector> Detector::PlanesOfText(const std::string& te
   return std::make_unique<geo::PlaneDetector>(geo::PlaneDetector::FromText(text, file));
 }
 
+Detector Detector::FromText(const std::string& text, const std::string& file) {
+  return Detector(
+      std::make_shared<const geo::PlaneDetector>(geo::PlaneDetector::FromText(text, file)));
+}
+
 Detector Detector::FromFile(const std::string& file) {
   if (!EndsWith(file, ".gdml") && !EndsWith(file, ".root"))
     return Detector(std::make_shared<const geo::PlaneDetector>(geo::PlaneDetector::FromFile(file)));

@@ -20,6 +20,11 @@ public:
   ///        ROOT lacks its geometry package
   static Detector FromFile(const std::string& file);
 
+  /// Reads the text of a TOML file.
+  /// @param file name of the file for the messages
+  /// @throw geo::DetectorError
+  static Detector FromText(const std::string& text, const std::string& file);
+
   /// Refers to a detector made of planes, which must outlive this object and its copies.
   Detector(const geo::PlaneDetector& planes);
 
@@ -30,6 +35,10 @@ public:
            std::vector<std::string> materials = {});
 
   const geo::GeometryBase& Geometry() const { return *fGeometry; }
+
+  /// Returns the same with its lifetime, for who may outlive this object; the lifetime of what is
+  /// only referred to stays the caller's concern.
+  std::shared_ptr<const geo::GeometryBase> SharedGeometry() const { return fGeometry; }
 
   /// Returns the same, where it is made of planes, whose offsets are added to hits; null otherwise.
   const geo::PlaneDetector* Planes() const { return fPlanes; }

@@ -10,6 +10,7 @@ momenta in GeV/c, angles in rad. ROOT is loaded at the first use, not by the imp
 from .detector import ActivePlane, MaterialThickness, PlaneDetector
 from .errors import Error, ErrorCode, FitWarning
 from .fitter import HypothesisFit, TrackFit, TrackFitOptions, TrackFitter
+from .frame import define_fit
 from .hits import HitList3D
 from .line_fits import KinkPoint, KinkResidual, KinkSmoother, KinkStatus, LineFit, Lutz
 from .track import Kinematics, Path, ScatteringSurfaces, TrackBasis, dEdxTable
@@ -40,5 +41,6 @@ __all__ = [
     "TrackFitOptions",
     "TrackFitter",
     "dEdxTable",
+    "define_fit",
     "fit_tracks",
 ]

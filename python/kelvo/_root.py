@@ -85,3 +85,11 @@ def _error(e: Any, says: Mapping[ErrorCode, str]) -> Any:
     if isinstance(e, root().std.exception):
         return Error(_in_python(str(e.what())))
     return e  # not from the library
+
+
+def string_map(names: Mapping[str, str]) -> Any:
+    """Returns a std::map of texts."""
+    made = root().std.map["std::string", "std::string"]()
+    for name, other in names.items():
+        made[name] = other
+    return made

@@ -40,13 +40,17 @@ class PlaneDetector:
 
     def __init__(self, text: str, file: str = "detector") -> None:
         """Reads the text of a file; its name begins the messages."""
-        self._cpp: Any = call(root().geo.PlaneDetector.FromText, text, file)
+        self._detector: Any = call(cpp().Detector.FromText, text, file)
+        self._cpp: Any = self._detector.Planes()
 
     @classmethod
     def FromFile(cls, file: str | os.PathLike[str]) -> PlaneDetector:
         """Reads a file; an Error says file, line, column and field of what is wrong."""
         self = cls.__new__(cls)
-        self._cpp = call(root().geo.PlaneDetector.FromFile, os.fspath(file))
+        self._detector = call(cpp().Detector.FromFile, os.fspath(file))
+        self._cpp = self._detector.Planes()
+        if not self._cpp:
+            raise Error(f"{file} is not made of planes; give its name in place of the detector")
         return self
 
     @classmethod
@@ -103,21 +107,24 @@ class PlaneDetector:
 DetectorLike = Union[str, "os.PathLike[str]", PlaneDetector, Any]
 
 
+_kept: list[Any] = []
+
+
 def cpp_detector(detector: DetectorLike) -> Any:
-    """Returns the kelvo::Detector of C++; what it refers to lives as long as it does."""
+    """Returns the kelvo::Detector of C++."""
     if isinstance(detector, (str, os.PathLike)):
         return call(cpp().Detector.FromFile, os.fspath(detector))
+    if isinstance(detector, PlaneDetector):
+        return detector._detector
     if isinstance(detector, cpp().Detector):
         return detector
-    geometry = detector._cpp if isinstance(detector, PlaneDetector) else detector
-    if not isinstance(geometry, root().geo.GeometryBase):
+    if not isinstance(detector, root().geo.GeometryBase):
         raise Error(
             f"detector is a {type(detector).__name__}; kelvo takes the name of a detector's file, "
             "a kelvo.PlaneDetector, or a geo::GeometryBase of C++"
         )
-    if isinstance(geometry, root().geo.PlaneDetector):
-        made = cpp().Detector(geometry)
-    else:
-        made = cpp().Detector(geometry, type(geometry).__name__)
-    made._geometry = geometry
-    return made
+    # It only refers to the geometry.
+    _kept.append(detector)
+    if isinstance(detector, root().geo.PlaneDetector):
+        return cpp().Detector(detector)
+    return cpp().Detector(detector, type(detector).__name__)

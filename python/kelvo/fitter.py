@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import math
-from typing import Any, Union
+from typing import Any, Sequence, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -27,7 +27,7 @@ _SOLVERS = ("dense", "linear")
 class TrackFitOptions:
     """What a fit is to do; the defaults are what users want for stopping particles."""
 
-    hypotheses: tuple[Hypothesis, ...] = ("mu", "pi", "p")
+    hypotheses: Sequence[Hypothesis] = ("mu", "pi", "p")
     """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
     max_ds: float = 30.0
     """largest step between scattering planes [cm]"""

@@ -12,7 +12,7 @@ import numpy as np
 
 from ._columns import to_awkward, to_pandas, views
 from ._arrays import count
-from ._root import call, cpp, root
+from ._root import call, cpp, root, string_map
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, FitWarning
 from .fitter import Hypothesis, TrackFitOptions
@@ -99,7 +99,7 @@ def fit_tracks(
         raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
     options = cpp().FitTableOptions()
     options.fFit = TrackFitOptions(
-        tuple(hypotheses) if not isinstance(hypotheses, (str, int)) else (hypotheses,),
+        hypotheses,
         max_ds,
         max_dx0,
         max_dt,
@@ -177,8 +177,7 @@ def _files(files: Sequence[Any], columns: dict[str, str], tree: str) -> _Source:
     if not files:
         raise Error("there is no file of hits")
     options = cpp().HitReaderOptions()
-    for name, other in columns.items():
-        options.fColumns[name] = other
+    options.fColumns = string_map(columns)
     options.fTree = tree
     names = root().std.vector["std::string"]([os.fspath(f) for f in files])
     return _Source(call(cpp().HitReader, names, options))
@@ -188,19 +187,12 @@ class _Columns:
     """The columns of hits in a table in memory, found by the rules for files."""
 
     def __init__(self, names: Sequence[str], mapping: dict[str, str]) -> None:
-        known = [str(name) for name in cpp().HitColumnNames()]
-        for name in mapping:
-            if name not in known:
-                raise Error(f"column {name!r} is none of those that hits have: {', '.join(known)}")
         vector = root().std.vector["std::string"](list(names))
-        map_ = root().std.map["std::string", "std::string"]()
-        for name, other in mapping.items():
-            map_[name] = other
-        self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, map_)
+        self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, string_map(mapping))
         # Those that there are: number in C++, and name in the table.
         self.found = {
             name: (number, str(self.cpp.Name(number)))
-            for number, name in enumerate(known)
+            for number, name in enumerate(map(str, cpp().HitColumnNames()))
             if self.cpp.Has(number)
         }
 

@@ -264,7 +264,7 @@ MISTAKES = [
      'hits: there is no column "sigu" but "track, view, u, z"; a column of another name needs '
      'columns={"sigu": "NAME"}'),
     (lambda f: kelvo.fit_tracks(f, DETECTOR, columns={"angle": "u"}),
-     f"column 'angle' is none of those that hits have: {KNOWN}"),
+     f'column "angle" is none of those that hits have: {KNOWN}'),
     (lambda f: kelvo.fit_tracks(f.astype({"track": float}), DETECTOR),
      "column track is float64; track numbers are whole numbers without gaps: "
      'hits["track"].astype("int64")'),
