@@ -208,6 +208,8 @@ void PictureCanvas::Draw(const Picture::BoxShape& box) {
 }
 
 void PictureCanvas::Draw(const Picture::MarksShape& marks) {
+  const Mark mark = marks.fStyle.fMark;
+  if (fFormat == "png" && (mark == Mark::kDisc || mark == Mark::kCircle)) return DrawRound(marks);
   constexpr double kRootMark = 8; // pixels of a mark of size 1
   auto* drawn = new TPolyMarker(static_cast<int>(marks.fPoints.size()));
   drawn->SetBit(kCanDelete);
@@ -241,6 +243,24 @@ void PictureCanvas::Draw(const Picture::TextShape& text) {
     }
     DrawText(place, runs[i].fText, own, runs[i].fSymbol ? kSymbol : font);
     at.fX += widths[i];
+  }
+}
+
+// For each circle on a bitmap ROOT goes through all of its pixels, for a polygon not.
+void PictureCanvas::DrawRound(const Picture::MarksShape& marks) {
+  constexpr int kCorners = 32;
+  for (const Point& centre : marks.fPoints) {
+    std::vector<Point> corners;
+    for (int i = 0; i <= kCorners; ++i) {
+      const double angle = 2 * M_PI * i / kCorners;
+      const double radius = marks.fStyle.fSize / 2;
+      corners.push_back(
+          {centre.fX + radius * std::cos(angle), centre.fY + radius * std::sin(angle)});
+    }
+    if (marks.fStyle.fMark == Mark::kDisc)
+      Draw(Picture::AreaShape{corners, marks.fStyle.fColour});
+    else
+      DrawLine(corners, {marks.fStyle.fColour, 1});
   }
 }
 

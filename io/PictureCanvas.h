@@ -28,6 +28,7 @@ private:
   void Draw(const Picture::BoxShape& box);
   void Draw(const Picture::MarksShape& marks);
   void Draw(const Picture::TextShape& text);
+  void DrawRound(const Picture::MarksShape& marks);
   void DrawLine(const std::vector<Point>& points, const LineStyle& style);
   /// Draws text of one font as it stands.
   void DrawText(Point at, const std::string& text, const TextStyle& style, short font);
