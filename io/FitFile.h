@@ -49,6 +49,11 @@ public:
 /// Fits all tracks of the input files and writes them, in the order of the input and with the same
 /// content for any number of threads. Nothing is left of the output unless all went well.
 ///
+/// The disk must have 64 MiB to spare, or FileError is thrown. Where the file cannot grow although
+/// the disk has room, as with a quota or a limit on the size of files, ROOT throws again while its
+/// first exception is on its way, and std::terminate ends the process: a program that has to go on
+/// then fits in a process of its own or keeps the fits in memory (FitTable).
+///
 /// A plane's offset, given in the detector's file, is added to the hits nearest to that plane
 /// before the fit, and the coordinates of hits in the output include it.
 ///
