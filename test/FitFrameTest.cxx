@@ -206,7 +206,7 @@ TEST(FitFrame, GivesTheBitsOfTheFileForAnyNumberOfThreads) {
   for (const unsigned threads : {1u, 2u, 4u}) {
     if (threads > 1) ROOT::EnableImplicitMT(threads);
     Compare(kelvo::DefineFit(ROOT::RDataFrame("hits", hits), Fine()), rows);
-    ROOT::DisableImplicitMT();
+    if (threads > 1) ROOT::DisableImplicitMT();
   }
 }
 
