@@ -32,6 +32,7 @@ double TrackFrame::AxisCoordinate(const Vector& p) const {
 
 TrackFrame FrameAlong(const HitList3D& hits) {
   std::vector<double> x, y, z, dx, dy, dz;
+  for (std::vector<double>* column : {&x, &y, &z, &dx, &dy, &dz}) column->reserve(hits.size());
   for (const Hit3D& hit : hits) {
     x.push_back(hit.fX);
     y.push_back(hit.fY);
