@@ -43,10 +43,37 @@ def test_macro_fits_a_file_of_hits_and_draws(folder, build, root):
     assert_is_picture(folder / "fit-in-root.png")
 
 
-def test_program_fits_a_data_frame_draws_and_stores(folder, build):
+def simulate(folder, build):
     options = "--particle mu --kinetic-energy 0.3..1.6 --hits gauss --seed 1 -o hits.root".split()
     output_of(folder, build, build / "bin/kelvo", "simulate", "--detector", "detectors/fine.toml",
               "--tracks", TRACKS, *options)
+
+
+MACRO = """R__LOAD_LIBRARY(libkelvo_io)
+int frame() {
+  auto planes = std::make_shared<geo::PlaneDetector>(
+      geo::PlaneDetector::FromFile("detectors/fine.toml"));
+  ROOT::RDataFrame tracks("hits", "hits.root");
+  auto fits = kelvo::DefineFit(tracks, planes);
+  // As far as a muon comes a pion with more momentum only.
+  auto more = fits.Filter("All(fit_each_p[fit_each_pdg == 211] > fit_each_p[fit_each_pdg == 13])")
+                  .Count();
+  auto best = fits.Filter("fit_status == 0").Histo1D("fit_p");
+  std::cout << best->GetEntries() << " tracks, " << *more << " of them" << std::endl;
+  return 0;
+}
+"""
+
+
+def test_macro_fits_a_data_frame(folder, build, root):
+    simulate(folder, build)
+    (folder / "frame.C").write_text(MACRO)
+    output = output_of(folder, build, root, "-l", "-b", "-q", "frame.C")
+    assert f"{TRACKS} tracks, {TRACKS} of them\n" in output
+
+
+def test_program_fits_a_data_frame_draws_and_stores(folder, build):
+    simulate(folder, build)
     output = output_of(folder, build, build / "bin/05-fit-in-data-frame", "hits.root",
                        "detectors/fine.toml", "fits")
     words = re.search(r"(\d+) of (\d+) tracks are fitted; .* ([\d.]+)", output)
