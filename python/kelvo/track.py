@@ -174,7 +174,8 @@ class Path:
         """Returns the kinematics for kinetic energies T and a mass m [GeV]."""
         write = cpp().ArrayCalls.TPBG
         mass = number("m", m)
-        return _kinematics("T", T, lambda n, given, out: call(write, n, given, mass, out))
+        says = {ErrorCode.kBadKE: "a kinetic energy is below 0; T must be 0 or above"}
+        return _kinematics("T", T, lambda n, given, out: call(write, n, given, mass, out, says=says))
 
     def X0(self, s: FloatOrFloats) -> Any:
         """Returns the radiation lengths from the first point to one s or an array of them."""

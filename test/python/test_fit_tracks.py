@@ -1,6 +1,8 @@
 """kelvo.fit_tracks against the files of the command: same names, same bits, for every input."""
 
+import os
 import pickle
+import signal
 import subprocess
 import warnings
 
@@ -179,6 +181,14 @@ def test_the_summary_counts_what_came_out(frame):
         chosen = fits[fits["pdg"] == hypothesis.pdg]
         assert hypothesis.best == chosen["best"].sum()
     assert all(0 <= share <= 1 for share in shares)
+
+
+def test_the_user_can_stop_a_fit():
+    with pytest.raises(KeyboardInterrupt):
+        kelvo.fit_tracks(
+            [HITS] * 100, DETECTOR, progress=lambda share: os.kill(os.getpid(), signal.SIGINT)
+        )
+    assert len(kelvo.fit_tracks(HITS, DETECTOR, limit=5)) == 15
 
 
 def test_what_cannot_be_used_is_told_and_kept(frame, tmp_path):

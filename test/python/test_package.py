@@ -335,8 +335,7 @@ MISTAKES = [
     (lambda: kelvo.Path(DETECTOR, np.ones((2, 3))).MuonParams(1.0), 4, 0,
      "the path has no material step; its points coincide"),
     (lambda: kelvo.Path.TPBG(-1.0, 0.1), 1, -1,
-     "a kinetic energy or thickness along the track comes out at -1, below 0; check that the hits "
-     "lie in this detector"),
+     "a kinetic energy is below 0; T must be 0 or above"),
     (lambda: kelvo.Path.Interp(1.0, np.ones(1), np.ones(1)), 4, 0, "xs has 1 values; it needs two or more"),
     (lambda: kelvo.dEdxTable("Gold"), None, None,
      "'Gold' has no stopping-power table; the known materials are Scintillator, PVC, Glue, Steel, "
