@@ -68,7 +68,10 @@ bool Holds(const FitColumn& column, std::size_t at, const T& value) {
   } else {
     constexpr std::size_t size = sizeof(typename T::value_type);
     const auto begin = static_cast<std::size_t>(column.fOffsets[at]);
-    return column.fOffsets[at + 1] - column.fOffsets[at] == static_cast<long>(value.size()) &&
+    if (column.fOffsets[at + 1] - column.fOffsets[at] != static_cast<long>(value.size()))
+      return false;
+    // An empty vector may have no address.
+    return value.empty() ||
            std::memcmp(column.fData.data() + begin * size, value.data(), value.size() * size) == 0;
   }
 }
