@@ -19,8 +19,9 @@ constexpr const char* kFile = "func/Path";
 constexpr const char* kVacuum = "Vacuum";
 constexpr double kVacuumRadLength = 1e30; // cm; so that vacuum adds nothing
 constexpr double kMaxSubStep = 10.0;      // cm; keeps the midpoint rule accurate in dense material
-constexpr double kLookupClamp = -0.05; // in units of the table; what extrapolation may undershoot
-constexpr double kEnergyClamp = -1e-5; // GeV
+constexpr double kLookupClamp = -0.05;  // in units of the table; what extrapolation may undershoot
+constexpr double kEnergyClamp = -1e-5;  // GeV
+constexpr std::size_t kStepsPerLeg = 4; // to begin with; more make room for themselves
 
 // Masses and the 1% of them that is left at the end [GeV]; muon, pion, proton. Masses: Particle
 // Data Group, rounded as the tables' users expect them.
@@ -140,7 +141,10 @@ double Path::Interp(double x, const std::vector<double>& xs, const std::vector<d
 
 void Path::Integrate() const {
   fIsIntegrated = false;
-  for (auto* table : {&fS, &fX0, &fTmu, &fTpi, &fTp}) table->clear();
+  for (auto* table : {&fS, &fX0, &fTmu, &fTpi, &fTp}) {
+    table->clear();
+    table->reserve(kStepsPerLeg * fX.size());
+  }
 
   double s = 0;
   double nx0 = 0;

@@ -58,6 +58,10 @@ void ScatteringSurfaces::MakeSurfaces(const geo::GeometryBase& geo, const double
 }
 
 void ScatteringSurfaces::MakeSteps(const Path& path, const std::vector<double>& s) {
+  if (fS.empty()) {
+    fS.reserve(s.size());
+    fSigAlpha.reserve(s.size());
+  }
   for (unsigned int i0 = 0; i0 + 1 < s.size();) {
     const unsigned int i1 = MakeStep(path, s, i0);
     double ds = 0, sMid = 0, sigAlpha = 0;
