@@ -8,6 +8,7 @@
 
 #include "bench/Allocations.h"
 #include "test/TempFolder.h"
+#include "test/TrackChainStages.h"
 
 #include <TFile.h>
 #include <TTree.h>
@@ -106,6 +107,34 @@ void Fit(benchmark::State& state) {
   Measure(state, [&] {
     for (const kelvo::TrackHits& track : Tracks()) fitter.Fit(track.fHits, fit);
   });
+}
+
+// What the stages of a fit take, in microseconds per track.
+void Stages(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
+  const kelvo::TrackFitOptions options;
+  kelvo::TrackChain chain(Detector(), options);
+  kelvo::TrackFit fit;
+  fit.fHypothesis.resize(options.fHypotheses.size());
+  double time[6] = {};
+  Measure(state, [&] {
+    for (const kelvo::TrackHits& track : Tracks()) {
+      fit.fBest = -1;
+      for (std::size_t h = 0; h < fit.fHypothesis.size(); h++)
+        ClearFit(options.fHypotheses[h], fit.fHypothesis[h]);
+      Clock::time_point last = Clock::now();
+      kelvo::TrackChainStages::Fit(chain, track.fHits, fit, [&](int stage) {
+        const Clock::time_point now = Clock::now();
+        time[stage] += std::chrono::duration<double>(now - last).count();
+        last = now;
+      });
+    }
+  });
+  const auto tracks =
+      static_cast<double>(state.iterations()) * static_cast<double>(Tracks().size());
+  for (int stage = 0; stage < 6; stage++)
+    state.counters[std::string(kelvo::TrackChainStages::kNames[stage]) + "_us"] =
+        time[stage] / tracks * 1e6;
 }
 
 // All fits, as blocks of rows.
@@ -216,6 +245,7 @@ int main(int argc, char** argv) {
     Measure(state, [] { benchmark::DoNotOptimize(SumWithReader(kHits)); });
   });
   add("fit", Fit);
+  add("fit, stages", Stages);
   add("write, TTree::Fill", WriteWithFill);
   kelvo::FitWriterOptions options;
   add("write, TTree", [=](benchmark::State& state) { Write(state, options); });

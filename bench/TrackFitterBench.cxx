@@ -1,16 +1,14 @@
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 
 #include "bench/Allocations.h"
 #include "geo/PlaneDetector.h"
 #include "test/Geant4Sample.h"
-#include "test/TrackChainStages.h"
 #include "track/TrackFitter.h"
 
-// Tracks per second of the whole fit, three hypotheses, and the share of each stage. The tracks are
+// Tracks per second of the whole fit, three hypotheses. The tracks are
 // muons simulated with Geant4 that stop in the fine detector, 66 hits each. The dense solver is the
 // reference of the linear one: before anything is timed both must agree.
 
@@ -63,33 +61,8 @@ void Whole(benchmark::State& state, kelvo::Solver solver) {
   state.counters["allocations"] = static_cast<double>(bench::AllocationCount() - before) / n;
 }
 
-void Stages(benchmark::State& state) {
-  using Clock = std::chrono::steady_clock;
-  const TrackFitOptions options;
-  kelvo::TrackChain chain(Detector(), options);
-  TrackFit fit;
-  fit.fHypothesis.resize(options.fHypotheses.size());
-  double time[6] = {};
-  std::size_t i = 0;
-  for (auto _ : state) {
-    fit.fBest = -1;
-    for (std::size_t h = 0; h < fit.fHypothesis.size(); h++)
-      ClearFit(options.fHypotheses[h], fit.fHypothesis[h]);
-    Clock::time_point last = Clock::now();
-    kelvo::TrackChainStages::Fit(chain, Tracks()[i++ % Tracks().size()].fHits, fit, [&](int stage) {
-      const Clock::time_point now = Clock::now();
-      time[stage] += std::chrono::duration<double>(now - last).count();
-      last = now;
-    });
-  }
-  for (int stage = 0; stage < 6; stage++)
-    state.counters[std::string(kelvo::TrackChainStages::kNames[stage]) + "_us"] =
-        time[stage] / static_cast<double>(state.iterations()) * 1e6;
-}
-
 BENCHMARK_CAPTURE(Whole, linear, kelvo::Solver::kLinear)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(Whole, dense, kelvo::Solver::kDense)->Unit(benchmark::kMicrosecond);
-BENCHMARK(Stages)->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

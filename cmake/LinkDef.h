@@ -45,6 +45,16 @@
 #pragma link C++ struct kelvo::KinkPoint-;
 #pragma link C++ struct kelvo::KinkResidual-;
 #pragma link C++ class kelvo::KinkSmoother-;
+#pragma link C++ struct kelvo::KinkBatchInput-;
+#pragma link C++ struct kelvo::KinkBatchOutput-;
+#pragma link C++ class kelvo::KinkSmootherBatch-;
+#pragma link C++ enum kelvo::RobustWeight;
+#pragma link C++ struct kelvo::RobustOptions-;
+#pragma link C++ struct kelvo::RobustResult-;
+#pragma link C++ function kelvo::StandardThreshold;
+#pragma link C++ function kelvo::RobustWeightFactor;
+#pragma link C++ function kelvo::FitRobustly;
+#pragma link C++ function kelvo::RejectOutliers;
 
 #pragma link C++ enum kelvo::Solver;
 #pragma link C++ enum kelvo::FitStatus;
@@ -54,6 +64,13 @@
 #pragma link C++ struct kelvo::HypothesisFit+;
 #pragma link C++ struct kelvo::TrackFit+;
 #pragma link C++ class kelvo::TrackFitter-;
+#pragma link C++ enum kelvo::ScatteringModel;
+#pragma link C++ enum kelvo::HitModel;
+#pragma link C++ struct kelvo::SimulationRange-;
+#pragma link C++ struct kelvo::SimulationOptions-;
+#pragma link C++ struct kelvo::SimulatedHit-;
+#pragma link C++ struct kelvo::SimulatedTrack-;
+#pragma link C++ class kelvo::Simulator-;
 #pragma link C++ function kelvo::AddPlaneOffsets;
 #pragma link C++ function kelvo::ErrorSentence;
 #pragma link C++ function kelvo::MaterialsWithTable;
