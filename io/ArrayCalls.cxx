@@ -17,6 +17,14 @@ void Put(const Struct& value, double* out) {
 static_assert(sizeof(KinkPoint) == 5 * sizeof(double));
 static_assert(sizeof(KinkResidual) == 7 * sizeof(double));
 
+template <typename Function>
+void Transform(const TrackBasis& basis, Function transform, std::size_t n, const double* from,
+               double* to) {
+  for (const double* const end = from + n; from != end; ++from, ++to)
+    (basis.*transform)(from[0], from[n], from[2 * n], from[3 * n], from[4 * n], from[5 * n], to,
+                       to + n, to + 2 * n, to + 3 * n, to + 4 * n, to + 5 * n);
+}
+
 } // namespace
 
 void ArrayCalls::VarX(const Lutz& fit, std::size_t n, const double* z, double* out) {
@@ -67,21 +75,11 @@ void ArrayCalls::GetHits(const HitList3D& hits, std::int64_t* view, double* numb
 }
 
 void ArrayCalls::DetToTrk(const TrackBasis& basis, std::size_t n, const double* from, double* to) {
-  for (std::size_t i = 0; i < n; ++i) {
-    const double* f = from + i;
-    double* t = to + i;
-    basis.DetToTrk(f[0], f[n], f[2 * n], f[3 * n], f[4 * n], f[5 * n], t, t + n, t + 2 * n,
-                   t + 3 * n, t + 4 * n, t + 5 * n);
-  }
+  Transform(basis, &TrackBasis::DetToTrk, n, from, to);
 }
 
 void ArrayCalls::TrkToDet(const TrackBasis& basis, std::size_t n, const double* from, double* to) {
-  for (std::size_t i = 0; i < n; ++i) {
-    const double* f = from + i;
-    double* t = to + i;
-    basis.TrkToDet(f[0], f[n], f[2 * n], f[3 * n], f[4 * n], f[5 * n], t, t + n, t + 2 * n,
-                   t + 3 * n, t + 4 * n, t + 5 * n);
-  }
+  Transform(basis, &TrackBasis::TrkToDet, n, from, to);
 }
 
 Path ArrayCalls::MakePath(const geo::GeometryBase& geo, std::size_t n, const double* xyz,

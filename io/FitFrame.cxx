@@ -56,18 +56,7 @@ private:
     fTrack.fHits.clear();
     fTrack.fBadLines = 0;
     fTrack.fProblems.clear();
-    const std::string length = LengthProblem(fColumns, numbers);
-    if (!length.empty()) {
-      fTrack.AddProblem(length);
-      return;
-    }
-    for (std::size_t i = 0; i < numbers[kHitZ].fSize; ++i) {
-      const std::string problem = HitProblem(fColumns, numbers, i);
-      if (problem.empty())
-        AddHit(fColumns, numbers, i, fTrack.fHits);
-      else
-        fTrack.AddProblem("hit " + std::to_string(i) + ", " + problem);
-    }
+    AddEntry(fColumns, numbers, fTrack);
   }
 
   TrackFitter fFitter;

@@ -28,11 +28,9 @@ namespace kelvo {
 /// The new columns have the names and the meaning of those in a file of fits (docs/files.md),
 /// except for track:
 ///
-/// | column | content |
-/// |---|---|
-/// | fit_p, fit_status, fit_pull, ... | of the best hypothesis, the first one where none is fitted
-/// | | fit_each_p, fit_each_status, ... | of all hypotheses, in the order of the options: a vector
-/// for each column of one number |
+/// - fit_p, fit_status, fit_pull, ... of the best hypothesis, the first one where none is fitted;
+/// - fit_each_p, fit_each_status, ... of all hypotheses, in the order of the options: a vector for
+///   each column of one number.
 ///
 /// A track that cannot be fitted has a status and a message, as in a file of fits. Offsets of
 /// planes are added to the hits.
@@ -42,8 +40,8 @@ namespace kelvo {
 /// @param columns  columns of other names: from our name, such as "sigu", to the one in the frame
 /// @param prefix   of the new names; another one for a second fit in the same frame
 /// @throw std::invalid_argument for missing columns and for columns that are no vectors of numbers,
-///        for options out of range, and for a material without a stopping-power table where
-///        particles are to stop
+///        for options out of range, for a null detector, and for a geo::PlaneDetector with a
+///        material without a stopping-power table where particles are to stop
 ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
                            std::shared_ptr<const geo::GeometryBase> detector,
                            const TrackFitOptions& options = {},

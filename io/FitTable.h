@@ -40,6 +40,7 @@ public:
   /// @param withVectors whether there are columns of vectors
   explicit FitColumns(bool withVectors);
 
+  /// Appends rows in their order; what their vectors hold is left out without columns for it.
   void Append(const std::vector<FitRow>& rows);
 
   /// Returns the number of rows: one per track and hypothesis.
@@ -88,6 +89,7 @@ public:
   /// Returns which share of the hits has been read, 0 to 1.
   double Share() const;
 
+  /// Returns the fits up to here; it is valid as long as the object.
   const FitColumns& Columns() const;
 
   /// Returns what came out up to here.

@@ -50,6 +50,7 @@ public:
   void SetVectors(HitColumn column, const double* values, std::size_t n,
                   const std::int64_t* offsets);
 
+  /// As in HitSource. @throw std::invalid_argument for a column that is not set
   bool Next(TrackHits& track) override;
   double Share() const override;
 

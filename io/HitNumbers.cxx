@@ -20,8 +20,7 @@ int ViewOf(double value) {
   return -1;
 }
 
-} // namespace
-
+// Which column has another length than that of z; empty if none has.
 std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) {
   const std::size_t n = numbers[kHitZ].fSize;
   for (std::size_t c = 0; c < kHitColumns; ++c) {
@@ -31,6 +30,8 @@ std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) 
   }
   return "";
 }
+
+} // namespace
 
 std::string HitProblem(const HitColumns& columns, const HitNumbers& numbers, std::size_t i) {
   for (std::size_t c = 0; c < kHitColumns; ++c) {
@@ -78,17 +79,17 @@ void AddHit(const HitColumns& columns, const HitNumbers& numbers, std::size_t i,
 }
 
 void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& track) {
+  const auto add = [&track](const std::string& problem) {
+    track.AddProblem(track.fFile.empty() ? problem : track.Place() + ", " + problem);
+  };
   const std::string length = LengthProblem(columns, numbers);
-  if (!length.empty()) {
-    track.AddProblem(track.Place() + ", " + length);
-    return;
-  }
+  if (!length.empty()) return add(length);
   for (std::size_t i = 0; i < numbers[kHitZ].fSize; ++i) {
     const std::string problem = HitProblem(columns, numbers, i);
     if (problem.empty())
       AddHit(columns, numbers, i, track.fHits);
     else
-      track.AddProblem(track.Place() + ", hit " + std::to_string(i) + ", " + problem);
+      add("hit " + std::to_string(i) + ", " + problem);
   }
 }
 

@@ -21,10 +21,6 @@ struct Numbers {
 /// of its letter. What a table does not have is not looked at.
 using HitNumbers = std::array<Numbers, kHitColumns>;
 
-/// Returns which column has another length than that of z, such as "column u: has 2 values where
-/// column z has 3"; an empty text if none has.
-std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers);
-
 /// Returns what is wrong with hit i, column and reason, such as "column sigu: is not above 0"; an
 /// empty text for a hit that can be used.
 std::string HitProblem(const HitColumns& columns, const HitNumbers& numbers, std::size_t i);
@@ -33,7 +29,7 @@ std::string HitProblem(const HitColumns& columns, const HitNumbers& numbers, std
 void AddHit(const HitColumns& columns, const HitNumbers& numbers, std::size_t i, HitList3D& hits);
 
 /// Appends all hits of a track that is one entry of a table, or says what is wrong with it.
-/// @param track has its place, which begins the messages
+/// @param track its place begins the messages, where it has the name of a file
 void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& track);
 
 } // namespace kelvo

@@ -5,6 +5,7 @@
 #include "io/FitFile.h"
 #include "io/FitFrame.h"
 #include "io/FitReader.h"
+#include "test/SameColumn.h"
 #include "test/TempFolder.h"
 
 #include <TFile.h>
@@ -15,7 +16,6 @@
 #include <ROOT/RDataFrame.hxx>
 
 #include <cmath>
-#include <cstring>
 #include <map>
 #include <random>
 
@@ -98,18 +98,6 @@ std::vector<FitRow> FitFromFileToFile(const test::TempFolder& folder, const std:
   return rows;
 }
 
-template <typename T>
-bool Same(const T& a, const T& b) {
-  if constexpr (std::is_arithmetic_v<T>) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-  } else if constexpr (std::is_same_v<T, std::string>) {
-    return a == b;
-  } else {
-    return a.size() == b.size() &&
-           std::memcmp(a.data(), b.data(), a.size() * sizeof(typename T::value_type)) == 0;
-  }
-}
-
 // Messages of a file begin with the place of the track in it.
 std::string WithoutPlace(const std::string& message) {
   const std::size_t hit = message.find(", hit ");
@@ -171,7 +159,8 @@ private:
     auto best = fFits.Take<T>("fit_" + name);
     fComparisons.push_back([=]() mutable {
       for (std::size_t i = 0; i < fTrack->size(); ++i)
-        EXPECT_TRUE(Same<T>(best->at(i), WithoutPlace(Member<T>(Row(i, Best(i)), index))))
+        EXPECT_TRUE(
+            test::SameColumn<T>(best->at(i), WithoutPlace(Member<T>(Row(i, Best(i)), index))))
             << name << ", track " << fTrack->at(i);
     });
     if constexpr (kEach) {
@@ -180,7 +169,8 @@ private:
         for (std::size_t i = 0; i < fTrack->size(); ++i) {
           ASSERT_EQ(each->at(i).size(), fEach);
           for (std::size_t h = 0; h < fEach; ++h)
-            EXPECT_TRUE(Same<T>(each->at(i)[h], WithoutPlace(Member<T>(Row(i, h), index))))
+            EXPECT_TRUE(
+                test::SameColumn<T>(each->at(i)[h], WithoutPlace(Member<T>(Row(i, h), index))))
                 << name << ", track " << fTrack->at(i) << ", hypothesis " << h;
         }
       });

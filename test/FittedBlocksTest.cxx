@@ -3,12 +3,12 @@
 #include "geo/PlaneDetector.h"
 #include "io/FileError.h"
 #include "io/FittedBlocks.h"
+#include "test/SameColumn.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cmath>
-#include <cstring>
 #include <random>
 
 namespace {
@@ -76,18 +76,6 @@ Result FitAll(const std::function<bool(TrackHits&)>& next, unsigned threads) {
   return result;
 }
 
-template <typename T>
-bool SameBits(const T& a, const T& b) {
-  if constexpr (std::is_arithmetic_v<T>) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-  } else if constexpr (std::is_same_v<T, std::string>) {
-    return a == b;
-  } else {
-    return a.size() == b.size() &&
-           std::memcmp(a.data(), b.data(), a.size() * sizeof(typename T::value_type)) == 0;
-  }
-}
-
 void ExpectSameRows(const std::vector<FitRow>& a, const std::vector<FitRow>& b) {
   ASSERT_EQ(a.size(), b.size());
   for (std::size_t i = 0; i < a.size(); ++i) {
@@ -97,7 +85,7 @@ void ExpectSameRows(const std::vector<FitRow>& a, const std::vector<FitRow>& b) 
           reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&a[i]);
       const auto& other =
           *reinterpret_cast<const T*>(reinterpret_cast<const char*>(&b[i]) + offset);
-      EXPECT_TRUE(SameBits(member, other)) << name << ", row " << i;
+      EXPECT_TRUE(test::SameColumn(member, other)) << name << ", row " << i;
     };
     VisitScalars(a[i], compare);
     VisitVectors(a[i], compare);

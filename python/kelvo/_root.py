@@ -46,9 +46,8 @@ def cpp() -> Any:
     return root().kelvo
 
 
-# What the library's sentences name otherwise than Python does: options, and how to map a column.
-_OPTIONS = {
-    "fHypotheses": "hypotheses",
+#: The options of a fit that are numbers, by their names in C++.
+NUMBER_OPTIONS = {
     "fMaxDs": "max_ds",
     "fMaxDX0": "max_dx0",
     "fMaxDT": "max_dt",
@@ -56,9 +55,12 @@ _OPTIONS = {
     "fBeyondLastHit": "beyond_last_hit",
     "fBeamMomentum": "beam_momentum",
 }
+_OPTIONS = {"fHypotheses": "hypotheses", **NUMBER_OPTIONS}
 
 
 def _in_python(sentence: str) -> str:
+    """Returns a sentence of the library with the names of options, and the way to map a column, that
+    Python has."""
     sentence = re.sub(r"a mapping, (\w+)=NAME", r'columns={"\1": "NAME"}', sentence)
     return re.sub(r"\bf[A-Z]\w+", lambda match: _OPTIONS.get(match[0], match[0]), sentence)
 

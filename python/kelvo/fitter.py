@@ -11,7 +11,7 @@ import numpy.typing as npt
 
 from ._arrays import Floats
 from ._columns import views
-from ._root import call, cpp, root
+from ._root import NUMBER_OPTIONS, call, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
 from .hits import HitList3D
@@ -48,15 +48,7 @@ class TrackFitOptions:
         options = cpp().TrackFitOptions()
         given = (self.hypotheses,) if isinstance(self.hypotheses, (str, int)) else self.hypotheses
         options.fHypotheses = root().std.vector["int"]([_code(h) for h in given])
-        numbers = {
-            "fMaxDs": "max_ds",
-            "fMaxDX0": "max_dx0",
-            "fMaxDT": "max_dt",
-            "fScatteringFactor": "scattering_factor",
-            "fBeyondLastHit": "beyond_last_hit",
-            "fBeamMomentum": "beam_momentum",
-        }
-        for member, name in numbers.items():
+        for member, name in NUMBER_OPTIONS.items():
             value = getattr(self, name)
             if isinstance(value, bool) or not isinstance(value, (int, float, np.number)):
                 raise Error(f"{name} is {value!r}; it must be a number")
