@@ -27,10 +27,9 @@ constexpr unsigned int kSizes[][2] = {{10, 3},    {20, 8},    {50, 20},  {100, 4
 constexpr unsigned int kGrowth[][2] = {{100, 50}, {1000, 500}, {10000, 5000}};
 constexpr unsigned int kTracks = 16;
 
-template <class Fitter>
-void Load(const LutzProblem& p, Fitter& fit) {
-  for (unsigned int i = 0; i < p.NMeas(); ++i) fit.SetMeasurement(i, p.fZ[i], p.fX[i], p.fSigX[i]);
-  for (unsigned int j = 0; j < p.NScat(); ++j) fit.SetScatteringPlane(j, p.fS[j], p.fSigAlpha[j]);
+void Load(const LutzProblem& p, KinkSmoother& fit) {
+  fit.Load(p.NMeas(), p.fZ.data(), p.fX.data(), p.fSigX.data(), p.NScat(), p.fS.data(),
+           p.fSigAlpha.data());
 }
 
 struct Readout {
@@ -109,7 +108,6 @@ void Linear(benchmark::State& state, unsigned int n, unsigned int m) {
   Readout r(problems[0]);
   KinkSmoother fit(n, m);
   Measure(state, [&](unsigned int t) {
-    fit.Reset(n, m);
     Load(problems[t], fit);
     FitAndRead(fit, r);
   });
@@ -121,7 +119,6 @@ void LinearEverything(benchmark::State& state, unsigned int n, unsigned int m) {
   Readout r(problems[0]);
   KinkSmoother fit(n, m);
   Measure(state, [&](unsigned int t) {
-    fit.Reset(n, m);
     Load(problems[t], fit);
     FitAndRead(fit, r);
     benchmark::DoNotOptimize(fit.LogLikelihood());
@@ -133,7 +130,7 @@ void LinearEverything(benchmark::State& state, unsigned int n, unsigned int m) {
   });
 }
 
-// All tracks in one call; the time is per track.
+// All tracks in one call; the time is that of all.
 void Batch(benchmark::State& state, unsigned int n, unsigned int m) {
   LutzProblem all;
   std::vector<std::int64_t> meas = {0}, scat = {0};

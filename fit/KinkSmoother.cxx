@@ -35,48 +35,86 @@ void SortBy(double Item::*position, const std::vector<Item>& items,
 } // namespace
 
 void KinkSmoother::Reset(unsigned int nmeas, unsigned int nscat) {
+  Resize(nmeas, nscat);
+  std::memset(fMeas.data(), 0, nmeas * sizeof(Measurement)); // the bytes of 0.0 are 0
+  std::fill(fPlanes.begin(), fPlanes.end(), Plane{});
+}
+
+void KinkSmoother::Load(unsigned int nmeas, const double* z, const double* x, const double* sigx,
+                        unsigned int nscat, const double* s, const double* sigAlpha) {
+  Resize(nmeas, nscat);
+  for (unsigned int i = 0; i < nmeas; ++i) {
+    if (!IsMeasurement(z[i], x[i], sigx[i])) {
+      Reset(nmeas, nscat);
+      ThrowBadMeasurement(z[i], x[i], sigx[i]);
+    }
+    const double w = 1 / (sigx[i] * sigx[i]);
+    Measurement& meas = fMeas[i];
+    meas.fZ = z[i];
+    meas.fX = x[i];
+    meas.fW = w;
+    meas.fXfit = 0;
+  }
+  for (unsigned int j = 0; j < nscat; ++j) {
+    if (!IsPlane(s[j], sigAlpha[j])) {
+      Reset(nmeas, nscat);
+      ThrowBadPlane(s[j], sigAlpha[j]);
+    }
+    Plane& plane = fPlanes[j];
+    plane.fS = s[j];
+    plane.fV = 1 / (sigAlpha[j] * sigAlpha[j]);
+    plane.fAlpha = 0;
+  }
+}
+
+void KinkSmoother::Resize(unsigned int nmeas, unsigned int nscat) {
   if (!(nmeas > nscat)) throw KelvoException(kFile, __LINE__, kBadNScat, 0.0);
   fNmeas = nmeas;
   fNscat = nscat;
   fMeas.resize(nmeas);
   fPlanes.resize(nscat);
-  std::memset(fMeas.data(), 0, nmeas * sizeof(Measurement)); // the bytes of 0.0 are 0
-  std::fill(fPlanes.begin(), fPlanes.end(), Plane{});
+  fLoadedW.clear();
   fMeasOrder.clear();
   fPlaneOrder.clear();
   fSegments.resize(std::size_t{nscat} + 1);
+  fLocal.resize(std::size_t{nscat} + 1);
+  fBoth.resize(std::size_t{nscat} + 1);
+  fBehind.resize(std::size_t{nscat} / 2 + 1);
   fStatus = KinkStatus::kNotFitted;
   fX0 = fSlope = fChi2XI = fChi2Beta = 0;
 }
 
-void KinkSmoother::ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const {
-  if (i >= fNmeas) throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
+void KinkSmoother::ThrowIndexProblem() const {
+  throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
+}
+
+void KinkSmoother::ThrowBadMeasurement(double z, double x, double sigx) const {
   if (std::isnan(z) || std::isnan(x) || std::isnan(sigx))
     throw KelvoException(kFile, __LINE__, kNaN, 0.0);
   throw KelvoException(kFile, __LINE__, kBadSigX, sigx);
 }
 
-void KinkSmoother::ThrowBadPlane(unsigned int j, double z, double sigAlpha) const {
-  if (j >= fNscat) throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
+void KinkSmoother::ThrowBadPlane(double z, double sigAlpha) const {
   if (std::isnan(z) || std::isnan(sigAlpha)) throw KelvoException(kFile, __LINE__, kNaN, 0.0);
   throw KelvoException(kFile, __LINE__, kBadSigSJ, sigAlpha);
 }
 
 void KinkSmoother::SetWeightFactor(unsigned int i, double factor) {
-  if (i >= fNmeas) throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
+  if (i >= fNmeas) ThrowIndexProblem();
   if (!(factor >= 0 && factor <= 1)) throw KelvoException(kFile, __LINE__, kIndexProblem, factor);
-  fMeas[i].fW = factor * fMeas[i].fLoadedW;
+  if (fLoadedW.empty())
+    for (const Measurement& meas : fMeas) fLoadedW.push_back(meas.fW);
+  fMeas[i].fW = factor * fLoadedW[i];
 }
 
 void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   fOthersKnown = false;
-  if (!fMeasOrder.empty() || !Gather()) {
+  if (!fMeasOrder.empty() || !InOrder()) {
     SortBy(&Measurement::fZ, fMeas, fMeasOrder);
     SortBy(&Plane::fS, fPlanes, fPlaneOrder);
-    Gather();
   }
-  Filter();
-  const bool regular = Smooth();
+  PlaceSegments();
+  const bool regular = Filter();
   FitMeasurements();
   if (regular && std::isfinite(fChi2XI + fChi2Beta + fX0)) {
     fStatus = KinkStatus::kSucceeded;
@@ -92,117 +130,118 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   if (chi2) *chi2 = fChi2XI + fChi2Beta;
 }
 
-// A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
-// Returns false where the next measurement or plane lies upstream of the last.
-bool KinkSmoother::Gather() {
-  const unsigned int* order = fMeasOrder.empty() ? nullptr : fMeasOrder.data();
-  Measurement* const first = fMeas.data();
-  const unsigned int n = fNmeas;
-  unsigned int place = 0;
-  double lastEnd = -kInfinity;
-  double lastZ = -kInfinity;
-  for (unsigned int k = 0; k <= fNscat; ++k) {
-    double end = kInfinity;
-    if (k < fNscat) {
-      const Plane& plane = fPlanes[PlaneAt(k)];
-      if (plane.fS < lastEnd) return false;
-      end = lastEnd = plane.fS;
-      fSegments[k].fV = plane.fV;
-    }
-    KinkState local;
-    for (; place < n; ++place) {
-      Measurement& meas = first[order ? order[place] : place];
-      const double z = meas.fZ;
-      if (z < lastZ) return false;
-      if (z > end) break;
-      lastZ = z;
-      meas.fSegment = k;
-      if (meas.fW > 0) AddPosition(local, meas.fW, z, meas.fX);
-    }
-    fSegments[k].fEnd = end;
-    fSegments[k].fLocal = local;
-  }
-  return true;
-}
-
-// Both directions at once, side by side: each is a chain of divisions that wait for each other.
-void KinkSmoother::Filter() {
-  unsigned int up = 0;
-  for (; up < fNscat && fSegments[up].fLocal.fP == 0; ++up) fSegments[up].fUpstream = {};
-  unsigned int down = fNscat;
-  for (; down > 0 && fSegments[down].fLocal.fP == 0; --down)
-    fSegments[down].fBeyond = fSegments[down].fDownstream = {};
-
-  KinkStates<KinkPair> known;
-  for (; up < fNscat && down > 0; ++up, --down)
-    known = CrossTwoPlanes(fSegments[up], fSegments[down], fSegments[down - 1], known);
-  FilterDownstream(up, One(known, 0));
-  FilterUpstream(down, One(known, 1));
-}
-
-// From the segment ahead downstream, and from the segment back upstream over the plane. Takes and
-// returns what is known before its own measurements. Inlined, or the states would go through memory
-// in the middle of the chain.
-[[gnu::always_inline]] inline KinkStates<KinkPair> KinkSmoother::CrossTwoPlanes(
-    Segment& ahead, Segment& back, const Segment& plane, KinkStates<KinkPair> known) {
-  const KinkStates<KinkPair> local = Both(ahead.fLocal, back.fLocal);
-  const KinkPair s = {ahead.fEnd, plane.fEnd};
-  const KinkPair v = {ahead.fV, plane.fV};
-  const KinkPair pE = CrossingWeight(known, local, v);
-  const KinkPair regular = pE * v;
-  back.fBeyond = One(known, 1);
-  const auto keep = [&](const KinkCrossings<KinkPair>& crossing) {
-    ahead.fUpstream = One(crossing.fBefore, 0);
-    back.fDownstream = One(crossing.fBefore, 1);
-    return crossing.fBeyond;
+bool KinkSmoother::InOrder() const {
+  const auto upstream = [](auto position) {
+    return [position](const auto& a, const auto& b) { return a.*position < b.*position; };
   };
-  if (regular[0] > 0 && regular[1] > 0) return keep(CrossRegularPlane(known, local, s, v, pE));
-  return keep(CrossBoth(known, local, s, v));
+  return std::is_sorted(fMeas.begin(), fMeas.end(), upstream(&Measurement::fZ)) &&
+         std::is_sorted(fPlanes.begin(), fPlanes.end(), upstream(&Plane::fS));
 }
 
-void KinkSmoother::FilterDownstream(unsigned int k, KinkState known) {
-  for (; k < fNscat; ++k) {
-    Segment& segment = fSegments[k];
-    const KinkCrossings<double> crossing =
-        CrossPlane(known, segment.fLocal, segment.fEnd, segment.fV);
-    segment.fUpstream = crossing.fBefore;
-    known = crossing.fBeyond;
+void KinkSmoother::PlaceSegments() {
+  const unsigned int* order = fPlaneOrder.empty() ? nullptr : fPlaneOrder.data();
+  for (unsigned int k = 0; k < fNscat; ++k) {
+    const Plane& plane = fPlanes[order ? order[k] : k];
+    fSegments[k].fEnd = plane.fS;
+    fSegments[k].fV = plane.fV;
   }
-  fSegments[k].fUpstream = MergeAny(known, fSegments[k].fLocal);
+  fSegments[fNscat].fEnd = kInfinity;
 }
 
-void KinkSmoother::FilterUpstream(unsigned int k, KinkState known) {
-  for (; k > 0; --k) {
-    Segment& segment = fSegments[k];
-    const Segment& plane = fSegments[k - 1];
-    const KinkCrossings<double> crossing = CrossPlane(known, segment.fLocal, plane.fEnd, plane.fV);
-    segment.fBeyond = known;
-    segment.fDownstream = crossing.fBefore;
-    known = crossing.fBeyond;
+// A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
+inline void KinkSmoother::GatherDownstream(unsigned int k, const unsigned int* order,
+                                           unsigned int& place) {
+  KinkSum local;
+  const double end = fSegments[k].fEnd;
+  for (; place < fNmeas; ++place) {
+    Measurement& meas = fMeas[order ? order[place] : place];
+    if (meas.fZ > end) break;
+    meas.fSegment = k;
+    if (meas.fW > 0) local.Add(meas.fW, meas.fZ, meas.fX);
   }
-  fSegments[k].fBeyond = known;
+  fLocal[k] = local;
 }
 
-// Segments and planes two at a time, side by side.
-bool KinkSmoother::Smooth() {
-  bool regular = true;
+inline void KinkSmoother::GatherUpstream(unsigned int k, const unsigned int* order,
+                                         unsigned int& place) {
+  KinkSum local;
+  const double begin = fSegments[k - 1].fEnd;
+  for (; place > 0; --place) {
+    Measurement& meas = fMeas[order ? order[place - 1] : place - 1];
+    if (!(meas.fZ > begin)) break;
+    meas.fSegment = k;
+    if (meas.fW > 0) local.Add(meas.fW, meas.fZ, meas.fX);
+  }
+  fLocal[k] = local;
+}
+
+// Two fronts run towards each other and past each other, side by side: each is a chain of divisions
+// that wait for each other. While they wait, the processor gathers the measurements ahead of them
+// until they meet; from then on it smooths what they come to, known from both sides, a step later.
+bool KinkSmoother::Filter() {
+  const unsigned int m = fNscat;
+  const unsigned int* order = fMeasOrder.empty() ? nullptr : fMeasOrder.data();
+  unsigned int next = 0;
+  unsigned int last = fNmeas;
+  const auto gather = [&](unsigned int k) {
+    if (2 * k <= m) GatherDownstream(k, order, next);
+    if (2 * k < m) GatherUpstream(m - k, order, last);
+  };
+
   fChi2Beta = 0;
-  for (unsigned int k = 0; k <= fNscat; k += 2) {
-    const unsigned int l = std::min(k + 1, fNscat); // the last segment may be its own neighbour
-    const KinkStates<KinkPair> upstream = Both(fSegments[k].fUpstream, fSegments[l].fUpstream);
-    regular = SmoothLines(k, l, upstream) && regular;
-    if (k < fNscat) SmoothKinks(k, l, upstream);
+  bool regular = true;
+  KinkStates<KinkPair> known;
+  unsigned int k = 0;
+  gather(0);
+  for (; k < m / 2; ++k) {
+    gather(k + 1);
+    fBehind[k] = known;
+    known = CrossTwoPlanes(k, known);
   }
+  fBehind[k] = known;
+  if (k < m) known = CrossTwoPlanes(k++, known);
+  for (; k < m; ++k) {
+    known = CrossTwoPlanes(k, known);
+    regular = Smooth(k - 1) && regular;
+  }
+  if (m > 0) regular = Smooth(m - 1) && regular;
+  fBoth[m] = MergeBoth(known, Both(fLocal[m], fLocal[0]));
+  regular = SmoothLines(m) && regular;
   const Segment& first = fSegments[0];
   fSlope = first.fSlope;
   fX0 = first.fX - first.fSlope * first.fZ;
   return regular;
 }
 
-inline bool KinkSmoother::SmoothLines(unsigned int k, unsigned int l,
-                                      const KinkStates<KinkPair>& upstream) {
-  const KinkStates<KinkPair> all =
-      Merge(upstream, Both(fSegments[k].fBeyond, fSegments[l].fBeyond));
+// Takes what is known behind the segments where the fronts are after k planes, returns what is
+// known behind the next ones. Inlined, or the states would go through memory in the middle of the
+// chain.
+[[gnu::always_inline]] inline KinkStates<KinkPair> KinkSmoother::CrossTwoPlanes(
+    unsigned int k, KinkStates<KinkPair> known) {
+  const Segment& up = fSegments[k];
+  const Segment& plane = fSegments[fNscat - k - 1];
+  const KinkStates<KinkPair> local = Both(fLocal[k], fLocal[fNscat - k]);
+  const KinkPair s = {up.fEnd, plane.fEnd};
+  const KinkPair v = {up.fV, plane.fV};
+  const KinkPair pE = CrossingWeight(known, local, v);
+  const KinkPair regular = pE * v;
+  const KinkCrossings<KinkPair> crossing =
+      regular[0] > 0 && regular[1] > 0 ? CrossRegularPlane(known, local, s, v, pE)
+                                       : CrossBoth(known.fP, known.fZ, known.fX, known.fQ, known.fC,
+                                                   fLocal[k], fLocal[fNscat - k], s, v);
+  fBoth[k] = crossing.fBefore;
+  return crossing.fBeyond;
+}
+
+// What the fronts have come to after k planes: the planes ahead of them, and their segments.
+inline bool KinkSmoother::Smooth(unsigned int k) {
+  SmoothKinks(k);
+  return 2 * k < fNscat || SmoothLines(k);
+}
+
+inline bool KinkSmoother::SmoothLines(unsigned int k) {
+  const unsigned int l = fNscat - k;
+  const KinkStates<KinkPair> all = Merge(fBoth[k], Swapped(fBehind[l]));
   const KinkPair varX = 1 / all.fP;
   const KinkPair varSlope = 1 / all.fQ;
   const KinkPair slope = all.fC * varSlope;
@@ -224,12 +263,11 @@ inline bool KinkSmoother::SmoothLines(unsigned int k, unsigned int l,
 //   N = (q + q') P + p p' D^2,  A = q q' P + p p' (d^2 q' + d'^2 q),
 //   a = (q c' - q' c) P - p p' [(d q' + d' q) E - (d c' + d' c) D].
 // Together with the kink measured as 0 with weight v: alpha = a / (A + v N), its variance
-// N / (A + v N).
-inline void KinkSmoother::SmoothKinks(unsigned int k, unsigned int l,
-                                      const KinkStates<KinkPair>& upstream) {
-  const KinkStates<KinkPair>& up = upstream;
-  const KinkStates<KinkPair> down =
-      Both(fSegments[l].fDownstream, fSegments[std::min(l + 1, fNscat)].fDownstream);
+// N / (A + v N). The front that runs upstream sees the kink turn the other way.
+inline void KinkSmoother::SmoothKinks(unsigned int k) {
+  const unsigned int l = fNscat - 1 - k;
+  const KinkStates<KinkPair>& up = fBoth[k];
+  const KinkStates<KinkPair> down = Swapped(fBoth[l]);
   const KinkPair s = {fSegments[k].fEnd, fSegments[l].fEnd};
   const KinkPair v = {fSegments[k].fV, fSegments[l].fV};
   const KinkPair p = up.fP + down.fP;
@@ -247,13 +285,15 @@ inline void KinkSmoother::SmoothKinks(unsigned int k, unsigned int l,
   const KinkPair alpha = ((up.fQ * down.fC - down.fQ * up.fC) * p - pp * tilt) * inverse;
   const KinkPair variance = n * inverse;
   const KinkPair chi2 = alpha * alpha * v;
-  const auto set = [&](Plane& plane, int which) {
-    plane.fAlpha = alpha[which];
-    plane.fVarAlpha = variance[which];
-    fChi2Beta += chi2[which];
-  };
-  set(fPlanes[PlaneAt(k)], 0);
-  if (l < fNscat) set(fPlanes[PlaneAt(l)], 1);
+  Plane& first = fPlanes[PlaneAt(k)];
+  first.fAlpha = alpha[0];
+  first.fVarAlpha = variance[0];
+  fChi2Beta += chi2[0];
+  if (l == k) return;
+  Plane& second = fPlanes[PlaneAt(l)];
+  second.fAlpha = -alpha[1];
+  second.fVarAlpha = variance[1];
+  fChi2Beta += chi2[1];
 }
 
 void KinkSmoother::FitMeasurements() {

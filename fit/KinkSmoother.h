@@ -2,6 +2,7 @@
 
 #include <TMatrixDSym.h>
 
+#include <cmath>
 #include <vector>
 
 #include "fit/KinkState.h"
@@ -44,8 +45,9 @@ struct KinkResidual {
 /// (x, slope); a filter runs downstream, a second one upstream, and both together give the
 /// smoothed line between any two planes (D. C. Fraser, J. E. Potter, IEEE Trans. Autom. Control
 /// 14 (1969) 387; R. Fruehwirth, Nucl. Instr. Meth. A 262 (1987) 444).
-/// Construct it, or Reset it, for n measurements and m planes, load all, call Fit, ask for results.
-/// Reset and all that follows allocate nothing once the object has seen a problem of that size.
+/// Load a track from arrays, or construct or Reset the object for n measurements and m planes and
+/// set each; call Fit; ask for results; load the next track. Nothing is allocated once the object
+/// has seen a problem of that size.
 /// Lengths share one unit (cm in kelvo), angles are in radians. One object serves one thread at a
 /// time, const queries included.
 class KinkSmoother {
@@ -59,6 +61,19 @@ public:
   /// it was, unless nmeas > nscat.
   void Reset(unsigned int nmeas, unsigned int nscat);
 
+  /// Resets the object and loads a whole problem from arrays: the same as SetMeasurement and
+  /// SetScatteringPlane for each element, in less time. Throws what Reset and these throw, for the
+  /// first element that is wrong, measurements before planes; the object is then as after Reset.
+  /// @param nmeas number of measurements n
+  /// @param z     n positions along the detector [cm]
+  /// @param x     n measured transverse coordinates [cm]
+  /// @param sigx  n standard deviations of x [cm]
+  /// @param nscat number of scattering planes m, below n
+  /// @param s     m positions of planes [cm]
+  /// @param sigAlpha m expected widths of the scattering angle [rad]
+  void Load(unsigned int nmeas, const double* z, const double* x, const double* sigx,
+            unsigned int nscat, const double* s, const double* sigAlpha);
+
   /// Loads measurement i with weight 1 / (sigx sigx); a later call for the same i replaces it.
   /// A measurement that is never loaded stands at z = 0 with weight 0 and is ignored by the fit.
   /// @param i    index, below n
@@ -68,12 +83,13 @@ public:
   /// Throws, in this order of checks and leaving the object as it was: kIndexProblem (value 0) for
   /// i >= n, kNaN (value 0) for a NaN among z, x, sigx, kBadSigX (value sigx) for sigx <= 0.
   void SetMeasurement(unsigned int i, double z, double x, double sigx) {
-    if (!(i < fNmeas && z == z && x == x && sigx > 0)) ThrowBadMeasurement(i, z, x, sigx);
+    if (!(i < fNmeas)) ThrowIndexProblem();
+    if (!IsMeasurement(z, x, sigx)) ThrowBadMeasurement(z, x, sigx);
     const double w = 1 / (sigx * sigx);
     fMeas[i].fZ = z;
     fMeas[i].fX = x;
     fMeas[i].fW = w;
-    fMeas[i].fLoadedW = w;
+    if (!fLoadedW.empty()) fLoadedW[i] = w;
   }
 
   /// Loads scattering plane j with weight 1 / (sigAlpha sigAlpha); a later call replaces it. Planes
@@ -84,7 +100,8 @@ public:
   /// Throws, in this order of checks and leaving the object as it was: kIndexProblem (value 0) for
   /// j >= m, kNaN (value 0) for a NaN, kBadSigSJ (value sigAlpha) for sigAlpha <= 0.
   void SetScatteringPlane(unsigned int j, double z, double sigAlpha) {
-    if (!(j < fNscat && z == z && sigAlpha > 0)) ThrowBadPlane(j, z, sigAlpha);
+    if (!(j < fNscat)) ThrowIndexProblem();
+    if (!IsPlane(z, sigAlpha)) ThrowBadPlane(z, sigAlpha);
     fPlanes[j].fS = z;
     fPlanes[j].fV = 1 / (sigAlpha * sigAlpha);
   }
@@ -96,7 +113,7 @@ public:
 
   /// Returns the factor that measurement i has now, 1 for one of infinite sigx; i must be below n.
   double WeightFactor(unsigned int i) const {
-    return fMeas[i].fLoadedW > 0 ? fMeas[i].fW / fMeas[i].fLoadedW : 1;
+    return LoadedW(i) > 0 ? fMeas[i].fW / LoadedW(i) : 1;
   }
 
   /// Solves the loaded problem, with the same meaning of the arguments as Lutz::Fit. May be called
@@ -200,7 +217,6 @@ private:
     double fZ;             ///< position [cm]
     double fX;             ///< measured coordinate [cm]
     double fW;             ///< weight in the fit [cm^-2]
-    double fLoadedW;       ///< 1 / sigx^2, before any weight factor [cm^-2]
     double fXfit;          ///< fitted coordinate [cm]
     unsigned int fSegment; ///< the segment it lies in
   };
@@ -214,14 +230,10 @@ private:
 
   /// The straight line between two neighbouring planes, in order of z.
   struct Segment {
-    double fEnd = 0;       ///< position of the plane at its end; infinity for the last [cm]
-    double fV = 0;         ///< weight of the kink there
-    KinkState fLocal;      ///< what its own measurements know
-    KinkState fUpstream;   ///< what those and everything upstream know
-    KinkState fDownstream; ///< what those and everything downstream know
-    KinkState fBeyond;     ///< what everything downstream knows, without its own measurements
-    double fZ = 0;         ///< where position and slope are independent, given everything [cm]
-    double fX = 0;         ///< smoothed line: X(z) = fX + fSlope (z - fZ) [cm]
+    double fEnd = 0; ///< position of the plane at its end; infinity for the last [cm]
+    double fV = 0;   ///< weight of the kink there
+    double fZ = 0;   ///< where position and slope are independent, given everything [cm]
+    double fX = 0;   ///< smoothed line: X(z) = fX + fSlope (z - fZ) [cm]
     double fSlope = 0;
     double fVarX = 0;     ///< variance of fX [cm^2]
     double fVarSlope = 0; ///< variance of fSlope
@@ -229,21 +241,29 @@ private:
     KinkPoint At(double z) const;
   };
 
-  [[noreturn]] void ThrowBadMeasurement(unsigned int i, double z, double x, double sigx) const;
-  [[noreturn]] void ThrowBadPlane(unsigned int j, double z, double sigAlpha) const;
+  static bool IsMeasurement(double z, double x, double sigx) {
+    return !std::isunordered(z, x) && sigx > 0;
+  }
+  static bool IsPlane(double z, double sigAlpha) { return z == z && sigAlpha > 0; }
+  [[noreturn]] void ThrowIndexProblem() const;
+  [[noreturn]] void ThrowBadMeasurement(double z, double x, double sigx) const;
+  [[noreturn]] void ThrowBadPlane(double z, double sigAlpha) const;
+  void Resize(unsigned int nmeas, unsigned int nscat);
+  double LoadedW(unsigned int i) const { return fLoadedW.empty() ? fMeas[i].fW : fLoadedW[i]; }
   unsigned int MeasAt(unsigned int place) const {
     return fMeasOrder.empty() ? place : fMeasOrder[place];
   }
   unsigned int PlaneAt(unsigned int k) const { return fPlaneOrder.empty() ? k : fPlaneOrder[k]; }
-  bool Gather();
-  void Filter();
-  static KinkStates<KinkPair> CrossTwoPlanes(Segment& ahead, Segment& back, const Segment& plane,
-                                             KinkStates<KinkPair> known);
-  void FilterDownstream(unsigned int k, KinkState known);
-  void FilterUpstream(unsigned int k, KinkState known);
-  bool Smooth();
-  bool SmoothLines(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
-  void SmoothKinks(unsigned int k, unsigned int l, const KinkStates<KinkPair>& upstream);
+  KinkState Upstream(unsigned int k) const { return One(fBoth[k], 0); }
+  bool InOrder() const;
+  void PlaceSegments();
+  void GatherDownstream(unsigned int k, const unsigned int* order, unsigned int& place);
+  void GatherUpstream(unsigned int k, const unsigned int* order, unsigned int& place);
+  bool Filter();
+  KinkStates<KinkPair> CrossTwoPlanes(unsigned int k, KinkStates<KinkPair> known);
+  bool Smooth(unsigned int k);
+  bool SmoothLines(unsigned int k);
+  void SmoothKinks(unsigned int k);
   void FitMeasurements();
   KinkStatus WhySingular() const;
   const Segment& SegmentAt(double z) const;
@@ -254,9 +274,19 @@ private:
   std::vector<Measurement> fMeas; ///< n
   std::vector<Plane> fPlanes;     ///< m
 
+  /// n: weights before any weight factor, 1 / sigx^2 [cm^-2]; empty without such factors.
+  std::vector<double> fLoadedW;
+
   /// n and m: indices in order of z; empty if that is the order they have.
   std::vector<unsigned int> fMeasOrder, fPlaneOrder;
   std::vector<Segment> fSegments; ///< m + 1
+  std::vector<KinkState> fLocal;  ///< m + 1: what the measurements of each segment know
+
+  /// m + 1 and m / 2 + 1: what two fronts know that set out together. The first of each pair runs
+  /// downstream from segment 0 and is in segment k after k planes, the second runs upstream from
+  /// segment m and is in segment m - k.
+  std::vector<KinkStates<KinkPair>> fBoth;   ///< everything behind the segment and its measurements
+  std::vector<KinkStates<KinkPair>> fBehind; ///< everything behind the segment, up to the middle
 
   double fX0 = 0;                              ///< fitted intercept at z = 0 [cm]
   double fSlope = 0;                           ///< fitted slope of the first segment

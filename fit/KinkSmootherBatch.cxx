@@ -27,12 +27,8 @@ void KinkSmootherBatch::FitTrack(const KinkBatchInput& tracks, const KinkBatchOu
   const unsigned int m = Count(tracks.fScatOffset, t);
   const std::int64_t meas = tracks.fMeasOffset[t];
   const std::int64_t scat = tracks.fScatOffset[t];
-  fFit.Reset(n, m);
-  for (unsigned int i = 0; i < n; ++i)
-    fFit.SetMeasurement(i, tracks.fZ[meas + i], tracks.fX[meas + i], tracks.fSigX[meas + i]);
-  for (unsigned int j = 0; j < m; ++j)
-    fFit.SetScatteringPlane(j, tracks.fS[scat + j], tracks.fSigAlpha[scat + j]);
-
+  fFit.Load(n, tracks.fZ + meas, tracks.fX + meas, tracks.fSigX + meas, m, tracks.fS + scat,
+            tracks.fSigAlpha + scat);
   fFit.Fit(results.fX0 ? results.fX0 + t : nullptr, results.fSlope ? results.fSlope + t : nullptr,
            results.fAlpha ? results.fAlpha + scat : nullptr, nullptr);
   if (results.fStatus) results.fStatus[t] = fFit.Status();

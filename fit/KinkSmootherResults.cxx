@@ -61,7 +61,7 @@ KinkResidual KinkSmoother::Residual(unsigned int i) const {
   LeaveEachOut();
   const Measurement& meas = fMeas[i];
   const Others& others = fOthers[i];
-  const double variance = 1 / meas.fLoadedW + others.fVar;
+  const double variance = 1 / LoadedW(i) + others.fVar;
   const double biased = meas.fX - meas.fXfit;
   if (std::isinf(others.fVar)) return {biased, 0, 0, variance, 0, 1, Chi2XIi(i)};
   // With the leverage h: biased = (1 - h) unbiased. Written so that 1 - h does not cancel.
@@ -78,16 +78,16 @@ void KinkSmoother::LeaveEachOut() const {
   fOthers.resize(fMeas.size());
   const auto at = [this](unsigned int place) -> const Measurement& { return fMeas[MeasAt(place)]; };
   unsigned int place = 0;
-  KinkState upstream;
+  KinkSum upstream;
   for (unsigned int k = 0; k <= fNscat; ++k) {
     if (k > 0)
       upstream = CrossPlane(upstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
     for (; place < fNmeas && at(place).fSegment == k; ++place) {
       fOthers[MeasAt(place)].fUpstream = upstream;
-      if (at(place).fW > 0) AddPosition(upstream, at(place).fW, at(place).fZ, at(place).fX);
+      if (at(place).fW > 0) upstream.Add(at(place).fW, at(place).fZ, at(place).fX);
     }
   }
-  KinkState downstream;
+  KinkSum downstream;
   for (unsigned int k = fNscat + 1; k-- > 0;) {
     for (; place > 0 && at(place - 1).fSegment == k; --place) {
       const Measurement& meas = at(place - 1);
@@ -97,7 +97,7 @@ void KinkSmoother::LeaveEachOut() const {
       const bool line = all.fP > 0 && all.fQ > 0;
       others.fX = line ? all.fX + all.fC / all.fQ * d : 0;
       others.fVar = line ? 1 / all.fP + d * d / all.fQ : kInfinity;
-      if (meas.fW > 0) AddPosition(downstream, meas.fW, meas.fZ, meas.fX);
+      if (meas.fW > 0) downstream.Add(meas.fW, meas.fZ, meas.fX);
     }
     if (k > 0)
       downstream = CrossPlane(downstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
@@ -112,12 +112,13 @@ double KinkSmoother::LogLikelihood() const {
   LogProduct determinant;
   for (unsigned int k = 0; k < fNscat; ++k) {
     const Segment& segment = fSegments[k];
-    const double d = segment.fEnd - segment.fUpstream.fZ;
-    const double f = segment.fV + segment.fUpstream.fQ + segment.fUpstream.fP * d * d;
+    const KinkState upstream = Upstream(k);
+    const double d = segment.fEnd - upstream.fZ;
+    const double f = segment.fV + upstream.fQ + upstream.fP * d * d;
     determinant.Multiply(segment.fV > 0 ? f / segment.fV : f);
   }
-  determinant.Multiply(fSegments[fNscat].fUpstream.fP);
-  determinant.Multiply(fSegments[fNscat].fUpstream.fQ);
+  determinant.Multiply(Upstream(fNscat).fP);
+  determinant.Multiply(Upstream(fNscat).fQ);
   for (const Measurement& meas : fMeas)
     if (meas.fW > 0) determinant.Multiply(1 / meas.fW);
   return -0.5 * (fChi2XI + fChi2Beta + determinant.Log() + NDOF() * kLogTwoPi);
@@ -144,7 +145,7 @@ TMatrixDSym KinkSmoother::Covariance() const {
   KinkState beyond;
   for (unsigned int k = fNscat; k-- > 0;) {
     const Segment& plane = fSegments[k];
-    const KinkState known = MergeAny(beyond, fSegments[k + 1].fLocal);
+    const KinkState known = MergeAny(beyond, fLocal[k + 1]);
     downstream.emplace_back(known, plane.fEnd, plane.fV);
     beyond = CrossPlane(known, {}, plane.fEnd, plane.fV).fBeyond;
   }
@@ -176,7 +177,7 @@ TMatrixDSym KinkSmoother::Covariance() const {
     const double s = fSegments[k].fEnd;
     const double lever = s - next.fZ;
     const double covXSlope = lever * next.fVarSlope;
-    const Turn back(fSegments[k].fUpstream, s, fSegments[k].fV);
+    const Turn back(Upstream(k), s, fSegments[k].fV);
     CovarianceWith with{-back.Kink({next.fVarX + lever * covXSlope, covXSlope}),
                         -back.Kink({covXSlope, next.fVarSlope})};
     with.fX += with.fSlope * (next.fEnd - s);

@@ -22,13 +22,21 @@ struct KinkStates {
 };
 using KinkState = KinkStates<double>;
 
-/// Puts two states side by side, and takes the first (0) or the second (1) of them back.
+/// Puts two states side by side.
 inline KinkStates<KinkPair> Both(const KinkState& a, const KinkState& b) {
   return {KinkPair{a.fP, b.fP}, KinkPair{a.fZ, b.fZ}, KinkPair{a.fX, b.fX}, KinkPair{a.fQ, b.fQ},
           KinkPair{a.fC, b.fC}};
 }
+
+/// Takes the first (0) or the second (1) of two states.
 inline KinkState One(const KinkStates<KinkPair>& both, int which) {
   return {both.fP[which], both.fZ[which], both.fX[which], both.fQ[which], both.fC[which]};
+}
+
+/// Lets two states change places.
+inline KinkStates<KinkPair> Swapped(const KinkStates<KinkPair>& both) {
+  const auto swap = [](KinkPair pair) { return KinkPair{pair[1], pair[0]}; };
+  return {swap(both.fP), swap(both.fZ), swap(both.fX), swap(both.fQ), swap(both.fC)};
 }
 
 /// Adds what b knows to what a knows of the same line. One of both must know something.
@@ -51,25 +59,36 @@ inline KinkState MergeAny(const KinkState& a, const KinkState& b) {
   return Merge(a, b);
 }
 
-/// Adds one measurement of weight w > 0: the same as Merge with a state that knows one position.
-inline void AddPosition(KinkState& a, double w, double z, double x) {
-  if (a.fP == 0) {
-    a.fP = w;
-    a.fZ = z;
-    a.fX = x;
-    return;
+/// A state to which measurements are added one after the other, position and measured value side by
+/// side.
+class KinkSum {
+public:
+  KinkSum() = default;
+  KinkSum(const KinkState& a) : fP(a.fP), fZX{a.fZ, a.fX}, fQC{a.fQ, a.fC} {}
+  operator KinkState() const { return {fP, fZX[0], fZX[1], fQC[0], fQC[1]}; }
+
+  /// Adds one of weight w > 0: the same as Merge with a state that knows one position.
+  void Add(double w, double z, double x) {
+    const KinkPair zx = {z, x};
+    if (fP == 0) {
+      fP = w;
+      fZX = zx;
+      return;
+    }
+    const double p = fP + w;
+    const double share = w * (1 / p);
+    const KinkPair d = zx - fZX;
+    const double lever = fP * share * d[0];
+    fP = p;
+    fZX += share * d;
+    fQC += lever * d;
   }
-  const double p = a.fP + w;
-  const double share = w * (1 / p);
-  const double dz = z - a.fZ;
-  const double dx = x - a.fX;
-  const double lever = a.fP * share * dz;
-  a.fP = p;
-  a.fZ += share * dz;
-  a.fX += share * dx;
-  a.fQ += lever * dz;
-  a.fC += lever * dx;
-}
+
+private:
+  double fP = 0;
+  KinkPair fZX = {0, 0};
+  KinkPair fQC = {0, 0};
+};
 
 /// What crossing a plane gives.
 template <class Real>
@@ -133,12 +152,18 @@ inline KinkCrossings<double> CrossPlane(const KinkState& a, const KinkState& b, 
   return CrossRegularPlane(a, b, s, v, pE);
 }
 
-/// The same for two states that are side by side.
-[[gnu::noinline]] inline KinkCrossings<KinkPair> CrossBoth(KinkStates<KinkPair> a,
-                                                           KinkStates<KinkPair> b, KinkPair s,
-                                                           KinkPair v) {
-  const KinkCrossings<double> one = CrossPlane(One(a, 0), One(b, 0), s[0], v[0]);
-  const KinkCrossings<double> other = CrossPlane(One(a, 1), One(b, 1), s[1], v[1]);
+/// MergeAny and CrossPlane for two states that are side by side. Those of CrossBoth come number by
+/// number: in registers, where a call for a rare plane would have all others write them to memory.
+inline KinkStates<KinkPair> MergeBoth(const KinkStates<KinkPair>& a,
+                                      const KinkStates<KinkPair>& b) {
+  return Both(MergeAny(One(a, 0), One(b, 0)), MergeAny(One(a, 1), One(b, 1)));
+}
+[[gnu::noinline, gnu::cold]] inline KinkCrossings<KinkPair> CrossBoth(
+    KinkPair p, KinkPair z, KinkPair x, KinkPair q, KinkPair c, const KinkState& b0,
+    const KinkState& b1, KinkPair s, KinkPair v) {
+  const KinkStates<KinkPair> a = {p, z, x, q, c};
+  const KinkCrossings<double> one = CrossPlane(One(a, 0), b0, s[0], v[0]);
+  const KinkCrossings<double> other = CrossPlane(One(a, 1), b1, s[1], v[1]);
   return {Both(one.fBefore, other.fBefore), Both(one.fBeyond, other.fBeyond)};
 }
 

@@ -60,7 +60,7 @@ KinkSmoother Fitted(const Problem& problem) {
 template <class Check>
 void ForRandomProblems(unsigned seed, Check check) {
   std::mt19937_64 random(seed);
-  for (unsigned m = 0; m <= 12; m += 2)
+  for (unsigned m = 0; m <= 12; ++m)
     for (unsigned extra = 1; extra < 10; extra += 3) {
       const Problem problem = reference::RandomProblem(m + 1 + extra, m, random);
       SCOPED_TRACE(testing::Message() << "m = " << m << ", n = " << m + 1 + extra);
@@ -499,6 +499,63 @@ TEST(KinkSmoother, RefusesBadInputInTheOrderOfLutz) {
   ExpectThrow(kIndexProblem, 0, [&] { fit.SetWeightFactor(3, 1); });
   ExpectThrow(kIndexProblem, 1.5, [&] { fit.SetWeightFactor(0, 1.5); });
   ExpectThrow(kIndexProblem, -0.5, [&] { fit.SetWeightFactor(0, -0.5); });
+}
+
+void LoadArrays(const Problem& p, KinkSmoother& fit) {
+  fit.Load(static_cast<unsigned>(p.z.size()), p.z.data(), p.x.data(), p.sigx.data(),
+           static_cast<unsigned>(p.s.size()), p.s.data(), p.sigAlpha.data());
+}
+
+TEST(KinkSmoother, LoadingArraysIsLoadingEachElement) {
+  std::mt19937_64 random(15);
+  KinkSmoother fit(1, 0);
+  for (unsigned m : {0u, 1u, 6u, 13u}) {
+    Problem problem = reference::RandomProblem(m + 9, m, random);
+    problem.sigx[2] = kInfinity;
+    if (m > 3) problem.sigAlpha[3] = kInfinity;
+    fit.SetWeightFactor(0, 0.5);
+    LoadArrays(problem, fit);
+    EXPECT_EQ(fit.Status(), KinkStatus::kNotFitted);
+    EXPECT_EQ(fit.WeightFactor(0), 1);
+    EXPECT_EQ(fit.Chi2XI(), 0);
+    KinkSmoother each = Fitted(problem);
+    const Results expected = FitOf(each);
+    const Results found = FitOf(fit);
+    EXPECT_EQ(found.x0, expected.x0);
+    EXPECT_EQ(found.slope, expected.slope);
+    EXPECT_EQ(found.chi2, expected.chi2);
+    EXPECT_EQ(found.alpha, expected.alpha);
+    EXPECT_EQ(fit.LogLikelihood(), each.LogLikelihood());
+    EXPECT_EQ(fit.Residual(5).fPull, each.Residual(5).fPull);
+  }
+}
+
+TEST(KinkSmoother, RefusesArraysWithABadElementAndIsThenEmpty) {
+  std::mt19937_64 random(16);
+  const Problem good = reference::RandomProblem(5, 2, random);
+  KinkSmoother fit(3, 1);
+  const auto expect = [&](unsigned code, double value, const std::function<void(Problem&)>& spoil) {
+    Problem bad = good;
+    spoil(bad);
+    LoadArrays(good, fit);
+    FitOf(fit);
+    ExpectThrow(code, value, [&] { LoadArrays(bad, fit); });
+    EXPECT_EQ(fit.NMeas(), 5u);
+    FitOf(fit);
+    EXPECT_EQ(fit.Status(), KinkStatus::kNoMeasurement);
+  };
+  expect(kNaN, 0, [](Problem& p) { p.z[4] = kNotANumber; });
+  expect(kNaN, 0, [](Problem& p) { p.x[4] = kNotANumber; });
+  expect(kNaN, 0, [](Problem& p) { p.sigx[0] = kNotANumber; });
+  expect(kBadSigX, 0, [](Problem& p) { p.sigx[3] = 0; });
+  expect(kBadSigX, -1, [](Problem& p) { p.sigx[3] = p.sigAlpha[0] = -1; });
+  expect(kNaN, 0, [](Problem& p) { p.s[1] = kNotANumber; });
+  expect(kNaN, 0, [](Problem& p) { p.sigAlpha[1] = kNotANumber; });
+  expect(kBadSigSJ, -2, [](Problem& p) { p.sigAlpha[1] = -2; });
+
+  LoadArrays(good, fit);
+  ExpectThrow(kBadNScat, 0, [&] { fit.Load(2, nullptr, nullptr, nullptr, 2, nullptr, nullptr); });
+  EXPECT_EQ(fit.NMeas(), 5u);
 }
 
 TEST(KinkSmoother, SecondUseAllocatesNothingAndRemembersNothing) {

@@ -15,12 +15,11 @@ unsigned int Count(const std::vector<double>& v) {
   return static_cast<unsigned int>(v.size());
 }
 
-template <class Fitter>
-void Load(const ViewProblem& problem, const PlaneList& planes, Fitter& fitter) {
+void Load(const ViewProblem& problem, const PlaneList& planes, Lutz& lutz) {
   for (unsigned int i = 0; i < Count(problem.fS); i++)
-    fitter.SetMeasurement(i, problem.fS[i], problem.fA[i], problem.fSig[i]);
+    lutz.SetMeasurement(i, problem.fS[i], problem.fA[i], problem.fSig[i]);
   for (unsigned int j = 0; j < Count(planes.fS); j++)
-    fitter.SetScatteringPlane(j, planes.fS[j], planes.fSigAlpha[j]);
+    lutz.SetScatteringPlane(j, planes.fS[j], planes.fSigAlpha[j]);
 }
 
 /// Fills the normal matrix A of all parameters: with h_i the derivatives of the line at measurement
@@ -159,8 +158,8 @@ bool ViewSolver::SolveDense(const ViewProblem& problem, const PlaneList& planes,
 bool ViewSolver::SolveLinear(const ViewProblem& problem, const PlaneList& planes,
                              const std::vector<double>& at, ViewFit& fit,
                              std::vector<KinkPoint>& state, double& logLikelihood) {
-  fSmoother.Reset(fit.fN, Count(planes.fS));
-  Load(problem, planes, fSmoother);
+  fSmoother.Load(fit.fN, problem.fS.data(), problem.fA.data(), problem.fSig.data(),
+                 Count(planes.fS), planes.fS.data(), planes.fSigAlpha.data());
   fSmoother.Fit(&fit.fIntercept, &fit.fSlope, fit.fKink.data(), nullptr);
   if (!fSmoother.Succeeded()) return false;
   const double upstream = planes.fS.empty() ? 0 : std::min(planes.fS.front(), 0.);
