@@ -56,14 +56,7 @@ void IntegrateStep(double ds, const char* material, double* T) {
     return;
   }
   const dEdxTable table(material);
-  for (int step = 0; step < n; ++step) {
-    double loss[3];
-    double mid[3];
-    table.Losses(T, kMass, loss);
-    for (int k = 0; k < 3; ++k) mid[k] = T[k] + (h / 2) * loss[k];
-    table.Losses(mid, kMass, loss);
-    for (int k = 0; k < 3; ++k) T[k] = T[k] + h * loss[k];
-  }
+  for (int step = 0; step < n; ++step) table.StepUpstream(h, kMass, T);
 }
 
 // Makes room for n more entries at once, and as push_back does for more legs to come.

@@ -9,6 +9,8 @@
 #include <limits>
 #include <string_view>
 
+#include "util/LogExpNear.h"
+
 namespace kelvo {
 
 namespace {
@@ -20,6 +22,10 @@ constexpr double kTableMuonMass = 0.1056583568;
 constexpr int kWarningLine = 50;
 
 constexpr unsigned int kMaxPoints = 90;
+constexpr double kGeVPerMeV = 0.001;
+
+using Tables = util::LogExpTables;
+constexpr double kLargest = 0x1.fffffffffffffp13; // of the numbers that have a bin
 
 using InitFunction = void (dEdxTable::*)();
 
@@ -51,6 +57,13 @@ double MuonEquivalent(double T, double M) {
   return (std::sqrt(bg * bg + 1) - 1) * kTableMuonMass;
 }
 
+// The same for four particles.
+[[KELVO_FMA, gnu::always_inline]] inline util::Quad MuonEquivalent(util::Quad T, util::Quad M) {
+  const util::Quad r = T / M;
+  const util::Quad bg = util::Sqrt((2 + r) * r);
+  return (util::Sqrt(bg * bg + 1) - 1) * kTableMuonMass;
+}
+
 // The logarithm that a lookup without tables would take. A compiler may work out that of a constant
 // itself, and need not round it as the mathematics library does.
 double RunTimeLog(double x) {
@@ -60,7 +73,7 @@ double RunTimeLog(double x) {
 
 // S in GeV cm2/g, of ln S with S in MeV cm2/g.
 double MassLoss(double lnS) {
-  return std::exp(lnS) * 0.001;
+  return std::exp(lnS) * kGeVPerMeV;
 }
 
 } // namespace
@@ -77,57 +90,99 @@ struct dEdxTable::LogTable {
       fRows[i].fLnS = RunTimeLog(dedx[i]);
     }
     for (unsigned int i = 0; i + 1 < N; ++i) {
-      fRows[i].fDLnT = fRows[i + 1].fLnT - fRows[i].fLnT;
-      fRows[i].fDLnS = fRows[i + 1].fLnS - fRows[i].fLnS;
-      fUpper[i] = t[i + 1];
+      Row& row = fRows[i];
+      row.fDLnT = fRows[i + 1].fLnT - row.fLnT;
+      row.fDLnS = fRows[i + 1].fLnS - row.fLnS;
+      row.fSlope = row.fDLnS / row.fDLnT;
+      row.fFrom = t[i];
+      row.fTo = t[i + 1];
     }
-    fUpper[N - 2] = std::numeric_limits<double>::quiet_NaN(); // nothing lies beyond the last
-    fFirstBin = BinNumber(t[0]);
-    for (int bin = 0; bin < kBins; ++bin)
-      while (fUpper[fInterval[bin]] <= LowerEdge(fFirstBin + bin)) ++fInterval[bin];
+    fRows[0].fFrom = -std::numeric_limits<double>::infinity();
+    fRows[N - 2].fTo = std::numeric_limits<double>::infinity();
+    for (std::uint64_t bin = 0; bin < Tables::kBins; ++bin)
+      while (fRows[fInterval[bin]].fTo <= Tables::LowerEdge(bin)) ++fInterval[bin];
   }
 
-  // The stopping power [GeV cm2/g] at the muon kinetic energy x [GeV].
-  double At(double x) const {
-    const Row& row = fRows[Interval(x)];
-    return MassLoss((std::log(x) - row.fLnT) * row.fDLnS / row.fDLnT + row.fLnS);
+  // The stopping power [GeV cm2/g] at kinetic energy T and mass M [GeV].
+  double operator()(double T, double M) const {
+    return fPrepares ? OfOne(T, M) : At(MuonEquivalent(T, M));
+  }
+
+  // The midpoint rule for three particles; density in g/cm3.
+  void StepUpstream(double density, double h, const double* M, double* T) const {
+    if (fPrepares) return StepThree(density, h, M, T);
+    for (int k = 0; k < 3; ++k) {
+      const double mid = T[k] + (h / 2) * ((*this)(T[k], M[k]) * density);
+      T[k] = T[k] + h * ((*this)(mid, M[k]) * density);
+    }
   }
 
 private:
-  static constexpr int kBins = 512;    // covers 32 octaves
-  static constexpr int kBinShift = 48; // keeps the exponent and the first 4 bits of the fraction
-
-  // The interval that a scan of the grid finds for x. A bin is a sixteenth of an octave and
-  // narrower than any interval: at most one grid point lies in it. A NaN gets any interval, and
-  // gives NaN.
-  unsigned int Interval(double x) const {
-    const unsigned int i = fInterval[std::clamp(BinNumber(x) - fFirstBin, 0, kBins - 1)];
-    return i + (fUpper[i] <= x ? 1 : 0);
-  }
-
-  static int BinNumber(double x) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &x, sizeof bits);
-    return static_cast<int>(bits >> kBinShift);
-  }
-
-  static double LowerEdge(int bin) {
-    const std::uint64_t bits = static_cast<std::uint64_t>(bin) << kBinShift;
-    double x = 0;
-    std::memcpy(&x, &bits, sizeof x);
-    return x;
-  }
-
-  // What one lookup reads, in one place of memory: the logarithms at a point, and their differences
-  // to the next one.
-  struct Row {
-    double fLnT, fLnS, fDLnT, fDLnS;
+  // What one lookup reads: the logarithms at a point, their differences to the next one and the
+  // ratio of those, and the energies from where to where they hold.
+  struct alignas(64) Row {
+    double fLnT, fLnS, fDLnT, fDLnS, fSlope, fFrom, fTo;
   };
 
+  // The stopping power [GeV cm2/g] at the muon kinetic energy x [GeV]. A NaN gives NaN.
+  double At(double x) const {
+    const double inside = x > Tables::kMin ? std::min(x, kLargest) : Tables::kMin;
+    const Row& row = fRows[Interval(Tables::BinOf(inside), x)];
+    return MassLoss((std::log(x) - row.fLnT) * row.fDLnS / row.fDLnT + row.fLnS);
+  }
+
+  // The same bits in less time. The muon kinetic energy is that of the particle times the ratio of
+  // the masses, but for the rounding of the roots: there logarithm and exponential are prepared
+  // while the roots are taken.
+  template <class Real>
+  [[KELVO_FMA, gnu::always_inline]] Real Prepared(Real T, Real M) const {
+    const Real near = T / M * kTableMuonMass;
+    const Real x = MuonEquivalent(T, M);
+    const auto exactly = [this](double one) { return At(one); };
+    if (!util::Inside(util::All<Real>(Tables::kMin), near, util::All<Real>(Tables::kEnd)))
+      return util::ForEach(x, exactly);
+    const util::BitsOf<Real> bin = Tables::BinOf(near);
+    const util::BitsOf<Real> i = Interval(bin, near);
+    const Real lnT = util::Each(fRows, i, &Row::fLnT);
+    const Real lnS = util::Each(fRows, i, &Row::fLnS);
+    const util::LogNear<Real> log(fTables, near, bin);
+    const util::ExpNear<Real> exp(fTables,
+                                  (log.Value() - lnT) * util::Each(fRows, i, &Row::fSlope) + lnS);
+    if (!util::Inside(util::Each(fRows, i, &Row::fFrom), x, util::Each(fRows, i, &Row::fTo)))
+      return util::ForEach(x, exactly);
+    const Real lnS0 =
+        (log.At(x) - lnT) * util::Each(fRows, i, &Row::fDLnS) / util::Each(fRows, i, &Row::fDLnT) +
+        lnS;
+    return exp.At(lnS0) * kGeVPerMeV;
+  }
+
+  [[KELVO_FMA]] double OfOne(double T, double M) const { return Prepared(T, M); }
+
+  // The fourth place does what the third does.
+  [[KELVO_FMA]] void StepThree(double density, double h, const double* M, double* T) const {
+    const util::Quad m = {M[0], M[1], M[2], M[2]};
+    const util::Quad t = {T[0], T[1], T[2], T[2]};
+    const util::Quad mid = t + (h / 2) * (Prepared(t, m) * density);
+    const util::Quad upstream = t + h * (Prepared(mid, m) * density);
+    for (int k = 0; k < 3; ++k) T[k] = upstream[k];
+  }
+
+  // The interval that a scan of the grid finds for x in a bin. A bin is a 64th of an octave and
+  // narrower than any interval: at most one grid point lies in it.
+  std::uint64_t Interval(std::uint64_t bin, double x) const {
+    const std::uint64_t i = fInterval[bin];
+    return i + (fRows[i].fTo <= x ? 1 : 0);
+  }
+  [[KELVO_FMA, gnu::always_inline]] util::QuadBits Interval(util::QuadBits bin,
+                                                            util::Quad x) const {
+    return util::QuadBits{Interval(bin[0], x[0]), Interval(bin[1], x[1]), Interval(bin[2], x[2]),
+                          Interval(bin[3], x[3])};
+  }
+
   Row fRows[kMaxPoints] = {};
-  double fUpper[kMaxPoints] = {}; // upper end of each interval
-  int fFirstBin = 0;
-  std::uint8_t fInterval[kBins] = {}; // interval of each bin's lower edge
+  std::uint8_t fInterval[Tables::kBins] = {}; // interval of each bin's lower edge
+  bool fPrepares = Tables::kKnown && util::HasFma();
+  const Tables& fTables = Tables::Get();
 };
 
 dEdxTable::dEdxTable(const char* material) {
@@ -151,19 +206,12 @@ bool dEdxTable::Knows(const char* material) {
 
 double dEdxTable::operator()(double T, double M) const {
   if (fT == nullptr) return 0.0;
-  return fLog->At(MuonEquivalent(T, M)) * fDensity;
+  return (*fLog)(T, M) * fDensity;
 }
 
-// The roots of all three before the first logarithm: the processor works on them side by side.
-void dEdxTable::Losses(const double* T, const double* M, double* loss) const {
-  constexpr int kN = 3;
-  if (fT == nullptr) {
-    std::fill(loss, loss + kN, 0.0);
-    return;
-  }
-  double x[kN];
-  for (int k = 0; k < kN; ++k) x[k] = MuonEquivalent(T[k], M[k]);
-  for (int k = 0; k < kN; ++k) loss[k] = fLog->At(x[k]) * fDensity;
+void dEdxTable::StepUpstream(double h, const double* M, double* T) const {
+  if (fT != nullptr) return fLog->StepUpstream(fDensity, h, M, T);
+  for (int k = 0; k < 3; ++k) T[k] = T[k] + h * 0.0; // an infinite h gives NaN here, too
 }
 
 // ln S = (ln x - ln t_i) (ln S_(i+1) - ln S_i) / (ln t_(i+1) - ln t_i) + ln S_i.

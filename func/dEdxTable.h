@@ -26,12 +26,13 @@ public:
   /// @param M mass [GeV]
   double operator()(double T, double M) const;
 
-  /// Gives the energy losses per length [GeV/cm] of three particles at once: the same bits as three
-  /// calls of operator(), in less time, because they hide each other's latencies.
-  /// @param T    three kinetic energies [GeV]
-  /// @param M    three masses [GeV]
-  /// @param loss receives three losses; may be T itself
-  void Losses(const double* T, const double* M, double* loss) const;
+  /// Carries three particles at once a length h upstream with one step of the midpoint rule,
+  /// T = T + h S(T + h/2 S(T)) with the loss per length S: the same bits as by operator(), in less
+  /// time, because they share every instruction.
+  /// @param h length [cm]
+  /// @param M three masses [GeV]
+  /// @param T three kinetic energies [GeV]
+  void StepUpstream(double h, const double* M, double* T) const;
 
   /// Returns the mass stopping power [GeV cm2/g] from the given table, by log-log interpolation.
   /// @param T    kinetic energy [GeV]
