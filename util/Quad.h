@@ -42,24 +42,24 @@ using BitsOf = typename BitsFor<Real>::Type;
 
 /// Returns the bits of a number.
 inline std::uint64_t ToBits(double x) {
-  std::uint64_t bits;
+  std::uint64_t bits = 0;
   std::memcpy(&bits, &x, sizeof bits);
   return bits;
 }
 [[KELVO_FMA, gnu::always_inline]] inline QuadBits ToBits(Quad x) {
-  QuadBits bits;
+  QuadBits bits = {};
   std::memcpy(&bits, &x, sizeof bits);
   return bits;
 }
 
 /// Returns the number of these bits.
 inline double FromBits(std::uint64_t bits) {
-  double x;
+  double x = 0;
   std::memcpy(&x, &bits, sizeof x);
   return x;
 }
 [[KELVO_FMA, gnu::always_inline]] inline Quad FromBits(QuadBits bits) {
-  Quad x;
+  Quad x = {};
   std::memcpy(&x, &bits, sizeof x);
   return x;
 }
