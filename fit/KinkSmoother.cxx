@@ -102,8 +102,10 @@ void KinkSmoother::ThrowBadPlane(double z, double sigAlpha) const {
 void KinkSmoother::SetWeightFactor(unsigned int i, double factor) {
   if (i >= fNmeas) ThrowIndexProblem();
   if (!(factor >= 0 && factor <= 1)) throw KelvoException(kFile, __LINE__, kIndexProblem, factor);
-  if (fLoadedW.empty())
+  if (fLoadedW.empty()) {
+    fLoadedW.reserve(fNmeas);
     for (const Measurement& meas : fMeas) fLoadedW.push_back(meas.fW);
+  }
   fMeas[i].fW = factor * fLoadedW[i];
 }
 
@@ -114,7 +116,7 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
     SortBy(&Plane::fS, fPlanes, fPlaneOrder);
   }
   PlaceSegments();
-  const bool regular = Filter();
+  const bool regular = Solve();
   FitMeasurements();
   if (regular && std::isfinite(fChi2XI + fChi2Beta + fX0)) {
     fStatus = KinkStatus::kSucceeded;
@@ -131,17 +133,15 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
 }
 
 bool KinkSmoother::InOrder() const {
-  const auto upstream = [](auto position) {
-    return [position](const auto& a, const auto& b) { return a.*position < b.*position; };
-  };
-  return std::is_sorted(fMeas.begin(), fMeas.end(), upstream(&Measurement::fZ)) &&
-         std::is_sorted(fPlanes.begin(), fPlanes.end(), upstream(&Plane::fS));
+  return std::is_sorted(fMeas.begin(), fMeas.end(),
+                        [](const Measurement& a, const Measurement& b) { return a.fZ < b.fZ; }) &&
+         std::is_sorted(fPlanes.begin(), fPlanes.end(),
+                        [](const Plane& a, const Plane& b) { return a.fS < b.fS; });
 }
 
 void KinkSmoother::PlaceSegments() {
-  const unsigned int* order = fPlaneOrder.empty() ? nullptr : fPlaneOrder.data();
   for (unsigned int k = 0; k < fNscat; ++k) {
-    const Plane& plane = fPlanes[order ? order[k] : k];
+    const Plane& plane = fPlanes[PlaneAt(k)];
     fSegments[k].fEnd = plane.fS;
     fSegments[k].fV = plane.fV;
   }
@@ -177,8 +177,9 @@ inline void KinkSmoother::GatherUpstream(unsigned int k, const unsigned int* ord
 
 // Two fronts run towards each other and past each other, side by side: each is a chain of divisions
 // that wait for each other. While they wait, the processor gathers the measurements ahead of them
-// until they meet; from then on it smooths what they come to, known from both sides, a step later.
-bool KinkSmoother::Filter() {
+// until they meet. From then on each segment and plane that they reach is known from both sides,
+// and is smoothed one step later.
+bool KinkSmoother::Solve() {
   const unsigned int m = fNscat;
   const unsigned int* order = fMeasOrder.empty() ? nullptr : fMeasOrder.data();
   unsigned int next = 0;
@@ -205,7 +206,7 @@ bool KinkSmoother::Filter() {
     regular = Smooth(k - 1) && regular;
   }
   if (m > 0) regular = Smooth(m - 1) && regular;
-  fBoth[m] = MergeBoth(known, Both(fLocal[m], fLocal[0]));
+  fBoth[m] = Both(MergeAny(One(known, 0), fLocal[m]), MergeAny(One(known, 1), fLocal[0]));
   regular = SmoothLines(m) && regular;
   const Segment& first = fSegments[0];
   fSlope = first.fSlope;

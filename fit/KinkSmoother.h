@@ -11,7 +11,7 @@ namespace kelvo {
 
 /// How the last fit of a KinkSmoother ended.
 enum class KinkStatus {
-  kNotFitted,     ///< there was none since construction, Reset or NullResult
+  kNotFitted,     ///< there was none since construction, Reset, Load or NullResult
   kSucceeded,     ///< the results are those of the loaded problem
   kNoMeasurement, ///< no measurement has a weight above 0
   kOnePosition,   ///< all measurements of weight above 0 stand at the same z: no slope
@@ -47,7 +47,7 @@ struct KinkResidual {
 /// 14 (1969) 387; R. Fruehwirth, Nucl. Instr. Meth. A 262 (1987) 444).
 /// Load a track from arrays, or construct or Reset the object for n measurements and m planes and
 /// set each; call Fit; ask for results; load the next track. Nothing is allocated once the object
-/// has seen a problem of that size.
+/// has done the same with a problem of that size.
 /// Lengths share one unit (cm in kelvo), angles are in radians. One object serves one thread at a
 /// time, const queries included.
 class KinkSmoother {
@@ -63,7 +63,8 @@ public:
 
   /// Resets the object and loads a whole problem from arrays: the same as SetMeasurement and
   /// SetScatteringPlane for each element, in less time. Throws what Reset and these throw, for the
-  /// first element that is wrong, measurements before planes; the object is then as after Reset.
+  /// first element that is wrong, measurements before planes; the object is then as after Reset,
+  /// and as it was where Reset throws.
   /// @param nmeas number of measurements n
   /// @param z     n positions along the detector [cm]
   /// @param x     n measured transverse coordinates [cm]
@@ -107,8 +108,9 @@ public:
   }
 
   /// Multiplies the loaded weight of measurement i for the next Fit: 0 leaves it out, 1 restores
-  /// it. SetMeasurement and Reset restore it too. Uncertainties and pulls of the measurement itself
-  /// keep the loaded sigx. Throws kIndexProblem (value 0) for i >= n or a factor outside 0 to 1.
+  /// it. SetMeasurement, Reset and Load restore it too. Uncertainties and pulls of the measurement
+  /// itself keep the loaded sigx. Throws kIndexProblem (value 0) for i >= n or a factor outside 0
+  /// to 1.
   void SetWeightFactor(unsigned int i, double factor);
 
   /// Returns the factor that measurement i has now, 1 for one of infinite sigx; i must be below n.
@@ -259,7 +261,7 @@ private:
   void PlaceSegments();
   void GatherDownstream(unsigned int k, const unsigned int* order, unsigned int& place);
   void GatherUpstream(unsigned int k, const unsigned int* order, unsigned int& place);
-  bool Filter();
+  bool Solve();
   KinkStates<KinkPair> CrossTwoPlanes(unsigned int k, KinkStates<KinkPair> known);
   bool Smooth(unsigned int k);
   bool SmoothLines(unsigned int k);
@@ -285,8 +287,8 @@ private:
   /// m + 1 and m / 2 + 1: what two fronts know that set out together. The first of each pair runs
   /// downstream from segment 0 and is in segment k after k planes, the second runs upstream from
   /// segment m and is in segment m - k.
-  std::vector<KinkStates<KinkPair>> fBoth;   ///< everything behind the segment and its measurements
-  std::vector<KinkStates<KinkPair>> fBehind; ///< everything behind the segment, up to the middle
+  std::vector<KinkStates<KinkPair>> fBoth;   ///< what the segment and all behind it know
+  std::vector<KinkStates<KinkPair>> fBehind; ///< what all behind it knows; to the middle
 
   double fX0 = 0;                              ///< fitted intercept at z = 0 [cm]
   double fSlope = 0;                           ///< fitted slope of the first segment

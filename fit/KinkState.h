@@ -152,12 +152,8 @@ inline KinkCrossings<double> CrossPlane(const KinkState& a, const KinkState& b, 
   return CrossRegularPlane(a, b, s, v, pE);
 }
 
-/// MergeAny and CrossPlane for two states that are side by side. Those of CrossBoth come number by
-/// number: in registers, where a call for a rare plane would have all others write them to memory.
-inline KinkStates<KinkPair> MergeBoth(const KinkStates<KinkPair>& a,
-                                      const KinkStates<KinkPair>& b) {
-  return Both(MergeAny(One(a, 0), One(b, 0)), MergeAny(One(a, 1), One(b, 1)));
-}
+/// CrossPlane for two states that are side by side. What is known comes number by number: in
+/// registers, where a call for a rare plane would have all others write it to memory.
 [[gnu::noinline, gnu::cold]] inline KinkCrossings<KinkPair> CrossBoth(
     KinkPair p, KinkPair z, KinkPair x, KinkPair q, KinkPair c, const KinkState& b0,
     const KinkState& b1, KinkPair s, KinkPair v) {

@@ -27,8 +27,8 @@ public:
   double operator()(double T, double M) const;
 
   /// Carries three particles at once a length h upstream with one step of the midpoint rule,
-  /// T = T + h S(T + h/2 S(T)) with the loss per length S: the same bits as by operator(), in less
-  /// time, because they share every instruction.
+  /// T = T + h S(T + h/2 S(T)) with the loss per length S: the same bits as by operator(). Where
+  /// the processor has vectors of four doubles they share every instruction.
   /// @param h length [cm]
   /// @param M three masses [GeV]
   /// @param T three kinetic energies [GeV]

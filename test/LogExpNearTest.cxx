@@ -39,7 +39,7 @@ struct Case {
 class LogExpNear : public testing::Test {
 protected:
   void SetUp() override {
-    if (!LogExpTables::kKnown || !util::HasFma()) GTEST_SKIP() << "not for this machine";
+    if (!LogExpTables::Known() || !util::HasFma()) GTEST_SKIP() << "not for this machine";
   }
 
   // Every case alone and in a group of four.

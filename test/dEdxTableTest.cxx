@@ -140,6 +140,41 @@ TEST(dEdxTable, EqualsThePlainLookupToTheLastBit) {
   }
 }
 
+TEST(dEdxTable, EqualsThePlainLookupAtTheLimitsOfNumbers) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  const double least = std::numeric_limits<double>::denorm_min();
+  const double largest = std::numeric_limits<double>::max();
+  for (const char* name : kMaterials)
+    for (double T : {0.0, least, 0x1p-17, 0x1p14, largest, infinity, -1.0, -infinity})
+      for (double M : {0.0, least, kMuon, 1.0, largest, infinity, -kMuon}) {
+        const double value = dEdxTable(name)(T, M);
+        const double expected = plain::dEdx(Tables().at(name), T, M);
+        if (std::isnan(expected))
+          EXPECT_TRUE(std::isnan(value)) << name << ' ' << T << ' ' << M;
+        else
+          EXPECT_TRUE(SameBits(value, expected)) << name << ' ' << T << ' ' << M;
+      }
+}
+
+TEST(dEdxTable, CarriesThreeParticlesAsOneByOne) {
+  std::mt19937 rng(4);
+  std::uniform_real_distribution<double> lnT(std::log(1e-7), std::log(1e5));
+  for (int i = 0; i < 30000; ++i) {
+    const dEdxTable table(kMaterials[i % 5]);
+    const double h = 0.01 * (i % 1000);
+    const double M[3] = {kMuon, 0.13957, 0.938272};
+    double T[3];
+    for (double& t : T) t = std::exp(lnT(rng));
+    double expected[3];
+    for (int k = 0; k < 3; ++k) {
+      const double mid = T[k] + (h / 2) * table(T[k], M[k]);
+      expected[k] = T[k] + h * table(mid, M[k]);
+    }
+    table.StepUpstream(h, M, T);
+    for (int k = 0; k < 3; ++k) ASSERT_TRUE(SameBits(T[k], expected[k])) << i << ' ' << k;
+  }
+}
+
 TEST(dEdxTable, EqualsThePlainLookupBesideEveryGridPoint) {
   for (const char* name : kMaterials) {
     const dEdxTable table(name);
