@@ -31,7 +31,7 @@ public:
   /// the processor has vectors of four doubles they share every instruction.
   /// @param h length [cm]
   /// @param M three masses [GeV]
-  /// @param T three kinetic energies [GeV]
+  /// @param T three kinetic energies [GeV], replaced; as little guarded as in operator()
   void StepUpstream(double h, const double* M, double* T) const;
 
   /// Returns the mass stopping power [GeV cm2/g] from the given table, by log-log interpolation.

@@ -37,7 +37,7 @@ struct LogExpTables {
   static constexpr double kMin = 0x1p-17; ///< smallest number that has a bin
   static constexpr double kEnd = 0x1p14;  ///< numbers that have a bin are below
 
-  /// Returns the index of the bin of x.
+  /// Returns the index of the bin of x, which is from kMin to below kEnd.
   static std::uint64_t BinOf(double x) { return (ToBits(x) >> kBinShift) - kFirstBin; }
   [[KELVO_FMA, gnu::always_inline]] static QuadBits BinOf(Quad x) {
     return (ToBits(x) >> kBinShift) - kFirstBin;
@@ -59,11 +59,14 @@ private:
 /// two doubles tell in 19 of 20 cases to which double it rounds, else the library is asked. That
 /// holds for a library that errs by 0.521 units in the last place at most; those of Linux err by
 /// 0.520. The method is that of P. T. P. Tang, ACM Trans. Math. Softw. 16 (1990) 378.
-/// Real is double, or Quad for four at once.
+/// Real is double, or Quad for four at once. To be used where LogExpTables::Known() and HasFma()
+/// are true; arguments are not checked.
 template <class Real>
 class LogNear {
 public:
-  /// @param bin LogExpTables::BinOf(near), below kBins
+  /// @param tables LogExpTables::Get()
+  /// @param near   from LogExpTables::kMin to below LogExpTables::kEnd
+  /// @param bin    LogExpTables::BinOf(near)
   [[KELVO_FMA, gnu::always_inline]] LogNear(const LogExpTables& tables, Real near, BitsOf<Real> bin)
       : fNear(near) {
     using Bin = LogExpTables::Bin;
@@ -106,7 +109,8 @@ private:
 template <class Real>
 class ExpNear {
 public:
-  /// @param near from -700 to 700
+  /// @param tables LogExpTables::Get()
+  /// @param near   from -700 to 700
   [[KELVO_FMA, gnu::always_inline]] ExpNear(const LogExpTables& tables, Real near) : fNear(near) {
     using Power = LogExpTables::Power;
     constexpr double kPerUnit = LogExpTables::kPowers / 0.693147180559945309;

@@ -47,9 +47,7 @@ inline std::uint64_t ToBits(double x) {
   return bits;
 }
 [[KELVO_FMA, gnu::always_inline]] inline QuadBits ToBits(Quad x) {
-  QuadBits bits = {};
-  std::memcpy(&bits, &x, sizeof bits);
-  return bits;
+  return reinterpret_cast<QuadBits>(x);
 }
 
 /// Returns the number of these bits.
@@ -59,9 +57,7 @@ inline double FromBits(std::uint64_t bits) {
   return x;
 }
 [[KELVO_FMA, gnu::always_inline]] inline Quad FromBits(QuadBits bits) {
-  Quad x = {};
-  std::memcpy(&x, &bits, sizeof x);
-  return x;
+  return reinterpret_cast<Quad>(bits);
 }
 
 /// Returns x in every place.
@@ -95,7 +91,7 @@ template <class Real>
 #endif
 }
 
-/// Returns one member of the rows of a table that have these indices.
+/// Returns one member of the rows of a table that have these indices, which are not checked.
 template <class Row, class Number>
 [[KELVO_FMA, gnu::always_inline]] inline Number Each(const Row* rows, std::uint64_t i,
                                                      Number Row::*member) {
