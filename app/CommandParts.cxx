@@ -1,6 +1,6 @@
 #include "app/CommandParts.h"
 
-#include "io/FitFile.h"
+#include "run/FitFile.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "io/EnergyLoss.h"
+#include "draw/EnergyLoss.h"
 #include "io/FileError.h"
 #include "io/HitColumns.h"
 #include "io/PendingFile.h"

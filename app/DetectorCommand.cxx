@@ -1,10 +1,10 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
+#include "draw/DetectorDrawing.h"
+#include "geo/Detector.h"
+#include "geo/MaterialBudget.h"
 #include "geo/PlaneDetector.h"
-#include "io/Detector.h"
-#include "io/DetectorDrawing.h"
 #include "io/HitColumns.h"
-#include "io/MaterialBudget.h"
 #include "track/Materials.h"
 
 #include <TGeoMaterial.h>
@@ -95,7 +95,7 @@ std::string RadLenText(const TGeoMaterial& material) {
 }
 
 void TellMaterials(const geo::PlaneDetector& detector) {
-  const MaterialBudget budget = FindMaterialBudget(detector, 1);
+  const geo::MaterialBudget budget = geo::FindMaterialBudget(detector, 1);
   std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "share",
               "rad. len.");
   double length = 0;
@@ -113,7 +113,7 @@ void TellMaterials(const geo::PlaneDetector& detector) {
   std::printf("mean over the face that all planes measure\n");
 }
 
-void TellMissingTables(const Detector& detector) {
+void TellMissingTables(const geo::Detector& detector) {
   const auto unknown = MaterialsWithoutTable(detector.MaterialNames());
   if (unknown.empty()) return;
   std::printf("\nno stopping-power table: %s; only beams of known momentum can be fitted\n",
@@ -146,7 +146,7 @@ void TellExtent(const geo::PlaneDetector& planes) {
               box.fLow[0], box.fHigh[0], box.fLow[1], box.fHigh[1], box.fLow[2], box.fHigh[2]);
 }
 
-void TellParts(const Detector& detector) {
+void TellParts(const geo::Detector& detector) {
   if (detector.Planes()) {
     TellPlanes(*detector.Planes());
     TellOffsets(*detector.Planes());
@@ -158,7 +158,7 @@ void TellParts(const Detector& detector) {
   TellMissingTables(detector);
 }
 
-void Draw(const Detector& detector, const std::string& output) {
+void Draw(const geo::Detector& detector, const std::string& output) {
   if (!detector.Planes())
     throw std::invalid_argument(
         "a geometry of ROOT's cannot be drawn: it knows no planes and cells");
@@ -167,7 +167,7 @@ void Draw(const Detector& detector, const std::string& output) {
 }
 
 int Run(const DetectorArguments& arguments) {
-  const Detector detector = Detector::FromFile(arguments.fFile);
+  const geo::Detector detector = geo::Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
   if (detector.Planes())
     TellExtent(*detector.Planes());

@@ -1,8 +1,8 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "io/Detector.h"
+#include "draw/TrackDisplay.h"
+#include "geo/Detector.h"
 #include "io/FitReader.h"
-#include "io/TrackDisplay.h"
 #include "track/Particles.h"
 
 #include <cstdio>
@@ -79,7 +79,7 @@ int Run(const DisplayArguments& a) {
     std::cerr << "kelvo: track " << a.fTrack << " is not fitted: " << row.fMessage << '\n';
     return 1;
   }
-  const auto detector = Detector::PlanesOfText(fits.Text("detector"), a.fFits + ", detector");
+  const auto detector = geo::Detector::PlanesOfText(fits.Text("detector"), a.fFits + ", detector");
   DrawTrack(detector.get(), row).Save(a.fOutput);
   std::printf("written: %s\n", a.fOutput.c_str());
   return 0;

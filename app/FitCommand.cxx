@@ -1,11 +1,11 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "app/RootMessages.h"
+#include "draw/Report.h"
 #include "io/FileError.h"
-#include "io/FitFile.h"
 #include "io/FitReader.h"
 #include "io/PendingFile.h"
-#include "io/Report.h"
+#include "run/FitFile.h"
 #include "track/Particles.h"
 
 #include <algorithm>
@@ -231,7 +231,7 @@ void WriteReport(const FitArguments& a) try {
                   " is complete, and 'kelvo report' makes the page from it");
 }
 
-int Fit(const Detector& detector, const FitArguments& arguments, ProgressLine& line) {
+int Fit(const geo::Detector& detector, const FitArguments& arguments, ProgressLine& line) {
   const auto show = [&](const FitProgress& progress) {
     line.Show(progress);
     // Found only at the end of the run otherwise.
@@ -250,7 +250,7 @@ int Fit(const Detector& detector, const FitArguments& arguments, ProgressLine& l
 int Run(FitArguments& arguments) {
   Complete(arguments);
   CheckOutputs(arguments);
-  const Detector detector = Detector::FromFile(arguments.fDetector);
+  const geo::Detector detector = geo::Detector::FromFile(arguments.fDetector);
   gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
   std::set_terminate(TellFailedWrite);
   return RunWithProgress([&](ProgressLine& line) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "io/FitFile.h"
+#include "run/FitFile.h"
 
 namespace kelvo::app {
 

@@ -1,7 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
+#include "draw/Report.h"
 #include "io/FitReader.h"
-#include "io/Report.h"
 
 #include <cstdio>
 #include <memory>

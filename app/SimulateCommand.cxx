@@ -1,6 +1,6 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "io/SimulationFile.h"
+#include "run/SimulationFile.h"
 #include "track/Particles.h"
 
 #include <cstdio>

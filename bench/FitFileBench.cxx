@@ -1,14 +1,14 @@
 // From a file of hits to a file of fits, on the bundled muons: reading beside a plain reader with
 // string streams, writing beside plain calls of TTree::Fill, and the whole with the share of each
 // stage. Times are per track.
-#include "io/FitFile.h"
 #include "io/FitWriter.h"
-#include "io/FittedBlocks.h"
 #include "io/HitReader.h"
+#include "run/FitFile.h"
+#include "run/FittedBlocks.h"
 
-#include "bench/Allocations.h"
-#include "test/TempFolder.h"
-#include "test/TrackChainStages.h"
+#include "test/support/Allocations.h"
+#include "test/support/TempFolder.h"
+#include "test/support/TrackChainStages.h"
 
 #include <TFile.h>
 #include <TTree.h>

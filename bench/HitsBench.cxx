@@ -1,9 +1,9 @@
 // Completion of hits and building of the track's frame for 50, 200 and 1,000 hits over 60 m, beside
 // plain programs over arrays, and the transformations; each with its allocations per call.
-#include "bench/Allocations.h"
 #include "func/HitList3D.h"
 #include "func/TrackBasis.h"
-#include "test/HitsReference.h"
+#include "test/support/Allocations.h"
+#include "test/support/HitsReference.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <vector>
 
-#include "bench/Allocations.h"
 #include "fit/KinkSmootherBatch.h"
 #include "func/Lutz.h"
-#include "test/LutzPlain.h"
+#include "test/support/Allocations.h"
+#include "test/support/LutzPlain.h"
 
 // The linear fit beside the dense one. Names end in n/m, the numbers of measurements and planes.
 // Every figure includes loading a new track and reading the results: parameters, kinks, chi2 and

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include "bench/Allocations.h"
 #include "func/Lutz.h"
-#include "test/LutzPlain.h"
-#include "test/LutzStages.h"
+#include "test/support/Allocations.h"
+#include "test/support/LutzPlain.h"
+#include "test/support/LutzStages.h"
 
 // The fit beside the plain scalar program, whole and in its steps. Names end in n/m, the numbers of
 // measurements and planes. Before anything is timed both must agree bit for bit.

@@ -9,11 +9,11 @@
 #include <random>
 #include <vector>
 
-#include "bench/Allocations.h"
 #include "func/Path.h"
 #include "func/dEdxTable.h"
-#include "test/PlainPath.h"
-#include "test/TestGeometry.h"
+#include "test/support/Allocations.h"
+#include "test/support/PlainPath.h"
+#include "test/support/TestGeometry.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // sort of all faces of the detector, with the allocations of ours.
 #include "geo/PlaneDetector.h"
 
-#include "bench/Allocations.h"
-#include "test/PlaneDetectorReference.h"
+#include "test/support/Allocations.h"
+#include "test/support/PlaneDetectorReference.h"
 
 #include <benchmark/benchmark.h>
 

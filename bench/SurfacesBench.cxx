@@ -1,8 +1,8 @@
 // Surfaces for a track with 200 positions through 1,000 material steps, beside a plain program that
 // integrates the track and looks every value up by a scan; with the allocations per call.
-#include "bench/Allocations.h"
 #include "func/ScatteringSurfaces.h"
-#include "test/SurfacesReference.h"
+#include "test/support/Allocations.h"
+#include "test/support/SurfacesReference.h"
 
 #include <benchmark/benchmark.h>
 

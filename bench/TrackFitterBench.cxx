@@ -3,9 +3,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "bench/Allocations.h"
 #include "geo/PlaneDetector.h"
-#include "test/Geant4Sample.h"
+#include "test/support/Allocations.h"
+#include "test/support/Geant4Sample.h"
 #include "track/TrackFitter.h"
 
 // Tracks per second of the whole fit, three hypotheses. The tracks are

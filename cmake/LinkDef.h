@@ -32,6 +32,7 @@
 #pragma link C++ struct geo::ActivePlane-;
 #pragma link C++ struct geo::Box-;
 #pragma link C++ class geo::PlaneDetector-;
+#pragma link C++ class geo::Detector-;
 #pragma link C++ struct geo::MaterialThickness-;
 #pragma link C++ class std::vector<geo::MaterialThickness>-;
 #pragma link C++ function geo::ThicknessBetweenPoints;

@@ -8,7 +8,7 @@
 // writes fits.root and fits.png.
 
 #include "geo/PlaneDetector.h"
-#include "io/FitFrame.h"
+#include "run/FitFrame.h"
 
 #include <TCanvas.h>
 #include <TChain.h>

@@ -1,6 +1,6 @@
 #include "io/FileError.h"
 #include "io/FitWriter.h"
-#include "io/NumberText.h"
+#include "util/NumberText.h"
 
 #include <cerrno>
 #include <cstring>

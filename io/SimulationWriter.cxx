@@ -1,8 +1,8 @@
 #include "io/SimulationWriter.h"
 
 #include "io/FileError.h"
-#include "io/NumberText.h"
 #include "io/PendingFile.h"
+#include "util/NumberText.h"
 
 #include <TDirectory.h>
 #include <TFile.h>

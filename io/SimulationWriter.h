@@ -1,6 +1,6 @@
 #pragma once
 
-#include "track/Simulator.h"
+#include "sim/Simulator.h"
 
 #include <map>
 #include <memory>

@@ -13,7 +13,7 @@ from .errors import Error, ErrorCode
 # The library lies in the package where it is installed, beside the folder "python" in a build tree.
 _HERE = pathlib.Path(__file__).parent
 _LIBRARIES = [
-    folder / name / "libkelvo_io.so"
+    folder / name / "libkelvo_python.so"
     for folder in (_HERE, _HERE.parent.parent)
     for name in ("lib", "lib64")
 ]

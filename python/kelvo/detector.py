@@ -40,14 +40,14 @@ class PlaneDetector:
 
     def __init__(self, text: str, file: str = "detector") -> None:
         """Reads the text of a file; its name begins the messages."""
-        self._detector: Any = call(cpp().Detector.FromText, text, file)
+        self._detector: Any = call(root().geo.Detector.FromText, text, file)
         self._cpp: Any = self._detector.Planes()
 
     @classmethod
     def FromFile(cls, file: str | os.PathLike[str]) -> PlaneDetector:
         """Reads a file; an Error says file, line, column and field of what is wrong."""
         self = cls.__new__(cls)
-        self._detector = call(cpp().Detector.FromFile, os.fspath(file))
+        self._detector = call(root().geo.Detector.FromFile, os.fspath(file))
         self._cpp = self._detector.Planes()
         if not self._cpp:
             raise Error(f"{file} is not made of planes; give its name in place of the detector")
@@ -111,12 +111,12 @@ _kept: list[Any] = []
 
 
 def cpp_detector(detector: DetectorLike) -> Any:
-    """Returns the kelvo::Detector of C++."""
+    """Returns the geo::Detector of C++."""
     if isinstance(detector, (str, os.PathLike)):
-        return call(cpp().Detector.FromFile, os.fspath(detector))
+        return call(root().geo.Detector.FromFile, os.fspath(detector))
     if isinstance(detector, PlaneDetector):
         return detector._detector
-    if isinstance(detector, cpp().Detector):
+    if isinstance(detector, root().geo.Detector):
         return detector
     if not isinstance(detector, root().geo.GeometryBase):
         raise Error(
@@ -126,5 +126,5 @@ def cpp_detector(detector: DetectorLike) -> Any:
     # It only refers to the geometry.
     _kept.append(detector)
     if isinstance(detector, root().geo.PlaneDetector):
-        return cpp().Detector(detector)
-    return cpp().Detector(detector, type(detector).__name__)
+        return root().geo.Detector(detector)
+    return root().geo.Detector(detector, type(detector).__name__)

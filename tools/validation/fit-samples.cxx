@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "geo/PlaneDetector.h"
-#include "test/Geant4Sample.h"
+#include "test/support/Geant4Sample.h"
 #include "track/TrackFitter.h"
 
 namespace {

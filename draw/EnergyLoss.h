@@ -1,0 +1,40 @@
+#pragma once
+
+#include "draw/Picture.h"
+#include "track/Particles.h"
+
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+/// Energy loss and range of a particle of one kinetic energy.
+struct EnergyLossPoint {
+  double fT;         ///< kinetic energy [GeV]
+  double fP;         ///< momentum [GeV/c]
+  double fBetaGamma; ///< p / M
+  double fLoss;      ///< mean energy loss per length [MeV/cm]
+  double fRange;     ///< mean length to the stop, without scattering and fluctuations [cm]
+};
+
+/// The points of one particle in one material, by increasing energy.
+struct EnergyLossCurve {
+  std::string fMaterial;
+  Particle fParticle;
+  std::vector<EnergyLossPoint> fPoints;
+  std::size_t fLeast = 0; ///< index of the point with the least loss: minimum ionisation
+};
+
+/// Calculates a curve from the tables that the range-out uses. The range is the integral of
+/// dT / (dE/dx) from 0: the power law of the table's first interval up to the table's first energy,
+/// Simpson's rule in ln T from there on.
+/// @param material a name from MaterialsWithTable(), not "Vacuum"
+/// @param energies kinetic energies [GeV], increasing; the one with the least loss is added
+EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& particle,
+                               const std::vector<double>& energies);
+
+/// Draws energy loss and range of several curves against kinetic energy, on logarithmic scales,
+/// with the points of least loss marked.
+Picture DrawEnergyLoss(const std::vector<EnergyLossCurve>& curves);
+
+} // namespace kelvo

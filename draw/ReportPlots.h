@@ -1,0 +1,50 @@
+#pragma once
+
+#include "draw/Picture.h"
+#include "draw/ReportData.h"
+#include "geo/PlaneDetector.h"
+
+#include <array>
+
+namespace kelvo {
+
+/// A Gaussian that was fitted to a histogram.
+struct Gaussian {
+  bool fFitted = false; ///< false: too few entries, or none whose middle and width show
+  double fHeight = 0;
+  double fMean = 0;
+  double fMeanError = 0;
+  double fWidth = 0;
+  double fWidthError = 0;
+};
+
+/// Fits by maximum likelihood; at least 20 entries are needed, with the mean within the histogram
+/// and a width of no more than half of it.
+Gaussian FitGaussian(const Histogram& histogram);
+
+/// Draws histograms of both views with their Gaussians.
+Picture DrawViews(const std::array<Histogram, 2>& views, const std::array<Gaussian, 2>& gaussians,
+                  const std::string& title, const std::string& quantity);
+
+/// Draws the probability of chi-square, with the line on which a flat one would lie.
+Picture DrawProbability(const Histogram& probability);
+
+/// What DrawByHypothesis shows of each hypothesis; null: nothing of this one.
+using HistogramOf = const Histogram* (*)(const HypothesisReport&);
+
+/// Draws one histogram per hypothesis into one plot.
+Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const std::string& title,
+                         const std::string& quantity);
+
+/// Draws how often each hypothesis is the best one.
+Picture DrawBestShares(const ReportData& report);
+
+/// Draws mean and width of the residuals of one view against the position of the plane.
+Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector& detector,
+                             std::size_t view);
+
+/// Draws the mean residual of one view over its error in parts of each plane, as a map.
+Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& detector,
+                        std::size_t view);
+
+} // namespace kelvo

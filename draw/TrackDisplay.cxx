@@ -1,0 +1,258 @@
+#include "draw/TrackDisplay.h"
+
+#include "draw/FittedTrack.h"
+#include "draw/Plot.h"
+#include "track/Particles.h"
+#include "util/FormattedText.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace kelvo {
+
+namespace {
+
+constexpr double kWidth = 640; // pixels, as all that follow
+constexpr double kLeft = 86;
+constexpr double kRight = kWidth - 14;
+constexpr double kViewHeight = 300;
+constexpr double kPanelHeight = 160;
+constexpr double kAbovePanel = 50;
+constexpr double kBelowNumbers = 62;
+
+const LineStyle kTrackLine{colour::kBlue, 2};
+const LineStyle kPlaneLine{colour::kPurple, 1};
+const LineStyle kHitBar{colour::kBlack, 1};
+const MarkStyle kHitMark{Mark::kDisc, colour::kBlack, 7};
+const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
+const Mark kViewMark[] = {Mark::kDisc, Mark::kOpenSquare};
+
+// Draws one track; the picture grows from the top to the bottom.
+class TrackDrawing {
+public:
+  TrackDrawing(const geo::PlaneDetector* detector, const FitRow& row, Picture& picture)
+      : fDetector(detector), fRow(row), fTrack(row), fPicture(picture) {
+    const double first = row.fHitZ.front();
+    const double last = row.fHitZ.back();
+    const double space = std::max(0.02 * (last - first), Depth());
+    fLow = first - space;
+    fHigh = last + space;
+  }
+
+  void Draw() {
+    double y = DrawHeading();
+    for (std::size_t view = 0; view < 2; ++view) {
+      y += kAbovePanel;
+      DrawView(view, y);
+      y += kViewHeight + kBelowNumbers - 12;
+    }
+    y += kAbovePanel;
+    DrawPanel(y, "residual [cm]", false);
+    y += kPanelHeight + kAbovePanel;
+    DrawPanel(y, "pull", true);
+    fPicture.SetHeight(y + kPanelHeight + kBelowNumbers);
+  }
+
+private:
+  // Half of the thickness of the first plane: space for its cells at the edge of the picture.
+  double Depth() const {
+    if (!fDetector) return 0;
+    const geo::ActivePlane& plane =
+        fDetector->Planes()[fDetector->NearestPlane(fRow.fHitZ.front())];
+    return 0.7 * (plane.fZHigh - plane.fZLow);
+  }
+
+  double DrawHeading() {
+    const double chi2 = fRow.fChi2[0] + fRow.fChi2[1] + fRow.fChi2Kink[0] + fRow.fChi2Kink[1];
+    const std::string best = fRow.fBest ? ", the best hypothesis" : "";
+    fPicture.Text({12, 34}, Text("Track %lld as ", fRow.fTrack) + ParticleWord(fRow.fPDG) + best,
+                  {28, colour::kText, Align::kLeft, true});
+    fPicture.Text({12, 70},
+                  Text("χ²/ndf = %.1f/%d   (probability %.2g)", chi2, fRow.fNDF, fRow.fProb));
+    fPicture.Text({12, 102}, Text("momentum %.4g GeV/c at the first hit", fRow.fP));
+    return 126 +
+           DrawLegend(fPicture, {12, 142}, kRight,
+                      {{LegendEntry::kMark, "hit", colour::kBlack},
+                       {LegendEntry::kLine, "fitted track", colour::kBlue, {}, kTrackLine},
+                       {LegendEntry::kArea, "±1σ", colour::kPaleBlue},
+                       {LegendEntry::kArea, "crossed cell", colour::kPaleOrange},
+                       {LegendEntry::kArea, "plane", colour::kPaleGrey},
+                       {LegendEntry::kMark, "kink", colour::kVermillion, Mark::kDiamond},
+                       {LegendEntry::kLine, "scattering plane", colour::kPurple, {}, kPlaneLine}});
+  }
+
+  std::vector<std::size_t> Hits(std::size_t view) const {
+    std::vector<std::size_t> hits;
+    for (std::size_t i = 0; i < fRow.fHitZ.size(); ++i)
+      if (fRow.fHitView[i] == static_cast<int>(view)) hits.push_back(i);
+    return hits;
+  }
+
+  void DrawView(std::size_t view, double top) {
+    const char* name = view == 0 ? "x" : "y";
+    Plot plot(fPicture, {kLeft, top}, {kRight, top + kViewHeight}, {fLow, fHigh, "z [cm]"},
+              Vertical(view, std::string(name) + " [cm]"));
+    DrawPlanes(plot, view);
+    DrawBand(plot, view);
+    DrawScatteringPlanes(plot, view);
+    DrawTrackLine(plot, view);
+    DrawKinks(plot, view);
+    DrawHits(plot, view);
+    plot.DrawAxes();
+  }
+
+  // From the lowest to the highest of hits and track.
+  Axis Vertical(std::size_t view, const std::string& title) const {
+    double low = fTrack.At(view, fRow.fHitZ.front());
+    double high = low;
+    const auto add = [&](double u, double sigma) {
+      low = std::min(low, u - sigma);
+      high = std::max(high, u + sigma);
+    };
+    for (const std::size_t i : Hits(view)) {
+      add(fRow.fHitU[i], HitUncertainty(fRow, i));
+      add(fRow.fFitU[i], fRow.fFitSigU[i]);
+    }
+    for (const Vector& p : fTrack.Points()) add(p[view], 0);
+    return Around(low, high, title, 0.08);
+  }
+
+  void DrawPlanes(Plot& plot, std::size_t view) const {
+    if (!fDetector) return;
+    for (const geo::ActivePlane& plane : fDetector->Planes()) {
+      const geo::CellRow& cells = plane.fCells[view];
+      if (cells.fCount == 0 || plane.fZHigh < fLow || plane.fZLow > fHigh) continue;
+      const double half = cells.fWidth / 2;
+      plot.Box({plane.fZLow, cells.Centre(0) - half},
+               {plane.fZHigh, cells.Centre(cells.fCount - 1) + half}, colour::kPaleGrey);
+      DrawCells(plot, view, plane);
+    }
+  }
+
+  void DrawCells(Plot& plot, std::size_t view, const geo::ActivePlane& plane) const {
+    if (plane.fZHigh < fRow.fHitZ.front() || plane.fZLow > fRow.fHitZ.back()) return;
+    const geo::CellRow& cells = plane.fCells[view];
+    const int one = cells.Cell(fTrack.At(view, plane.fZLow));
+    const int other = cells.Cell(fTrack.At(view, plane.fZHigh));
+    if (one < 0 || other < 0) return;
+    for (int i = std::min(one, other); i <= std::max(one, other); ++i) {
+      const double centre = cells.Centre(static_cast<unsigned>(i));
+      plot.Box({plane.fZLow, centre - cells.fWidth / 2}, {plane.fZHigh, centre + cells.fWidth / 2},
+               colour::kPaleOrange);
+    }
+  }
+
+  // The uncertainty is known at the hits of the view; in between it is taken as linear in z.
+  void DrawBand(Plot& plot, std::size_t view) const {
+    const std::vector<std::size_t> hits = Hits(view);
+    if (hits.size() < 2) return;
+    std::vector<double> z;
+    for (const std::size_t i : hits) z.push_back(fRow.fHitZ[i]);
+    for (const Vector& p : fTrack.Points())
+      if (p[2] > z.front() && p[2] < fRow.fHitZ[hits.back()]) z.push_back(p[2]);
+    std::sort(z.begin(), z.end());
+    std::vector<Point> corners;
+    for (const double at : z) corners.push_back({at, fTrack.At(view, at) + SigmaAt(hits, at)});
+    for (auto at = z.rbegin(); at != z.rend(); ++at)
+      corners.push_back({*at, fTrack.At(view, *at) - SigmaAt(hits, *at)});
+    plot.Area(corners, colour::kPaleBlue);
+  }
+
+  double SigmaAt(const std::vector<std::size_t>& hits, double z) const {
+    std::size_t k = 1;
+    while (k + 1 < hits.size() && fRow.fHitZ[hits[k]] < z) ++k;
+    const double z0 = fRow.fHitZ[hits[k - 1]];
+    const double z1 = fRow.fHitZ[hits[k]];
+    const double s0 = fRow.fFitSigU[hits[k - 1]];
+    const double s1 = fRow.fFitSigU[hits[k]];
+    return z1 > z0 ? s0 + (s1 - s0) * (z - z0) / (z1 - z0) : s1;
+  }
+
+  // Planes cross the whole detector; a piece around the track leaves the rest of it to be seen.
+  void DrawScatteringPlanes(Plot& plot, std::size_t view) const {
+    const double half = 0.1 * (plot.Y().fHigh - plot.Y().fLow);
+    for (const Vector& p : fTrack.Planes())
+      plot.Line({{p[2], p[view] - half}, {p[2], p[view] + half}}, kPlaneLine);
+  }
+
+  void DrawHits(Plot& plot, std::size_t view) const {
+    std::vector<Point> points;
+    for (const std::size_t i : Hits(view)) {
+      const double u = fRow.fHitU[i];
+      const double sigma = HitUncertainty(fRow, i);
+      plot.Bar(fRow.fHitZ[i], u - sigma, u + sigma, kHitBar);
+      points.push_back({fRow.fHitZ[i], u});
+    }
+    plot.Marks(points, kHitMark);
+  }
+
+  void DrawTrackLine(Plot& plot, std::size_t view) const {
+    std::vector<Point> line;
+    for (const Vector& p : fTrack.Points()) line.push_back({p[2], p[view]});
+    plot.Line(line, kTrackLine);
+  }
+
+  // The larger a kink in units of its expected width, the larger its mark.
+  void DrawKinks(Plot& plot, std::size_t view) const {
+    constexpr double kSmallest = 10; // pixels
+    constexpr double kPerSigma = 7;
+    constexpr double kLargest = 26;
+    for (std::size_t j = 0; j < fTrack.Planes().size(); ++j) {
+      const Vector& p = fTrack.Planes()[j];
+      const double width = static_cast<double>(fRow.fPlaneSigAlpha[j]);
+      const double pull = std::abs(static_cast<double>(fRow.fKink[view][j])) / width;
+      const double size = std::min(kSmallest + kPerSigma * pull, kLargest);
+      plot.Marks({{p[2], p[view]}}, {Mark::kDiamond, colour::kVermillion, size});
+    }
+  }
+
+  void DrawPanel(double top, const std::string& title, bool pulls) {
+    const auto value = [&](std::size_t i) {
+      return static_cast<double>(pulls ? fRow.fPull[i] : fRow.fResidual[i]);
+    };
+    const auto bar = [&](std::size_t i) {
+      return pulls || fRow.fPull[i] == 0 ? 0 : std::abs(fRow.fResidual[i] / fRow.fPull[i]);
+    };
+    double most = pulls ? 2.5 : 1e-6;
+    for (std::size_t i = 0; i < fRow.fHitZ.size(); ++i)
+      most = std::max({most, std::abs(value(i)) + bar(i), pulls ? 0 : HitUncertainty(fRow, i)});
+    Plot plot(fPicture, {kLeft, top}, {kRight, top + kPanelHeight},
+              {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls}, {-1.1 * most, 1.1 * most, title});
+    if (pulls) plot.Box({fLow, -1}, {fHigh, 1}, colour::kPaleGrey);
+    plot.Line({{fLow, 0}, {fHigh, 0}}, {colour::kGrey, 1});
+    for (std::size_t view = 0; view < 2; ++view) {
+      std::vector<Point> points;
+      for (const std::size_t i : Hits(view)) {
+        points.push_back({fRow.fHitZ[i], value(i)});
+        if (bar(i) > 0)
+          plot.Bar(fRow.fHitZ[i], value(i) - bar(i), value(i) + bar(i), {kViewColour[view], 1});
+      }
+      plot.Marks(points, {kViewMark[view], kViewColour[view], 8});
+    }
+    plot.DrawAxes();
+    DrawLegend(fPicture, {kRight - 230, top - 16}, kRight,
+               {{LegendEntry::kMark, "x view", kViewColour[0], kViewMark[0]},
+                {LegendEntry::kMark, "y view", kViewColour[1], kViewMark[1]}});
+  }
+
+  const geo::PlaneDetector* fDetector; // may be null
+  const FitRow& fRow;
+  FittedTrack fTrack;
+  Picture& fPicture;
+  double fLow;  // of the axis z [cm]
+  double fHigh; // [cm]
+};
+
+} // namespace
+
+Picture DrawTrack(const geo::PlaneDetector* detector, const FitRow& row) {
+  Picture picture(kWidth, 0,
+                  "Track " + std::to_string(row.fTrack) + " fitted as " + ParticleWord(row.fPDG) +
+                      ": both views, residuals and pulls");
+  TrackDrawing(detector, row, picture).Draw();
+  return picture;
+}
+
+} // namespace kelvo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "run/FitSummary.h"
+#include "run/FittedBlocks.h"
+#include "util/LogHistogram.h"
+
+#include <vector>
+
+namespace kelvo {
+
+/// Collects what a run is summed up with; its size does not depend on the number of tracks.
+class FitTally {
+public:
+  explicit FitTally(const std::vector<int>& hypotheses);
+
+  void Add(const FittedBlock& block);
+
+  unsigned long long Tracks() const { return fSummary.fTracks; }
+
+  /// @param seconds how long the run took
+  FitSummary Summary(double seconds) const;
+
+private:
+  void AddOutcome(const TrackOutcome& outcome);
+  void AddRow(const FitRow& row, std::size_t h);
+
+  FitSummary fSummary;
+  std::vector<LogHistogram> fChi2; // per degree of freedom, by hypothesis
+};
+
+} // namespace kelvo

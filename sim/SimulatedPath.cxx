@@ -1,0 +1,256 @@
+#include "sim/SimulatedPath.h"
+
+#include <TGeoMaterial.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace kelvo {
+namespace {
+
+// Below this energy [GeV] a particle counts as stopped: it would not get 10 um further.
+constexpr double kStopped = 1e-4;
+// Largest part of the energy that is lost in one step of the integration, whose relative error is
+// a tenth of the third power of it. A choice.
+constexpr double kLargestLoss = 0.05;
+// Steps of the scattering end when the particle has this part of its energy left. A choice.
+constexpr double kLeastEnergy = 0.9;
+constexpr double kMargin = 2; // cm; around the detector
+
+double MassOf(int pdg) { // GeV; Particle Data Group, Review of Particle Physics 2022
+  switch (std::abs(pdg)) {
+    case 13:
+      return 0.1056583755;
+    case 211:
+      return 0.13957039;
+    default:
+      return 0.93827208816;
+  }
+}
+
+/// F(X) of Scatter: the square of Highland's formula without the momentum.
+double Highland(double radLengths) {
+  if (radLengths <= 0) return 0;
+  const double log = 1 + 0.038 * std::log(radLengths);
+  return log > 0 ? radLengths * log * log : 0;
+}
+
+double RadLengths(const TGeoMaterial& material, double length) {
+  return std::strcmp(material.GetName(), "Vacuum") == 0 ? 0 : length / material.GetRadLen();
+}
+
+/// Turns a unit vector by two angles [rad], in planes at right angles to each other.
+TVector3 Turned(const TVector3& u, double angle1, double angle2) {
+  const double angle = std::hypot(angle1, angle2);
+  if (angle == 0) return u;
+  const TVector3 e1 = u.Orthogonal().Unit();
+  const TVector3 e2 = u.Cross(e1);
+  const TVector3 side = e1 * (angle1 / angle) + e2 * (angle2 / angle);
+  return (u * std::cos(angle) + side * std::sin(angle)).Unit();
+}
+
+PathPoint Between(const PathPoint& a, const PathPoint& b, double share) {
+  return {a.fX + share * (b.fX - a.fX), a.fT + share * (b.fT - a.fT),
+          a.fLength + share * (b.fLength - a.fLength)};
+}
+
+/// Finds the next active plane downstream of a point that moves.
+class NextPlane {
+public:
+  NextPlane(const geo::PlaneDetector& detector, double z) : fPlanes(detector.Planes()) {
+    while (fNext < fPlanes.size() && fPlanes[fNext].ZMid() < z) fNext++;
+  }
+  unsigned Index() const { return fNext; }
+
+  /// Returns whether a point at z is at or behind the next plane, and goes on to the one after it.
+  bool Pass(double z) {
+    if (fNext == fPlanes.size() || z < fPlanes[fNext].ZMid()) return false;
+    fNext++;
+    return true;
+  }
+
+private:
+  const std::vector<geo::ActivePlane>& fPlanes;
+  unsigned fNext = 0;
+};
+
+} // namespace
+
+std::vector<PlaneCrossing> Crossings(const geo::PlaneDetector& detector,
+                                     const SimulatedPath& path) {
+  std::vector<PlaneCrossing> crossings;
+  NextPlane next(detector, path.fPoints.front().fX.Z());
+  for (std::size_t i = 1; i < path.fPoints.size(); i++) {
+    const PathPoint& a = path.fPoints[i - 1];
+    const PathPoint& b = path.fPoints[i];
+    for (unsigned plane = next.Index(); next.Pass(b.fX.Z()); plane = next.Index()) {
+      const double z = detector.Planes()[plane].ZMid();
+      const double dz = b.fX.Z() - a.fX.Z();
+      crossings.push_back(
+          {plane, Between(a, b, dz > 0 ? (z - a.fX.Z()) / dz : 1), (b.fX - a.fX).Unit()});
+    }
+  }
+  return crossings;
+}
+
+ParticleTransport::ParticleTransport(const geo::PlaneDetector& detector, int pdg, bool fluctuate)
+    : fDetector(detector), fMass(MassOf(pdg)), fFluctuate(fluctuate) {
+  for (const TGeoMaterial* material : detector.Materials())
+    fTables.emplace_back(material, dEdxTable(material->GetName()));
+}
+
+const dEdxTable& ParticleTransport::TableOf(const TGeoMaterial& material) const {
+  const auto isIt = [&material](const Table& table) { return table.first == &material; };
+  return std::find_if(fTables.begin(), fTables.end(), isIt)->second;
+}
+
+double ParticleTransport::BetaP(double T) const {
+  return T * (T + 2 * fMass) / (T + fMass);
+}
+
+double ParticleTransport::LossVariance(const TGeoMaterial& material, double T,
+                                       double length) const {
+  constexpr double kHalfK = 0.5 * 0.307075e-3; // GeV cm2/mol
+  constexpr double kElectron = 0.51099895e-3;  // GeV
+  // What holds for most materials where the detector's file does not tell.
+  const double zOverA = material.GetA() > 0 ? material.GetZ() / material.GetA() : 0.5;
+  const double gamma = 1 + T / fMass;
+  const double beta2 = 1 - 1 / (gamma * gamma);
+  const double ratio = kElectron / fMass;
+  const double tMax =
+      2 * kElectron * beta2 * gamma * gamma / (1 + 2 * gamma * ratio + ratio * ratio);
+  return kHalfK * zOverA * material.GetDensity() * length * tMax * (1 - beta2 / 2) / beta2;
+}
+
+/// Takes the energy of one step in one material from T, at most kLargestLoss of it on average, and
+/// returns the length of the step, at most `most` cm. Midpoint rule.
+double ParticleTransport::Lose(const TGeoMaterial& material, double most, double& T,
+                               util::RandomStream& random) const {
+  const dEdxTable& table = TableOf(material);
+  const double rate = table(T, fMass);
+  const double length = std::min(most, kLargestLoss * T / rate);
+  double loss = length * table(T - 0.5 * length * rate, fMass);
+  if (fFluctuate && loss > 0) {
+    // Gamma distribution of shape k and scale s: mean k s, variance k s^2.
+    const double scale = LossVariance(material, T, length) / loss;
+    loss = scale * random.Gamma(loss / scale);
+  }
+  T = std::max(T - loss, 0.);
+  return length;
+}
+
+bool ParticleTransport::HasLeft(const TVector3& x, double zStart) const {
+  const geo::Box& box = fDetector.Extent();
+  const double zLow = std::min(box.fLow[2], zStart);
+  return x.X() < box.fLow[0] - kMargin || x.X() > box.fHigh[0] + kMargin ||
+         x.Y() < box.fLow[1] - kMargin || x.Y() > box.fHigh[1] + kMargin ||
+         x.Z() < zLow - kMargin || x.Z() > box.fHigh[2] + kMargin;
+}
+
+/// As Lose, upstream and without fluctuations: adds the energy to T.
+double ParticleTransport::Gain(const TGeoMaterial& material, double most, double& T) const {
+  const dEdxTable& table = TableOf(material);
+  const double rate = table(T, fMass);
+  const double length = std::min(most, kLargestLoss * T / rate);
+  T += length * table(T + 0.5 * length * rate, fMass);
+  return length;
+}
+
+void ParticleTransport::FindSteps(const TVector3& from, const TVector3& to) {
+  double p0[3], p1[3];
+  from.GetXYZ(p0);
+  to.GetXYZ(p1);
+  fDetector.MaterialsBetweenPoints(p0, p1, fSteps, fMaterials);
+}
+
+void ParticleTransport::FollowStraight(const TVector3& x, const TVector3& u, double T,
+                                       util::RandomStream& random, SimulatedPath& path) {
+  path.fPoints.assign(1, {x, T, 0});
+  path.fStopped = false;
+  const geo::Box& box = fDetector.Extent();
+  const TVector3 low(box.fLow), high(box.fHigh);
+  FindSteps(x, x + ((x - low).Mag() + (high - low).Mag()) * u);
+  double length = 0;
+  for (std::size_t k = 0; k < fSteps.size(); k++)
+    for (double left = fSteps[k]; left > 0;) {
+      const double part = Lose(*fMaterials[k], left, T, random);
+      left -= part;
+      length += part;
+      path.fPoints.push_back({x + length * u, T, length});
+      path.fStopped = T < kStopped;
+      if (path.fStopped) return;
+    }
+}
+
+void ParticleTransport::FollowBack(const std::vector<TVector3>& line, SimulatedPath& path) {
+  path.fPoints.assign(1, {line.back(), 0, 0});
+  path.fStopped = true;
+  double T = kStopped;
+  double length = 0; // from the end
+  for (std::size_t i = line.size() - 1; i > 0; i--) {
+    FindSteps(line[i], line[i - 1]);
+    const TVector3 u = (line[i - 1] - line[i]).Unit();
+    double done = 0;
+    for (std::size_t k = 0; k < fSteps.size(); k++)
+      for (double left = fSteps[k]; left > 0;) {
+        const double part = Gain(*fMaterials[k], left, T);
+        left -= part;
+        done += part;
+        path.fPoints.push_back({line[i] + done * u, T, length + done});
+      }
+    length += done;
+  }
+  std::reverse(path.fPoints.begin(), path.fPoints.end());
+  for (PathPoint& point : path.fPoints) point.fLength = length - point.fLength;
+}
+
+/// Takes the energy of one step from T and counts its radiation lengths; returns its length.
+double ParticleTransport::LoseInStep(const TVector3& x, const TVector3& u, double step, double& T,
+                                     double& dX0, util::RandomStream& random) {
+  FindSteps(x, x + step * u);
+  const double least = std::max(kLeastEnergy * T, kStopped);
+  double length = 0;
+  dX0 = 0;
+  for (std::size_t k = 0; k < fSteps.size() && T >= least; k++)
+    for (double left = fSteps[k]; left > 0 && T >= least;) {
+      const double part = Lose(*fMaterials[k], left, T, random);
+      left -= part;
+      length += part;
+      dX0 += RadLengths(*fMaterials[k], part);
+    }
+  return length;
+}
+
+void ParticleTransport::Scatter(TVector3 x, TVector3 u, double T, double step,
+                                util::RandomStream& random, SimulatedPath& path) {
+  path.fPoints.assign(1, {x, T, 0});
+  path.fStopped = false;
+  NextPlane next(fDetector, x.Z());
+  const double zStart = x.Z();
+  double X = 0; // radiation lengths since the last plane
+  while (!HasLeft(x, zStart)) {
+    const PathPoint before = path.fPoints.back();
+    double dX0 = 0;
+    const double length = LoseInStep(x, u, step, T, dX0, random);
+    const double betaP = BetaP((before.fT + T) / 2);
+    const double theta0 = 0.0136 / betaP * std::sqrt(std::max(Highland(X + dX0) - Highland(X), 0.));
+    const double share = random.Uniform();
+    const double angle1 = theta0 * random.Normal();
+    const double angle2 = theta0 * random.Normal();
+    PathPoint hinge = Between(before, {x + length * u, T, before.fLength + length}, share);
+    u = Turned(u, angle1, angle2);
+    x = hinge.fX + (1 - share) * length * u;
+    path.fPoints.push_back(hinge);
+    path.fPoints.push_back({x, T, before.fLength + length});
+    X += dX0;
+    while (next.Pass(x.Z())) X = 0;
+    if (T < kStopped) {
+      path.fStopped = true;
+      return;
+    }
+  }
+}
+
+} // namespace kelvo

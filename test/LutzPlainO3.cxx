@@ -1,9 +1,0 @@
-#include "test/LutzPlain.h"
-
-namespace kelvo::test {
-
-LutzSolution PlainSolutionO3(const LutzProblem& p) {
-  return PlainSolution(p);
-}
-
-} // namespace kelvo::test

@@ -1,0 +1,391 @@
+// The files of fits: what is written is read back with ROOT's own readers and, for CSV, by a few
+// lines of parsing, and must be the same bits. The names of the columns are fixed, since others
+// read them: they are written down here.
+
+#include "io/FileError.h"
+#include "test/support/FitsFiles.h"
+#include "test/support/TempFolder.h"
+
+#ifdef KELVO_HAS_RNTUPLE
+#include <ROOT/RNTupleDescriptor.hxx>
+#include <ROOT/RNTupleReader.hxx>
+#endif
+#include <TFile.h>
+#include <TObjString.h>
+#include <TTree.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <ROOT/RDataFrame.hxx>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <random>
+
+namespace {
+
+using kelvo::FitRow;
+using kelvo::FitWriterOptions;
+using kelvo::PendingFile;
+using kelvo::TableFormat;
+
+const std::vector<std::string> kScalars{
+    "track",  "pdg",    "status",      "message",     "best",   "n_x",    "n_y",
+    "chi2_x", "chi2_y", "chi2_kink_x", "chi2_kink_y", "ndf",    "prob",   "log_likelihood",
+    "x",      "y",      "z",           "ux",          "uy",     "uz",     "T",
+    "p",      "beta",   "gamma",       "length",      "radlen", "max_ds", "max_dx0",
+    "max_dt"};
+const std::vector<std::string> kVectors{"cov",     "hit_view",       "hit_z",    "hit_u",
+                                        "fit_u",   "fit_sigu",       "residual", "pull",
+                                        "plane_s", "plane_sigalpha", "kink_x",   "kink_y"};
+
+// Rows of numbers without a pattern, some of them as of a fit that failed.
+class RandomRows {
+public:
+  std::vector<FitRow> Make(int n) {
+    std::vector<FitRow> rows(static_cast<std::size_t>(n));
+    for (FitRow& row : rows) {
+      VisitScalars(row, [this](const char*, auto& member) { Set(member); });
+      if (row.fBest)
+        VisitVectors(row, [this](const char*, auto& member) {
+          member.resize(fRandom() % 40);
+          for (auto& value : member) Set(value);
+        });
+    }
+    return rows;
+  }
+
+private:
+  void Set(double& value) { value = fRandom() % 9 ? std::ldexp(Real(), Exponent()) : kNaN; }
+  void Set(float& value) { value = static_cast<float>(Real()); }
+  void Set(int& value) { value = static_cast<int>(fRandom()); }
+  void Set(long long& value) { value = static_cast<long long>(fRandom()) << 31; }
+  void Set(bool& value) { value = fRandom() % 3 != 0; }
+  void Set(std::string& value) {
+    const char* const texts[] = {"", "", "plain", "with, comma", "with \"quotes\"", "two\nlines"};
+    value = texts[fRandom() % 6];
+  }
+  double Real() { return std::uniform_real_distribution<double>(-1, 1)(fRandom); }
+  int Exponent() { return static_cast<int>(fRandom() % 200) - 100; }
+
+  static constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  std::mt19937 fRandom{11};
+};
+
+template <typename T>
+bool Same(const T& a, const T& b) {
+  return a == b;
+}
+bool Same(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+template <typename T>
+bool Same(const ROOT::RVec<T>& a, const ROOT::RVec<T>& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (!Same(a[i], b[i])) return false;
+  return true;
+}
+
+template <typename T>
+void ExpectColumn(ROOT::RDataFrame& table, const char* name, const std::vector<FitRow>& rows,
+                  std::ptrdiff_t offset) {
+  const std::vector<T> values = *table.Take<T>(name);
+  ASSERT_EQ(values.size(), rows.size()) << name;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const char* row = reinterpret_cast<const char*>(&rows[i]);
+    const T value = values[i];
+    EXPECT_TRUE(Same(value, *reinterpret_cast<const T*>(row + offset))) << name << ", row " << i;
+  }
+}
+
+void ExpectRows(const std::string& name, const std::vector<FitRow>& rows, bool withVectors) {
+  ROOT::RDataFrame table("fits", name);
+  const FitRow model;
+  const auto compare = [&](const char* column, const auto& member) {
+    using T = std::decay_t<decltype(member)>;
+    const auto offset =
+        reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&model);
+    if constexpr (std::is_same_v<T, long long>)
+      ExpectColumn<Long64_t>(table, column, rows, offset);
+    else
+      ExpectColumn<T>(table, column, rows, offset);
+  };
+  VisitScalars(model, compare);
+  if (withVectors) VisitVectors(model, compare);
+}
+
+std::vector<std::string> Sorted(std::vector<std::string> names) {
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> ColumnsOf(const std::string& name) {
+  return Sorted(ROOT::RDataFrame("fits", name).GetColumnNames());
+}
+
+TEST(FitWriter, WritesTheRowsInTheirOrder) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(300);
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    test::WriteRows(folder.Path("fits.root"), rows, options);
+    ExpectRows(folder.Path("fits.root"), rows, true);
+  }
+}
+
+TEST(FitWriter, NamesTheColumnsAsOthersReadThem) {
+  const test::TempFolder folder;
+  auto all = kScalars;
+  all.insert(all.end(), kVectors.begin(), kVectors.end());
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    test::WriteRows(folder.Path("fits.root"), {}, options);
+    EXPECT_EQ(ColumnsOf(folder.Path("fits.root")), Sorted(all));
+    options.fWithVectors = false;
+    test::WriteRows(folder.Path("fits.root"), {}, options);
+    EXPECT_EQ(ColumnsOf(folder.Path("fits.root")), Sorted(kScalars));
+  }
+}
+
+TEST(FitWriter, WritesTheScalarsAloneWhenAsked) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(50);
+  FitWriterOptions options;
+  options.fWithVectors = false;
+  test::WriteRows(folder.Path("fits.root"), rows, options);
+  ExpectRows(folder.Path("fits.root"), rows, false);
+}
+
+TEST(FitWriter, WritesATableWithoutRows) {
+  const test::TempFolder folder;
+  test::WriteRows(folder.Path("fits.root"), {});
+  EXPECT_EQ(*ROOT::RDataFrame("fits", folder.Path("fits.root")).Count(), 0u);
+#ifdef KELVO_HAS_RNTUPLE
+  FitWriterOptions options;
+  options.fFormat = TableFormat::kRNTuple;
+  test::WriteRows(folder.Path("fits.root"), {}, options);
+  EXPECT_EQ(ROOT::RNTupleReader::Open("fits", folder.Path("fits.root"))->GetNEntries(), 0u);
+#endif
+}
+
+// The clusters of a table, which are the unit of work of threads that read it.
+std::vector<long long> Clusters(const std::string& name, TableFormat format) {
+  std::vector<long long> sizes;
+#ifdef KELVO_HAS_RNTUPLE
+  if (format == TableFormat::kRNTuple) {
+    const auto table = ROOT::RNTupleReader::Open("fits", name);
+    for (const auto& cluster : table->GetDescriptor().GetClusterIterable())
+      sizes.push_back(static_cast<long long>(cluster.GetNEntries()));
+    return sizes;
+  }
+#endif
+  EXPECT_EQ(format, TableFormat::kTTree);
+  TFile file(name.c_str());
+  auto* tree = file.Get<TTree>("fits");
+  auto next = tree->GetClusterIterator(0);
+  for (Long64_t begin = next(); begin < tree->GetEntries(); begin = next())
+    sizes.push_back(next.GetNextEntry() - begin);
+  return sizes;
+}
+
+TEST(FitWriter, LeavesThreadsThatReadTheFileSomeClustersToShare) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(25'000);
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    test::WriteRows(folder.Path("fits.root"), rows, options);
+    const auto clusters = Clusters(folder.Path("fits.root"), format);
+    EXPECT_GE(clusters.size(), 4u);
+    EXPECT_LE(*std::max_element(clusters.begin(), clusters.end()), 25'000 / 3);
+    EXPECT_EQ(std::accumulate(clusters.begin(), clusters.end(), 0LL), 25'000);
+  }
+}
+
+// A text beside the table.
+std::string TextIn(TFile& file, const char* name) {
+  const std::unique_ptr<TObjString> text(file.Get<TObjString>(name));
+  return text ? text->GetString().Data() : "none";
+}
+
+TEST(FitWriter, KeepsTextsBesideTheTable) {
+  const test::TempFolder folder;
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    options.fTexts = {{"detector", "name = \"fine\"\n[world]\n"}, {"options", ""}};
+    test::WriteRows(folder.Path("fits.root"), RandomRows().Make(3), options);
+    TFile file(folder.Path("fits.root").c_str());
+    EXPECT_EQ(TextIn(file, "detector"), "name = \"fine\"\n[world]\n");
+    EXPECT_EQ(TextIn(file, "options"), "");
+  }
+}
+
+TEST(FitWriter, PassesOnWhatItsSourceThrows) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(5);
+  const auto next = [&rows, calls = 0](std::vector<FitRow>& block) mutable {
+    if (++calls == 3) throw kelvo::FileError("the input ends too early");
+    block = rows;
+    return true;
+  };
+  testing::internal::CaptureStderr();
+  {
+    PendingFile file(folder.Path("fits.root"));
+    EXPECT_THROW(kelvo::WriteFits(file, next), kelvo::FileError);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(folder.Files(), 0);
+}
+
+TEST(FitWriter, EndsBeforeTheDiskIsFull) {
+  const test::TempFolder folder;
+  FitWriterOptions options;
+  options.fLeastFree = 1ull << 62;
+  std::string error;
+  try {
+    test::WriteRows(folder.Path("fits.root"), RandomRows().Make(5), options);
+  } catch (const kelvo::FileError& e) {
+    error = e.what();
+  }
+  EXPECT_EQ(error.find(folder.Path("fits.root") + ": cannot be written: only "), 0u) << error;
+  EXPECT_NE(error.find(" MiB are left on the disk"), std::string::npos) << error;
+  EXPECT_EQ(folder.Files(), 0);
+}
+
+// A limit on the size of files acts as a full disk does.
+[[noreturn]] void WriteCsvWithoutSpace(const std::string& name) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{200'000, 200'000};
+  setrlimit(RLIMIT_FSIZE, &limit);
+  try {
+    PendingFile file(name);
+    kelvo::FitCsvWriter writer(file);
+    writer.Write(RandomRows().Make(3000));
+    writer.Close();
+  } catch (const kelvo::FileError& e) {
+    std::fprintf(stderr, "\nsaid: %s\n", e.what());
+    std::_Exit(0);
+  }
+  std::_Exit(1);
+}
+
+TEST(FitCsvWriterDeathTest, SaysWhyAFileCannotBeWrittenToItsEnd) {
+  const test::TempFolder folder;
+  EXPECT_EXIT(WriteCsvWithoutSpace(folder.Path("fits.csv")), testing::ExitedWithCode(0),
+              "said: .*fits.csv: cannot be written: File too large");
+}
+
+// Splits CSV with quoted fields, as RFC 4180 has it.
+std::vector<std::vector<std::string>> ParseCsv(const std::string& text) {
+  std::vector<std::vector<std::string>> lines(1, {""});
+  bool quoted = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    std::string& field = lines.back().back();
+    if (quoted && text[i] == '"' && i + 1 < text.size() && text[i + 1] == '"')
+      field += text[i++];
+    else if (text[i] == '"')
+      quoted = !quoted;
+    else if (!quoted && text[i] == ',')
+      lines.back().emplace_back();
+    else if (!quoted && text[i] == '\n')
+      lines.push_back({""});
+    else
+      field += text[i];
+  }
+  lines.pop_back();
+  return lines;
+}
+
+struct FieldCheck {
+  const std::vector<std::string>& fFields;
+  std::size_t fAt = 0;
+
+  void operator()(const char* name, const std::string& expected) {
+    EXPECT_EQ(fFields.at(fAt++), expected) << name;
+  }
+  void operator()(const char* name, bool expected) {
+    EXPECT_EQ(fFields.at(fAt++), expected ? "1" : "0") << name;
+  }
+  void operator()(const char* name, double expected) {
+    const std::string& field = fFields.at(fAt++);
+    double value = 0;
+    const char* end = field.data() + field.size();
+    EXPECT_EQ(std::from_chars(field.data(), end, value).ptr, end) << name << ": " << field;
+    EXPECT_TRUE(Same(value, expected) || (std::isnan(value) && std::isnan(expected))) << name;
+  }
+  template <typename T>
+  void operator()(const char* name, T expected) {
+    EXPECT_EQ(fFields.at(fAt++), std::to_string(expected)) << name;
+  }
+};
+
+TEST(FitCsvWriter, WritesTheSameNumbersUnderTheSameNames) {
+  const test::TempFolder folder;
+  const auto rows = RandomRows().Make(200);
+  {
+    PendingFile file(folder.Path("fits.csv"));
+    kelvo::FitCsvWriter writer(file);
+    writer.Write({rows.begin(), rows.begin() + 120});
+    writer.Write({});
+    writer.Write({rows.begin() + 120, rows.end()});
+    writer.Close();
+    file.Commit();
+  }
+  const auto lines = ParseCsv(folder.Read("fits.csv"));
+  ASSERT_EQ(lines.size(), rows.size() + 1);
+  EXPECT_EQ(lines[0], kScalars);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    ASSERT_EQ(lines[i + 1].size(), kScalars.size());
+    FieldCheck check{lines[i + 1]};
+    VisitScalars(rows[i], [&check](const char* name, const auto& value) { check(name, value); });
+  }
+}
+
+TEST(PendingFile, GetsItsNameOnlyWhenComplete) {
+  const test::TempFolder folder;
+  folder.Write("result", "old");
+  {
+    const PendingFile file(folder.Path("result"));
+    EXPECT_NE(file.Partial(), file.Name());
+    std::ofstream(file.Partial()) << "half";
+    EXPECT_EQ(folder.Read("result"), "old");
+  }
+  EXPECT_EQ(folder.Read("result"), "old");
+  EXPECT_EQ(folder.Files(), 1);
+  {
+    PendingFile file(folder.Path("result"));
+    std::ofstream(file.Partial()) << "new";
+    file.Commit();
+  }
+  EXPECT_EQ(folder.Read("result"), "new");
+  EXPECT_EQ(folder.Files(), 1);
+}
+
+std::string PendingError(const std::string& name) {
+  try {
+    const PendingFile file(name);
+  } catch (const kelvo::FileError& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+TEST(PendingFile, SaysWhyAFileCannotBeMade) {
+  const test::TempFolder folder;
+  EXPECT_EQ(PendingError("/dev/null"),
+            "/dev/null: cannot be written: something else than a file has this name");
+  EXPECT_EQ(PendingError(folder.Path("")),
+            folder.Path("") + ": cannot be written: a folder has this name");
+  const std::string lost = folder.Path("missing/result");
+  EXPECT_EQ(PendingError(lost), lost + ": cannot be written: No such file or directory");
+}
+
+} // namespace
