@@ -15,6 +15,14 @@ else()
   set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
 endif()
 
+# Texts are put together by a library that checks the formats when it is compiled; its headers
+# suffice, so nothing of it remains to be linked or installed.
+find_package(fmt 9 CONFIG QUIET)
+if(NOT fmt_FOUND)
+  message(FATAL_ERROR "kelvo needs fmt 9 or newer (Debian: libfmt-dev) and found none. Install it, "
+    "or set fmt_DIR to the folder of its fmt-config.cmake.")
+endif()
+
 function(kelvo_configure_target target)
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
@@ -34,6 +42,7 @@ function(kelvo_configure_target target)
     target_link_options(${target} PRIVATE ${KELVO_ROOT_LINK_OPTION})
   endif()
   target_include_directories(${target} SYSTEM PRIVATE ${ROOT_INCLUDE_DIRS})
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:fmt::fmt-header-only>)
 endfunction()
 
 # A Python wheel cannot hold links, so the names of its libraries are without version.

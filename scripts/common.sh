@@ -29,7 +29,7 @@ run_step() {
 }
 
 # Debian packages: what building and testing need. Elsewhere the same things under other names.
-readonly KELVO_PACKAGES="g++ cmake ninja-build python3 python3-venv libcli11-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev zlib1g-dev pkg-config"
+readonly KELVO_PACKAGES="g++ cmake ninja-build python3 python3-venv libcli11-dev libfmt-dev librsvg2-dev libcairo2-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev zlib1g-dev pkg-config"
 
 is_debian() { [ -r /etc/debian_version ] && command -v dpkg-query >/dev/null; }
 
@@ -51,6 +51,7 @@ missing_things() {
   python3 -c 'import ensurepip, venv' 2>/dev/null || printf 'Python 3 with venv (python3); '
   command -v c++ >/dev/null || return 0
   has_header CLI/CLI.hpp || printf 'CLI11 (CLI/CLI.hpp); '
+  has_header fmt/format.h || printf 'fmt 9 (fmt/format.h); '
   has_header toml++/toml.h || printf 'toml++ 3 (toml++/toml.h); '
   has_header gtest/gtest.h || printf 'GoogleTest (gtest/gtest.h); '
   has_header benchmark/benchmark.h || printf 'Google Benchmark (benchmark/benchmark.h); '
