@@ -10,13 +10,10 @@ from typing import Any, Callable, Mapping
 
 from .errors import Error, ErrorCode
 
-# The library lies in the package where it is installed, beside the folder "python" in a build tree.
+# The libraries lie in the package where it is installed, beside the folder "python" in a build tree.
 _HERE = pathlib.Path(__file__).parent
-_LIBRARIES = [
-    folder / name / "libkelvo_python.so"
-    for folder in (_HERE, _HERE.parent.parent)
-    for name in ("lib", "lib64")
-]
+_FOLDERS = [folder / name for folder in (_HERE, _HERE.parent.parent) for name in ("lib", "lib64")]
+_LIBRARIES = ("libkelvo_run.so", "libkelvo_python.so")
 
 
 @functools.cache
@@ -29,16 +26,16 @@ def root() -> Any:
             import ROOT  # type: ignore[import-untyped]
         except ImportError as e:
             raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
+    folder = next((f for f in _FOLDERS if (f / _LIBRARIES[-1]).exists()), None)
+    if folder is None:
+        raise Error(
+            f"there is no {_FOLDERS[0] / _LIBRARIES[-1]}: build kelvo and use the package in the build "
+            "folder, such as PYTHONPATH=build/release/python, or install it with pip install ."
+        )
     for library in _LIBRARIES:
-        if not library.exists():
-            continue
-        if ROOT.gSystem.Load(str(library)) < 0:
-            raise Error(f"{library} cannot be loaded; was kelvo built with another ROOT?")
-        return ROOT
-    raise Error(
-        f"there is no {_LIBRARIES[0]}: build kelvo and use the package in the build folder, "
-        "such as PYTHONPATH=build/release/python, or install it with pip install ."
-    )
+        if ROOT.gSystem.Load(str(folder / library)) < 0:
+            raise Error(f"{folder / library} cannot be loaded; was kelvo built with another ROOT?")
+    return ROOT
 
 
 def cpp() -> Any:
