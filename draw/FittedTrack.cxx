@@ -23,8 +23,8 @@ TrackFrame FrameOf(const FitRow& row) {
 
 FittedTrack::FittedTrack(const FitRow& row) {
   const TrackFrame frame = FrameOf(row);
-  const double* p = row.fPosition;
-  const double* u = row.fDirection;
+  const double p[] = {row.fX, row.fY, row.fZ};
+  const double u[] = {row.fUX, row.fUY, row.fUZ};
   const Vector& w = frame.Axis();
   double s = frame.AxisCoordinate({p[0], p[1], p[2]});
   double a[2];
@@ -43,7 +43,7 @@ FittedTrack::FittedTrack(const FitRow& row) {
     s += step;
     for (std::size_t v = 0; v < 2; ++v) {
       a[v] += b[v] * step;
-      b[v] += row.fKink[v][j];
+      b[v] += (v == 0 ? row.fKinkX : row.fKinkY)[j];
     }
     fPoints.push_back(fPlanes.back());
   }

@@ -74,10 +74,6 @@ private:
   unsigned long long fSeen = 0;
 };
 
-double Chi2(const FitRow& row) {
-  return row.fChi2[0] + row.fChi2[1] + row.fChi2Kink[0] + row.fChi2Kink[1];
-}
-
 HypothesisReport& HypothesisOf(const FitRow& row, ReportData& report) {
   for (HypothesisReport& hypothesis : report.fHypotheses)
     if (hypothesis.fPDG == row.fPDG) return hypothesis;
@@ -101,7 +97,7 @@ public:
       return;
     }
     ++hypothesis.fFitted;
-    const double chi2PerNDF = row.fNDF > 0 ? Chi2(row) / row.fNDF : 0;
+    const double chi2PerNDF = row.fNDF > 0 ? row.Chi2() / row.fNDF : 0;
     if (row.fNDF > 0) {
       hypothesis.fChi2PerNDF.Add(chi2PerNDF);
       hypothesis.fChi2.AddClamped(chi2PerNDF);
@@ -201,7 +197,7 @@ void AddVectors(const FitRow& row, const geo::PlaneDetector* detector, ReportDat
   }
   for (std::size_t view = 0; view < 2; ++view)
     for (std::size_t j = 0; j < row.fPlaneS.size(); ++j)
-      report.fKink[view].Add(static_cast<double>(row.fKink[view][j]) /
+      report.fKink[view].Add(static_cast<double>((view == 0 ? row.fKinkX : row.fKinkY)[j]) /
                              static_cast<double>(row.fPlaneSigAlpha[j]));
 }
 

@@ -65,7 +65,7 @@ private:
   }
 
   double DrawHeading() {
-    const double chi2 = fRow.fChi2[0] + fRow.fChi2[1] + fRow.fChi2Kink[0] + fRow.fChi2Kink[1];
+    const double chi2 = fRow.Chi2();
     const std::string best = fRow.fBest ? ", the best hypothesis" : "";
     fPicture.Text({12, 34}, Text("Track %lld as ", fRow.fTrack) + ParticleWord(fRow.fPDG) + best,
                   {28, colour::kText, Align::kLeft, true});
@@ -202,7 +202,8 @@ private:
     for (std::size_t j = 0; j < fTrack.Planes().size(); ++j) {
       const Vector& p = fTrack.Planes()[j];
       const double width = static_cast<double>(fRow.fPlaneSigAlpha[j]);
-      const double pull = std::abs(static_cast<double>(fRow.fKink[view][j])) / width;
+      const double pull =
+          std::abs(static_cast<double>((view == 0 ? fRow.fKinkX : fRow.fKinkY)[j])) / width;
       const double size = std::min(kSmallest + kPerSigma * pull, kLargest);
       plot.Marks({{p[2], p[view]}}, {Mark::kDiamond, colour::kVermillion, size});
     }

@@ -36,13 +36,15 @@ constexpr const char* kFirstVector = "hit_view";
 // Whether the vectors of a row belong together, so that whoever uses them need not ask.
 bool Consistent(const FitRow& row) {
   const std::size_t hits = row.fHitZ.size();
-  for (const std::size_t n : {row.fHitView.size(), row.fHitU.size(), row.fFitU.size(),
-                              row.fFitSigU.size(), row.fResidual.size(), row.fPull.size()})
+  for (const std::size_t n :
+       {row.fHitView.size(), row.fHitU.size(), row.fHitSigU.size(), row.fFitU.size(),
+        row.fFitSigU.size(), row.fResidual.size(), row.fPull.size()})
     if (n != hits) return false;
   for (const int view : row.fHitView)
     if (view != 0 && view != 1) return false;
   const std::size_t planes = row.fPlaneS.size();
-  for (const std::size_t n : {row.fPlaneSigAlpha.size(), row.fKink[0].size(), row.fKink[1].size()})
+  for (const std::size_t n : {row.fPlaneX.size(), row.fPlaneY.size(), row.fPlaneZ.size(),
+                              row.fPlaneSigAlpha.size(), row.fKinkX.size(), row.fKinkY.size()})
     if (n != planes) return false;
   return row.fStatus != 0 || hits >= 4; // two in each view at least
 }
@@ -55,7 +57,9 @@ public:
   RowColumns(const std::set<std::string>& inFile, const std::string& place, Bind bind)
       : fPlace(place), fHasVectors(inFile.count(kFirstVector) > 0) {
     const auto add = [&](FitPart group, const char* name, auto& member) {
-      if (!inFile.count(name)) throw FileError(place + ": has no column " + name);
+      if (!inFile.count(name))
+        throw FileError(place + ": has no column " + name +
+                        ", as a file of an older kelvo may; fit the hits again");
       fFetches[static_cast<std::size_t>(group)].push_back(bind(name, member));
     };
     VisitScalars(fRow, [&](const char* name, auto& member) { add(GroupOf(name), name, member); });

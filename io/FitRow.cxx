@@ -11,19 +11,22 @@ namespace {
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
 void SetScalars(const HypothesisFit& fit, FitRow& row) {
-  for (std::size_t v = 0; v < 2; ++v) {
-    const ViewFit& view = fit.fView[v];
-    row.fN[v] = static_cast<int>(view.fN);
-    row.fChi2[v] = view.fChi2;
-    row.fChi2Kink[v] = view.fChi2Kink;
-  }
+  const auto& [x, y] = fit.fView;
+  row.fNX = static_cast<int>(x.fN);
+  row.fNY = static_cast<int>(y.fN);
+  row.fChi2X = x.fChi2;
+  row.fChi2Y = y.fChi2;
+  row.fChi2KinkX = x.fChi2Kink;
+  row.fChi2KinkY = y.fChi2Kink;
   row.fNDF = fit.fNDF;
   row.fProb = fit.fProb;
   row.fLogLikelihood = fit.fLogLikelihood;
-  for (int i = 0; i < 3; ++i) {
-    row.fPosition[i] = fit.fPosition[i];
-    row.fDirection[i] = fit.fDirection[i];
-  }
+  row.fX = fit.fPosition.X();
+  row.fY = fit.fPosition.Y();
+  row.fZ = fit.fPosition.Z();
+  row.fUX = fit.fDirection.X();
+  row.fUY = fit.fDirection.Y();
+  row.fUZ = fit.fDirection.Z();
   row.fT = fit.fT;
   row.fP = fit.fP;
   row.fBeta = fit.fBeta;
@@ -40,8 +43,10 @@ void SetNothing(const HitList3D& hits, FitRow& row) {
   VisitScalars(row, [](const char*, auto& member) {
     if constexpr (std::is_same_v<std::decay_t<decltype(member)>, double>) member = kNone;
   });
-  for (const Hit3D& hit : hits)
-    if (hit.fView == geo::kX || hit.fView == geo::kY) ++row.fN[hit.fView];
+  for (const Hit3D& hit : hits) {
+    if (hit.fView == geo::kX) row.fNX++;
+    if (hit.fView == geo::kY) row.fNY++;
+  }
 }
 
 void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
@@ -49,14 +54,16 @@ void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
   row.fHitView.resize(n);
   row.fHitZ.resize(n);
   row.fHitU.resize(n);
+  row.fHitSigU.resize(n);
   row.fFitU.resize(n);
   row.fFitSigU.resize(n);
   row.fResidual.resize(n);
   row.fPull.resize(n);
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < n; i++) {
     row.fHitView[i] = hits[i].fView;
     row.fHitZ[i] = hits[i].fZ;
     row.fHitU[i] = hits[i].fU;
+    row.fHitSigU[i] = hits[i].fSigU;
     row.fFitU[i] = hits[i].fFitU;
     row.fFitSigU[i] = static_cast<float>(hits[i].fFitSigU);
     row.fResidual[i] = static_cast<float>(hits[i].fResidual);
@@ -66,16 +73,26 @@ void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
 
 ROOT::RVec<float> Single(const std::vector<double>& values) {
   ROOT::RVec<float> single(values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) single[i] = static_cast<float>(values[i]);
+  for (std::size_t i = 0; i < values.size(); i++) single[i] = static_cast<float>(values[i]);
   return single;
+}
+
+void SetPlanes(const HypothesisFit& fit, FitRow& row) {
+  row.fPlaneS = Single(fit.fPlaneS);
+  row.fPlaneSigAlpha = Single(fit.fPlaneSigAlpha);
+  row.fKinkX = Single(fit.fView[0].fKink);
+  row.fKinkY = Single(fit.fView[1].fKink);
+  for (const TVector3& point : fit.fPlanePoint) {
+    row.fPlaneX.push_back(static_cast<float>(point.X()));
+    row.fPlaneY.push_back(static_cast<float>(point.Y()));
+    row.fPlaneZ.push_back(static_cast<float>(point.Z()));
+  }
 }
 
 void SetVectors(const HypothesisFit& fit, FitRow& row) {
   row.fCov.assign(fit.fCov.begin(), fit.fCov.end());
   SetHits(fit.fHit, row);
-  row.fPlaneS = Single(fit.fPlaneS);
-  row.fPlaneSigAlpha = Single(fit.fPlaneSigAlpha);
-  for (std::size_t v = 0; v < 2; ++v) row.fKink[v] = Single(fit.fView[v].fKink);
+  SetPlanes(fit, row);
 }
 
 } // namespace
@@ -109,7 +126,7 @@ void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool
 
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors) {
   std::vector<FitRow> rows(fit.fHypothesis.size());
-  for (std::size_t h = 0; h < rows.size(); ++h) FillFitRow(track, fit, h, withVectors, rows[h]);
+  for (std::size_t h = 0; h < rows.size(); h++) FillFitRow(track, fit, h, withVectors, rows[h]);
   return rows;
 }
 

@@ -14,22 +14,30 @@ namespace kelvo {
 /// column names; docs/files.md explains them. What a fit that failed does not give is NaN, 0 in
 /// whole numbers, and empty in vectors.
 ///
-/// The coordinates per hit are kept in double precision, what is derived from them in single
-/// precision: seven digits are far below any resolution, and the files are smaller by a third.
+/// What was measured and the coordinates of the fit are kept in double precision, the rest per hit
+/// and plane in single precision: seven digits are far below any resolution, and the files are
+/// smaller by a third.
 struct FitRow {
   long long fTrack = 0;
   int fPDG = 0;
   int fStatus = 0;
   std::string fMessage;
   bool fBest = false;
-  int fN[2] = {};
-  double fChi2[2] = {};
-  double fChi2Kink[2] = {};
+  int fNX = 0;
+  int fNY = 0;
+  double fChi2X = 0;
+  double fChi2Y = 0;
+  double fChi2KinkX = 0;
+  double fChi2KinkY = 0;
   int fNDF = 0;
   double fProb = 0;
   double fLogLikelihood = 0;
-  double fPosition[3] = {};
-  double fDirection[3] = {};
+  double fX = 0;
+  double fY = 0;
+  double fZ = 0;
+  double fUX = 0;
+  double fUY = 0;
+  double fUZ = 0;
   double fT = 0;
   double fP = 0;
   double fBeta = 0;
@@ -43,13 +51,21 @@ struct FitRow {
   ROOT::RVec<int> fHitView;
   ROOT::RVec<double> fHitZ;
   ROOT::RVec<double> fHitU;
+  ROOT::RVec<double> fHitSigU;
   ROOT::RVec<double> fFitU;
   ROOT::RVec<float> fFitSigU;
   ROOT::RVec<float> fResidual;
   ROOT::RVec<float> fPull;
   ROOT::RVec<float> fPlaneS;
+  ROOT::RVec<float> fPlaneX;
+  ROOT::RVec<float> fPlaneY;
+  ROOT::RVec<float> fPlaneZ;
   ROOT::RVec<float> fPlaneSigAlpha;
-  ROOT::RVec<float> fKink[2];
+  ROOT::RVec<float> fKinkX;
+  ROOT::RVec<float> fKinkY;
+
+  /// Returns the chi-square of hits and kinks in both views.
+  double Chi2() const { return fChi2X + fChi2Y + fChi2KinkX + fChi2KinkY; }
 };
 
 /// Calls visit(name, member) for each column of one number or text, in the order of the file.
@@ -60,21 +76,21 @@ void VisitScalars(Row& row, Visit visit) {
   visit("status", row.fStatus);
   visit("message", row.fMessage);
   visit("best", row.fBest);
-  visit("n_x", row.fN[0]);
-  visit("n_y", row.fN[1]);
-  visit("chi2_x", row.fChi2[0]);
-  visit("chi2_y", row.fChi2[1]);
-  visit("chi2_kink_x", row.fChi2Kink[0]);
-  visit("chi2_kink_y", row.fChi2Kink[1]);
+  visit("n_x", row.fNX);
+  visit("n_y", row.fNY);
+  visit("chi2_x", row.fChi2X);
+  visit("chi2_y", row.fChi2Y);
+  visit("chi2_kink_x", row.fChi2KinkX);
+  visit("chi2_kink_y", row.fChi2KinkY);
   visit("ndf", row.fNDF);
   visit("prob", row.fProb);
   visit("log_likelihood", row.fLogLikelihood);
-  visit("x", row.fPosition[0]);
-  visit("y", row.fPosition[1]);
-  visit("z", row.fPosition[2]);
-  visit("ux", row.fDirection[0]);
-  visit("uy", row.fDirection[1]);
-  visit("uz", row.fDirection[2]);
+  visit("x", row.fX);
+  visit("y", row.fY);
+  visit("z", row.fZ);
+  visit("ux", row.fUX);
+  visit("uy", row.fUY);
+  visit("uz", row.fUZ);
   visit("T", row.fT);
   visit("p", row.fP);
   visit("beta", row.fBeta);
@@ -93,14 +109,18 @@ void VisitVectors(Row& row, Visit visit) {
   visit("hit_view", row.fHitView);
   visit("hit_z", row.fHitZ);
   visit("hit_u", row.fHitU);
+  visit("hit_sigu", row.fHitSigU);
   visit("fit_u", row.fFitU);
   visit("fit_sigu", row.fFitSigU);
   visit("residual", row.fResidual);
   visit("pull", row.fPull);
   visit("plane_s", row.fPlaneS);
+  visit("plane_x", row.fPlaneX);
+  visit("plane_y", row.fPlaneY);
+  visit("plane_z", row.fPlaneZ);
   visit("plane_sigalpha", row.fPlaneSigAlpha);
-  visit("kink_x", row.fKink[0]);
-  visit("kink_y", row.fKink[1]);
+  visit("kink_x", row.fKinkX);
+  visit("kink_y", row.fKinkY);
 }
 
 /// Returns what a status in a file of fits means, in a few words.

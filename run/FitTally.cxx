@@ -46,8 +46,7 @@ void FitTally::AddRow(const FitRow& row, std::size_t h) {
   HypothesisSummary& hypothesis = fSummary.fHypotheses[h];
   ++hypothesis.fFitted;
   if (row.fBest) ++hypothesis.fBest;
-  const double chi2 = row.fChi2[0] + row.fChi2[1] + row.fChi2Kink[0] + row.fChi2Kink[1];
-  if (row.fNDF > 0) fChi2[h].Add(chi2 / row.fNDF);
+  if (row.fNDF > 0) fChi2[h].Add(row.Chi2() / row.fNDF);
 }
 
 } // namespace kelvo

@@ -104,11 +104,15 @@ class HypothesisFit:
     hit_view: npt.NDArray[np.int32]  #: per hit, by increasing z: 0 measures x, 1 measures y
     hit_z: Floats  #: [cm]
     hit_u: Floats  #: measured coordinate [cm]
+    hit_sigu: Floats  #: its standard deviation as given [cm]
     fit_u: Floats  #: fitted coordinate [cm]
     fit_sigu: Singles  #: its standard deviation [cm]
     residual: Singles  #: measured minus fitted [cm]
     pull: Singles  #: residual over its standard deviation
     plane_s: Singles  #: per scattering plane: place along the track [cm]
+    plane_x: Singles  #: the fitted track at the planes [cm]
+    plane_y: Singles
+    plane_z: Singles
     plane_sigalpha: Singles  #: width of the scattering angle [rad]
     kink_x: Singles  #: fitted kinks [rad]
     kink_y: Singles

@@ -44,7 +44,7 @@ const kelvo::FitRow& BestRow() {
 }
 
 std::size_t HitsOf(const kelvo::FitRow& row) {
-  return static_cast<std::size_t>(row.fN[0] + row.fN[1]);
+  return static_cast<std::size_t>(row.fNX + row.fNY);
 }
 
 void ExpectInside(const test::SvgShapes& svg) {
@@ -105,7 +105,7 @@ TEST(TrackDisplay, ShowsResidualAndPullOfEveryHit) {
   const test::SvgShapes svg(kelvo::DrawTrack(&Detector(), row).Svg());
   constexpr std::size_t kLegend = 1;
   EXPECT_EQ(test::SvgShapes::Count(svg.fCircles, "#0072b2"),
-            2 * (static_cast<std::size_t>(row.fN[0]) + kLegend));
+            2 * (static_cast<std::size_t>(row.fNX) + kLegend));
   EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "none"), 0u);
 }
 
@@ -145,8 +145,7 @@ TEST(TrackDisplay, SaysTrackHypothesisChiSquareAndMomentum) {
   contains(">Track " + std::to_string(row.fTrack) + " as ");
   contains(", the best hypothesis</text>");
   char text[100];
-  std::snprintf(text, sizeof text, ">χ²/ndf = %.1f/%d ",
-                row.fChi2[0] + row.fChi2[1] + row.fChi2Kink[0] + row.fChi2Kink[1], row.fNDF);
+  std::snprintf(text, sizeof text, ">χ²/ndf = %.1f/%d ", row.Chi2(), row.fNDF);
   contains(text);
   std::snprintf(text, sizeof text, ">momentum %.4g GeV/c", row.fP);
   contains(text);

@@ -39,9 +39,9 @@ const std::vector<std::string> kScalars{
     "x",      "y",      "z",           "ux",          "uy",     "uz",     "T",
     "p",      "beta",   "gamma",       "length",      "radlen", "max_ds", "max_dx0",
     "max_dt"};
-const std::vector<std::string> kVectors{"cov",     "hit_view",       "hit_z",    "hit_u",
-                                        "fit_u",   "fit_sigu",       "residual", "pull",
-                                        "plane_s", "plane_sigalpha", "kink_x",   "kink_y"};
+const std::vector<std::string> kVectors{
+    "cov",  "hit_view", "hit_z",   "hit_u",   "hit_sigu", "fit_u",          "fit_sigu", "residual",
+    "pull", "plane_s",  "plane_x", "plane_y", "plane_z",  "plane_sigalpha", "kink_x",   "kink_y"};
 
 // Rows of numbers without a pattern, some of them as of a fit that failed.
 class RandomRows {

@@ -22,8 +22,8 @@ SCALARS = (
     "track pdg status message best n_x n_y chi2_x chi2_y chi2_kink_x chi2_kink_y ndf prob "
     "log_likelihood x y z ux uy uz T p beta gamma length radlen max_ds max_dx0 max_dt"
 ).split()
-PER_HIT = "hit_view hit_z hit_u fit_u fit_sigu residual pull".split()
-PER_PLANE = "plane_s plane_sigalpha kink_x kink_y".split()
+PER_HIT = "hit_view hit_z hit_u hit_sigu fit_u fit_sigu residual pull".split()
+PER_PLANE = "plane_s plane_x plane_y plane_z plane_sigalpha kink_x kink_y".split()
 
 
 def fit(folder, *options):
@@ -85,6 +85,7 @@ def test_each_fit_has_the_hits_of_its_track(fits, hits):
         group = groups[entry["track"]].sort_values("z", kind="stable")
         np.testing.assert_array_equal(entry["hit_z"], group["z"])
         np.testing.assert_array_equal(entry["hit_u"], group["u"])
+        np.testing.assert_array_equal(entry["hit_sigu"], group["sigu"])
         np.testing.assert_array_equal(entry["hit_view"], group["view"] == "Y")
         assert entry["n_x"] + entry["n_y"] == len(group)
 
@@ -111,6 +112,22 @@ def test_derived_columns_agree_with_each_other(fits):
     np.testing.assert_allclose(norm, 1, rtol=1e-12)
     mass = ak.where(fits["pdg"] == 13, 0.105658, ak.where(fits["pdg"] == 211, 0.13957, 0.938272))
     np.testing.assert_allclose(fits["p"], np.sqrt(fits["T"] * (fits["T"] + 2 * mass)), rtol=1e-5)
+
+
+def test_the_track_is_straight_between_the_points_of_its_planes(fits):
+    between = 0
+    for entry in fits:
+        z = np.asarray(entry["plane_z"])
+        assert np.all(np.diff(z) > 0)
+        for view, name in ((0, "plane_x"), (1, "plane_y")):
+            at = np.asarray(entry["hit_z"][entry["hit_view"] == view])
+            inside = (at > z[0]) & (at < z[-1])
+            fitted = np.asarray(entry["fit_u"][entry["hit_view"] == view])[inside]
+            # The fit goes by the hits' interpolated points, which can lie on the other side of a
+            # plane that stands across the track; the hits are known to 0.3 cm.
+            np.testing.assert_allclose(np.interp(at[inside], z, entry[name]), fitted, atol=0.01)
+            between += inside.sum()
+    assert between > 30 * len(fits)
 
 
 def test_one_hypothesis_of_each_track_is_the_best(fits):

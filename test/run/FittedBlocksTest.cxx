@@ -140,8 +140,8 @@ TEST(FittedBlocks, LeaveNothingInAFitThatFailed) {
     EXPECT_NE(row.fStatus, 0);
     EXPECT_FALSE(row.fBest);
     EXPECT_NE(row.fMessage, "");
-    EXPECT_EQ(row.fN[0], 1);
-    EXPECT_EQ(row.fN[1], 0);
+    EXPECT_EQ(row.fNX, 1);
+    EXPECT_EQ(row.fNY, 0);
     VisitScalars(row, [](const char* name, const auto& member) {
       if constexpr (std::is_same_v<std::decay_t<decltype(member)>, double>) {
         EXPECT_TRUE(std::isnan(member)) << name;
