@@ -1,6 +1,7 @@
 #include "app/CommandParts.h"
 
 #include "run/FitFile.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <csignal>
@@ -32,8 +33,7 @@ void CatchSignals() {
 std::string Reason(const CLI::Error& error) {
   std::string reason = error.what();
   const std::string required = " is required";
-  if (reason.size() > required.size() &&
-      reason.compare(reason.size() - required.size(), required.size(), required) == 0)
+  if (EndsWith(reason, required))
     return reason.substr(0, reason.size() - required.size()) + " is missing";
   if (!reason.empty() && reason[0] >= 'A' && reason[0] <= 'Z')
     reason[0] = static_cast<char>(reason[0] - 'A' + 'a');
@@ -81,9 +81,7 @@ CLI::Validator EndsIn(const std::vector<std::string>& endings) {
   const auto check = [endings](std::string& text) -> std::string {
     const std::string small = CLI::detail::to_lower(text);
     for (const std::string& ending : endings)
-      if (small.size() > ending.size() &&
-          small.compare(small.size() - ending.size(), ending.size(), ending) == 0)
-        return "";
+      if (EndsWith(small, ending)) return "";
     return "\"" + text + "\" must end in " + Listed(endings, " or ");
   };
   return {check, ""};

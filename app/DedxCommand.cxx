@@ -2,9 +2,9 @@
 #include "app/CommandParts.h"
 #include "draw/EnergyLoss.h"
 #include "io/FileError.h"
-#include "io/HitColumns.h"
 #include "io/PendingFile.h"
 #include "track/Materials.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -98,7 +98,7 @@ void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& nam
 }
 
 bool IsCsv(const std::string& name) {
-  return CLI::detail::to_lower(name.substr(name.size() - 4)) == ".csv";
+  return EndsWith(CLI::detail::to_lower(name), ".csv");
 }
 
 int Run(const DedxArguments& a) {

@@ -4,8 +4,8 @@
 #include "geo/Detector.h"
 #include "geo/MaterialBudget.h"
 #include "geo/PlaneDetector.h"
-#include "io/HitColumns.h"
 #include "track/Materials.h"
+#include "util/Text.h"
 
 #include <TGeoMaterial.h>
 

@@ -1,5 +1,7 @@
 #include "geo/Detector.h"
 
+#include "util/Text.h"
+
 #ifdef KELVO_HAS_GEOMETRY
 #include "geo/TGeoDetector.h"
 #endif
@@ -15,10 +17,6 @@ const std::string kGeometry = "the geometry \"";
 template <typename Geometry>
 std::shared_ptr<const Geometry> Referred(const Geometry& geometry) {
   return {std::shared_ptr<void>(), &geometry};
-}
-
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 } // namespace
@@ -50,7 +48,7 @@ Detector Detector::FromText(const std::string& text, const std::string& file) {
 }
 
 Detector Detector::FromFile(const std::string& file) {
-  if (!EndsWith(file, ".gdml") && !EndsWith(file, ".root"))
+  if (!kelvo::EndsWith(file, ".gdml") && !kelvo::EndsWith(file, ".root"))
     return Detector(std::make_shared<const PlaneDetector>(PlaneDetector::FromFile(file)));
 #ifdef KELVO_HAS_GEOMETRY
   std::shared_ptr<const TGeoDetector> opened = TGeoDetector::FromFile(file);

@@ -1,5 +1,7 @@
 #include "geo/TGeoDetector.h"
 
+#include "util/Text.h"
+
 #include <TError.h>
 #include <TGeoManager.h>
 #include <TGeoMedium.h>
@@ -152,10 +154,6 @@ private:
   double fPush = kPush;
 };
 
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 // ROOT tells on the screen what it reads, and what it cannot read.
 std::unique_ptr<TGeoManager> Import(const std::string& file) {
   const int level = gErrorIgnoreLevel;
@@ -181,7 +179,7 @@ TGeoDetector::~TGeoDetector() {
 }
 
 std::unique_ptr<TGeoDetector> TGeoDetector::FromFile(const std::string& file) {
-  if (!EndsWith(file, ".root") && !EndsWith(file, ".gdml"))
+  if (!kelvo::EndsWith(file, ".root") && !kelvo::EndsWith(file, ".gdml"))
     throw DetectorError(file + ": a geometry of ROOT's has a name that ends in .root or .gdml");
   if (!std::ifstream(file)) throw DetectorError(file + ": cannot be opened for reading");
   // One without volumes comes into being with the first material that a program makes.

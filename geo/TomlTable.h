@@ -1,13 +1,15 @@
 #pragma once
 
 #include "geo/DetectorError.h"
+#include "util/Text.h"
 
 #define TOML_ENABLE_FORMATTERS 0 // only read here
 #include <toml++/toml.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -27,22 +29,16 @@ struct Range {
   double fHigh;
 };
 
-inline std::string Quoted(std::string_view text) {
-  return '"' + std::string(text) + '"';
-}
+using kelvo::Quoted;
 
 // Ten digits: what a user wrote, without the rounding of sums.
 inline std::string ToText(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.10g", value);
-  return text;
+  return fmt::format("{:.10g}", value);
 }
 
 template <typename Names>
 std::string List(const Names& names) {
-  std::string list;
-  for (const auto& name : names) list += (list.empty() ? "" : ", ") + Quoted(name);
-  return list;
+  return fmt::format("\"{}\"", fmt::join(names, "\", \""));
 }
 
 template <typename Entries>

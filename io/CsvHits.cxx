@@ -1,6 +1,7 @@
 #include "io/CsvHits.h"
 
 #include "io/FileError.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -151,7 +152,7 @@ bool CsvHits::ParseTrack() {
   const auto [stop, error] = std::from_chars(field.data(), end, track);
   if (field.empty()) return Fail(kHitTrack, "is empty, a whole number is expected");
   if (error != std::errc() || stop != end)
-    return Fail(kHitTrack, Shown(std::string(field)) + " is not a whole number of 64 bits");
+    return Fail(kHitTrack, Shown(field) + " is not a whole number of 64 bits");
   fLine.fTrack = track;
   return true;
 }
@@ -160,7 +161,7 @@ bool CsvHits::ParseView(geo::_plane_proj& view) {
   const std::string_view field = Field(kHitView);
   const char c = field.size() == 1 ? field[0] : '?';
   if (c != 'X' && c != 'x' && c != '0' && c != 'Y' && c != 'y' && c != '1')
-    return Fail(kHitView, Shown(std::string(field)) + " is not a view, which is X or Y");
+    return Fail(kHitView, Shown(field) + " is not a view, which is X or Y");
   view = c == 'X' || c == 'x' || c == '0' ? geo::kX : geo::kY;
   return true;
 }
@@ -175,11 +176,9 @@ bool CsvHits::Number(HitColumn column, double& value) {
   if (*begin == '+' && field.size() > 1 && begin[1] != '-') ++begin;
   const auto [stop, error] = std::from_chars(begin, end, value);
   if (error == std::errc::result_out_of_range)
-    return Fail(column, Shown(std::string(field)) + " is too large or too small for a number");
-  if (error != std::errc() || stop != end)
-    return Fail(column, Shown(std::string(field)) + " is not a number");
-  if (!std::isfinite(value))
-    return Fail(column, Shown(std::string(field)) + " is not a finite number");
+    return Fail(column, Shown(field) + " is too large or too small for a number");
+  if (error != std::errc() || stop != end) return Fail(column, Shown(field) + " is not a number");
+  if (!std::isfinite(value)) return Fail(column, Shown(field) + " is not a finite number");
   return true;
 }
 
@@ -187,8 +186,8 @@ bool CsvHits::Uncertainty(HitColumn column, bool mayBeZero, double& value) {
   if (!fColumns.Has(column)) return true;
   if (!Number(column, value)) return false;
   const std::string_view field = Field(column);
-  if (value < 0) return Fail(column, Shown(std::string(field)) + " is below 0");
-  if (value == 0 && !mayBeZero) return Fail(column, Shown(std::string(field)) + " is not above 0");
+  if (value < 0) return Fail(column, Shown(field) + " is below 0");
+  if (value == 0 && !mayBeZero) return Fail(column, Shown(field) + " is not above 0");
   return true;
 }
 

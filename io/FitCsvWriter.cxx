@@ -1,6 +1,6 @@
 #include "io/FileError.h"
 #include "io/FitWriter.h"
-#include "util/NumberText.h"
+#include "util/Text.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,7 @@
 #include "io/HitColumns.h"
 
 #include "io/FileError.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -20,23 +21,6 @@ void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
     throw std::invalid_argument("column " + Shown(name) +
                                 " is none of those that hits have: " + Joined(names));
   }
-}
-
-std::string Shown(const std::string& text) {
-  constexpr std::size_t kLongest = 60;
-  std::string shown = text.substr(0, kLongest);
-  for (char& c : shown)
-    if (c < ' ' || c > '~') c = '?';
-  return '"' + shown + (text.size() > kLongest ? "...\"" : "\"");
-}
-
-std::string Joined(const std::vector<std::string>& texts) {
-  std::string all;
-  for (const std::string& text : texts) {
-    if (!all.empty()) all += ", ";
-    all += text;
-  }
-  return all;
 }
 
 HitColumns::HitColumns(const std::string& place, const std::vector<std::string>& inFile,

@@ -60,10 +60,4 @@ const std::vector<std::string>& HitColumnNames();
 /// @throw std::invalid_argument
 void CheckHitColumnNames(const std::map<std::string, std::string>& mapping);
 
-/// Returns text from a file for a message: printable, in quotes, and cut where it is long.
-std::string Shown(const std::string& text);
-
-/// Returns the texts with a comma and a blank between them.
-std::string Joined(const std::vector<std::string>& texts);
-
 } // namespace kelvo

@@ -4,6 +4,7 @@
 #include "io/HitColumns.h"
 #include "io/HitNumbers.h"
 #include "io/HitTable.h"
+#include "util/Text.h"
 
 #include <TDirectory.h>
 #include <TFile.h>

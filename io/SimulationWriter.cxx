@@ -2,7 +2,7 @@
 
 #include "io/FileError.h"
 #include "io/PendingFile.h"
-#include "util/NumberText.h"
+#include "util/Text.h"
 
 #include <TDirectory.h>
 #include <TFile.h>
@@ -22,10 +22,6 @@ constexpr const char* kRootEnd = ".root";
 
 // The unit of work of threads that read a file; fitting so many tracks takes some 0.2 s.
 constexpr int kTracksPerCluster = 1000;
-
-bool EndsWith(const std::string& name, const std::string& end) {
-  return name.size() > end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
-}
 
 /// Returns a CSV file's end, empty for a ROOT file.
 std::string CsvEnd(const std::string& file) {

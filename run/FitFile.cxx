@@ -4,7 +4,7 @@
 #include "run/FitTally.h"
 #include "run/FittedBlocks.h"
 #include "run/TracksToFit.h"
-#include "util/NumberText.h"
+#include "util/Text.h"
 
 #include <TROOT.h>
 
@@ -52,24 +52,9 @@ void StopIfStrict(const FittedBlock& block) {
     if (!outcome.fProblems.empty()) throw StrictStop(outcome.fProblems.front());
 }
 
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
-std::string Number(double value) {
-  std::string text;
-  AppendNumber(text, value);
-  return text;
-}
-
 std::string List(const std::vector<std::string>& texts) {
   std::string list;
-  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + Quoted(text);
+  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + TomlText(text);
   return "[" + list + "]";
 }
 
@@ -84,15 +69,15 @@ std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions
     text += name + " = " + value + "\n";
   };
   add("hits", List(options.fInputs));
-  for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, Quoted(other));
-  if (!options.fReader.fTree.empty()) add("tree", Quoted(options.fReader.fTree));
+  for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, TomlText(other));
+  if (!options.fReader.fTree.empty()) add("tree", TomlText(options.fReader.fTree));
   add("hypotheses", "[" + hypotheses + "]");
-  add("max_ds", Number(used.fMaxDs));
-  add("max_dx0", Number(used.fMaxDX0));
-  add("max_dt", Number(used.fMaxDT));
-  add("scattering_factor", Number(used.fScatteringFactor));
-  add("beyond_last_hit", Number(used.fBeyondLastHit));
-  add("beam_momentum", Number(used.fBeamMomentum));
+  add("max_ds", ExactNumber(used.fMaxDs));
+  add("max_dx0", ExactNumber(used.fMaxDX0));
+  add("max_dt", ExactNumber(used.fMaxDT));
+  add("scattering_factor", ExactNumber(used.fScatteringFactor));
+  add("beyond_last_hit", ExactNumber(used.fBeyondLastHit));
+  add("beam_momentum", ExactNumber(used.fBeamMomentum));
   add("solver", used.fSolver == Solver::kDense ? "\"dense\"" : "\"linear\"");
   add("limit", std::to_string(options.fLimit));
   return text;

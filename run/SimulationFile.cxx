@@ -1,7 +1,7 @@
 #include "run/SimulationFile.h"
 
 #include "io/SimulationWriter.h"
-#include "util/NumberText.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -46,20 +46,10 @@ void MakeTracks(std::vector<Simulator>& simulators, unsigned long long first,
 }
 
 std::string RangeText(const SimulationRange& range) {
-  std::string text = "[";
-  AppendNumber(text, range.fLow);
-  text += ", ";
-  AppendNumber(text, range.fHigh);
-  return text + "]";
+  return "[" + ExactNumber(range.fLow) + ", " + ExactNumber(range.fHigh) + "]";
 }
 
-std::string Text(double value) {
-  std::string text;
-  AppendNumber(text, value);
-  return text;
-}
-
-std::string Text(bool value) {
+std::string Boolean(bool value) {
   return value ? "true" : "false";
 }
 
@@ -77,20 +67,20 @@ std::string DescribeOptions(const SimulationFileOptions& options, const Simulati
   add("seed", std::to_string(used.fSeed));
   add("model", fit ? "\"fit\"" : "\"full\"");
   add("hits", used.fHits == HitModel::kCells ? "\"cells\"" : "\"gauss\"");
-  add("sigma", Text(used.fSigma));
-  add("efficiency", Text(used.fEfficiency));
-  add("step", Text(used.fStep));
-  add("fluctuate_loss", Text(used.fFluctuateLoss));
-  add("leaving", Text(used.fLeaving));
-  add("slope", Text(used.fSlope));
+  add("sigma", ExactNumber(used.fSigma));
+  add("efficiency", ExactNumber(used.fEfficiency));
+  add("step", ExactNumber(used.fStep));
+  add("fluctuate_loss", Boolean(used.fFluctuateLoss));
+  add("leaving", Boolean(used.fLeaving));
+  add("slope", ExactNumber(used.fSlope));
   add("start_x", RangeText(*used.fStart[0]));
   add("start_y", RangeText(*used.fStart[1]));
   add("start_z", RangeText(*used.fStart[2]));
-  add("max_ds", Text(used.fFit.fMaxDs));
-  add("max_dx0", Text(used.fFit.fMaxDX0));
-  add("max_dt", Text(used.fFit.fMaxDT));
-  add("scattering_factor", Text(used.fFit.fScatteringFactor));
-  add("beyond_last_hit", Text(used.fFit.fBeyondLastHit));
+  add("max_ds", ExactNumber(used.fFit.fMaxDs));
+  add("max_dx0", ExactNumber(used.fFit.fMaxDX0));
+  add("max_dt", ExactNumber(used.fFit.fMaxDT));
+  add("scattering_factor", ExactNumber(used.fFit.fScatteringFactor));
+  add("beyond_last_hit", ExactNumber(used.fFit.fBeyondLastHit));
   return text;
 }
 

@@ -1,8 +1,8 @@
 #include "run/TracksToFit.h"
 
-#include "io/HitColumns.h"
 #include "track/Materials.h"
 #include "track/PlaneOffsets.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -1,8 +1,8 @@
 #include "sim/Simulator.h"
 
 #include "sim/KinkedLine.h"
-#include "track/ErrorSentence.h"
 #include "track/Materials.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 #include "track/CheckedGeometry.h"
 
 #include "func/dEdxTable.h"
-#include "track/ErrorSentence.h"
 #include "track/Materials.h"
+#include "util/Text.h"
 
 #include <TGeoMaterial.h>
 

@@ -1,18 +1,9 @@
 #include "track/ErrorSentence.h"
 
 #include "func/KelvoException.h"
-
-#include <locale>
-#include <sstream>
+#include "util/Text.h"
 
 namespace kelvo {
-
-std::string NumberText(double value) {
-  std::ostringstream text;
-  text.imbue(std::locale::classic());
-  text << value;
-  return text.str();
-}
 
 std::string ErrorSentence(unsigned int code, double value) {
   const std::string number = NumberText(value);

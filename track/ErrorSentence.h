@@ -9,7 +9,4 @@ namespace kelvo {
 /// @param value of the KelvoException, in the unit that its code implies
 std::string ErrorSentence(unsigned int code, double value);
 
-/// Returns a number as people write it: six significant digits, without trailing zeros.
-std::string NumberText(double value);
-
 } // namespace kelvo

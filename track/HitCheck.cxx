@@ -1,6 +1,6 @@
 #include "track/HitCheck.h"
 
-#include "track/ErrorSentence.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 #include "track/TrackChain.h"
 
-#include "track/ErrorSentence.h"
 #include "track/Guarded.h"
 #include "track/Particles.h"
 #include "track/RangeOut.h"
+#include "util/Text.h"
 
 #include <TMath.h>
 

@@ -1,9 +1,9 @@
 #include "track/TrackFitter.h"
 
-#include "track/ErrorSentence.h"
 #include "track/Guarded.h"
 #include "track/HitCheck.h"
 #include "track/TrackChain.h"
+#include "util/Text.h"
 
 #include <stdexcept>
 
