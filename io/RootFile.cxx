@@ -1,0 +1,118 @@
+#include "io/RootFile.h"
+
+#include "io/FileError.h"
+
+#include <TDirectory.h>
+#include <TObjString.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace kelvo {
+
+namespace {
+
+std::string PathOf(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+/// A file that ROOT knows by a descriptor. It stays open: tables are read through a path, too.
+class InputFile final : public TFile {
+public:
+  explicit InputFile(int descriptor)
+      : TFile(PathOf(descriptor).c_str(), "READ"), fDescriptor(descriptor) {}
+  ~InputFile() override {
+    Close();
+    ::close(fDescriptor);
+  }
+
+private:
+  int fDescriptor;
+};
+
+} // namespace
+
+std::unique_ptr<TFile> OpenRootFile(const std::string& name) {
+  const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) throw FileError(name + ": cannot be opened: " + std::strerror(errno));
+  const TDirectory::TContext restore;
+  auto file = std::make_unique<InputFile>(descriptor);
+  if (file->IsZombie()) throw FileError(name + ": is damaged and cannot be read");
+  file->SetName(name.c_str()); // for messages
+  return file;
+}
+
+/// A file that ROOT writes to a descriptor, by a constructor for files without a path.
+class RootOutput::Descriptor final : public TFile {
+public:
+  Descriptor(int descriptor, int settings) : TFile("output", "WEB", "", settings) {
+    fD = descriptor;
+    fOption = "CREATE";
+    SetWritable(true);
+    // However large it becomes, a table is not continued in a file of another name.
+    SetBit(kCancelTTreeChangeRequest);
+    Init(true);
+  }
+  ~Descriptor() override {
+    // Nothing more is written where the work ended early.
+    SetWritable(false);
+    Close();
+  }
+
+  int Error() const { return fError; }
+
+private:
+  Int_t SysWrite(Int_t descriptor, const void* buffer, Int_t size) override {
+    const char* rest = static_cast<const char*>(buffer);
+    for (Int_t left = size; left > 0 && fError == 0;) {
+      const ssize_t written = ::write(descriptor, rest, static_cast<std::size_t>(left));
+      if (written > 0) {
+        rest += written;
+        left -= static_cast<Int_t>(written);
+      } else if (errno != EINTR) {
+        fError = errno;
+      }
+    }
+    return size;
+  }
+
+  Int_t SysClose(Int_t descriptor) override {
+    if (::close(descriptor) != 0 && fError == 0) fError = errno;
+    return 0;
+  }
+
+  int fError = 0; // of the first call that failed
+};
+
+RootOutput::RootOutput(const PendingFile& file, int settings) : fName(file.Name()) {
+  const int descriptor = ::open(file.Partial().c_str(), O_RDWR | O_TRUNC | O_CLOEXEC);
+  if (descriptor < 0) throw FileError(fName + ": cannot be written: " + std::strerror(errno));
+  const TDirectory::TContext restore;
+  fFile = std::make_unique<Descriptor>(descriptor, settings);
+  Check();
+}
+
+RootOutput::~RootOutput() = default;
+
+TFile& RootOutput::File() {
+  return *fFile;
+}
+
+void RootOutput::Check() const {
+  if (fFile->Error() != 0)
+    throw FileError(fName + ": cannot be written: " + std::strerror(fFile->Error()));
+}
+
+void RootOutput::Close(const std::map<std::string, std::string>& texts) {
+  for (const auto& [name, text] : texts) {
+    const TObjString object(text.c_str());
+    fFile->WriteObject(&object, name.c_str());
+  }
+  fFile->Close();
+  Check();
+}
+
+} // namespace kelvo

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "io/PendingFile.h"
+
+#include <TFile.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace kelvo {
+
+/// Opens a ROOT file to read. The name is used as the file system has it, whereas ROOT takes one
+/// apart that has '#', '?', '|' or '$', blanks in front, or what looks like a protocol. Give what
+/// is returned to others, not the name: RNTupleReader::Open(*file->Get<ROOT::RNTuple>("hits")).
+/// @throw FileError where the file cannot be opened or is none of ROOT
+std::unique_ptr<TFile> OpenRootFile(const std::string& name);
+
+/// A ROOT file to be written, literally under the name of a pending file.
+///
+/// An error of the disk does not reach ROOT, which is not made to go on after one and may end the
+/// process: what is written is lost from there on, and Check() and Close() throw.
+class RootOutput {
+public:
+  /// @param file     is filled and left to the caller to commit
+  /// @param settings compression, as TFile has it
+  /// @throw FileError, as all functions
+  explicit RootOutput(const PendingFile& file, int settings = 101);
+  ~RootOutput();
+  RootOutput(const RootOutput&) = delete;
+  RootOutput& operator=(const RootOutput&) = delete;
+
+  /// Returns where tables are put.
+  TFile& File();
+
+  /// Throws if the disk has not taken all that was written up to here.
+  void Check() const;
+
+  /// Keeps texts as TObjString, by their names, and completes the file.
+  void Close(const std::map<std::string, std::string>& texts);
+
+private:
+  class Descriptor;
+  std::string fName;
+  std::unique_ptr<Descriptor> fFile;
+};
+
+} // namespace kelvo
