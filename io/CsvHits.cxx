@@ -3,32 +3,16 @@
 #include "io/FileError.h"
 #include "util/Text.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <charconv>
-#include <cmath>
 
 namespace kelvo {
 
 namespace {
 
-std::string_view Trimmed(std::string_view text) {
-  const auto blank = [](char c) { return c == ' ' || c == '\t'; };
-  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-  if (text.size() >= 2 && text.front() == '"' && text.back() == '"')
-    text = text.substr(1, text.size() - 2);
-  return text;
-}
-
-void Split(std::string_view line, std::vector<std::string_view>& fields) {
-  fields.clear();
-  for (;;) {
-    const std::size_t comma = line.find(',');
-    fields.push_back(Trimmed(line.substr(0, comma)));
-    if (comma == std::string_view::npos) return;
-    line.remove_prefix(comma + 1);
-  }
-}
+constexpr const char* kBadMarks =
+    ": has a field that begins with a quotation mark and does not end with one";
 
 } // namespace
 
@@ -61,9 +45,9 @@ void CsvHits::ReadHeader(const std::map<std::string, std::string>& columns) {
                       ": is empty; the first line must name the columns, such as "
                       "track,view,u,z,sigu");
   } while (Trimmed(line).empty() || line.front() == '#');
-  Split(line, fFields);
-  fWidth = fFields.size();
-  fColumns = HitColumns(Place(), {fFields.begin(), fFields.end()}, columns);
+  if (!fFields.Split(line)) throw FileError(Place() + kBadMarks);
+  fWidth = fFields.Size();
+  fColumns = HitColumns(Place(), fFields.Copies(), columns);
 }
 
 bool CsvHits::Next(TrackHits& track) {
@@ -81,14 +65,15 @@ bool CsvHits::Next(TrackHits& track) {
       track.fTrack = *fLine.fTrack;
       track.fPlace = fLine.fNumber;
       if (!fSeen.Add(track.fTrack))
-        track.AddProblem(Place() + ", column " + fColumns.Name(kHitTrack) + ": track " +
-                         std::to_string(track.fTrack) +
-                         " had lines further up; the lines of a track must stand together");
+        track.AddProblem(
+            fmt::format("{}, column {}: track {} had lines further up; the lines of a track must "
+                        "stand together",
+                        Place(), fColumns.Name(kHitTrack), track.fTrack));
     }
     if (!fLine.fProblem.empty())
       track.AddProblem(fLine.fProblem);
     else
-      track.fHits.insert(track.fHits.end(), fLine.fHits, fLine.fHits + fLine.fNHits);
+      AddHit(fColumns, fLine.fValues, track.fHits);
   }
   if (!open && track.fBadLines > 0)
     throw FileError(track.fProblems.front() + "; no line of the file has a readable track number");
@@ -103,46 +88,39 @@ bool CsvHits::ReadLine() {
   fLine.fNumber = fLines.Number();
   fLine.fTrack.reset();
   fLine.fProblem.clear();
-  fLine.fNHits = 0;
   ParseLine(text);
   fHasLine = true;
   return true;
 }
 
 void CsvHits::ParseLine(std::string_view text) {
-  Split(text, fFields);
-  const bool complete = fFields.size() == fWidth;
-  const bool hasTrack = fColumns.Index(kHitTrack) < fFields.size();
+  const bool whole = fFields.Split(text);
+  const bool hasTrack = fColumns.Index(kHitTrack) < fFields.Size();
   if (hasTrack && !ParseTrack()) return;
-  if (!complete) {
-    fLine.fProblem = Place() + ": has " + std::to_string(fFields.size()) + " fields where " +
-                     std::to_string(fWidth) + " columns are named";
-    return;
-  }
-  ParseHits();
+  if (!whole)
+    fLine.fProblem = Place() + kBadMarks;
+  else if (fFields.Size() != fWidth)
+    fLine.fProblem = fmt::format("{}: has {} fields where {} columns are named", Place(),
+                                 fFields.Size(), fWidth);
+  else
+    ParseHit();
 }
 
-bool CsvHits::ParseHits() {
-  Hit3D hit;
-  if (!fColumns.BothViews() && !ParseView(hit.fView)) return false;
-  if (!Number(kHitZ, hit.fZ) || !Number(kHitT, hit.fT)) return false;
-  if (!Uncertainty(kHitSigZ, true, hit.fSigZ) || !Uncertainty(kHitSigT, true, hit.fSigT))
-    return false;
-  if (!Uncertainty(kHitW, true, hit.fW)) return false;
-  fLine.fHits[0] = fLine.fHits[1] = hit;
-  Hit3D& first = fLine.fHits[0];
-  Hit3D& second = fLine.fHits[1];
-  if (fColumns.BothViews()) {
-    first.fView = geo::kX;
-    second.fView = geo::kY;
-    fLine.fNHits = 2;
-    return Number(kHitX, first.fX) && Number(kHitY, second.fY) &&
-           Uncertainty(kHitSigX, false, first.fSigX) && Uncertainty(kHitSigY, false, second.fSigY);
+bool CsvHits::ParseHit() {
+  for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
+    const auto column = static_cast<HitColumn>(c);
+    if (fColumns.Has(column) && !ParseValue(column, fLine.fValues[c])) return false;
   }
-  fLine.fNHits = 1;
-  const bool isX = hit.fView == geo::kX;
-  return Number(kHitU, isX ? first.fX : first.fY) &&
-         Uncertainty(kHitSigU, false, isX ? first.fSigX : first.fSigY);
+  return true;
+}
+
+bool CsvHits::ParseValue(HitColumn column, double& value) {
+  if (column == kHitView)
+    value = CharacterCode(Field(column));
+  else if (!ParseNumber(column, value))
+    return false;
+  const char* rule = BrokenRule(column, value);
+  return !rule || Fail(column, Shown(Field(column)) + ' ' + rule);
 }
 
 bool CsvHits::ParseTrack() {
@@ -157,18 +135,7 @@ bool CsvHits::ParseTrack() {
   return true;
 }
 
-bool CsvHits::ParseView(geo::_plane_proj& view) {
-  const std::string_view field = Field(kHitView);
-  const char c = field.size() == 1 ? field[0] : '?';
-  if (c != 'X' && c != 'x' && c != '0' && c != 'Y' && c != 'y' && c != '1')
-    return Fail(kHitView, Shown(field) + " is not a view, which is X or Y");
-  view = c == 'X' || c == 'x' || c == '0' ? geo::kX : geo::kY;
-  return true;
-}
-
-// Leaves the value as it is where the file has no such column.
-bool CsvHits::Number(HitColumn column, double& value) {
-  if (!fColumns.Has(column)) return true;
+bool CsvHits::ParseNumber(HitColumn column, double& value) {
   const std::string_view field = Field(column);
   if (field.empty()) return Fail(column, "is empty, a number is expected");
   const char* begin = field.data();
@@ -182,22 +149,13 @@ bool CsvHits::Number(HitColumn column, double& value) {
   return true;
 }
 
-bool CsvHits::Uncertainty(HitColumn column, bool mayBeZero, double& value) {
-  if (!fColumns.Has(column)) return true;
-  if (!Number(column, value)) return false;
-  const std::string_view field = Field(column);
-  if (value < 0) return Fail(column, Shown(field) + " is below 0");
-  if (value == 0 && !mayBeZero) return Fail(column, Shown(field) + " is not above 0");
-  return true;
-}
-
 bool CsvHits::Fail(HitColumn column, const std::string& reason) {
-  fLine.fProblem = Place() + ", column " + fColumns.Name(column) + ": " + reason;
+  fLine.fProblem = fmt::format("{}, column {}: {}", Place(), fColumns.Name(column), reason);
   return false;
 }
 
 std::string CsvHits::Place() const {
-  return fFile + ", line " + std::to_string(fLines.Number());
+  return fmt::format("{}, line {}", fFile, fLines.Number());
 }
 
 } // namespace kelvo

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "io/CsvFields.h"
 #include "io/HitColumns.h"
+#include "io/HitNumbers.h"
 #include "io/HitReader.h"
 #include "io/TextLines.h"
 
@@ -8,7 +10,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace kelvo {
 
@@ -36,19 +37,17 @@ private:
   struct Line {
     unsigned long long fNumber = 0;
     std::optional<long long> fTrack; // none: not readable
-    std::string fProblem;            // empty: the hits below are good
-    Hit3D fHits[2];
-    unsigned fNHits = 0;
+    std::string fProblem;            // empty: the values below are good
+    HitValues fValues = AbsentHitValues();
   };
 
   void ReadHeader(const std::map<std::string, std::string>& columns);
   bool ReadLine();
   void ParseLine(std::string_view text);
-  bool ParseHits();
   bool ParseTrack();
-  bool ParseView(geo::_plane_proj& view);
-  bool Number(HitColumn column, double& value);
-  bool Uncertainty(HitColumn column, bool mayBeZero, double& value);
+  bool ParseHit();
+  bool ParseValue(HitColumn column, double& value);
+  bool ParseNumber(HitColumn column, double& value);
   bool Fail(HitColumn column, const std::string& reason);
   std::string_view Field(HitColumn column) const { return fFields[fColumns.Index(column)]; }
   std::string Place() const;
@@ -57,7 +56,7 @@ private:
   TextLines fLines;
   HitColumns fColumns;
   std::size_t fWidth = 0; // number of columns of the file
-  std::vector<std::string_view> fFields;
+  CsvFields fFields;      // of the current line
   Line fLine;
   bool fHasLine = false; // fLine has not been used yet
   SeenNumbers fSeen;

@@ -92,11 +92,8 @@ void HitArrays::AddRowsOfTrack(TrackHits& track) {
                      ": track " + std::to_string(track.fTrack) +
                      " had rows further up; the rows of a track must stand together");
   for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; ++row) {
-    const std::string problem = HitProblem(fRows->fColumns, fRows->fNumbers, row);
-    if (problem.empty())
-      AddHit(fRows->fColumns, fRows->fNumbers, row, track.fHits);
-    else
-      track.AddProblem(fRows->Place(row) + ", " + problem);
+    const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track.fHits);
+    if (!problem.empty()) track.AddProblem(fRows->Place(row) + ", " + problem);
   }
 }
 

@@ -39,6 +39,7 @@ public:
   HitColumns(const std::string& place, const std::vector<std::string>& inFile,
              const std::map<std::string, std::string>& mapping, bool numbered = true);
 
+  /// Whether the file has a column that is of use: x and y are not beside a view and u.
   bool Has(HitColumn column) const { return fIndex[column] >= 0; }
   /// Returns the position among the columns of the file; only for those it has.
   std::size_t Index(HitColumn column) const { return static_cast<std::size_t>(fIndex[column]); }
@@ -49,7 +50,7 @@ public:
 
 private:
   std::array<std::string, kHitColumns> fNames;
-  std::array<int, kHitColumns> fIndex{}; // -1: not in the file
+  std::array<int, kHitColumns> fIndex{}; // -1: not in the file, or of no use
   bool fBothViews = false;
 };
 

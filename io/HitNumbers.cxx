@@ -1,18 +1,12 @@
 #include "io/HitNumbers.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 
 namespace kelvo {
 
 namespace {
-
-HitColumn Column(std::size_t c) {
-  return static_cast<HitColumn>(c);
-}
-
-bool Has(const HitColumns& columns, std::size_t c) {
-  return c != kHitTrack && columns.Has(Column(c));
-}
 
 int ViewOf(double value) {
   if (value == 0 || value == 'X' || value == 'x' || value == '0') return geo::kX;
@@ -23,59 +17,79 @@ int ViewOf(double value) {
 // Which column has another length than that of z; empty if none has.
 std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) {
   const std::size_t n = numbers[kHitZ].fSize;
-  for (std::size_t c = 0; c < kHitColumns; ++c) {
-    if (!Has(columns, c) || numbers[c].fSize == n) continue;
-    return "column " + columns.Name(Column(c)) + ": has " + std::to_string(numbers[c].fSize) +
-           " values where column " + columns.Name(kHitZ) + " has " + std::to_string(n);
+  for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
+    const auto column = static_cast<HitColumn>(c);
+    if (columns.Has(column) && numbers[c].fSize != n)
+      return fmt::format("column {}: has {} values where column {} has {}", columns.Name(column),
+                         numbers[c].fSize, columns.Name(kHitZ), n);
   }
   return "";
 }
 
 } // namespace
 
-std::string HitProblem(const HitColumns& columns, const HitNumbers& numbers, std::size_t i) {
-  for (std::size_t c = 0; c < kHitColumns; ++c) {
-    if (!Has(columns, c)) continue;
-    const double value = numbers[c][i];
-    const auto problem = [&](const char* reason) {
-      return "column " + columns.Name(Column(c)) + ": " + reason;
-    };
-    if (!std::isfinite(value)) return problem("is not a finite number");
-    if (c == kHitView && ViewOf(value) < 0)
-      return problem("is not a view, which is X or Y, 0 or 1");
-    const bool isError = c == kHitSigU || c == kHitSigX || c == kHitSigY;
-    if (isError && !(value > 0)) return problem("is not above 0");
-    if ((c == kHitSigZ || c == kHitSigT || c == kHitW) && value < 0) return problem("is below 0");
-  }
-  return "";
+HitValues AbsentHitValues() {
+  HitValues values{};
+  values[kHitW] = 1;
+  return values;
 }
 
-void AddHit(const HitColumns& columns, const HitNumbers& numbers, std::size_t i, HitList3D& hits) {
-  const auto value = [&](HitColumn c, double otherwise) {
-    return columns.Has(c) ? numbers[c][i] : otherwise;
-  };
-  Hit3D hit;
-  hit.fZ = numbers[kHitZ][i];
-  hit.fSigZ = value(kHitSigZ, 0);
-  hit.fT = value(kHitT, 0);
-  hit.fSigT = value(kHitSigT, 0);
-  hit.fW = value(kHitW, 1);
+double CharacterCode(std::string_view text) {
+  return text.size() == 1 && text[0] > ' ' ? text[0] : -1.0;
+}
+
+const char* BrokenRule(HitColumn column, double value) {
+  if (!std::isfinite(value)) return "is not a finite number";
+  switch (column) {
+    case kHitView:
+      return ViewOf(value) < 0 ? "is not a view, which is X or Y, 0 or 1" : nullptr;
+    case kHitSigU:
+    case kHitSigX:
+    case kHitSigY:
+      return value <= 0 ? "is not above 0" : nullptr;
+    case kHitSigZ:
+    case kHitSigT:
+    case kHitW:
+      return value < 0 ? "is below 0" : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+void AddHit(const HitColumns& columns, const HitValues& values, HitList3D& hits) {
   const bool both = columns.BothViews();
-  const int view = both ? geo::kX : ViewOf(numbers[kHitView][i]);
-  if (both || view == geo::kX) {
-    Hit3D x = hit;
+  Hit3D hit;
+  hit.fZ = values[kHitZ];
+  hit.fSigZ = values[kHitSigZ];
+  hit.fT = values[kHitT];
+  hit.fSigT = values[kHitSigT];
+  hit.fW = values[kHitW];
+  if (both || ViewOf(values[kHitView]) == geo::kX) {
+    Hit3D& x = hits.emplace_back(hit);
     x.fView = geo::kX;
-    x.fX = numbers[both ? kHitX : kHitU][i];
-    x.fSigX = numbers[both ? kHitSigX : kHitSigU][i];
-    hits.push_back(x);
+    x.fX = values[both ? kHitX : kHitU];
+    x.fSigX = values[both ? kHitSigX : kHitSigU];
   }
-  if (both || view == geo::kY) {
-    Hit3D y = hit;
+  if (both || ViewOf(values[kHitView]) == geo::kY) {
+    Hit3D& y = hits.emplace_back(hit);
     y.fView = geo::kY;
-    y.fY = numbers[both ? kHitY : kHitU][i];
-    y.fSigY = numbers[both ? kHitSigY : kHitSigU][i];
-    hits.push_back(y);
+    y.fY = values[both ? kHitY : kHitU];
+    y.fSigY = values[both ? kHitSigY : kHitSigU];
   }
+}
+
+std::string AddRow(const HitColumns& columns, const HitNumbers& numbers, std::size_t i,
+                   HitList3D& hits) {
+  HitValues values = AbsentHitValues();
+  for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
+    const auto column = static_cast<HitColumn>(c);
+    if (!columns.Has(column)) continue;
+    values[c] = numbers[c][i];
+    if (const char* rule = BrokenRule(column, values[c]))
+      return fmt::format("column {}: {}", columns.Name(column), rule);
+  }
+  AddHit(columns, values, hits);
+  return "";
 }
 
 void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& track) {
@@ -84,12 +98,9 @@ void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& t
   };
   const std::string length = LengthProblem(columns, numbers);
   if (!length.empty()) return add(length);
-  for (std::size_t i = 0; i < numbers[kHitZ].fSize; ++i) {
-    const std::string problem = HitProblem(columns, numbers, i);
-    if (problem.empty())
-      AddHit(columns, numbers, i, track.fHits);
-    else
-      add("hit " + std::to_string(i) + ", " + problem);
+  for (std::size_t i = 0; i < numbers[kHitZ].fSize; i++) {
+    const std::string problem = AddRow(columns, numbers, i, track.fHits);
+    if (!problem.empty()) add(fmt::format("hit {}, {}", i, problem));
   }
 }
 

@@ -39,9 +39,4 @@ std::unique_ptr<HitTable> MakeTreeTable(TFile& file, const std::string& tree,
 std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::string& ntuple,
                                           const std::string& place);
 
-/// Returns the code of a text of one character, -1 for another.
-inline double CharacterCode(const std::string& text) {
-  return text.size() == 1 ? text[0] : -1.0;
-}
-
 } // namespace kelvo

@@ -1,4 +1,5 @@
 #include "io/FileError.h"
+#include "io/HitNumbers.h"
 #include "io/HitTable.h"
 
 #ifdef KELVO_HAS_RNTUPLE

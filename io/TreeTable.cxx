@@ -1,5 +1,5 @@
 #include "io/FileError.h"
-#include "io/HitColumns.h"
+#include "io/HitNumbers.h"
 #include "io/HitTable.h"
 #include "io/NumberType.h"
 

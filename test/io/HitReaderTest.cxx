@@ -116,6 +116,40 @@ TEST(HitReader, TakesWhatPeopleAndProgramsWrite) {
   for (const char* text : variants) ExpectTwoTracks(ReadAll({folder.Write("hits.csv", text)}));
 }
 
+TEST(HitReader, ReadsFieldsBetweenQuotationMarks) {
+  const test::TempFolder folder;
+  const char* const variants[] = {
+      // commas and doubled marks inside, in the names and in the lines
+      "track,view,\"energy, GeV\",u,z,sigu\n7,X,\"1,5\",1.5,3,0.3\n"
+      "7,Y,\"the \"\"second\"\", seen\",-2.25,9.05,0.25\n9,Y,\"\",4e-1,3,0.5\n",
+      // everything between marks, blanks around them, marks inside of a field that has none around
+      "\"track\",\"view\",\"u\" , \"z\",\"sigu\",5\" tube\n\"7\",\"X\",\"1.5\",\"3\",\"0.3\",5\"\n"
+      "7,\"Y\" ,\t\"-2.25\", \"9.05\",\"0.25\",\"\"\"\"\n9,\"Y\",\"4e-1\",\"3\",\"0.5\",a\"b\"\n",
+  };
+  for (const char* text : variants) ExpectTwoTracks(ReadAll({folder.Write("hits.csv", text)}));
+}
+
+TEST(HitReader, FindsAColumnByANameWithComma) {
+  const test::TempFolder folder;
+  kelvo::HitReaderOptions options;
+  options.fColumns = {{"u", "u, \"measured\""}};
+  ExpectTwoTracks(ReadAll({folder.Write("hits.csv",
+                                        "track,view,\"u, \"\"measured\"\"\",z,sigu\n"
+                                        "7,X,1.5,3,0.3\n"
+                                        "7,Y,-2.25,9.05,0.25\n"
+                                        "9,Y,4e-1,3,0.5\n")},
+                          options));
+}
+
+TEST(HitReader, ReadsNoColumnThatItDoesNotUse) {
+  const test::TempFolder folder;
+  ExpectTwoTracks(ReadAll({folder.Write("hits.csv",
+                                        "track,view,u,z,sigu,x,sigy\n"
+                                        "7,X,1.5,3,0.3,left,0\n"
+                                        "7,Y,-2.25,9.05,0.25,,-1\n"
+                                        "9,Y,4e-1,3,0.5,nan,\n")}));
+}
+
 TEST(HitReader, ReadsTheOptionalColumns) {
   const test::TempFolder folder;
   const auto tracks = ReadAll(
@@ -178,12 +212,17 @@ TEST(HitReader, SaysWhatIsWrongWithALine) {
       {"1,X,,3,0.3", ", column u: is empty, a number is expected"},
       {"1,X,1,3,", ", column sigu: is empty, a number is expected"},
       {"1,X,1,3,0", ", column sigu: \"0\" is not above 0"},
-      {"1,X,1,3,-0.3", ", column sigu: \"-0.3\" is below 0"},
-      {"1,Z,1,3,0.3", ", column view: \"Z\" is not a view, which is X or Y"},
-      {"1,,1,3,0.3", ", column view: \"\" is not a view, which is X or Y"},
+      {"1,X,1,3,-0.3", ", column sigu: \"-0.3\" is not above 0"},
+      {"1,Z,1,3,0.3", ", column view: \"Z\" is not a view, which is X or Y, 0 or 1"},
+      {"1,,1,3,0.3", ", column view: \"\" is not a view, which is X or Y, 0 or 1"},
       {"1,X,1,3", ": has 4 fields where 5 columns are named"},
       {"1,X,1,3,0.3,9", ": has 6 fields where 5 columns are named"},
       {"1", ": has 1 fields where 5 columns are named"},
+      {"1,X,\"1,3,0.3",
+       ": has a field that begins with a quotation mark and does not end with one"},
+      {"1,X,\"1\"2,3,0.3",
+       ": has a field that begins with a quotation mark and does not end with one"},
+      {"1,X,\"1,2\",3,0.3", ", column u: \"1,2\" is not a number"},
       {"1,X,\x01\xC3\xA9,3,0.3", ", column u: \"???\" is not a number"},
       {"1,X,1234567890123456789012345678901234567890123456789012345678901x,3,1",
        ", column u: \"123456789012345678901234567890123456789012345678901234567890...\" is not a "
