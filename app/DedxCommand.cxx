@@ -4,6 +4,7 @@
 #include "io/FileError.h"
 #include "io/PendingFile.h"
 #include "track/Materials.h"
+#include "util/Particles.h"
 #include "util/Text.h"
 
 #include <algorithm>
@@ -32,7 +33,7 @@ The numbers are those that 'kelvo fit' ranges stopping particles out with.)";
 
 struct DedxArguments {
   std::vector<std::string> fMaterials;
-  std::vector<std::string> fParticles{"mu", "pi", "p"};
+  std::vector<std::string> fParticles = ParticleNames();
   std::string fOutput;
 };
 
@@ -128,7 +129,7 @@ Command MakeDedxCommand(CLI::App& program) {
       ->type_name("MATERIAL");
   dedx->add_option("--particle", arguments->fParticles, "Particles: mu, pi, p")
       ->delimiter(',')
-      ->check(OneOf({"mu", "pi", "p"}))
+      ->check(OneOf(ParticleNames()))
       ->type_name("LIST")
       ->capture_default_str();
   dedx->add_option("-o,--output", arguments->fOutput,

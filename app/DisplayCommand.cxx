@@ -3,7 +3,7 @@
 #include "draw/TrackDisplay.h"
 #include "geo/Detector.h"
 #include "io/FitReader.h"
-#include "track/Particles.h"
+#include "util/Particles.h"
 
 #include <cstdio>
 #include <iostream>
@@ -101,7 +101,7 @@ Command MakeDisplayCommand(CLI::App& program) {
   display
       ->add_option("--hypothesis", arguments->fHypothesis,
                    "mu, pi or p (default: the one that fits best)")
-      ->check(OneOf({"mu", "pi", "p"}))
+      ->check(OneOf(ParticleNames()))
       ->type_name("NAME");
   display
       ->add_option("-o,--output", arguments->fOutput,

@@ -6,7 +6,7 @@
 #include "io/FitReader.h"
 #include "io/PendingFile.h"
 #include "run/FitFile.h"
-#include "track/Particles.h"
+#include "util/Particles.h"
 
 #include <algorithm>
 #include <cmath>
@@ -49,7 +49,7 @@ struct FitArguments {
   FitFileOptions fFile;
   std::string fDetector;
   std::string fReport; // a page to be written as well; empty: none
-  std::vector<std::string> fHypotheses{"mu", "pi", "p"};
+  std::vector<std::string> fHypotheses = ParticleNames();
   std::vector<std::string> fColumns;
   std::string fFormat = "ttree";
   std::string fSolver = "linear";
@@ -82,7 +82,7 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->type_name("FILE");
   fit.add_option("--hypothesis", a.fHypotheses, "Particles to fit the tracks as: mu, pi, p")
       ->delimiter(',')
-      ->check(OneOf({"mu", "pi", "p"}))
+      ->check(OneOf(ParticleNames()))
       ->type_name("LIST")
       ->capture_default_str();
   fit.add_option("--threads", a.fFile.fThreads, "Threads to use; the result does not depend on it")

@@ -1,7 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "run/SimulationFile.h"
-#include "track/Particles.h"
+#include "util/Particles.h"
 
 #include <cstdio>
 #include <limits>
@@ -156,7 +156,7 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
       ->type_name("FILE");
   simulate.add_option("--particle", a.fParticle, "mu, pi or p")
       ->required()
-      ->check(OneOf({"mu", "pi", "p"}))
+      ->check(OneOf(ParticleNames()))
       ->type_name("NAME");
   simulate
       .add_option("--kinetic-energy", a.fEnergy,

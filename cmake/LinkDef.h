@@ -74,7 +74,11 @@
 #pragma link C++ class kelvo::Simulator-;
 #pragma link C++ function kelvo::AddPlaneOffsets;
 #pragma link C++ function kelvo::ErrorSentence;
+#pragma link C++ struct kelvo::Particle-;
+#pragma link C++ function kelvo::Particles;
+#pragma link C++ function kelvo::ParticleCodes;
 #pragma link C++ function kelvo::MaterialsWithTable;
+#pragma link C++ function kelvo::HasTable;
 #pragma link C++ function kelvo::MaterialsWithoutTable;
 
 #endif

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "draw/Picture.h"
-#include "track/Particles.h"
+#include "util/Particles.h"
 
 #include <string>
 #include <vector>

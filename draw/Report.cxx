@@ -7,8 +7,8 @@
 #include "geo/Detector.h"
 #include "io/FileError.h"
 #include "io/PendingFile.h"
-#include "track/Particles.h"
 #include "util/FormattedText.h"
+#include "util/Particles.h"
 
 #include <algorithm>
 #include <cmath>

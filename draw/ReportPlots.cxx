@@ -1,8 +1,8 @@
 #include "draw/ReportPlots.h"
 
 #include "draw/Plot.h"
-#include "track/Particles.h"
 #include "util/FormattedText.h"
+#include "util/Particles.h"
 
 #include <TF1.h>
 #include <TFitResult.h>

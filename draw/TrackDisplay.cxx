@@ -2,8 +2,8 @@
 
 #include "draw/FittedTrack.h"
 #include "draw/Plot.h"
-#include "track/Particles.h"
 #include "util/FormattedText.h"
+#include "util/Particles.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "io/HitReader.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <ROOT/RVec.hxx>
 

@@ -1,5 +1,7 @@
 #include "python/ArrayCalls.h"
 
+#include "track/PathKinematics.h"
+
 #include <cstring>
 
 namespace kelvo {
@@ -94,13 +96,12 @@ void ArrayCalls::X0(const Path& path, std::size_t n, const double* s, double* ou
 }
 
 void ArrayCalls::Params(const Path& path, int pdg, std::size_t n, const double* s, double* out) {
-  for (std::size_t i = 0; i < n; ++i, ++out) {
-    if (pdg == 13)
-      path.MuonParams(s[i], out, out + n, out + 2 * n, out + 3 * n);
-    else if (pdg == 211)
-      path.PionParams(s[i], out, out + n, out + 2 * n, out + 3 * n);
-    else
-      path.ProtonParams(s[i], out, out + n, out + 2 * n, out + 3 * n);
+  for (std::size_t i = 0; i < n; i++) {
+    const Kinematics k = KinematicsAt(path, pdg, s[i]);
+    out[i] = k.fT;
+    out[n + i] = k.fP;
+    out[2 * n + i] = k.fBeta;
+    out[3 * n + i] = k.fGamma;
   }
 }
 

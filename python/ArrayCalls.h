@@ -7,6 +7,7 @@
 #include "func/TrackBasis.h"
 #include "func/dEdxTable.h"
 #include "io/HitColumns.h"
+#include "track/TrackFit.h"
 #include "track/TrackFitter.h"
 
 #include <cstddef>
@@ -83,7 +84,7 @@ struct ArrayCalls {
   /// Returns a path through n points, three coordinates each.
   static Path MakePath(const geo::GeometryBase& geo, std::size_t n, const double* xyz, double s0);
   static void X0(const Path& path, std::size_t n, const double* s, double* out);
-  /// @param pdg 13, 211, or any other for the proton
+  /// @param pdg code of a particle of Particles()
   /// @param out four arrays of n numbers: kinetic energy, momentum, velocity, Lorentz factor
   static void Params(const Path& path, int pdg, std::size_t n, const double* s, double* out);
   static void TPBG(std::size_t n, const double* T, double m, double* out);

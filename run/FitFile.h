@@ -4,7 +4,7 @@
 #include "io/FitWriter.h"
 #include "io/HitReader.h"
 #include "run/FitSummary.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <functional>
 #include <string>

@@ -8,6 +8,7 @@
 #include "io/NumberType.h"
 #include "run/TracksToFit.h"
 #include "track/PlaneOffsets.h"
+#include "track/TrackFitter.h"
 
 #include <TClassEdit.h>
 #include <TROOT.h>

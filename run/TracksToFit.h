@@ -2,7 +2,7 @@
 
 #include "geo/Detector.h"
 #include "io/HitReader.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <atomic>
 

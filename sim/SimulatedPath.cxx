@@ -1,5 +1,7 @@
 #include "sim/SimulatedPath.h"
 
+#include "util/Particles.h"
+
 #include <TGeoMaterial.h>
 
 #include <algorithm>
@@ -18,17 +20,6 @@ constexpr double kLargestLoss = 0.05;
 // Steps of the scattering end when the particle has this part of its energy left. A choice.
 constexpr double kLeastEnergy = 0.9;
 constexpr double kMargin = 2; // cm; around the detector
-
-double MassOf(int pdg) { // GeV; Particle Data Group, Review of Particle Physics 2022
-  switch (std::abs(pdg)) {
-    case 13:
-      return 0.1056583755;
-    case 211:
-      return 0.13957039;
-    default:
-      return 0.93827208816;
-  }
-}
 
 /// F(X) of Scatter: the square of Highland's formula without the momentum.
 double Highland(double radLengths) {
@@ -96,7 +87,7 @@ std::vector<PlaneCrossing> Crossings(const geo::PlaneDetector& detector,
 }
 
 ParticleTransport::ParticleTransport(const geo::PlaneDetector& detector, int pdg, bool fluctuate)
-    : fDetector(detector), fMass(MassOf(pdg)), fFluctuate(fluctuate) {
+    : fDetector(detector), fMass(FindParticle(pdg)->fMeasuredMass), fFluctuate(fluctuate) {
   for (const TGeoMaterial* material : detector.Materials())
     fTables.emplace_back(material, dEdxTable(material->GetName()));
 }

@@ -49,7 +49,7 @@ std::vector<PlaneCrossing> Crossings(const geo::PlaneDetector& detector, const S
 class ParticleTransport {
 public:
   /// @param detector  must outlive the object; there is a stopping-power table for each material
-  /// @param pdg       13, 211 or 2212, of either sign
+  /// @param pdg       code of a particle of Particles(), of either sign
   /// @param fluctuate whether the energy loss fluctuates
   ParticleTransport(const geo::PlaneDetector& detector, int pdg, bool fluctuate);
 

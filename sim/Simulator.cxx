@@ -2,7 +2,11 @@
 
 #include "sim/KinkedLine.h"
 #include "track/Materials.h"
+<<<<<<< HEAD
 #include "util/Text.h"
+=======
+#include "util/Particles.h"
+>>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
 
 #include <algorithm>
 #include <cmath>
@@ -23,7 +27,7 @@ constexpr double kMostLeft = 0.07;
 constexpr int kPasses = 6;
 constexpr double kAgree = 0.01; // cm; far below the uncertainty of a hit
 
-void Check(bool ok, const char* name, double value, const char* rule) {
+void Check(bool ok, const char* name, double value, const std::string& rule) {
   if (!ok)
     throw std::invalid_argument(std::string(name) + " is " + NumberText(value) + "; it must be " +
                                 rule);
@@ -40,9 +44,7 @@ void CheckRange(const SimulationRange& range, const char* name, double low, doub
 }
 
 void CheckOptions(const SimulationOptions& o) {
-  const int pdg = std::abs(o.fPDG);
-  Check(pdg == 13 || pdg == 211 || pdg == 2212, "the particle's code", o.fPDG,
-        "13 (muon), 211 (charged pion) or 2212 (proton), of either sign");
+  Check(FindParticle(o.fPDG), "the particle's code", o.fPDG, ParticleCodes() + ", of either sign");
   CheckRange(o.fKineticEnergy, "the kinetic energy", 1e-3, 1e4, "from 0.001 to 10000 GeV");
   Check(o.fSigma > 0 && o.fSigma <= 1e3, "the error of the hits", o.fSigma,
         "above 0 and at most 1000 cm");

@@ -3,7 +3,9 @@
 #include "func/HitList3D.h"
 #include "geo/PlaneDetector.h"
 #include "sim/SimulatedPath.h"
+#include "track/TrackFit.h"
 #include "track/TrackFitter.h"
+#include "util/Particles.h"
 #include "util/RandomStream.h"
 
 #include <TVector3.h>
@@ -35,7 +37,7 @@ struct SimulationRange {
 
 /// Which tracks are to be simulated.
 struct SimulationOptions {
-  int fPDG = 13;                            ///< 13 muon, 211 charged pion, 2212 proton
+  int fPDG = kMuonPDG;                      ///< of a particle of Particles()
   SimulationRange fKineticEnergy{0.3, 1.6}; ///< at the start [GeV]
   std::uint64_t fSeed = 1;
   ScatteringModel fScattering = ScatteringModel::kFull;

@@ -1,12 +1,15 @@
 #include "track/CheckedGeometry.h"
 
+<<<<<<< HEAD
 #include "func/dEdxTable.h"
+=======
+#include "track/ErrorSentence.h"
+>>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
 #include "track/Materials.h"
 #include "util/Text.h"
 
 #include <TGeoMaterial.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -23,7 +26,7 @@ std::string KnownNames() {
 
 void CheckMaterial(const TGeoMaterial& material, bool needsTable) {
   const char* name = material.GetName();
-  if (needsTable && !dEdxTable::Knows(name))
+  if (needsTable && !HasTable(name))
     throw GeometryRefusal{"the track crosses the material \"" + std::string(name) +
                           "\", for which there is no stopping-power table (known: " + KnownNames() +
                           "); fit it as a beam of known momentum or rename the material"};
@@ -35,20 +38,6 @@ void CheckMaterial(const TGeoMaterial& material, bool needsTable) {
 }
 
 } // namespace
-
-const std::vector<std::string>& MaterialsWithTable() {
-  static const std::vector<std::string> names{"Scintillator", "PVC", "Glue", "Steel", kVacuum};
-  return names;
-}
-
-std::vector<std::string> MaterialsWithoutTable(const std::vector<std::string>& names) {
-  std::vector<std::string> missing;
-  for (const std::string& name : names)
-    if (!dEdxTable::Knows(name.c_str()) &&
-        std::find(missing.begin(), missing.end(), name) == missing.end())
-      missing.push_back(name);
-  return missing;
-}
 
 void CheckedGeometry::MaterialsBetweenPoints(const double* p0, const double* p1,
                                              std::vector<double>& ds,

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "func/HitList3D.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <string>
 

@@ -2,7 +2,7 @@
 
 #include "func/Path.h"
 #include "geo/GeometryBase.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 #include "track/TrackFrame.h"
 #include "track/ViewSolver.h"
 
@@ -14,7 +14,7 @@ namespace kelvo {
 /// that give more than `most` planes are all widened by one factor, again and again; where
 /// that does not help, one plane stands for the whole track.
 /// @param path from the first hit to where the particle stops, in the path coordinate of s
-/// @param pdg  13, 211 or 2212, of either sign
+/// @param pdg  code of a particle of Particles(), of either sign
 /// @param s    path coordinates of all hits [cm], ascending
 /// @param most largest number of planes, 1 or more
 void PlaceByLimits(const Path& path, int pdg, const std::vector<double>& s,

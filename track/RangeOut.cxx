@@ -1,11 +1,10 @@
 #include "track/RangeOut.h"
 
-#include "func/Path.h"
+#include "track/PathKinematics.h"
 #include "track/RangeOutGeometry.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 namespace kelvo {
 namespace {
@@ -83,14 +82,6 @@ std::vector<SmearedLeg> SmearedLegs(const std::vector<TVector3>& points, const H
   return legs;
 }
 
-void RangeOutParams(const Path& path, HypothesisFit& fit) {
-  const int pdg = std::abs(fit.fPDG);
-  const auto query = pdg == 13    ? &Path::MuonParams
-                     : pdg == 211 ? &Path::PionParams
-                                  : &Path::ProtonParams;
-  (path.*query)(0, &fit.fT, &fit.fP, &fit.fBeta, &fit.fGamma);
-}
-
 } // namespace
 
 void AddEnd(const TVector3& end, std::vector<TVector3>& points) {
@@ -113,7 +104,11 @@ void RangeOut(const geo::GeometryBase& geometry, const std::vector<TVector3>& po
     if (fit.fStatus != FitStatus::kFitted) continue;
     fit.fLength = length;
     fit.fRadLen = radLen;
-    RangeOutParams(path, fit);
+    const Kinematics first = KinematicsAt(path, fit.fPDG, 0);
+    fit.fT = first.fT;
+    fit.fP = first.fP;
+    fit.fBeta = first.fBeta;
+    fit.fGamma = first.fGamma;
   }
 }
 

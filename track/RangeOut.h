@@ -1,7 +1,7 @@
 #pragma once
 
 #include "geo/GeometryBase.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <TVector3.h>
 

@@ -1,9 +1,12 @@
 #include "track/TrackChain.h"
 
 #include "track/Guarded.h"
-#include "track/Particles.h"
 #include "track/RangeOut.h"
+<<<<<<< HEAD
 #include "util/Text.h"
+=======
+#include "util/Particles.h"
+>>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
 
 #include <TMath.h>
 

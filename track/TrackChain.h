@@ -7,7 +7,7 @@
 #include "track/HitCheck.h"
 #include "track/PlanePlacement.h"
 #include "track/RangeOutGeometry.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 #include "track/TrackFrame.h"
 #include "track/TrackPoint.h"
 #include "track/ViewSolver.h"

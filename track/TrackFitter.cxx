@@ -3,14 +3,18 @@
 #include "track/Guarded.h"
 #include "track/HitCheck.h"
 #include "track/TrackChain.h"
+<<<<<<< HEAD
 #include "util/Text.h"
+=======
+#include "util/Particles.h"
+>>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
 
 #include <stdexcept>
 
 namespace kelvo {
 namespace {
 
-void Check(bool ok, const char* name, double value, const char* rule) {
+void Check(bool ok, const char* name, double value, const std::string& rule) {
   if (!ok)
     throw std::invalid_argument(std::string(name) + " is " + NumberText(value) + "; it must be " +
                                 rule);
@@ -18,13 +22,9 @@ void Check(bool ok, const char* name, double value, const char* rule) {
 
 void CheckOptions(const TrackFitOptions& o) {
   if (o.fHypotheses.empty())
-    throw std::invalid_argument(
-        "fHypotheses is empty; name at least one of 13 (muon), 211 "
-        "(charged pion) and 2212 (proton)");
+    throw std::invalid_argument("fHypotheses is empty; name one or more of " + ParticleCodes());
   for (int pdg : o.fHypotheses)
-    Check(pdg == 13 || pdg == -13 || pdg == 211 || pdg == -211 || pdg == 2212 || pdg == -2212,
-          "a code in fHypotheses", pdg,
-          "13 (muon), 211 (charged pion) or 2212 (proton), of either sign");
+    Check(FindParticle(pdg), "a code in fHypotheses", pdg, ParticleCodes() + ", of either sign");
   Check(o.fMaxDs > 0, "fMaxDs", o.fMaxDs, "above 0 cm");
   Check(o.fMaxDX0 > 0, "fMaxDX0", o.fMaxDX0, "above 0 radiation lengths");
   Check(o.fMaxDT > 0, "fMaxDT", o.fMaxDT, "above 0 rad cm");

@@ -3,111 +3,11 @@
 #include "func/HitList3D.h"
 #include "geo/GeometryBase.h"
 #include "geo/PlaneDetector.h" // so that one header is all a user needs
+#include "track/TrackFit.h"
 
-#include <TVector3.h>
-
-#include <array>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace kelvo {
-
-/// The least-squares solver of one view: both give the same answer.
-enum class Solver { kDense, kLinear };
-
-/// What a fit is to do. Every value has the default that users want for stopping particles.
-struct TrackFitOptions {
-  std::vector<int> fHypotheses{13, 211, 2212}; ///< PDG codes: muon, charged pion, proton
-  // The limits are a compromise found on tracks simulated with Geant4 in two detectors: finer steps
-  // give the same accuracy, coarser ones too small uncertainties of the slope.
-  double fMaxDs = 30;  ///< largest step between scattering planes [cm]
-  double fMaxDX0 = 3;  ///< largest step [radiation lengths]
-  double fMaxDT = 0.3; ///< largest product of a step's width and length [rad cm]
-  /// Factor on the library's scattering widths. The square root of 3 makes them those of Highland's
-  /// formula, for which the pulls of Geant4's tracks have a core of width 1.
-  double fScatteringFactor = 1.7320508075688772;
-  double fBeyondLastHit = 0.5; ///< where the track ends behind its last hit, as a fraction of the
-                               ///< way to where its next hit would have been; stopping particles
-  double fBeamMomentum = 0;    ///< known momentum of a beam [GeV/c]; 0: the particle stops
-  Solver fSolver = Solver::kLinear;
-};
-
-/// Why a track, or a hypothesis of it, has no fit. 0 is success; the values are kept in files.
-enum class FitStatus {
-  kFitted = 0,
-  kTooFewHits = 1,   ///< fewer than two hits in a view
-  kBadNumber = 2,    ///< a coordinate, uncertainty or weight that cannot be used
-  kBadGeometry = 3,  ///< the hits have no usable direction, or a material cannot be used
-  kSingular = 4,     ///< the normal equations have no solution
-  kLibraryError = 5, ///< the fit library raised an error; the message says which
-};
-
-/// One view of a fitted track, in the track frame.
-struct ViewFit {
-  unsigned int fN = 0;   ///< measurements
-  double fIntercept = 0; ///< upstream segment at the frame's origin [cm]
-  double fSlope = 0;     ///< upstream segment, against the path coordinate
-  double fCov[3] = {};   ///< covariance: intercept-intercept, intercept-slope, slope-slope
-  double fChi2 = 0;      ///< of the measurements
-  double fChi2Kink = 0;  ///< of the kinks
-  int fNDF = 0;          ///< degrees of freedom
-  double fProb = 0;      ///< probability of a chi-square (measurements and kinks) above this one
-  std::vector<double> fKink;    ///< one per scattering plane [rad]
-  std::vector<double> fSigKink; ///< their uncertainties [rad]
-};
-
-/// One hit of a fitted track, in the detector frame; same order as the sorted hits.
-struct HitFit {
-  int fView = 0;           ///< 0 measures x, 1 measures y
-  double fZ = 0;           ///< position of the measuring plane [cm]
-  double fU = 0;           ///< measured coordinate [cm]
-  double fSigU = 0;        ///< its uncertainty [cm]
-  double fFitU = 0;        ///< fitted coordinate [cm]
-  double fFitSigU = 0;     ///< uncertainty of the fitted coordinate [cm]
-  double fResidual = 0;    ///< measured minus fitted [cm]
-  double fPull = 0;        ///< residual over its own standard deviation
-  double fFitSlope = 0;    ///< fitted slope against z
-  double fFitSigSlope = 0; ///< uncertainty of the fitted slope
-};
-
-/// The fit of one track under one hypothesis.
-struct HypothesisFit {
-  int fPDG = 0;
-  FitStatus fStatus = FitStatus::kFitted;
-  std::string fMessage;               ///< empty when fitted, else one sentence
-  std::array<ViewFit, 2> fView;       ///< 0: x, 1: y
-  int fNDF = 0;                       ///< of both views
-  double fProb = 0;                   ///< of both views
-  double fLogLikelihood = 0;          ///< marginal log-likelihood of the measurements
-  double fMaxDs = 0;                  ///< step limits that were used, after widening [cm]
-  double fMaxDX0 = 0;                 ///< [radiation lengths]
-  double fMaxDT = 0;                  ///< [rad cm]
-  std::vector<double> fPlaneS;        ///< path coordinates of the scattering planes [cm]
-  std::vector<TVector3> fPlanePoint;  ///< the fitted track at the planes, detector frame [cm]
-  std::vector<double> fPlaneSigAlpha; ///< widths used, scattering factor included [rad]
-  std::vector<HitFit> fHit;
-  TVector3 fPosition;  ///< at the plane of the first hit, detector frame [cm]
-  TVector3 fDirection; ///< unit vector there
-  TVector3 fEnd;       ///< where the track is taken to end, detector frame [cm]
-  /// Covariance of (x, y, ux, uy) at fixed z there: upper triangle, row by row.
-  std::array<double, 10> fCov{};
-  double fT = 0;      ///< kinetic energy at the first hit [GeV]
-  double fP = 0;      ///< momentum there [GeV/c]
-  double fBeta = 0;   ///< velocity there, in units of c
-  double fGamma = 0;  ///< Lorentz factor there
-  double fLength = 0; ///< path length from the first hit to the end of the track [cm]
-  double fRadLen = 0; ///< radiation lengths on that path
-};
-
-/// The fit of one track.
-struct TrackFit {
-  std::vector<HypothesisFit> fHypothesis; ///< in the order of the options
-  int fBest = -1;   ///< index of the most likely hypothesis, -1 where none was fitted
-  double fLead = 0; ///< its log-likelihood minus that of the second best [nats]
-
-  bool Fitted() const { return fBest >= 0; }
-};
 
 /// From the hits of one track to the fitted track under each hypothesis.
 ///

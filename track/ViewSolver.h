@@ -1,7 +1,7 @@
 #pragma once
 
 #include "fit/KinkSmoother.h"
-#include "track/TrackFitter.h"
+#include "track/TrackFit.h"
 
 #include <vector>
 

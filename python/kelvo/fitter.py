@@ -11,6 +11,7 @@ import numpy.typing as npt
 
 from ._arrays import Floats
 from ._columns import views
+from ._particles import pdg_codes
 from ._root import NUMBER_OPTIONS, call, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
@@ -19,7 +20,6 @@ from .hits import HitList3D
 Singles = npt.NDArray[np.float32]
 Hypothesis = Union[str, int]
 
-_PARTICLES = {"mu": 13, "pi": 211, "p": 2212}
 _SOLVERS = ("dense", "linear")
 
 
@@ -60,11 +60,11 @@ class TrackFitOptions:
 
 
 def _code(hypothesis: Hypothesis) -> int:
-    if isinstance(hypothesis, str):
-        if hypothesis not in _PARTICLES:
-            raise Error(f"hypothesis {hypothesis!r} is none of mu, pi and p")
-        return _PARTICLES[hypothesis]
-    return hypothesis
+    if not isinstance(hypothesis, str):
+        return hypothesis
+    if hypothesis not in pdg_codes():
+        raise Error(f"hypothesis {hypothesis!r} is none of {', '.join(pdg_codes())}")
+    return pdg_codes()[hypothesis]
 
 
 @dataclasses.dataclass(frozen=True, eq=False)

@@ -7,6 +7,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 from ._arrays import Floats, FloatOrFloats, count, each, floats, index, is_number, number, output
+from ._particles import pdg_codes
 from ._root import call, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, ErrorCode
@@ -191,23 +192,23 @@ class Path:
 
     def MuonParams(self, s: FloatOrFloats) -> Kinematics:
         """Returns the kinematics of a muon that stops at the path's end, at one s or an array."""
-        return self._params(13, s)
+        return self._params("mu", s)
 
     def PionParams(self, s: FloatOrFloats) -> Kinematics:
         """As MuonParams, for a charged pion."""
-        return self._params(211, s)
+        return self._params("pi", s)
 
     def ProtonParams(self, s: FloatOrFloats) -> Kinematics:
         """As MuonParams, for a proton."""
-        return self._params(2212, s)
+        return self._params("p", s)
 
-    def _params(self, pdg: int, s: FloatOrFloats) -> Kinematics:
-        write = cpp().ArrayCalls.Params
+    def _params(self, particle: str, s: FloatOrFloats) -> Kinematics:
+        write, pdg = cpp().ArrayCalls.Params, pdg_codes()[particle]
         return _kinematics("s", s, lambda *a: call(write, self._cpp, pdg, *a, says=_SAYS))
 
 
 def _check_material(material: str) -> None:
-    if isinstance(material, str) and cpp().dEdxTable.Knows(material):
+    if dEdxTable.Knows(material):
         return
     known = ", ".join(str(name) for name in cpp().MaterialsWithTable())
     raise Error(f"{material!r} has no stopping-power table; the known materials are {known}")
@@ -241,7 +242,7 @@ class dEdxTable:
     @staticmethod
     def Knows(material: str) -> bool:
         """Returns whether there is a table of that name."""
-        return bool(cpp().dEdxTable.Knows(material))
+        return isinstance(material, str) and bool(cpp().HasTable(material))
 
 
 class ScatteringSurfaces:
@@ -255,8 +256,9 @@ class ScatteringSurfaces:
     def __init__(self, pdg: int, max_ds: float, max_dx0: float, max_dt: float) -> None:
         """pdg: 13 muon, 211 charged pion, 2212 proton; limits of a step: length [cm], thickness
         [radiation lengths], product of scattering width and length [rad cm]."""
-        if abs(count("pdg", pdg, least=-2212)) not in (13, 211, 2212):
-            raise Error(f"pdg is {pdg}; it must be 13 (muon), 211 (pion) or 2212 (proton)")
+        codes = pdg_codes().values()
+        if abs(count("pdg", pdg, least=-max(codes))) not in codes:
+            raise Error(f"pdg is {pdg}; it must be {cpp().ParticleCodes()}")
         limits = number("max_ds", max_ds), number("max_dx0", max_dx0), number("max_dt", max_dt)
         self._cpp: Any = cpp().ScatteringSurfaces(pdg, *limits)
 

@@ -311,7 +311,7 @@ MISTAKES = [
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, max_dx0=0.0),
      "max_dx0 is 0; it must be above 0 radiation lengths"),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, hypotheses=()),
-     "hypotheses is empty; name at least one of 13 (muon), 211 (charged pion) and 2212 (proton)"),
+     "hypotheses is empty; name one or more of 13 (muon), 211 (pion) or 2212 (proton)"),
 ]
 
 

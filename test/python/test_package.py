@@ -349,7 +349,7 @@ MISTAKES = [
     (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(max_dt="a")), None, None,
      "max_dt is 'a'; it must be a number"),
     (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(("e",))), None, None,
-     "hypothesis 'e' is none of mu, pi and p"),
+     "hypothesis 'e' is none of mu, pi, p"),
     (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(solver="fast")), None, None,
      "solver is 'fast'; it must be \"linear\" or \"dense\""),
     (lambda: kelvo.TrackFitter(DETECTOR).Fit([1, 2]), None, None,

@@ -231,9 +231,10 @@ std::string Refusal(Change change) {
 }
 
 TEST(Simulator, MessagesSayWhatIsAllowed) {
-  EXPECT_EQ(Refusal([](auto& o) { o.fPDG = 11; }),
-            "the particle's code is 11; it must be 13 (muon), 211 (charged pion) or 2212 (proton), "
-            "of either sign");
+  EXPECT_EQ(
+      Refusal([](auto& o) { o.fPDG = 11; }),
+      "the particle's code is 11; it must be 13 (muon), 211 (pion) or 2212 (proton), of either "
+      "sign");
   EXPECT_EQ(Refusal([](auto& o) {
               o.fKineticEnergy = {0, 1};
             }),
