@@ -2,11 +2,8 @@
 
 #include "sim/KinkedLine.h"
 #include "track/Materials.h"
-<<<<<<< HEAD
-#include "util/Text.h"
-=======
 #include "util/Particles.h"
->>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -64,15 +61,12 @@ void CheckOptions(const SimulationOptions& o) {
 }
 
 void CheckMaterials(const geo::PlaneDetector& detector) {
-  std::string unknown, known;
-  for (const std::string& name : MaterialsWithoutTable(detector.MaterialNames()))
-    unknown += (unknown.empty() ? "" : ", ") + name;
+  const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
   if (unknown.empty()) return;
-  for (const std::string& name : MaterialsWithTable()) known += (known.empty() ? "" : ", ") + name;
-  throw std::invalid_argument("the detector \"" + detector.Name() + "\" has " + unknown +
+  throw std::invalid_argument("the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
                               ", for which there is no stopping-power table, so that particles "
                               "cannot be followed; the known materials are " +
-                              known);
+                              Joined(MaterialsWithTable()));
 }
 
 SimulationOptions Completed(const geo::PlaneDetector& detector, SimulationOptions options) {

@@ -1,10 +1,5 @@
 #include "track/CheckedGeometry.h"
 
-<<<<<<< HEAD
-#include "func/dEdxTable.h"
-=======
-#include "track/ErrorSentence.h"
->>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
 #include "track/Materials.h"
 #include "util/Text.h"
 
@@ -18,18 +13,13 @@ namespace {
 
 constexpr const char* kVacuum = "Vacuum"; // the one material that needs no radiation length
 
-std::string KnownNames() {
-  std::string text;
-  for (const std::string& known : MaterialsWithTable()) text += (text.empty() ? "" : ", ") + known;
-  return text;
-}
-
 void CheckMaterial(const TGeoMaterial& material, bool needsTable) {
   const char* name = material.GetName();
   if (needsTable && !HasTable(name))
-    throw GeometryRefusal{"the track crosses the material \"" + std::string(name) +
-                          "\", for which there is no stopping-power table (known: " + KnownNames() +
-                          "); fit it as a beam of known momentum or rename the material"};
+    throw GeometryRefusal{
+        "the track crosses the material \"" + std::string(name) +
+        "\", for which there is no stopping-power table (known: " + Joined(MaterialsWithTable()) +
+        "); fit it as a beam of known momentum or rename the material"};
   const double radlen = material.GetRadLen();
   if (!(radlen > 0) && std::strcmp(name, kVacuum) != 0)
     throw GeometryRefusal{"the track crosses the material \"" + std::string(name) +

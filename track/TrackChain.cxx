@@ -2,11 +2,8 @@
 
 #include "track/Guarded.h"
 #include "track/RangeOut.h"
-<<<<<<< HEAD
-#include "util/Text.h"
-=======
 #include "util/Particles.h"
->>>>>>> 86ae6ad (Define particles and materials once; keep results apart from the fitter)
+#include "util/Text.h"
 
 #include <TMath.h>
 
