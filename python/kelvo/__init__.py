@@ -9,10 +9,11 @@ momenta in GeV/c, angles in rad. ROOT is loaded at the first use, not by the imp
 
 from .detector import ActivePlane, MaterialThickness, PlaneDetector
 from .errors import Error, ErrorCode, FitWarning
-from .fitter import HypothesisFit, TrackFit, TrackFitOptions, TrackFitter
+from .fitter import HypothesisFit, TrackFit, TrackFitter
 from .frame import define_fit
 from .hits import HitList3D
 from .line_fits import KinkPoint, KinkResidual, KinkSmoother, KinkStatus, LineFit, Lutz
+from .options import TrackFitOptions
 from .track import Kinematics, Path, ScatteringSurfaces, TrackBasis, dEdxTable
 from .tracks import FitSummary, HypothesisSummary, fit_tracks
 

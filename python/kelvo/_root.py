@@ -43,23 +43,15 @@ def cpp() -> Any:
     return root().kelvo
 
 
-#: The options of a fit that are numbers, by their names in C++.
-NUMBER_OPTIONS = {
-    "fMaxDs": "max_ds",
-    "fMaxDX0": "max_dx0",
-    "fMaxDT": "max_dt",
-    "fScatteringFactor": "scattering_factor",
-    "fBeyondLastHit": "beyond_last_hit",
-    "fBeamMomentum": "beam_momentum",
-}
-_OPTIONS = {"fHypotheses": "hypotheses", **NUMBER_OPTIONS}
+#: Names of C++ that the library's sentences have, in small letters, and what Python calls them.
+PYTHON_NAMES: dict[str, str] = {}
 
 
 def _in_python(sentence: str) -> str:
     """Returns a sentence of the library with the names of options, and the way to map a column, that
     Python has."""
     sentence = re.sub(r"a mapping, (\w+)=NAME", r'columns={"\1": "NAME"}', sentence)
-    return re.sub(r"\bf[A-Z]\w+", lambda match: _OPTIONS.get(match[0], match[0]), sentence)
+    return re.sub(r"\bf[A-Z]\w+", lambda match: PYTHON_NAMES.get(match[0].lower(), match[0]), sentence)
 
 
 def call(

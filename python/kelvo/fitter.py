@@ -3,68 +3,20 @@
 from __future__ import annotations
 
 import dataclasses
-import math
-from typing import Any, Sequence, Union
+from typing import Any
 
 import numpy as np
 import numpy.typing as npt
 
 from ._arrays import Floats
 from ._columns import views
-from ._particles import pdg_codes
-from ._root import NUMBER_OPTIONS, call, cpp, root
+from ._root import call, cpp
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
 from .hits import HitList3D
+from .options import TrackFitOptions
 
 Singles = npt.NDArray[np.float32]
-Hypothesis = Union[str, int]
-
-_SOLVERS = ("dense", "linear")
-
-
-@dataclasses.dataclass(frozen=True)
-class TrackFitOptions:
-    """What a fit is to do; the defaults are what users want for stopping particles."""
-
-    hypotheses: Sequence[Hypothesis] = ("mu", "pi", "p")
-    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
-    max_ds: float = 30.0
-    """largest step between scattering planes [cm]"""
-    max_dx0: float = 3.0
-    """largest step [radiation lengths]"""
-    max_dt: float = 0.3
-    """largest product of a step's width and length [rad cm]"""
-    scattering_factor: float = math.sqrt(3)
-    """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
-    beyond_last_hit: float = 0.5
-    """where a stopping track ends behind its last hit: fraction of the way to its next"""
-    beam_momentum: float = 0.0
-    """known momentum of a beam [GeV/c]; 0: the particle stops"""
-    solver: str = "linear"
-    """"linear" (fast) or "dense" (the reference): the same result"""
-
-    def _to_cpp(self) -> Any:
-        options = cpp().TrackFitOptions()
-        given = (self.hypotheses,) if isinstance(self.hypotheses, (str, int)) else self.hypotheses
-        options.fHypotheses = root().std.vector["int"]([_code(h) for h in given])
-        for member, name in NUMBER_OPTIONS.items():
-            value = getattr(self, name)
-            if isinstance(value, bool) or not isinstance(value, (int, float, np.number)):
-                raise Error(f"{name} is {value!r}; it must be a number")
-            setattr(options, member, float(value))
-        if self.solver not in _SOLVERS:
-            raise Error(f'solver is {self.solver!r}; it must be "linear" or "dense"')
-        options.fSolver = getattr(cpp().Solver, f"k{self.solver.capitalize()}")
-        return options
-
-
-def _code(hypothesis: Hypothesis) -> int:
-    if not isinstance(hypothesis, str):
-        return hypothesis
-    if hypothesis not in pdg_codes():
-        raise Error(f"hypothesis {hypothesis!r} is none of {', '.join(pdg_codes())}")
-    return pdg_codes()[hypothesis]
 
 
 @dataclasses.dataclass(frozen=True, eq=False)

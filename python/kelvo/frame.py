@@ -2,30 +2,21 @@
 
 from __future__ import annotations
 
-from typing import Any, Mapping, Sequence
+from typing import Any, Mapping
 
 from ._root import call, cpp, root, string_map
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
-from .fitter import Hypothesis, TrackFitOptions
+from .options import TrackFitOptions, takes_fit_options
 
-_DEFAULT = TrackFitOptions()
-
-
+@takes_fit_options
 def define_fit(
     rdf: Any,
     detector: DetectorLike,
     *,
     columns: Mapping[str, str] | None = None,
     prefix: str = "fit_",
-    hypotheses: Sequence[Hypothesis] = _DEFAULT.hypotheses,
-    max_ds: float = _DEFAULT.max_ds,
-    max_dx0: float = _DEFAULT.max_dx0,
-    max_dt: float = _DEFAULT.max_dt,
-    scattering_factor: float = _DEFAULT.scattering_factor,
-    beyond_last_hit: float = _DEFAULT.beyond_last_hit,
-    beam_momentum: float = _DEFAULT.beam_momentum,
-    solver: str = _DEFAULT.solver,
+    **fit_options: Any,
 ) -> Any:
     """Adds the fits of its tracks to an RDataFrame (or a node of one) whose entries are tracks;
     gives a node with more columns. Lengths in cm, energies in GeV, momenta in GeV/c.
@@ -42,7 +33,7 @@ def define_fit(
 
     columns: from a name above to the one in the frame
     prefix: of the new names; another one for a second fit in the same frame
-    hypotheses, max_ds, ..., solver: see TrackFitOptions
+    fit_options: hypotheses, max_ds, ..., solver by name, see TrackFitOptions
 
     Raises Error for missing columns, columns that are no vectors of numbers, and options that
     cannot be used. Switch threads on before the data frame is made.
@@ -53,16 +44,7 @@ def define_fit(
         raise Error(
             f"rdf is a {type(rdf).__name__}; define_fit takes a ROOT.RDataFrame or a node of one"
         ) from None
-    options = TrackFitOptions(
-        hypotheses,
-        max_ds,
-        max_dx0,
-        max_dt,
-        scattering_factor,
-        beyond_last_hit,
-        beam_momentum,
-        solver,
-    )._to_cpp()
+    options = TrackFitOptions(**fit_options)._to_cpp()
     mapping = string_map(columns or {})
     geometry = cpp_detector(detector).SharedGeometry()
     return call(cpp().DefineFit, node, geometry, options, mapping, prefix)

@@ -15,15 +15,12 @@ from ._arrays import count
 from ._root import call, cpp, root, string_map
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, FitWarning
-from .fitter import Hypothesis, TrackFitOptions
+from .options import TrackFitOptions, takes_fit_options
 
 Files = Union[str, "os.PathLike[str]", Sequence[Union[str, "os.PathLike[str]"]]]
 
 # How long the library works until Python looks whether the user wants to stop it.
 _SECONDS = 0.1
-
-_DEFAULT = TrackFitOptions()
-
 
 @dataclasses.dataclass(frozen=True)
 class HypothesisSummary:
@@ -50,11 +47,11 @@ class FitSummary:
     seconds: float
 
 
+@takes_fit_options
 def fit_tracks(
     hits: Any,
     detector: DetectorLike,
     *,
-    hypotheses: Sequence[Hypothesis] = _DEFAULT.hypotheses,
     threads: int | None = None,
     output: Literal["pandas", "awkward"] = "pandas",
     vectors: bool = True,
@@ -62,13 +59,7 @@ def fit_tracks(
     tree: str = "",
     limit: int = 0,
     progress: Callable[[float], object] | None = None,
-    max_ds: float = _DEFAULT.max_ds,
-    max_dx0: float = _DEFAULT.max_dx0,
-    max_dt: float = _DEFAULT.max_dt,
-    scattering_factor: float = _DEFAULT.scattering_factor,
-    beyond_last_hit: float = _DEFAULT.beyond_last_hit,
-    beam_momentum: float = _DEFAULT.beam_momentum,
-    solver: str = _DEFAULT.solver,
+    **fit_options: Any,
 ) -> Any:
     """Fits all tracks under each hypothesis: one row per track and hypothesis, in the order of the
     input, with the columns of a file of fits. Lengths in cm, energies in GeV, momenta in GeV/c.
@@ -81,7 +72,6 @@ def fit_tracks(
         track (whole number), view (X or Y, 0 or 1), u, z, sigu; or x, y, sigx, sigy for planes that
         measure both; optional sigz, t, sigt, w. Numbers of any type. Others are skipped.
     detector: the name of a detector's file, or a kelvo.PlaneDetector
-    hypotheses: "mu", "pi", "p", or PDG codes
     threads: None takes all that the process may use; the result does not depend on it
     output: "pandas" gives a DataFrame, with vectors as Arrow lists; "awkward" an awkward array
     vectors: False leaves out the columns of hits, planes, kinks and covariance
@@ -89,7 +79,7 @@ def fit_tracks(
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
     progress: called some ten times a second with the share of the input that is read, 0 to 1
-    max_ds, ..., solver: see TrackFitOptions
+    fit_options: hypotheses, max_ds, ..., solver by name, see TrackFitOptions
 
     What cannot be used is never guessed: such a track has a status above 0 and a message, the
     others are fitted, and a FitWarning tells the first problem. result.attrs["summary"] is a
@@ -98,24 +88,19 @@ def fit_tracks(
     if output not in ("pandas", "awkward"):
         raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
     options = cpp().FitTableOptions()
-    options.fFit = TrackFitOptions(
-        hypotheses,
-        max_ds,
-        max_dx0,
-        max_dt,
-        scattering_factor,
-        beyond_last_hit,
-        beam_momentum,
-        solver,
-    )._to_cpp()
+    options.fFit = TrackFitOptions(**fit_options)._to_cpp()
     options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1)
     options.fScalarsOnly = not vectors
     options.fLimit = count("limit", limit)
     source = _source(hits, dict(columns or {}), tree)
     table = call(cpp().FitTable, cpp_detector(detector), source.cpp, options)
-    while call(table.Fit, _SECONDS):
-        if progress:
-            progress(table.Share())
+    try:
+        while call(table.Fit, _SECONDS):
+            if progress:
+                progress(table.Share())
+    except BaseException:
+        table.__destruct__()  # ends its threads, which read from the source
+        raise
     summary = _summary(table.Summary())
     if summary.problem_count:
         warnings.warn(FitWarning(_told(summary)), stacklevel=2)

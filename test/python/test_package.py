@@ -1,6 +1,7 @@
 """The package kelvo as a user meets it: silence, the classes over arrays, and their errors."""
 
 import dataclasses
+import inspect
 import pickle
 import re
 import sys
@@ -232,6 +233,18 @@ def test_options_have_the_defaults_of_the_library():
     for name in "fMaxDs fMaxDX0 fMaxDT fScatteringFactor fBeyondLastHit fBeamMomentum fSolver".split():
         assert getattr(ours, name) == getattr(library, name), name
     assert list(ours.fHypotheses) == list(library.fHypotheses)
+
+
+def test_functions_show_the_options_of_a_fit():
+    fields = inspect.signature(kelvo.TrackFitOptions).parameters.values()
+    for function in kelvo.fit_tracks, kelvo.define_fit:
+        shown = inspect.signature(function).parameters
+        for field in fields:
+            assert shown[field.name].default == field.default
+            assert shown[field.name].kind is inspect.Parameter.KEYWORD_ONLY
+        assert "fit_options" not in shown
+    with pytest.raises(TypeError, match="unexpected keyword argument 'max_d'"):
+        kelvo.fit_tracks("hits.csv", DETECTOR, max_d=30)
 
 
 def test_codes_are_those_of_the_library():

@@ -1,0 +1,93 @@
+"""What a fit is to do: the one list of its options, from which fitters, tables and frames take them."""
+
+from __future__ import annotations
+
+import dataclasses
+import inspect
+import math
+from typing import Any, Callable, Literal, Sequence, TypeVar, Union
+
+from ._arrays import is_number
+from ._particles import pdg_codes
+from ._root import PYTHON_NAMES, cpp, root
+from .errors import Error
+
+Hypothesis = Union[str, int]
+Function = TypeVar("Function", bound=Callable[..., Any])
+
+
+@dataclasses.dataclass(frozen=True)
+class TrackFitOptions:
+    """What a fit is to do; the defaults are what users want for stopping particles."""
+
+    hypotheses: Sequence[Hypothesis] = ("mu", "pi", "p")
+    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
+    max_ds: float = 30.0
+    """largest step between scattering planes [cm]"""
+    max_dx0: float = 3.0
+    """largest step [radiation lengths]"""
+    max_dt: float = 0.3
+    """largest product of a step's width and length [rad cm]"""
+    scattering_factor: float = math.sqrt(3)
+    """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
+    beyond_last_hit: float = 0.5
+    """where a stopping track ends behind its last hit: fraction of the way to its next"""
+    beam_momentum: float = 0.0
+    """known momentum of a beam [GeV/c]; 0: the particle stops"""
+    solver: Literal["linear", "dense"] = "linear"
+    """"linear" (fast) or "dense" (the reference): the same result"""
+
+    def _to_cpp(self) -> Any:
+        options = cpp().TrackFitOptions()
+        members = {member.lower(): member for member in dir(options)}
+        for field in dataclasses.fields(self):
+            given = getattr(self, field.name)
+            convert: Callable[[str, Any], Any] = _CONVERSIONS.get(field.name, _number)
+            setattr(options, members[_in_small_letters(field.name)], convert(field.name, given))
+        return options
+
+
+def _in_small_letters(name: str) -> str:
+    """Returns the name of an option in C++, fMaxDX0 for max_dx0, in small letters."""
+    return "f" + name.replace("_", "")
+
+
+PYTHON_NAMES.update({_in_small_letters(f.name): f.name for f in dataclasses.fields(TrackFitOptions)})
+
+
+def _number(name: str, value: Any) -> float:
+    if not is_number(value):
+        raise Error(f"{name} is {value!r}; it must be a number")
+    return float(value)
+
+
+def _hypotheses(name: str, value: Any) -> Any:
+    given = (value,) if isinstance(value, (str, int)) else value
+    return root().std.vector["int"]([_code(hypothesis) for hypothesis in given])
+
+
+def _code(hypothesis: Hypothesis) -> int:
+    if not isinstance(hypothesis, str):
+        return hypothesis
+    if hypothesis not in pdg_codes():
+        raise Error(f"hypothesis {hypothesis!r} is none of {', '.join(pdg_codes())}")
+    return pdg_codes()[hypothesis]
+
+
+def _solver(name: str, value: Any) -> Any:
+    if value not in ("dense", "linear"):
+        raise Error(f'{name} is {value!r}; it must be "linear" or "dense"')
+    return getattr(cpp().Solver, f"k{value.capitalize()}")
+
+
+_CONVERSIONS = {"hypotheses": _hypotheses, "solver": _solver}
+
+
+def takes_fit_options(function: Function) -> Function:
+    """Shows the options of a fit, which a function takes as **options, in its signature."""
+    signature = inspect.signature(function)
+    own = [p for p in signature.parameters.values() if p.kind is not inspect.Parameter.VAR_KEYWORD]
+    options = inspect.signature(TrackFitOptions).parameters.values()
+    keywords = [option.replace(kind=inspect.Parameter.KEYWORD_ONLY) for option in options]
+    function.__signature__ = signature.replace(parameters=own + keywords)  # type: ignore[attr-defined]
+    return function
