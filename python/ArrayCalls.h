@@ -27,22 +27,22 @@ namespace kelvo {
 template <typename Fit>
 struct LineFitCalls {
   static void SetMeasurements(Fit& fit, const double* z, const double* x, const double* sigx) {
-    for (unsigned i = 0; i < fit.NMeas(); ++i) fit.SetMeasurement(i, z[i], x[i], sigx[i]);
+    for (unsigned i = 0; i < fit.NMeas(); i++) fit.SetMeasurement(i, z[i], x[i], sigx[i]);
   }
   static void SetScatteringPlanes(Fit& fit, const double* z, const double* sigAlpha) {
-    for (unsigned j = 0; j < fit.NScat(); ++j) fit.SetScatteringPlane(j, z[j], sigAlpha[j]);
+    for (unsigned j = 0; j < fit.NScat(); j++) fit.SetScatteringPlane(j, z[j], sigAlpha[j]);
   }
   /// @param out receives n values of X
   static void X(const Fit& fit, std::size_t n, const double* z, double* out) {
-    for (std::size_t i = 0; i < n; ++i) out[i] = fit.X(z[i]);
+    for (std::size_t i = 0; i < n; i++) out[i] = fit.X(z[i]);
   }
   /// @param out receives one value per measurement
   static void Chi2XIi(const Fit& fit, double* out) {
-    for (unsigned i = 0; i < fit.NMeas(); ++i) out[i] = fit.Chi2XIi(i);
+    for (unsigned i = 0; i < fit.NMeas(); i++) out[i] = fit.Chi2XIi(i);
   }
   /// @param out receives one value per plane
   static void Chi2BetaJ(const Fit& fit, double* out) {
-    for (unsigned j = 0; j < fit.NScat(); ++j) out[j] = fit.Chi2BetaJ(j);
+    for (unsigned j = 0; j < fit.NScat(); j++) out[j] = fit.Chi2BetaJ(j);
   }
 };
 

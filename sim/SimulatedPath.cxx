@@ -18,7 +18,7 @@ constexpr double kStopped = 1e-4;
 // a tenth of the third power of it. A choice.
 constexpr double kLargestLoss = 0.05;
 // Steps of the scattering end when the particle has this part of its energy left. A choice.
-constexpr double kLeastEnergy = 0.9;
+constexpr double kMinEnergyLeft = 0.9;
 constexpr double kMargin = 2; // cm; around the detector
 
 /// F(X) of Scatter: the square of Highland's formula without the momentum.
@@ -42,9 +42,9 @@ TVector3 Turned(const TVector3& u, double angle1, double angle2) {
   return (u * std::cos(angle) + side * std::sin(angle)).Unit();
 }
 
-PathPoint Between(const PathPoint& a, const PathPoint& b, double share) {
-  return {a.fX + share * (b.fX - a.fX), a.fT + share * (b.fT - a.fT),
-          a.fLength + share * (b.fLength - a.fLength)};
+PathPoint Between(const PathPoint& a, const PathPoint& b, double fraction) {
+  return {a.fX + fraction * (b.fX - a.fX), a.fT + fraction * (b.fT - a.fT),
+          a.fLength + fraction * (b.fLength - a.fLength)};
 }
 
 /// Finds the next active plane downstream of a point that moves.
@@ -105,7 +105,7 @@ double ParticleTransport::LossVariance(const TGeoMaterial& material, double T,
                                        double length) const {
   constexpr double kHalfK = 0.5 * 0.307075e-3; // GeV cm2/mol
   constexpr double kElectron = 0.51099895e-3;  // GeV
-  // What holds for most materials where the detector's file does not tell.
+  // What holds for most materials where the detector's file does not say.
   const double zOverA = material.GetA() > 0 ? material.GetZ() / material.GetA() : 0.5;
   const double gamma = 1 + T / fMass;
   const double beta2 = 1 - 1 / (gamma * gamma);
@@ -116,12 +116,12 @@ double ParticleTransport::LossVariance(const TGeoMaterial& material, double T,
 }
 
 /// Takes the energy of one step in one material from T, at most kLargestLoss of it on average, and
-/// returns the length of the step, at most `most` cm. Midpoint rule.
-double ParticleTransport::Lose(const TGeoMaterial& material, double most, double& T,
+/// returns the length of the step, `maxLength` cm at the longest. Midpoint rule.
+double ParticleTransport::Lose(const TGeoMaterial& material, double maxLength, double& T,
                                util::RandomStream& random) const {
   const dEdxTable& table = TableOf(material);
   const double rate = table(T, fMass);
-  const double length = std::min(most, kLargestLoss * T / rate);
+  const double length = std::min(maxLength, kLargestLoss * T / rate);
   double loss = length * table(T - 0.5 * length * rate, fMass);
   if (fFluctuate && loss > 0) {
     // Gamma distribution of shape k and scale s: mean k s, variance k s^2.
@@ -141,10 +141,10 @@ bool ParticleTransport::HasLeft(const TVector3& x, double zStart) const {
 }
 
 /// As Lose, upstream and without fluctuations: adds the energy to T.
-double ParticleTransport::Gain(const TGeoMaterial& material, double most, double& T) const {
+double ParticleTransport::Gain(const TGeoMaterial& material, double maxLength, double& T) const {
   const dEdxTable& table = TableOf(material);
   const double rate = table(T, fMass);
-  const double length = std::min(most, kLargestLoss * T / rate);
+  const double length = std::min(maxLength, kLargestLoss * T / rate);
   T += length * table(T + 0.5 * length * rate, fMass);
   return length;
 }
@@ -201,11 +201,11 @@ void ParticleTransport::FollowBack(const std::vector<TVector3>& line, SimulatedP
 double ParticleTransport::LoseInStep(const TVector3& x, const TVector3& u, double step, double& T,
                                      double& dX0, util::RandomStream& random) {
   FindSteps(x, x + step * u);
-  const double least = std::max(kLeastEnergy * T, kStopped);
+  const double minEnergy = std::max(kMinEnergyLeft * T, kStopped);
   double length = 0;
   dX0 = 0;
-  for (std::size_t k = 0; k < fSteps.size() && T >= least; k++)
-    for (double left = fSteps[k]; left > 0 && T >= least;) {
+  for (std::size_t k = 0; k < fSteps.size() && T >= minEnergy; k++)
+    for (double left = fSteps[k]; left > 0 && T >= minEnergy;) {
       const double part = Lose(*fMaterials[k], left, T, random);
       left -= part;
       length += part;
@@ -227,12 +227,12 @@ void ParticleTransport::Scatter(TVector3 x, TVector3 u, double T, double step,
     const double length = LoseInStep(x, u, step, T, dX0, random);
     const double betaP = BetaP((before.fT + T) / 2);
     const double theta0 = 0.0136 / betaP * std::sqrt(std::max(Highland(X + dX0) - Highland(X), 0.));
-    const double share = random.Uniform();
+    const double fraction = random.Uniform();
     const double angle1 = theta0 * random.Normal();
     const double angle2 = theta0 * random.Normal();
-    PathPoint hinge = Between(before, {x + length * u, T, before.fLength + length}, share);
+    PathPoint hinge = Between(before, {x + length * u, T, before.fLength + length}, fraction);
     u = Turned(u, angle1, angle2);
-    x = hinge.fX + (1 - share) * length * u;
+    x = hinge.fX + (1 - fraction) * length * u;
     path.fPoints.push_back(hinge);
     path.fPoints.push_back({x, T, before.fLength + length});
     X += dX0;

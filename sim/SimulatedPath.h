@@ -87,12 +87,12 @@ private:
   using Table = std::pair<const TGeoMaterial*, dEdxTable>;
 
   const dEdxTable& TableOf(const TGeoMaterial& material) const;
-  double Lose(const TGeoMaterial& material, double most, double& T,
+  double Lose(const TGeoMaterial& material, double maxLength, double& T,
               util::RandomStream& random) const;
   double LossVariance(const TGeoMaterial& material, double T, double length) const;
   double LoseInStep(const TVector3& x, const TVector3& u, double step, double& T, double& dX0,
                     util::RandomStream& random);
-  double Gain(const TGeoMaterial& material, double most, double& T) const;
+  double Gain(const TGeoMaterial& material, double maxLength, double& T) const;
   void FindSteps(const TVector3& from, const TVector3& to);
   double BetaP(double T) const;
   bool HasLeft(const TVector3& x, double zStart) const;

@@ -15,10 +15,10 @@ namespace {
 
 constexpr int kPlacesPerEnergy = 300;
 constexpr int kEnergies = 100;
-constexpr int kLeastHits = 4; // per view
+constexpr int kMinHits = 4; // per view
 // Energy and range are nearly proportional: a straight line on which more than this part of the
 // energy is left where it leaves the detector is no place for a track to stop.
-constexpr double kMostLeft = 0.07;
+constexpr double kMaxLeft = 0.07;
 // The search for planes and track that agree. It seldom gets further: the fit's steps end at hits,
 // and where a step ends jumps when a hit moves by a hair, for the fit as for the simulation.
 constexpr int kPasses = 6;
@@ -152,7 +152,7 @@ SimulatedTrack Simulator::Make(long long track) {
   throw std::runtime_error("track " + std::to_string(track) + ": in " +
                            std::to_string(kPlacesPerEnergy * kEnergies) + " attempts no particle " +
                            (fOptions.fLeaving ? "was" : "stopped inside the detector and was") +
-                           " seen by " + std::to_string(kLeastHits) +
+                           " seen by " + std::to_string(kMinHits) +
                            " planes of each view; choose another kinetic energy or start");
 }
 
@@ -173,7 +173,7 @@ Simulator::Start Simulator::DrawStart(double T, util::RandomStream& random) cons
 /// Whether the straight way is long enough to stop on.
 bool Simulator::MayStop(const Start& start, util::RandomStream& random) {
   fTransport.FollowStraight(start.fX, start.fU, start.fT, random, fPath);
-  return fPath.fPoints.back().fT < kMostLeft * start.fT;
+  return fPath.fPoints.back().fT < kMaxLeft * start.fT;
 }
 
 /// Makes fPath and fCrossings; returns whether this is a track to keep.
@@ -221,7 +221,7 @@ bool Simulator::Wanted() const {
   for (const PlaneCrossing& crossing : fCrossings)
     for (unsigned view = 0; view < 2; view++)
       if (fDetector.Planes()[crossing.fPlane].Measures(view)) hits[view]++;
-  return hits[0] >= kLeastHits && hits[1] >= kLeastHits;
+  return hits[0] >= kMinHits && hits[1] >= kMinHits;
 }
 
 /// Makes fPath between the z of two points [cm]: a line with kinks at the scattering planes that a

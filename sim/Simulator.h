@@ -137,7 +137,7 @@ private:
   const geo::PlaneDetector& fDetector;
   SimulationOptions fOptions;
   ParticleTransport fTransport;
-  TrackFitter fFitter; // tells where the fit has its planes
+  TrackFitter fFitter; // knows where the fit has its planes
 
   // What belongs to the track at hand.
   SimulatedPath fPath;

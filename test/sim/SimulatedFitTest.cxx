@@ -32,9 +32,9 @@ geo::PlaneDetector Detector(const std::string& name) {
   return geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + name + ".toml");
 }
 
-// Mean and width of pulls, with their statistical errors. The pulls of one track depend on each
-// other, so tracks are what is counted: for a ratio of sums, the error of A/N follows from the
-// scatter of A - N (A/N) from track to track (W. G. Cochran, Sampling Techniques, section 6.4).
+/// Mean and width of pulls, with their statistical errors. The pulls of one track depend on each
+/// other, so tracks are what is counted: for a ratio of sums, the error of A/N follows from the
+/// scatter of A - N (A/N) from track to track (W. G. Cochran, Sampling Techniques, section 6.4).
 class Pulls {
 public:
   void AddTrack(const std::vector<double>& pulls) {
@@ -81,7 +81,7 @@ private:
   std::vector<Sums> fTracks;
 };
 
-// What is looked at in the fits of a sample.
+/// What is looked at in the fits of a sample.
 struct Sample {
   Pulls fX, fY, fUX, fUY; // at the first hit
   Pulls fMiddle, fLast;   // positions at these hits
@@ -102,7 +102,7 @@ struct Sample {
     fUX.AddTrack({(fit.fDirection.X() - direction.X()) / std::sqrt(fit.fCov[7])});
     fUY.AddTrack({(fit.fDirection.Y() - direction.Y()) / std::sqrt(fit.fCov[9])});
     std::vector<double> positions, residuals;
-    for (std::size_t i = 0; i < fit.fHit.size(); ++i) {
+    for (std::size_t i = 0; i < fit.fHit.size(); i++) {
       const kelvo::HitFit& hit = fit.fHit[i];
       positions.push_back((hit.fFitU - track.fHits[i].fTrue[hit.fView]) / hit.fFitSigU);
       residuals.push_back(hit.fPull);
@@ -118,7 +118,7 @@ struct Sample {
   }
 };
 
-// Simulates and fits under the true hypothesis. Two threads make the tracks, in turn.
+/// Simulates and fits under the true hypothesis. Two threads make the tracks, in turn.
 Sample Fitted(const geo::PlaneDetector& detector, const SimulationOptions& options, int tracks,
               double factor) {
   kelvo::TrackFitOptions fitting = options.fFit;
@@ -139,7 +139,7 @@ Sample Fitted(const geo::PlaneDetector& detector, const SimulationOptions& optio
   work(0);
   other.join();
   Sample sample;
-  for (std::size_t i = 0; i < count; ++i) sample.Add(truth[i], fits[i]);
+  for (std::size_t i = 0; i < count; i++) sample.Add(truth[i], fits[i]);
   return sample;
 }
 
@@ -155,7 +155,7 @@ double KolmogorovProbability(std::vector<double> x) {
   std::sort(x.begin(), x.end());
   const double n = static_cast<double>(x.size());
   double distance = 0;
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     const double below = static_cast<double>(i) / n;
     distance = std::max({distance, std::abs(x[i] - below), std::abs(x[i] - below - 1 / n)});
   }

@@ -28,7 +28,7 @@ const geo::PlaneDetector& Range() {
   return detector;
 }
 
-// Mean and standard deviation of numbers.
+/// Mean and standard deviation of numbers.
 struct Moments {
   double fN = 0, fSum = 0, fSum2 = 0;
   void Add(double x) {
@@ -49,14 +49,14 @@ TEST(SimulatedPath, EnergyAgreesWithTheRangeOutOfTheFit) {
       ParticleTransport(*detector, pdg, false).FollowBack({a, b}, back);
       // The range-out of the fit takes one step per leg and material: short legs make it exact.
       std::vector<TVector3> points;
-      for (int i = 0; i <= 2000; ++i) points.push_back(a + i / 2000. * (b - a));
+      for (int i = 0; i <= 2000; i++) points.push_back(a + i / 2000. * (b - a));
       const kelvo::Path path(*detector, points, 0);
       for (const double s : {0., 50., 100., 150.}) {
         double T = 0;
         if (pdg == 13) path.MuonParams(s, &T, nullptr, nullptr, nullptr);
         if (pdg == 211) path.PionParams(s, &T, nullptr, nullptr, nullptr);
         if (pdg == 2212) path.ProtonParams(s, &T, nullptr, nullptr, nullptr);
-        for (std::size_t i = 1; i < back.fPoints.size(); ++i) {
+        for (std::size_t i = 1; i < back.fPoints.size(); i++) {
           const auto& p = back.fPoints[i - 1];
           const auto& q = back.fPoints[i];
           if (p.fLength > s || q.fLength <= s) continue;
@@ -90,7 +90,7 @@ TEST(SimulatedPath, StraightPathCrossesPlanesWhereALineDoes) {
   const auto crossings = Crossings(Fine(), path);
   const double end = path.fPoints.back().fX.Z();
   ASSERT_EQ(crossings.size(), static_cast<std::size_t>((end - 3) / 6.05) + 1);
-  for (unsigned i = 0; i < crossings.size(); ++i) {
+  for (unsigned i = 0; i < crossings.size(); i++) {
     EXPECT_EQ(crossings[i].fPlane, i);
     const double length = (6.05 * i + 3 + 3) / u.Z();
     EXPECT_LT((crossings[i].fAt.fX - x - length * u).Mag(), 1e-9);
@@ -122,7 +122,7 @@ TEST(SimulatedPath, AnglesBetweenPlanesHaveHighlandsWidthWhateverTheStep) {
     Moments angle, shift;
     double correlation = 0;
     ParticleTransport transport(Range(), 13, false);
-    for (int i = 0; i < kTracks; ++i) {
+    for (int i = 0; i < kTracks; i++) {
       RandomStream random(7, static_cast<std::uint64_t>(i));
       SimulatedPath path;
       transport.Scatter({0, 0, -1}, {0, 0, 1}, T, step, random, path);
@@ -130,7 +130,7 @@ TEST(SimulatedPath, AnglesBetweenPlanesHaveHighlandsWidthWhateverTheStep) {
       ASSERT_EQ(crossings.size(), 60u);
       const auto &a = crossings[0], &b = crossings[kLayers];
       const double length = 4. * kLayers;
-      for (int k = 0; k < 2; ++k) {
+      for (int k = 0; k < 2; k++) {
         const double kink = b.fDirection[k] - a.fDirection[k];
         const double off = b.fAt.fX[k] - a.fAt.fX[k] - length * a.fDirection[k];
         angle.Add(kink);
@@ -165,7 +165,7 @@ TEST(SimulatedPath, EnergyLossFluctuatesAroundItsMeanWithBohrsVariance) {
   mean.FollowStraight({0, 0, 0}, {0, 0, 1}, T, none, path);
   const double expected = lossOf(0);
   Moments loss;
-  for (int i = 0; i < kTracks; ++i) {
+  for (int i = 0; i < kTracks; i++) {
     RandomStream random(8, static_cast<std::uint64_t>(i));
     fluctuating.FollowStraight({0, 0, 0}, {0, 0, 1}, T, random, path);
     loss.Add(lossOf(0));

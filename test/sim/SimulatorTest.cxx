@@ -34,7 +34,7 @@ void ExpectSame(const SimulatedTrack& a, const SimulatedTrack& b) {
   EXPECT_EQ(a.fEnd, b.fEnd);
   EXPECT_EQ(a.fMomentum, b.fMomentum);
   ASSERT_EQ(a.fHits.size(), b.fHits.size());
-  for (std::size_t i = 0; i < a.fHits.size(); ++i) {
+  for (std::size_t i = 0; i < a.fHits.size(); i++) {
     EXPECT_EQ(a.fHits[i].fU, b.fHits[i].fU);
     EXPECT_EQ(a.fHits[i].fTrue, b.fHits[i].fTrue);
     EXPECT_EQ(a.fHits[i].fT, b.fHits[i].fT);
@@ -46,7 +46,7 @@ TEST(Simulator, TrackDependsOnSeedAndNumberOnly) {
     Simulator one(Fine(), Options(model));
     const SimulatedTrack seventh = one.Make(7);
     Simulator other(Fine(), Options(model));
-    for (int i = 0; i < 5; ++i) other.Make(i);
+    for (int i = 0; i < 5; i++) other.Make(i);
     ExpectSame(seventh, other.Make(7));
     Simulator copy(other);
     ExpectSame(seventh, copy.Make(7));
@@ -60,7 +60,7 @@ TEST(Simulator, TrackDependsOnSeedAndNumberOnly) {
 TEST(Simulator, TracksStopInsideAndAreSeenInBothViews) {
   for (const auto model : kModels) {
     Simulator simulator(Fine(), Options(model));
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; i++) {
       const SimulatedTrack track = simulator.Make(i);
       EXPECT_LE(std::abs(track.fEnd.X()), 70);
       EXPECT_LE(std::abs(track.fEnd.Y()), 70);
@@ -77,7 +77,7 @@ TEST(Simulator, TracksStopInsideAndAreSeenInBothViews) {
 TEST(Simulator, TruthFitsTogether) {
   for (const auto model : kModels) {
     Simulator simulator(Fine(), Options(model));
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; i++) {
       const SimulatedTrack track = simulator.Make(i);
       const auto& first = track.fHits.front();
       EXPECT_EQ(track.fTrack, i);
@@ -89,7 +89,7 @@ TEST(Simulator, TruthFitsTogether) {
       EXPECT_NEAR(track.fMomentum.X() / track.fMomentum.Z(), first.fSlope.X(), 1e-12);
       EXPECT_GE(track.fLength, (track.fEnd - track.fStart).Mag() - 1e-9);
       EXPECT_LT(track.fT, model == kelvo::ScatteringModel::kFull ? 1.6 : 1.8);
-      for (std::size_t k = 0; k < track.fHits.size(); ++k) {
+      for (std::size_t k = 0; k < track.fHits.size(); k++) {
         const auto& hit = track.fHits[k];
         const double plane = (hit.fTrue.Z() - 3) / 6.05;
         EXPECT_NEAR(plane, std::round(plane), 1e-9);
@@ -105,7 +105,7 @@ TEST(Simulator, TruthFitsTogether) {
 
 TEST(Simulator, CellHitsAreTheCentreOfTheCellThatIsCrossed) {
   Simulator simulator(Fine(), Options(kelvo::ScatteringModel::kFull));
-  for (int i = 0; i < 50; ++i)
+  for (int i = 0; i < 50; i++)
     for (const auto& hit : simulator.Make(i).fHits) {
       const double cell = (hit.fU + 62.775) / 4.05;
       EXPECT_NEAR(cell, std::round(cell), 1e-9);
@@ -120,7 +120,7 @@ TEST(Simulator, GaussianHitsAreSmearedAroundTheTruth) {
   options.fSigma = 0.5;
   Simulator simulator(Fine(), options);
   double n = 0, sum = 0, sum2 = 0;
-  for (int i = 0; i < 200; ++i)
+  for (int i = 0; i < 200; i++)
     for (const auto& hit : simulator.Make(i).fHits) {
       const double pull = (hit.fU - hit.fTrue[hit.fView]) / 0.5;
       EXPECT_EQ(hit.fSigU, 0.5);
@@ -137,7 +137,7 @@ TEST(Simulator, PlanesMissHitsWithTheirInefficiency) {
   options.fEfficiency = 0.8;
   Simulator simulator(Fine(), options);
   double planes = 0, hits = 0;
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 100; i++) {
     const SimulatedTrack track = simulator.Make(i);
     // Between the first and the last hit, which are there by definition.
     planes += std::round((track.fHits.back().fZ - track.fHits.front().fZ) / 6.05) - 1;
@@ -180,7 +180,7 @@ offset = [0.25, -0.5, 0.125]
   options.fSigma = 1e-6;
   const SimulatedTrack track = Simulator(detector, options).Make(0);
   const kelvo::HitList3D forFit = track.Hits();
-  for (std::size_t i = 0; i < track.fHits.size(); ++i) {
+  for (std::size_t i = 0; i < track.fHits.size(); i++) {
     const auto& hit = track.fHits[i];
     EXPECT_NEAR(hit.fU, hit.fTrue[hit.fView] - (hit.fView == 0 ? 0.25 : -0.5), 1e-5);
     EXPECT_NEAR(hit.fZ, hit.fTrue.Z() - 0.125, 1e-12);
@@ -198,7 +198,7 @@ TEST(Simulator, MuonsTravelAsFarAsGeant4s) {
   options.fStart[2] = {{-1., -0.5}};
   Simulator simulator(Fine(), options);
   double n = 0, length = 0, T = 0;
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 100; i++) {
     const SimulatedTrack track = simulator.Make(i);
     n++;
     length += track.fLength;

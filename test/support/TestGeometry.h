@@ -30,7 +30,7 @@ public:
 
   void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
                               std::vector<const TGeoMaterial*>& mats) const override {
-    ++fCalls;
+    fCalls++;
     const double dx = p1[0] - p0[0];
     const double dy = p1[1] - p0[1];
     const double dz = p1[2] - p0[2];
@@ -40,7 +40,7 @@ public:
     for (double z : fBoundaries)
       if (dz != 0 && (z - p0[2]) / dz > 0 && (z - p0[2]) / dz < 1) cuts.push_back((z - p0[2]) / dz);
     std::sort(cuts.begin(), cuts.end());
-    for (std::size_t i = 0; i + 1 < cuts.size(); ++i) {
+    for (std::size_t i = 0; i + 1 < cuts.size(); i++) {
       if (!(cuts[i + 1] > cuts[i])) continue;
       ds.push_back((cuts[i + 1] - cuts[i]) * length);
       mats.push_back(&At(p0[2] + 0.5 * (cuts[i] + cuts[i + 1]) * dz));
@@ -50,7 +50,7 @@ public:
   mutable int fCalls = 0;
 
 private:
-  // Radiation lengths as the project's detectors have them [cm].
+  /// Radiation lengths as the project's detectors have them [cm].
   static std::unique_ptr<TGeoMaterial> Material(const std::string& name) {
     const auto make = [&name](double a, double z, double density, double radLength) {
       return std::make_unique<TGeoMaterial>(name.c_str(), a, z, density, -radLength);
@@ -63,7 +63,7 @@ private:
   }
 
   const TGeoMaterial& At(double z) const {
-    for (std::size_t i = 0; i < fLayers.size(); ++i)
+    for (std::size_t i = 0; i < fLayers.size(); i++)
       if (fBoundaries[i] <= z && z < fBoundaries[i + 1]) return *fLayers[i];
     return *fVacuum;
   }
