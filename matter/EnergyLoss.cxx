@@ -11,9 +11,9 @@ namespace matter {
 namespace {
 
 constexpr double kLowestTau = 1e-3;    // T/M from which on Bethe's formula is used
-constexpr double kHighest = 1e5;       // GeV, end of the table
+constexpr double kHighest = 2e4;       // GeV, end of the table
 const double kStep = std::log(2.) / 8; // of the table, in ln T
-const double kCoarse = std::log(2.);   // of the table of radiation, which is smooth
+const double kCoarse = std::log(4.);   // of the table of radiation, which is smooth
 constexpr double kRadiationTau = 1;    // T/M from which on radiation is looked at
 constexpr double kFall =
     0.78; // of the loss far above its maximum, of water's between 0.3 and 1 MeV

@@ -130,7 +130,7 @@ double PairLoss(const Encounter& e, double eps) {
 }
 
 double PairsLoss(const Encounter& e) {
-  constexpr double kStep = 2.3; // in ln eps
+  constexpr double kStep = 3.5; // in ln eps
   const double low = std::log(4 * kElectronMass);
   const double most = e.fEnergy - 0.75 * kSqrtE * e.fMass * std::cbrt(e.fZ);
   if (most <= 4 * kElectronMass) return 0;
