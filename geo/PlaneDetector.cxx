@@ -1,5 +1,6 @@
 #include "geo/PlaneDetector.h"
 
+#include "geo/Matter.h"
 #include "geo/PlaneDetectorReader.h"
 
 #if __has_include(<TGeoManager.h>)
@@ -22,9 +23,14 @@ void KeepFromManager([[maybe_unused]] TGeoMaterial* material) {
 }
 
 std::unique_ptr<TGeoMaterial> MakeMaterial(const DetectorDescription::Material& m) {
+  std::unique_ptr<TGeoMaterial> material;
   // A negative radiation length is ROOT's way to say: take this one, compute none.
-  auto material =
-      std::make_unique<TGeoMaterial>(m.fName.c_str(), m.fA, m.fZ, m.fDensity, -m.fRadLength);
+  if (m.fMatter && m.fRadLength > 0)
+    material =
+        std::make_unique<MaterialOfMatter>(m.fName.c_str(), m.fA, m.fZ, m.fRadLength, *m.fMatter);
+  else
+    material =
+        std::make_unique<TGeoMaterial>(m.fName.c_str(), m.fA, m.fZ, m.fDensity, -m.fRadLength);
   KeepFromManager(material.get());
   return material;
 }

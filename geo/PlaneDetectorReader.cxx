@@ -10,6 +10,7 @@
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 namespace geo {
@@ -34,6 +35,8 @@ constexpr Range kLength{"a length in cm from 1e-6 to 1e6", 1e-6, 1e6};
 constexpr Range kPosition{"a position in cm from -1e6 to 1e6", -1e6, 1e6};
 constexpr Range kDensity{"a density in g/cm3 from 1e-30 to 1e3", 1e-30, 1e3};
 constexpr Range kRadLength{"a radiation length in cm from 1e-6 to 1e30", 1e-6, 1e30};
+constexpr Range kMassFraction{"a mass fraction above 0, at most 1", 1e-12, 1};
+constexpr Range kExcitation{"a mean excitation energy in eV from 10 to 2000", 10, 2000};
 constexpr Range kAtomicMass{"an atomic mass in g/mole from 1 to 300", 1, 300};
 constexpr Range kAtomicNumber{"an atomic number from 1 to 120", 1, 120};
 constexpr Range kCellCount{"a whole number from 1 to 1000000", 1, 1e6};
@@ -88,16 +91,77 @@ private:
   }
 
   void ReadMaterial(const Table& table) {
-    table.AllowOnly({"name", "density", "radiation_length", "A", "Z"});
+    table.AllowOnly(
+        {"name", "like", "formula", "composition", "density", "I", "radiation_length", "A", "Z"});
     DetectorDescription::Material material;
     material.fName = NewName(table, fOut.fMaterials);
-    material.fDensity = table.Number("density", kDensity);
-    // Of all materials only vacuum may do without.
-    const bool vacuum = material.fName == "Vacuum" && !table.Find("radiation_length");
-    material.fRadLength = vacuum ? 0 : table.Number("radiation_length", kRadLength);
+    material.fMatter = ReadMatter(table, material.fName);
+    material.fDensity = table.Find("like")
+                            ? table.NumberOr("density", kDensity, material.fMatter->Density())
+                            : table.Number("density", kDensity);
+    material.fRadLength = ReadRadLength(table, material);
     material.fA = table.NumberOr("A", kAtomicMass, 0);
     material.fZ = table.NumberOr("Z", kAtomicNumber, 0);
+    Complete(table, material);
     fOut.fMaterials.push_back(material);
+  }
+
+  // Of all materials only vacuum may do without, and those for which it can be calculated.
+  static double ReadRadLength(const Table& table, const DetectorDescription::Material& material) {
+    const bool given = table.Find("radiation_length");
+    if (!given && material.fName == "Vacuum") return 0;
+    if (!given && material.fMatter) return material.fMatter->RadLength() / material.fDensity;
+    return table.Number("radiation_length", kRadLength);
+  }
+
+  // Gives the matter what the file has of its own.
+  static void Complete(const Table& table, DetectorDescription::Material& material) {
+    const toml::node* excitation = table.Find("I");
+    if (excitation && !material.fMatter)
+      table.Fail(excitation, "I", "expected \"like\", \"formula\" or \"composition\" beside it");
+    if (!material.fMatter) return;
+    material.fMatter->SetDensity(material.fDensity);
+    if (material.fRadLength > 0)
+      material.fMatter->SetRadLength(material.fRadLength * material.fDensity);
+    if (excitation) material.fMatter->SetExcitation(table.Number("I", kExcitation));
+  }
+
+  // What a material is made of: by one of three keys, else by its name if that is a known one.
+  std::optional<matter::Material> ReadMatter(const Table& table, const std::string& name) const {
+    const toml::node* first = nullptr;
+    std::optional<matter::Material> matter;
+    for (const char* key : {"like", "formula", "composition"}) {
+      const toml::node* node = table.Find(key);
+      if (!node) continue;
+      if (first)
+        table.Fail(node, key, "expected only one of \"like\", \"formula\", \"composition\"");
+      first = node;
+      matter = MatterOfKey(table, key, name);
+    }
+    if (!first && matter::IsKnown(name)) matter = matter::Material::Named(name);
+    return matter;
+  }
+
+  matter::Material MatterOfKey(const Table& table, const std::string& key,
+                               const std::string& name) const {
+    try {
+      if (key == "like") return matter::Material::Named(table.Text("like"));
+      const double density = table.Number("density", kDensity);
+      if (key == "formula")
+        return matter::Material::OfFormula(name, table.Text("formula"), density);
+      return matter::Material::OfMassFractions(name, ReadFractions(table), density);
+    } catch (const std::invalid_argument& error) {
+      table.Fail(table.Find(key.c_str()), key, error.what());
+    }
+  }
+
+  static std::vector<std::pair<std::string, double>> ReadFractions(const Table& table) {
+    const Table composition =
+        table.Sub("composition", "a table of mass fractions such as { C = 0.92, H = 0.08 }");
+    std::vector<std::pair<std::string, double>> fractions;
+    for (const std::string& symbol : composition.Keys())
+      fractions.emplace_back(symbol, composition.Number(symbol.c_str(), kMassFraction));
+    return fractions;
   }
 
   Part NamedPart(const Table& table) const {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "matter/Material.h"
+
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,10 +13,11 @@ namespace geo {
 struct DetectorDescription {
   struct Material {
     std::string fName;
-    double fDensity;   ///< [g/cm3]
-    double fRadLength; ///< [cm]; 0: none given, "Vacuum" only
-    double fA;         ///< [g/mole]; 0: none given
-    double fZ;         ///< 0: none given
+    double fDensity;                         ///< [g/cm3]
+    double fRadLength;                       ///< [cm]; 0: none given, "Vacuum" only
+    double fA;                               ///< [g/mole]; 0: none given
+    double fZ;                               ///< 0: none given
+    std::optional<matter::Material> fMatter; ///< as dense, with this radiation length; if known
   };
 
   /// A slab, or a plane with cells along x, y or both.

@@ -161,6 +161,12 @@ public:
 
   const toml::node* Find(const char* key) const { return fTable.get(key); }
 
+  std::vector<std::string> Keys() const {
+    std::vector<std::string> keys;
+    for (const auto& [key, node] : fTable) keys.emplace_back(key.str());
+    return keys;
+  }
+
   const toml::node& Get(const char* key, const std::string& expected) const {
     const toml::node* node = Find(key);
     if (!node) Fail(nullptr, key, "expected " + expected + ", but the key is missing");

@@ -16,4 +16,7 @@ struct Element {
 /// Returns the element of a symbol, null where there is none of Z = 1 to 98.
 const Element* FindElement(std::string_view symbol);
 
+/// Returns the element of an atomic number, null where there is none.
+const Element* FindElement(int z);
+
 } // namespace matter

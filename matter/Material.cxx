@@ -3,12 +3,13 @@
 #include "matter/Constants.h"
 #include "matter/PublishedTables.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <map>
 #include <numeric>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -88,6 +89,12 @@ const std::vector<OwnMaterial>& OwnMaterials() {
       {"Glue", 1.34, {{"C", 1}}},
       {"Steel", 7.87, {{"Fe", 1}}}};
   return materials;
+}
+
+const OwnMaterial* FindOwn(const std::string& name) {
+  for (const OwnMaterial& own : OwnMaterials())
+    if (own.fName == name) return &own;
+  return nullptr;
 }
 
 const PublishedMaterial* FindRow(std::string_view name) {
@@ -231,9 +238,8 @@ private:
 
 void CheckSum(double sum) {
   if (sum >= 0.99 && sum <= 1.01) return;
-  std::ostringstream text;
-  text << "expected mass fractions that add up to 1 within 1%, found a sum of " << sum;
-  throw std::invalid_argument(text.str());
+  throw std::invalid_argument(
+      fmt::format("expected mass fractions that add up to 1 within 1%, found a sum of {:g}", sum));
 }
 
 // The radiation logarithms of elastic and inelastic atomic form factors (Tsai, table B.2 and
@@ -265,9 +271,7 @@ double InverseRadLength(const Element& element) {
 
 void CheckPositive(double density) {
   if (density > 0 && std::isfinite(density)) return;
-  std::ostringstream text;
-  text << "expected a density above 0 g/cm3, found " << density;
-  throw std::invalid_argument(text.str());
+  throw std::invalid_argument(fmt::format("expected a density above 0 g/cm3, found {:g}", density));
 }
 
 double SumOfMoles(const std::vector<Part>& parts) {
@@ -277,6 +281,11 @@ double SumOfMoles(const std::vector<Part>& parts) {
 }
 
 } // namespace
+
+const Element* FindElement(int z) {
+  const Rows<Element> elements = PublishedElements();
+  return z >= 1 && z <= elements.fEnd - elements.fBegin ? elements.fBegin + (z - 1) : nullptr;
+}
 
 const Element* FindElement(std::string_view symbol) {
   for (const Element& element : PublishedElements())
@@ -292,15 +301,15 @@ Material::Material(std::string name, std::vector<Part> parts, double density)
 }
 
 Material Material::Named(const std::string& name) {
-  for (const OwnMaterial& own : OwnMaterials())
-    if (own.fName == name) return OfMassFractions(name, own.fFractions, own.fDensity);
+  if (const OwnMaterial* own = FindOwn(name))
+    return OfMassFractions(name, own->fFractions, own->fDensity);
   const PublishedMaterial* row = FindRow(Published(name));
   if (!row)
     throw std::invalid_argument("expected a published material, such as " + Suggestion(name) +
                                 ", found \"" + name + '"');
   std::map<int, Part> grams;
   for (const auto& [z, fraction] : row->fComposition)
-    if (z > 0) grams[z] = {PublishedElements().fBegin + (z - 1), fraction};
+    if (z > 0) grams[z] = {FindElement(z), fraction};
   Material material(name, Normalised(grams), row->fDensity);
   material.fExcitation = row->fI;
   material.fRadLength = row->fRadLength;
@@ -351,6 +360,10 @@ double Material::PlasmaEnergy() const {
 
 bool Material::IsGas() const {
   return fDensity < 0.02;
+}
+
+bool IsKnown(const std::string& name) {
+  return FindOwn(name) || FindRow(Published(name));
 }
 
 std::vector<std::string> MaterialNames() {

@@ -78,6 +78,9 @@ private:
   DensityEffect fDensityEffect;
 };
 
+/// Returns whether Material::Named knows a name.
+bool IsKnown(const std::string& name);
+
 /// Returns the names of the published materials, in the order of their table.
 std::vector<std::string> MaterialNames();
 

@@ -251,8 +251,8 @@ TEST(DetectorFile, TellsUnknownKeysAndTheKnownOnes) {
             "test.toml:2:1: wrold: unknown key; expected one of \"name\", \"world\", \"material\", "
             "\"slab\", \"plane\", \"stack\"");
   EXPECT_EQ(Message("density = 0.9", "rho = 0.9"),
-            "test.toml:6:1: material.rho: unknown key; expected one of \"name\", \"density\", "
-            "\"radiation_length\", \"A\", \"Z\"");
+            "test.toml:6:1: material.rho: unknown key; expected one of \"name\", \"like\", "
+            "\"formula\", \"composition\", \"density\", \"I\", \"radiation_length\", \"A\", \"Z\"");
   EXPECT_EQ(Message("centre =", "center ="),
             "test.toml:25:1: slab.center: unknown key; expected one of \"name\", \"material\", "
             "\"size\", \"thickness\", \"centre\"");
