@@ -110,30 +110,6 @@ void LookupOurs(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<long>(T.size()));
 }
 
-// Two lookups for each of three hypotheses, one after the other; the time is that of 1,000 steps.
-void StepOurs(benchmark::State& state) {
-  const double masses[3] = {kMuon, 0.13957, 0.938272};
-  const kelvo::dEdxTable steel("Steel");
-  for (auto _ : state) {
-    double T[3] = {0.001, 0.0014, 0.0094};
-    for (int i = 0; i < kSteps; ++i) steel.StepUpstream(0.2, masses, T);
-    benchmark::DoNotOptimize(T);
-  }
-  state.SetItemsProcessed(state.iterations() * kSteps);
-}
-
-void StepPlain(benchmark::State& state) {
-  const double masses[3] = {kMuon, 0.13957, 0.938272};
-  const plain::Table& steel = Tables().at("Steel");
-  for (auto _ : state) {
-    double T[3] = {0.001, 0.0014, 0.0094};
-    for (int i = 0; i < kSteps; ++i)
-      for (int k = 0; k < 3; ++k) T[k] = plain::IntegrateT(steel, 0.2, masses[k], T[k]);
-    benchmark::DoNotOptimize(T);
-  }
-  state.SetItemsProcessed(state.iterations() * kSteps);
-}
-
 void LookupPlain(benchmark::State& state) {
   const std::vector<double> T = Energies();
   const plain::Table& steel = Tables().at("Steel");
@@ -195,8 +171,6 @@ void QueriesPlain(benchmark::State& state) {
 }
 
 BENCHMARK(LookupOurs)->Name("lookup/ours");
-BENCHMARK(StepOurs)->Name("1000 midpoint steps, 3 hypotheses/ours");
-BENCHMARK(StepPlain)->Name("1000 midpoint steps, 3 hypotheses/plain");
 BENCHMARK(LookupPlain)->Name("lookup/plain");
 BENCHMARK(TableOurs)->Name("table construction/ours");
 BENCHMARK(IntegrateOurs)

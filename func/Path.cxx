@@ -23,13 +23,13 @@ constexpr double kLookupClamp = -0.05;  // in units of the table; what extrapola
 constexpr double kEnergyClamp = -1e-5;  // GeV
 constexpr std::size_t kStepsPerLeg = 4; // to begin with; more make room for themselves
 
-// Masses and the 1% of them that is left at the end [GeV]; muon, pion, proton. Masses: Particle
-// Data Group, rounded as the tables' users expect them.
+/// Masses and the 1% of them that is left at the end [GeV]; muon, pion, proton. Masses: Particle
+/// Data Group, rounded as the tables' users expect them.
 constexpr double kMass[3] = {0.105658, 0.13957, 0.938272};
 constexpr double kEndEnergy[3] = {0.00105658, 0.0013957, 0.00938272};
 
-// The smallest power of two of sub-steps that makes each 10 cm or less. No number does so for an
-// infinite step, and an int ends at 10^10 cm, beyond any detector.
+/// The smallest power of two of sub-steps that makes each 10 cm or less. No number does so for an
+/// infinite step, and an int ends at 10^10 cm, beyond any detector.
 int NumberOfSubSteps(double ds) {
   if (std::isinf(ds)) return 1;
   int n = 1;
@@ -37,29 +37,13 @@ int NumberOfSubSteps(double ds) {
   return n;
 }
 
-// One midpoint step of dT/ds = dE/dx(T) against the direction of motion.
+/// One midpoint step of dT/ds = dE/dx(T) against the direction of motion.
 double MidpointStep(const dEdxTable& table, double h, double m, double T) {
   const double mid = T + (h / 2) * table(T, m);
   return T + h * table(mid, m);
 }
 
-// The midpoint rule for all three hypotheses over one step.
-void IntegrateStep(double ds, const char* material, double* T) {
-  const int n = NumberOfSubSteps(ds);
-  const double h = ds / n;
-  if (!dEdxTable::Knows(material)) {
-    // A name without a table is reported for each hypothesis, and may get another table for each.
-    for (int k = 0; k < 3; ++k) {
-      const dEdxTable table(material);
-      for (int step = 0; step < n; ++step) T[k] = MidpointStep(table, h, kMass[k], T[k]);
-    }
-    return;
-  }
-  const dEdxTable table(material);
-  for (int step = 0; step < n; ++step) table.StepUpstream(h, kMass, T);
-}
-
-// Makes room for n more entries at once, and as push_back does for more legs to come.
+/// Makes room for n more entries at once, and as push_back does for more legs to come.
 void MakeRoom(std::vector<double>& table, std::size_t n) {
   const std::size_t needed = table.size() + n;
   if (needed > table.capacity()) table.reserve(std::max(needed, 2 * table.capacity()));
@@ -77,8 +61,8 @@ double OnLine(std::size_t i, double x, const std::vector<double>& xs,
   return Clamped(ys[i] + (ys[i + 1] - ys[i]) * (x - xs[i]) / (xs[i + 1] - xs[i]));
 }
 
-// The interval of x, found by walking from the given one. Because xs does not decrease, the
-// interval with xs[i] <= x < xs[i+1] is the only one, so the start does not matter.
+/// The interval of x, found by walking from the given one. Because xs does not decrease, the
+/// interval with xs[i] <= x < xs[i+1] is the only one, so the start does not matter.
 std::size_t FindInterval(double x, const std::vector<double>& xs, std::size_t start) {
   if (xs.size() < 2) throw KelvoException(kFile, __LINE__, kIndexProblem, 0.0);
   if (std::isnan(x)) throw KelvoException(kFile, __LINE__, kNaN, x);
@@ -86,8 +70,8 @@ std::size_t FindInterval(double x, const std::vector<double>& xs, std::size_t st
   if (xs[0] > x) return 0;
   if (x >= xs[last]) return last - 1;
   std::size_t i = std::min(start, last - 1);
-  while (i > 0 && xs[i] > x) --i;
-  while (i + 1 < last && xs[i + 1] <= x) ++i;
+  while (i > 0 && xs[i] > x) i--;
+  while (i + 1 < last && xs[i + 1] <= x) i++;
   return i;
 }
 
@@ -109,7 +93,7 @@ void Path::SetPoint(unsigned int i, const double* xyz) {
 
 bool Path::ScrubOne(double eps) {
   if (fX.size() < 3) return false;
-  for (std::size_t i = 1; i < fX.size(); ++i) {
+  for (std::size_t i = 1; i < fX.size(); i++) {
     const double dx = fX[i - 1].X() - fX[i].X();
     const double dy = fX[i - 1].Y() - fX[i].Y();
     const double dz = fX[i - 1].Z() - fX[i].Z();
@@ -124,7 +108,7 @@ bool Path::ScrubOne(double eps) {
 
 unsigned int Path::Scrub(double eps) {
   unsigned int count = 0;
-  while (ScrubOne(eps)) ++count;
+  while (ScrubOne(eps)) count++;
   return count;
 }
 
@@ -168,7 +152,7 @@ void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* n
   fMaterials.clear();
   fGeo.MaterialsBetweenPoints(p0, p1, fSteps, fMaterials);
   for (auto* table : {&fS, &fX0, &fTmu, &fTpi, &fTp}) MakeRoom(*table, fSteps.size());
-  for (std::size_t k = 0; k < fSteps.size(); ++k) {
+  for (std::size_t k = 0; k < fSteps.size(); k++) {
     const double ds = fSteps[k];
     *s += ds;
     const char* name = fMaterials[k]->GetName();
@@ -193,12 +177,27 @@ void Path::IntegrateLeg(const double* p0, const double* p1, double* s, double* n
   }
 }
 
+/// Each hypothesis has a table of its own: names without one may get different ones.
+void Path::IntegrateStep(double ds, const char* material, double* T) {
+  const int n = NumberOfSubSteps(ds);
+  const double h = ds / n;
+  const dEdxTable tables[3] = {dEdxTable(material), dEdxTable(material), dEdxTable(material)};
+  for (int step = 0; step < n; step++) {
+    double loss[3];
+    double mid[3];
+    dEdxTable::Losses(tables, T, kMass, loss);
+    for (int k = 0; k < 3; k++) mid[k] = T[k] + (h / 2) * loss[k];
+    dEdxTable::Losses(tables, mid, kMass, loss);
+    for (int k = 0; k < 3; k++) T[k] = T[k] + h * loss[k];
+  }
+}
+
 double Path::IntegrateT(double ds, const char* material, double m, double T0) const {
   const int n = NumberOfSubSteps(ds);
   const double h = ds / n;
   const dEdxTable table(material);
   double T = T0;
-  for (int step = 0; step < n; ++step) T = MidpointStep(table, h, m, T);
+  for (int step = 0; step < n; step++) T = MidpointStep(table, h, m, T);
   return T;
 }
 
@@ -229,7 +228,7 @@ TVector3 Path::Dir(double s) {
   if (!fIsIntegrated) Integrate();
   const double u = s - fS0;
   std::size_t i = 0;
-  while (i + 1 < fS.size() && !(fS[i] <= u && u <= fS[i + 1])) ++i;
+  while (i + 1 < fS.size() && !(fS[i] <= u && u <= fS[i + 1])) i++;
   if (i + 1 >= fS.size() || fX.size() < 2) return TVector3(0, 0, 1);
   i = std::min(i, fX.size() - 2);
   const TVector3 d = fX[i + 1] - fX[i];

@@ -108,13 +108,16 @@ public:
   void ProtonParams(double s, double* T, double* p, double* beta, double* gamma) const;
 
 private:
-  // Interval of the last lookup. Every value leads to the same result, so threads that query one
-  // path may overwrite each other's.
+  /// Interval of the last lookup. Every value leads to the same result, so threads that query one
+  /// path may overwrite each other's.
   struct Hint {
     Hint() = default;
     Hint(const Hint& other) noexcept : fInterval(other.fInterval.load(std::memory_order_relaxed)) {}
     std::atomic<std::size_t> fInterval{0};
   };
+
+  /// Does what IntegrateT does for muon, pion and proton at once, replacing their energies T [GeV].
+  static void IntegrateStep(double ds, const char* material, double* T);
 
   double Lookup(double s, const std::vector<double>& ys) const;
 

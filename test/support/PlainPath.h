@@ -40,14 +40,12 @@ inline std::map<std::string, Table> ReadTables(const std::string& source) {
   std::map<std::string, Table> tables;
   const std::pair<const char*, double> materials[] = {
       {"Scintillator", 0.859}, {"PVC", 1.49}, {"Glue", 1.34}, {"Steel", 7.87}};
-  for (const auto& [name, density] : materials) {
-    const std::size_t begin = text.find("void dEdxTable::Init" + std::string(name));
-    const auto braces = [&](const char* array) {
-      const std::size_t open = text.find('{', text.find(array, begin)) + 1;
-      return Numbers(text.substr(open, text.find('}', open) - open));
-    };
-    tables[name] = {braces("double T["), braces("double dEdx["), density};
-  }
+  const auto array = [&](const std::string& name) {
+    const std::size_t open = text.find('{', text.find("double k" + name + "[")) + 1;
+    return Numbers(text.substr(open, text.find('}', open) - open));
+  };
+  for (const auto& [name, density] : materials)
+    tables[name] = {array("Grid"), array(name), density};
   tables["Vacuum"] = {{0.01, 800}, {1e-6, 1e-6}, 1e-6};
   return tables;
 }

@@ -2,7 +2,7 @@
 """Write the pictures and tables of docs/stopping-power.md.
 
     cd tools/stopping_power
-    python document.py --data LITERATURE.json --docs ../../docs
+    python document.py --docs ../../docs
 
 Needs numpy and matplotlib.
 """
@@ -19,7 +19,6 @@ from plots import plot_material, plot_terms
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
-    parser.add_argument("--data", type=Path, required=True, help="JSON file of literature tables")
     parser.add_argument("--docs", type=Path, required=True, help="folder of stopping-power.md")
     parser.add_argument("--format", choices=("svg", "png"), default="svg", help="of the pictures")
     return parser.parse_args()
@@ -27,7 +26,7 @@ def parse_arguments():
 
 def main():
     arguments = parse_arguments()
-    literature = Literature(arguments.data)
+    literature = Literature()
     write_marked(arguments.docs / "stopping-power.md", markdown(MATERIALS, literature), BEGIN, END)
     pictures = arguments.docs / "img"
     pictures.mkdir(exist_ok=True)

@@ -2,8 +2,8 @@
 """Write the muon stopping-power tables into func/dEdxTable.cxx, or check them there.
 
     cd tools/stopping_power
-    python generate.py --data LITERATURE.json --source ../../func/dEdxTable.cxx
-    python generate.py --data LITERATURE.json --source ../../func/dEdxTable.cxx --check
+    python generate.py --source ../../func/dEdxTable.cxx
+    python generate.py --source ../../func/dEdxTable.cxx --check
 
 Without --source the block of C++ is printed. Needs numpy; docs/stopping-power.md
 has the method.
@@ -22,7 +22,6 @@ from source_block import BEGIN, END, cxx_block
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
-    parser.add_argument("--data", type=Path, required=True, help="JSON file of literature tables")
     parser.add_argument("--source", type=Path, help="C++ source with the two marker comments")
     parser.add_argument(
         "--check", action="store_true", help="compare only; exit status 1 on any difference"
@@ -51,7 +50,7 @@ def check(source, block):
 
 def run(arguments):
     """Exit status of the command."""
-    block = cxx_block(MATERIALS, Literature(arguments.data))
+    block = cxx_block(MATERIALS, Literature())
     if arguments.source is None:
         print(block, end="")
         return 0

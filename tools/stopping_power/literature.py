@@ -1,4 +1,4 @@
-"""The literature tables that the calculation interpolates, read from one JSON file.
+"""The literature tables that the calculation interpolates, read from literature.json.
 
 Keys of the file: oscillator_L0, oscillator_L1, oscillator_L2 (Sigmund, Haagerup;
 Mikkelsen, Sigmund; Mikkelsen), oscillator_shells and oscillator_norm (ICRU 73),
@@ -8,6 +8,7 @@ bound_shells, shell_K, shell_L, shell_screening (Walske; Khandelwal), barkas_F
 
 import json
 from math import exp, sqrt
+from pathlib import Path
 
 import numpy as np
 
@@ -39,9 +40,9 @@ class ShellTable:
 class Literature:
     """All tables by name, in the form the formulas use."""
 
-    def __init__(self, path):
-        with open(path, encoding="utf-8") as file:
-            data = json.load(file)
+    def __init__(self):
+        file = Path(__file__).with_name("literature.json")
+        data = json.loads(file.read_text(encoding="utf-8"))
         self.oscillator_l = [np.array(data[f"oscillator_L{k}"]["rows"]).T for k in range(3)]
         self.oscillator_norm = data["oscillator_norm"]
         self._oscillator_shells = data["oscillator_shells"]

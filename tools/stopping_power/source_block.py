@@ -9,31 +9,31 @@ PER_LINE = 6
 
 def cxx_block(materials, literature):
     """The text from the first marker to the last, both included."""
-    members = [init_function(material, table(material, literature)) for material in materials]
-    # clang-format would set the arrays in columns of its own width
-    parts = [BEGIN, "// clang-format off", *members, "// clang-format on", END]
-    return "\n".join(parts) + "\n"
-
-
-def init_function(material, stopping):
-    """One selector: grid [GeV], stopping powers [MeV cm2/g], logarithms, density [g/cm3]."""
-    count = len(stopping)
+    stopping = {material.name: table(material, literature) for material in materials}
     lines = [
-        f"void dEdxTable::Init{material.name}() {{",
-        *array_lines("T", grid()),
-        *array_lines("dEdx", stopping),
-        "  static const LogTable kLog(T, dEdx);",
-        f"  Select(T, dEdx, {count}, {material.density:g}, &kLog);",
-        "}",
-        "",
+        BEGIN,
+        "// clang-format off",  # it would set the arrays in columns of its own width
+        *array_lines("Grid", grid()),
+        *(line for name, values in stopping.items() for line in array_lines(name, values)),
+        "// clang-format on",
+        *(line for material in materials for line in init_function(material)),
+        END,
     ]
-    return "\n".join(lines)
+    return "\n".join(lines) + "\n"
+
+
+def init_function(material):
+    """One selector: grid [GeV], stopping powers [MeV cm2/g], number of points, density [g/cm3]."""
+    yield ""
+    yield f"void dEdxTable::Init{material.name}() {{"
+    yield f"  Select(kGrid, k{material.name}, {len(grid())}, {material.density:g});"
+    yield "}"
 
 
 def array_lines(name, values):
     """A constant array with six significant digits per number."""
-    yield f"  static const double {name}[{len(values)}] = {{"
+    yield f"constexpr double k{name}[{len(values)}] = {{"
     for start in range(0, len(values), PER_LINE):
         row = ", ".join(f"{value:.6g}" for value in values[start : start + PER_LINE])
-        yield f"      {row},"
-    yield "  };"
+        yield f"    {row},"
+    yield "};"

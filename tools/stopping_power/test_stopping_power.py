@@ -1,10 +1,5 @@
-"""Tests of the stopping-power tables and of the formulas behind them: pytest tools/stopping_power
+"""Tests of the stopping-power tables and of the formulas behind them: pytest tools/stopping_power"""
 
-The literature file is looked for in the folder KELVO_SHARED_DATA, else beside the
-checkout in ../shared; without it the tests that need it are skipped.
-"""
-
-import os
 import subprocess
 import sys
 from math import exp, log
@@ -32,18 +27,13 @@ from quadrature import GAUSS6, GAUSS8, integrate  # noqa: E402
 from reference_rows import MAXIMA, MINIMA, ROWS, STEEL_MAXIMUM, rounded  # noqa: E402
 from total import OSCILLATOR_LIMIT, RADIATIVE_LIMIT, StoppingPower, grid, table  # noqa: E402
 
-DATA = (
-    Path(os.environ.get("KELVO_SHARED_DATA", ROOT.parent / "shared")) / "stopping-power-data.json"
-)
 SOURCE = ROOT / "func" / "dEdxTable.cxx"
 SCINTILLATOR, PVC, GLUE, STEEL = MATERIALS
 
 
 @pytest.fixture(scope="module")
 def literature():
-    if not DATA.exists():
-        pytest.skip(f"no literature tables at {DATA}; set KELVO_SHARED_DATA to their folder")
-    return Literature(DATA)
+    return Literature()
 
 
 @pytest.fixture(scope="module")
@@ -72,16 +62,16 @@ def test_no_value_is_so_near_a_rounding_edge_that_another_library_could_turn_it(
 
 
 def run_generator(*arguments):
-    command = [sys.executable, str(HERE / "generate.py"), "--data", str(DATA), *arguments]
+    command = [sys.executable, str(HERE / "generate.py"), *arguments]
     return subprocess.run(command, capture_output=True, text=True, check=False)
 
 
-def test_the_committed_tables_are_the_generators_to_the_last_digit(literature):
+def test_the_committed_tables_are_the_generators_to_the_last_digit():
     run = run_generator("--source", str(SOURCE), "--check")
     assert run.returncode == 0, run.stdout + run.stderr
 
 
-def test_a_changed_digit_is_found_and_written_back(literature, tmp_path):
+def test_a_changed_digit_is_found_and_written_back(tmp_path):
     copy = tmp_path / "dEdxTable.cxx"
     original = SOURCE.read_text(encoding="utf-8")
     copy.write_text(original.replace("177.944", "177.945"), encoding="utf-8")
@@ -92,7 +82,7 @@ def test_a_changed_digit_is_found_and_written_back(literature, tmp_path):
     assert copy.read_text(encoding="utf-8") == original
 
 
-def test_a_source_without_markers_is_left_alone(literature, tmp_path):
+def test_a_source_without_markers_is_left_alone(tmp_path):
     source = tmp_path / "empty.cxx"
     source.write_text("// nothing\n", encoding="utf-8")
     run = run_generator("--source", str(source))
