@@ -17,8 +17,8 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
 constexpr KinkPoint kNoPoint = {0, 0, kUndefined, kUndefined, kUndefined};
 
-// Lists the indices in ascending order of position, equal positions in order of index. The order of
-// the last fit is tried first: there is only one, so no result depends on what went before.
+/// Lists the indices in ascending order of position, equal positions in order of index. The order
+/// of the last fit is tried first: there is only one, so no result depends on what went before.
 template <class Item>
 void SortBy(double Item::*position, const std::vector<Item>& items,
             std::vector<unsigned int>& order) {
@@ -43,7 +43,7 @@ void KinkSmoother::Reset(unsigned int nmeas, unsigned int nscat) {
 void KinkSmoother::Load(unsigned int nmeas, const double* z, const double* x, const double* sigx,
                         unsigned int nscat, const double* s, const double* sigAlpha) {
   Resize(nmeas, nscat);
-  for (unsigned int i = 0; i < nmeas; ++i) {
+  for (unsigned int i = 0; i < nmeas; i++) {
     if (!IsMeasurement(z[i], x[i], sigx[i])) {
       Reset(nmeas, nscat);
       ThrowBadMeasurement(z[i], x[i], sigx[i]);
@@ -55,7 +55,7 @@ void KinkSmoother::Load(unsigned int nmeas, const double* z, const double* x, co
     meas.fW = w;
     meas.fXfit = 0;
   }
-  for (unsigned int j = 0; j < nscat; ++j) {
+  for (unsigned int j = 0; j < nscat; j++) {
     if (!IsPlane(s[j], sigAlpha[j])) {
       Reset(nmeas, nscat);
       ThrowBadPlane(s[j], sigAlpha[j]);
@@ -123,7 +123,7 @@ void KinkSmoother::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   } else {
     NullResult();
     fStatus = regular ? KinkStatus::kNotFinite : WhySingular();
-    for (unsigned int i = 0; i < fNmeas; ++i) fChi2XI += Chi2XIi(i);
+    for (unsigned int i = 0; i < fNmeas; i++) fChi2XI += Chi2XIi(i);
   }
   if (x0) *x0 = fX0;
   if (dxdz) *dxdz = fSlope;
@@ -140,7 +140,7 @@ bool KinkSmoother::InOrder() const {
 }
 
 void KinkSmoother::PlaceSegments() {
-  for (unsigned int k = 0; k < fNscat; ++k) {
+  for (unsigned int k = 0; k < fNscat; k++) {
     const Plane& plane = fPlanes[PlaneAt(k)];
     fSegments[k].fEnd = plane.fS;
     fSegments[k].fV = plane.fV;
@@ -148,12 +148,12 @@ void KinkSmoother::PlaceSegments() {
   fSegments[fNscat].fEnd = kInfinity;
 }
 
-// A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
+/// A measurement at the very position of a plane belongs upstream of it: it does not feel the kink.
 inline void KinkSmoother::GatherDownstream(unsigned int k, const unsigned int* order,
                                            unsigned int& place) {
   KinkSum local;
   const double end = fSegments[k].fEnd;
-  for (; place < fNmeas; ++place) {
+  for (; place < fNmeas; place++) {
     Measurement& meas = fMeas[order ? order[place] : place];
     if (meas.fZ > end) break;
     meas.fSegment = k;
@@ -166,7 +166,7 @@ inline void KinkSmoother::GatherUpstream(unsigned int k, const unsigned int* ord
                                          unsigned int& place) {
   KinkSum local;
   const double begin = fSegments[k - 1].fEnd;
-  for (; place > 0; --place) {
+  for (; place > 0; place--) {
     Measurement& meas = fMeas[order ? order[place - 1] : place - 1];
     if (!(meas.fZ > begin)) break;
     meas.fSegment = k;
@@ -175,10 +175,10 @@ inline void KinkSmoother::GatherUpstream(unsigned int k, const unsigned int* ord
   fLocal[k] = local;
 }
 
-// Two fronts run towards each other and past each other, side by side: each is a chain of divisions
-// that wait for each other. While they wait, the processor gathers the measurements ahead of them
-// until they meet. From then on each segment and plane that they reach is known from both sides,
-// and is smoothed one step later.
+/// Two fronts run towards each other and past each other, side by side: each is a chain of
+/// divisions that wait for each other. While they wait, the processor gathers the measurements
+/// ahead of them until they meet. From then on each segment and plane that they reach is known from
+/// both sides, and is smoothed one step later.
 bool KinkSmoother::Solve() {
   const unsigned int m = fNscat;
   const unsigned int* order = fMeasOrder.empty() ? nullptr : fMeasOrder.data();
@@ -194,14 +194,14 @@ bool KinkSmoother::Solve() {
   KinkStates<KinkPair> known;
   unsigned int k = 0;
   gather(0);
-  for (; k < m / 2; ++k) {
+  for (; k < m / 2; k++) {
     gather(k + 1);
     fBehind[k] = known;
     known = CrossTwoPlanes(k, known);
   }
   fBehind[k] = known;
   if (k < m) known = CrossTwoPlanes(k++, known);
-  for (; k < m; ++k) {
+  for (; k < m; k++) {
     known = CrossTwoPlanes(k, known);
     regular = Smooth(k - 1) && regular;
   }
@@ -214,9 +214,9 @@ bool KinkSmoother::Solve() {
   return regular;
 }
 
-// Takes what is known behind the segments where the fronts are after k planes, returns what is
-// known behind the next ones. Inlined, or the states would go through memory in the middle of the
-// chain.
+/// Takes what is known behind the segments where the fronts are after k planes, returns what is
+/// known behind the next ones. Inlined, or the states would go through memory in the middle of the
+/// chain.
 [[gnu::always_inline]] inline KinkStates<KinkPair> KinkSmoother::CrossTwoPlanes(
     unsigned int k, KinkStates<KinkPair> known) {
   const Segment& up = fSegments[k];
@@ -234,7 +234,7 @@ bool KinkSmoother::Solve() {
   return crossing.fBeyond;
 }
 
-// What the fronts have come to after k planes: the planes ahead of them, and their segments.
+/// What the fronts have come to after k planes: the planes ahead of them, and their segments.
 inline bool KinkSmoother::Smooth(unsigned int k) {
   SmoothKinks(k);
   return 2 * k < fNscat || SmoothLines(k);
@@ -258,13 +258,13 @@ inline bool KinkSmoother::SmoothLines(unsigned int k) {
   return set(fSegments[l], 1) && regular;
 }
 
-// Both sides know the position at the plane: from upstream (p, z, x, q, c), from downstream
-// (p', z', x', q', c'). With P = p + p', D = z' - z, E = x' - x, d = s - z, d' = s - z' their
-// mismatch alone measures the kink as a / A with weight A / N:
-//   N = (q + q') P + p p' D^2,  A = q q' P + p p' (d^2 q' + d'^2 q),
-//   a = (q c' - q' c) P - p p' [(d q' + d' q) E - (d c' + d' c) D].
-// Together with the kink measured as 0 with weight v: alpha = a / (A + v N), its variance
-// N / (A + v N). The front that runs upstream sees the kink turn the other way.
+/// Both sides know the position at the plane: from upstream (p, z, x, q, c), from downstream
+/// (p', z', x', q', c'). With P = p + p', D = z' - z, E = x' - x, d = s - z, d' = s - z' their
+/// mismatch alone measures the kink as a / A with weight A / N:
+///   N = (q + q') P + p p' D^2,  A = q q' P + p p' (d^2 q' + d'^2 q),
+///   a = (q c' - q' c) P - p p' [(d q' + d' q) E - (d c' + d' c) D].
+/// Together with the kink measured as 0 with weight v: alpha = a / (A + v N), its variance
+/// N / (A + v N). The front that runs upstream sees the kink turn the other way.
 inline void KinkSmoother::SmoothKinks(unsigned int k) {
   const unsigned int l = fNscat - 1 - k;
   const KinkStates<KinkPair>& up = fBoth[k];
@@ -337,13 +337,13 @@ KinkStatus KinkSmoother::WhySingular() const {
 int KinkSmoother::NDOF() const {
   int ndof = -2;
   for (const Measurement& meas : fMeas)
-    if (meas.fW > 0) ++ndof;
+    if (meas.fW > 0) ndof++;
   for (const Plane& plane : fPlanes)
-    if (!(plane.fV > 0)) --ndof;
+    if (!(plane.fV > 0)) ndof--;
   return ndof;
 }
 
-// The first segment whose end is not before z.
+/// The first segment whose end is not before z.
 const KinkSmoother::Segment& KinkSmoother::SegmentAt(double z) const {
   const auto endsBefore = [](const Segment& segment, double at) { return segment.fEnd < at; };
   const auto found = std::lower_bound(fSegments.begin(), fSegments.end() - 1, z, endsBefore);

@@ -18,7 +18,7 @@ unsigned int Count(const std::int64_t* offset, std::size_t t) {
 } // namespace
 
 void KinkSmootherBatch::Fit(const KinkBatchInput& tracks, const KinkBatchOutput& results) {
-  for (std::size_t t = 0; t < tracks.fNTracks; ++t) FitTrack(tracks, results, t);
+  for (std::size_t t = 0; t < tracks.fNTracks; t++) FitTrack(tracks, results, t);
 }
 
 void KinkSmootherBatch::FitTrack(const KinkBatchInput& tracks, const KinkBatchOutput& results,
@@ -41,11 +41,11 @@ void KinkSmootherBatch::FitTrack(const KinkBatchInput& tracks, const KinkBatchOu
   if (results.fNDOF) results.fNDOF[t] = fFit.NDOF();
   if (results.fLogLikelihood) results.fLogLikelihood[t] = fFit.LogLikelihood();
   if (results.fVarAlpha)
-    for (unsigned int j = 0; j < m; ++j) results.fVarAlpha[scat + j] = fFit.VarKink(j);
+    for (unsigned int j = 0; j < m; j++) results.fVarAlpha[scat + j] = fFit.VarKink(j);
   if (results.fXfit)
-    for (unsigned int i = 0; i < n; ++i) results.fXfit[meas + i] = fFit.XFit(i);
+    for (unsigned int i = 0; i < n; i++) results.fXfit[meas + i] = fFit.XFit(i);
   if (results.fPull)
-    for (unsigned int i = 0; i < n; ++i) results.fPull[meas + i] = fFit.Residual(i).fPull;
+    for (unsigned int i = 0; i < n; i++) results.fPull[meas + i] = fFit.Residual(i).fPull;
 }
 
 } // namespace kelvo

@@ -12,7 +12,7 @@ constexpr double kLogTwoPi = 1.8378770664093454836; // log(2 pi)
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
 
-// The logarithm of a long product, at the price of few logarithms.
+/// The logarithm of a long product, at the price of few logarithms.
 class LogProduct {
 public:
   void Multiply(double factor) {
@@ -28,15 +28,16 @@ private:
   double fLog = 0;
 };
 
-// A quantity's covariance with position and slope of the track at one z.
+/// A quantity's covariance with position and slope of the track at one z.
 struct CovarianceWith {
   double fX;
   double fSlope;
 };
 
-// What the knowledge a at d = Z - s takes back when the line turns about its position at a plane:
-// the slope beyond the plane follows from position and slope before it, up to independent noise, as
-//   (v slope - P d x) / E,  E = v + Q + P d^2.
+/// What the knowledge a at d = Z - s takes back when the line turns about its position at a plane:
+/// the slope beyond the plane follows from position and slope before it, up to independent noise,
+/// as
+///   (v slope - P d x) / E,  E = v + Q + P d^2.
 struct Turn {
   Turn(const KinkState& a, double s, double v)
       : fV(v), fPull(a.fP * (a.fZ - s)), fHold(a.fQ + fPull * (a.fZ - s)), fE(v + fHold) {}
@@ -72,24 +73,24 @@ KinkResidual KinkSmoother::Residual(unsigned int i) const {
           Chi2XIi(i)};
 }
 
-// Filters once more in both directions, now stopping at each measurement.
+/// Filters once more in both directions, now stopping at each measurement.
 void KinkSmoother::LeaveEachOut() const {
   if (fOthersKnown) return;
   fOthers.resize(fMeas.size());
   const auto at = [this](unsigned int place) -> const Measurement& { return fMeas[MeasAt(place)]; };
   unsigned int place = 0;
   KinkSum upstream;
-  for (unsigned int k = 0; k <= fNscat; ++k) {
+  for (unsigned int k = 0; k <= fNscat; k++) {
     if (k > 0)
       upstream = CrossPlane(upstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
-    for (; place < fNmeas && at(place).fSegment == k; ++place) {
+    for (; place < fNmeas && at(place).fSegment == k; place++) {
       fOthers[MeasAt(place)].fUpstream = upstream;
       if (at(place).fW > 0) upstream.Add(at(place).fW, at(place).fZ, at(place).fX);
     }
   }
   KinkSum downstream;
   for (unsigned int k = fNscat + 1; k-- > 0;) {
-    for (; place > 0 && at(place - 1).fSegment == k; --place) {
+    for (; place > 0 && at(place - 1).fSegment == k; place--) {
       const Measurement& meas = at(place - 1);
       Others& others = fOthers[MeasAt(place - 1)];
       const KinkState all = MergeAny(others.fUpstream, downstream);
@@ -105,12 +106,12 @@ void KinkSmoother::LeaveEachOut() const {
   fOthersKnown = true;
 }
 
-// log det A = sum_k log f_k + log(P Q) of the last segment: the filter eliminates one slope per
-// plane, of weight f_k = v_k + Q + P (s_k - Z)^2, and is left with the last position and slope.
+/// log det A = sum_k log f_k + log(P Q) of the last segment: the filter eliminates one slope per
+/// plane, of weight f_k = v_k + Q + P (s_k - Z)^2, and is left with the last position and slope.
 double KinkSmoother::LogLikelihood() const {
   if (!Succeeded()) return kUndefined;
   LogProduct determinant;
-  for (unsigned int k = 0; k < fNscat; ++k) {
+  for (unsigned int k = 0; k < fNscat; k++) {
     const Segment& segment = fSegments[k];
     const KinkState upstream = Upstream(k);
     const double d = segment.fEnd - upstream.fZ;
@@ -124,9 +125,9 @@ double KinkSmoother::LogLikelihood() const {
   return -0.5 * (fChi2XI + fChi2Beta + determinant.Log() + NDOF() * kLogTwoPi);
 }
 
-// The track given all measurements is a Markov process too: beyond each plane its slope depends on
-// what lies before only through the state there (Turn). So the covariance of any quantity with the
-// state is carried from plane to plane in constant time, and gives that with each kink on the way.
+/// The track given all measurements is a Markov process too: beyond each plane its slope depends on
+/// what lies before only through the state there (Turn). So the covariance of any quantity with the
+/// state is carried from plane to plane in constant time, and gives that with each kink on the way.
 TMatrixDSym KinkSmoother::Covariance() const {
   const int size = static_cast<int>(fNscat) + 2;
   TMatrixDSym c(size);
@@ -152,7 +153,7 @@ TMatrixDSym KinkSmoother::Covariance() const {
   // Carries c, valid at plane k, to all planes from k on.
   const auto carry = [this, &downstream, &set](CovarianceWith with, unsigned int k,
                                                std::size_t row) {
-    for (; k < fNscat; ++k) {
+    for (; k < fNscat; k++) {
       const Turn& turn = downstream[fNscat - 1 - k];
       set(row, std::size_t{PlaneAt(k)} + 2, turn.Kink(with));
       with.fSlope = turn.Slope(with);
@@ -168,7 +169,7 @@ TMatrixDSym KinkSmoother::Covariance() const {
   const double d = first.fEnd - first.fZ;
   carry({first.fVarX - d * first.fZ * first.fVarSlope, -first.fZ * first.fVarSlope}, 0, 0);
   carry({d * first.fVarSlope, first.fVarSlope}, 0, 1);
-  for (unsigned int k = 0; k < fNscat; ++k) {
+  for (unsigned int k = 0; k < fNscat; k++) {
     const std::size_t row = std::size_t{PlaneAt(k)} + 2;
     set(row, row, fPlanes[PlaneAt(k)].fVarAlpha);
     if (k + 1 == fNscat) break;

@@ -45,11 +45,11 @@ inline KinkStates<KinkPair> Swapped(const KinkStates<KinkPair>& both) {
 template <class Real>
 inline KinkStates<Real> Merge(const KinkStates<Real>& a, const KinkStates<Real>& b) {
   const Real p = a.fP + b.fP;
-  const Real share = b.fP * (1 / p);
+  const Real fraction = b.fP * (1 / p);
   const Real dz = b.fZ - a.fZ;
   const Real dx = b.fX - a.fX;
-  const Real lever = a.fP * share * dz;
-  return {p, a.fZ + share * dz, a.fX + share * dx, a.fQ + b.fQ + lever * dz,
+  const Real lever = a.fP * fraction * dz;
+  return {p, a.fZ + fraction * dz, a.fX + fraction * dx, a.fQ + b.fQ + lever * dz,
           a.fC + b.fC + lever * dx};
 }
 
@@ -76,11 +76,11 @@ public:
       return;
     }
     const double p = fP + w;
-    const double share = w * (1 / p);
+    const double fraction = w * (1 / p);
     const KinkPair d = zx - fZX;
-    const double lever = fP * share * d[0];
+    const double lever = fP * fraction * d[0];
     fP = p;
-    fZX += share * d;
+    fZX += fraction * d;
     fQC += lever * d;
   }
 
@@ -123,9 +123,9 @@ inline KinkCrossings<Real> CrossRegularPlane(const KinkStates<Real>& a, const Ki
   const Real dx = b.fX - a.fX;
   const Real pp = a.fP * b.fP;
   const Real pQ = (a.fQ + b.fQ) * p + pp * dz * dz;
-  const Real share = b.fP * invP;
-  const Real z = a.fZ + share * dz;
-  const Real x = a.fX + share * dx;
+  const Real fraction = b.fP * invP;
+  const Real z = a.fZ + fraction * dz;
+  const Real x = a.fX + fraction * dx;
   const Real q = pQ * invP;
   const Real c = a.fC + b.fC + pp * invP * dz * dx;
   const Real keep = v * p * invE;

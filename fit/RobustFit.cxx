@@ -10,15 +10,15 @@ namespace kelvo {
 namespace {
 
 void Restore(KinkSmoother& fit) {
-  for (unsigned int i = 0; i < fit.NMeas(); ++i) fit.SetWeightFactor(i, 1);
+  for (unsigned int i = 0; i < fit.NMeas(); i++) fit.SetWeightFactor(i, 1);
 }
 
-// Fits and sets the weights for the next fit. Returns the largest change of a weight factor.
+/// Fits and sets the weights for the next fit. Returns the largest change of a weight factor.
 double Reweight(KinkSmoother& fit, RobustWeight weight, double threshold) {
   fit.Fit(nullptr, nullptr, nullptr, nullptr);
   if (!fit.Succeeded()) return std::numeric_limits<double>::infinity();
   double change = 0;
-  for (unsigned int i = 0; i < fit.NMeas(); ++i) {
+  for (unsigned int i = 0; i < fit.NMeas(); i++) {
     const double factor = RobustWeightFactor(weight, fit.Residual(i).fPull, threshold);
     change = std::max(change, std::abs(factor - fit.WeightFactor(i)));
     fit.SetWeightFactor(i, factor);
@@ -61,25 +61,25 @@ RobustResult FitRobustly(KinkSmoother& fit, const RobustOptions& options) {
   double scale = options.fWeight == RobustWeight::kHuber ? 1 : 8; // Huber's solution is unique
   while (result.fIterations < options.fMaxIterations && !result.fConverged) {
     const double change = Reweight(fit, options.fWeight, scale * threshold);
-    ++result.fIterations;
+    result.fIterations++;
     if (!fit.Succeeded()) return result;
     result.fConverged = scale == 1 && change <= options.fTolerance;
     scale = std::max(1.0, scale / 2);
   }
   fit.Fit(nullptr, nullptr, nullptr, nullptr);
-  ++result.fIterations;
+  result.fIterations++;
   return result;
 }
 
 unsigned int RejectOutliers(KinkSmoother& fit, double maxPull, unsigned int maxRejected) {
   Restore(fit);
   unsigned int rejected = 0;
-  for (;; ++rejected) {
+  for (;; rejected++) {
     fit.Fit(nullptr, nullptr, nullptr, nullptr);
     if (!fit.Succeeded() || rejected >= maxRejected) return rejected;
     unsigned int worst = 0;
     double worstPull = 0;
-    for (unsigned int i = 0; i < fit.NMeas(); ++i) {
+    for (unsigned int i = 0; i < fit.NMeas(); i++) {
       const KinkResidual residual = fit.Residual(i);
       const double pull = std::abs(residual.fPull);
       if (residual.fLeverage == 0 || pull <= worstPull) continue;

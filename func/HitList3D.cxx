@@ -7,16 +7,17 @@
 
 namespace {
 
-// Half-width of the first window [cm]; two more follow, each twice as wide. A choice: some tens of
-// planes of the detectors in mind, over which a track is straight enough for a line.
+/// Half-width of the first window [cm]; two more follow, each twice as wide. A choice: some tens of
+/// planes of the detectors in mind, over which a track is straight enough for a line.
 constexpr double kFirstWindow = 100.0;
 constexpr int kAttempts = 3;
-// Hits of the other view from which on a window is not widened any more. A choice.
+/// Hits of the other view from which on a window is not widened any more. A choice.
 constexpr unsigned int kEnoughHits = 6;
-// Uncertainty of a coordinate that no hit of the other view constrains [cm]: wider than a detector.
+/// Uncertainty of a coordinate that no hit of the other view constrains [cm]: wider than a
+/// detector.
 constexpr double kUnknown = 1000.0;
 
-// Sums over the hits of the other view within one window.
+/// Sums over the hits of the other view within one window.
 struct Sums {
   unsigned int fN = 0;
   double fS = 0;
@@ -33,7 +34,7 @@ struct Sums {
     fSzz += wz * h.fZ;
     fSc += w * c;
     fSzc += wz * c;
-    ++fN;
+    fN++;
   }
 };
 
@@ -43,11 +44,11 @@ double Measured(const kelvo::Hit3D& h) {
   std::abort();
 }
 
-// Sums over list[first...] up to the first hit beyond the window around the hit.
+/// Sums over list[first...] up to the first hit beyond the window around the hit.
 Sums SumWindow(const kelvo::Hit3D& hit, const kelvo::HitList3D& list, std::size_t first,
                std::size_t k, double window) {
   Sums sums;
-  for (std::size_t i = first; i < list.size(); ++i) {
+  for (std::size_t i = first; i < list.size(); i++) {
     const kelvo::Hit3D& other = list[i];
     const double distance = std::fabs(other.fZ - hit.fZ);
     if (i > k && !(distance <= window)) break;
@@ -96,7 +97,7 @@ void HitList3D::CompleteOrtho(void (*interp)(Hit3D& hit, HitList3D& list)) {
     SortByZ();
     interp = gsDefaultInterp;
   }
-  for (std::size_t i = 0; i < size(); ++i) interp((*this)[i], *this);
+  for (std::size_t i = 0; i < size(); i++) interp((*this)[i], *this);
 }
 
 } // namespace kelvo
@@ -114,8 +115,8 @@ void gsDefaultInterp(kelvo::Hit3D& hit, kelvo::HitList3D& list) {
   std::size_t first = k;
   double window = kFirstWindow;
   Sums s;
-  for (int attempt = 0; attempt < kAttempts; ++attempt, window *= 2) {
-    while (first > 0 && std::fabs(list[first - 1].fZ - hit.fZ) <= window) --first;
+  for (int attempt = 0; attempt < kAttempts; attempt++, window *= 2) {
+    while (first > 0 && std::fabs(list[first - 1].fZ - hit.fZ) <= window) first--;
     s = SumWindow(hit, list, first, k, window);
     if (s.fN >= kEnoughHits) break;
   }

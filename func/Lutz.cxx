@@ -15,18 +15,18 @@ namespace {
 
 constexpr const char* kFile = "func/Lutz";
 
-// ROOT's InvertFast looks at the lowest 8 bits of the size when it chooses between its closed
-// formulas for sizes 1 to 6 and the general method.
+/// ROOT's InvertFast looks at the lowest 8 bits of the size when it chooses between its closed
+/// formulas for sizes 1 to 6 and the general method.
 bool InvertFastMistakesSize(int size) {
   const int seen = size & 0xFF;
   return size > 6 && seen >= 1 && seen <= 6;
 }
 
-// Measurements whose lever arms are turned into columns of the design matrix together.
+/// Measurements whose lever arms are turned into columns of the design matrix together.
 constexpr std::size_t kBlock = 8;
 
-// The block of the kinks in the normal matrix is summed in tiles of kTile x kTile elements whose
-// running sums stay in registers, so that every load serves several sums.
+/// The block of the kinks in the normal matrix is summed in tiles of kTile x kTile elements whose
+/// running sums stay in registers, so that every load serves several sums.
 constexpr std::size_t kTile = 4;
 constexpr std::size_t kLanes = 2;
 using Lanes = double __attribute__((vector_size(kLanes * sizeof(double))));
@@ -35,27 +35,27 @@ struct Range {
   std::size_t first, last; // last is one beyond
 };
 
-// Returns the measurements from the first to the last beyond any of the kTile planes whose lever
-// arms start at zeta, one row every m. The terms of all others are 0 and change no bit of a sum.
+/// Returns the measurements from the first to the last beyond any of the kTile planes whose lever
+/// arms start at zeta, one row every m. The terms of all others are 0 and change no bit of a sum.
 Range NonZero(const double* zeta, std::size_t n, std::size_t m) {
   const auto upstream = [zeta, m](std::size_t i) {
     return std::all_of(zeta + i * m, zeta + i * m + kTile, [](double d) { return d == 0; });
   };
   Range range{0, n};
-  while (range.first < range.last && upstream(range.first)) ++range.first;
-  while (range.first < range.last && upstream(range.last - 1)) --range.last;
+  while (range.first < range.last && upstream(range.first)) range.first++;
+  while (range.first < range.last && upstream(range.last - 1)) range.last--;
   return range;
 }
 
-// tile[r][c] = sum over i of wzeta[r * n + i] * zeta[i * m + c].
+/// tile[r][c] = sum over i of wzeta[r * n + i] * zeta[i * m + c].
 void SumTile(const double* wzeta, std::size_t n, const double* zeta, std::size_t m, Range range,
              double (&tile)[kTile][kTile]) {
   Lanes sum[kTile][kTile / kLanes] = {};
-  for (std::size_t i = range.first; i < range.last; ++i) {
+  for (std::size_t i = range.first; i < range.last; i++) {
     Lanes columns[kTile / kLanes];
     std::memcpy(columns, zeta + i * m, sizeof columns);
-    for (std::size_t r = 0; r < kTile; ++r)
-      for (std::size_t c = 0; c < kTile / kLanes; ++c) sum[r][c] += wzeta[r * n + i] * columns[c];
+    for (std::size_t r = 0; r < kTile; r++)
+      for (std::size_t c = 0; c < kTile / kLanes; c++) sum[r][c] += wzeta[r * n + i] * columns[c];
   }
   std::memcpy(tile, sum, sizeof sum);
 }
@@ -109,7 +109,7 @@ void Lutz::Fit(double* x0, double* dxdz, double* alpha, double* chi2) {
   if (x0) *x0 = fX0;
   if (dxdz) *dxdz = fSlope;
   if (alpha)
-    for (std::size_t j = 0; j < fNscat; ++j) alpha[j] = fAlpha.GetMatrixArray()[j];
+    for (std::size_t j = 0; j < fNscat; j++) alpha[j] = fAlpha.GetMatrixArray()[j];
   if (chi2) *chi2 = Chi2XI() + Chi2Beta();
 }
 
@@ -117,7 +117,7 @@ double Lutz::X(double z) const {
   const double* s = fS.GetMatrixArray();
   const double* alpha = fAlpha.GetMatrixArray();
   double x = fSlope * z + fX0;
-  for (std::size_t j = 0; j < fNscat; ++j) {
+  for (std::size_t j = 0; j < fNscat; j++) {
     const double d = z - s[j];
     if (d > 0) x = d * alpha[j] + x;
   }
@@ -136,13 +136,13 @@ double Lutz::Chi2BetaJ(unsigned int j) const {
 
 double Lutz::Chi2XI() const {
   double sum = 0;
-  for (unsigned int i = 0; i < fNmeas; ++i) sum += Chi2XIi(i);
+  for (unsigned int i = 0; i < fNmeas; i++) sum += Chi2XIi(i);
   return sum;
 }
 
 double Lutz::Chi2Beta() const {
   double sum = 0;
-  for (unsigned int j = 0; j < fNscat; ++j) sum += Chi2BetaJ(j);
+  for (unsigned int j = 0; j < fNscat; j++) sum += Chi2BetaJ(j);
   return sum;
 }
 
@@ -156,10 +156,10 @@ void Lutz::NullResult() {
 
 int Lutz::NDOF() const {
   int ndof = -2;
-  for (std::size_t i = 0; i < fNmeas; ++i)
-    if (fW.GetMatrixArray()[i] > 0) ++ndof;
-  for (std::size_t j = 0; j < fNscat; ++j)
-    if (!(fWalpha.GetMatrixArray()[j] > 0)) --ndof;
+  for (std::size_t i = 0; i < fNmeas; i++)
+    if (fW.GetMatrixArray()[i] > 0) ndof++;
+  for (std::size_t j = 0; j < fNscat; j++)
+    if (!(fWalpha.GetMatrixArray()[j] > 0)) ndof--;
   return ndof;
 }
 
@@ -169,8 +169,8 @@ TMatrixDSym Lutz::Covariance() const {
   // The inversion leaves mirrored elements equal to rounding only.
   const std::size_t size = std::size_t{fNscat} + 2;
   double* element = c.GetMatrixArray();
-  for (std::size_t p = 0; p < size; ++p)
-    for (std::size_t q = 0; q < p; ++q) {
+  for (std::size_t p = 0; p < size; p++)
+    for (std::size_t q = 0; q < p; q++) {
       const double mean = 0.5 * (element[p * size + q] + element[q * size + p]);
       element[p * size + q] = mean;
       element[q * size + p] = mean;
@@ -178,7 +178,7 @@ TMatrixDSym Lutz::Covariance() const {
   return c;
 }
 
-// With h = (1, z, max(z - s_0, 0), ...) and C the covariance: h^T C h = sum_p h_p sum_q C_pq h_q.
+/// With h = (1, z, max(z - s_0, 0), ...) and C the covariance: h^T C h = sum_p h_p sum_q C_pq h_q.
 double Lutz::VarX(double z) const {
   if (!fSucceeded) return std::numeric_limits<double>::quiet_NaN();
   const double* s = fS.GetMatrixArray();
@@ -191,29 +191,29 @@ double Lutz::VarX(double z) const {
   const std::size_t size = std::size_t{fNscat} + 2;
   const double* c = fAinv.GetMatrixArray();
   double variance = 0;
-  for (std::size_t p = 0; p < size; ++p) {
+  for (std::size_t p = 0; p < size; p++) {
     double row = 0;
-    for (std::size_t q = 0; q < size; ++q) row += c[p * size + q] * h(q);
+    for (std::size_t q = 0; q < size; q++) row += c[p * size + q] * h(q);
     variance += h(p) * row;
   }
   return variance;
 }
 
-// zeta_ij = max(z_i - s_j, 0), i over measurements, j over planes; a NaN passes through.
+/// zeta_ij = max(z_i - s_j, 0), i over measurements, j over planes; a NaN passes through.
 void Lutz::CalcZeta() {
   const std::size_t m = fNscat;
   const double* s = fS.GetMatrixArray();
-  for (std::size_t i = 0; i < fNmeas; ++i) {
+  for (std::size_t i = 0; i < fNmeas; i++) {
     const double z = fZ.GetMatrixArray()[i];
     double* zeta = fZeta.GetMatrixArray() + i * m;
-    for (std::size_t j = 0; j < m; ++j) {
+    for (std::size_t j = 0; j < m; j++) {
       const double d = z - s[j];
       zeta[j] = 0 > d ? 0 : d;
     }
   }
 }
 
-// D = H^T W, (m + 2) x n, with rows (1, z_i, zeta_i0, ...) of H and W = diag(w_i).
+/// D = H^T W, (m + 2) x n, with rows (1, z_i, zeta_i0, ...) of H and W = diag(w_i).
 void Lutz::CalcD() {
   const std::size_t n = fNmeas;
   const std::size_t m = fNscat;
@@ -221,33 +221,33 @@ void Lutz::CalcD() {
   const double* z = fZ.GetMatrixArray();
   const double* zeta = fZeta.GetMatrixArray();
   double* d = fD.GetMatrixArray();
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < n; i++) {
     d[i] = w[i];
     d[n + i] = w[i] * z[i];
   }
   // A few rows of zeta at a time: they stay in the cache while they are read column by column.
   for (std::size_t i0 = 0; i0 < n; i0 += kBlock) {
     const std::size_t i1 = std::min(i0 + kBlock, n);
-    for (std::size_t j = 0; j < m; ++j)
-      for (std::size_t i = i0; i < i1; ++i) d[(j + 2) * n + i] = w[i] * zeta[i * m + j];
+    for (std::size_t j = 0; j < m; j++)
+      for (std::size_t i = i0; i < i1; i++) d[(j + 2) * n + i] = w[i] * zeta[i * m + j];
   }
 }
 
-// A = H^T W H + diag(0, 0, v_0, ..., v_(m-1)). Every element is summed over i in ascending order.
+/// A = H^T W H + diag(0, 0, v_0, ..., v_(m-1)). Every element is summed over i in ascending order.
 void Lutz::FillA() {
   FillLine();
   FillCoupling();
   FillAngles();
 }
 
-// Block of x0 and slope: sum w_i, sum w_i z_i, sum (w_i z_i) z_i.
+/// Block of x0 and slope: sum w_i, sum w_i z_i, sum (w_i z_i) z_i.
 void Lutz::FillLine() {
   const double* w = fW.GetMatrixArray();
   const double* z = fZ.GetMatrixArray();
   double sw = 0;
   double swz = 0;
   double swzz = 0;
-  for (std::size_t i = 0; i < fNmeas; ++i) {
+  for (std::size_t i = 0; i < fNmeas; i++) {
     sw += w[i];
     swz += w[i] * z[i];
     swzz += (w[i] * z[i]) * z[i];
@@ -260,7 +260,7 @@ void Lutz::FillLine() {
   a[size + 1] = swzz;
 }
 
-// Rows 0 and 1 of the kinks: sum w_i zeta_ij and sum (w_i zeta_ij) z_i, side by side over j.
+/// Rows 0 and 1 of the kinks: sum w_i zeta_ij and sum (w_i zeta_ij) z_i, side by side over j.
 void Lutz::FillCoupling() {
   const std::size_t m = fNscat;
   const std::size_t size = m + 2;
@@ -271,32 +271,33 @@ void Lutz::FillCoupling() {
   double* a1 = a + size + 2;
   std::fill_n(a0, m, 0.0);
   std::fill_n(a1, m, 0.0);
-  for (std::size_t i = 0; i < fNmeas; ++i) {
+  for (std::size_t i = 0; i < fNmeas; i++) {
     const double* zeta = fZeta.GetMatrixArray() + i * m;
-    for (std::size_t j = 0; j < m; ++j) {
+    for (std::size_t j = 0; j < m; j++) {
       const double wzeta = w[i] * zeta[j];
       a0[j] += wzeta;
       a1[j] += wzeta * z[i];
     }
   }
-  for (std::size_t j = 0; j < m; ++j) {
+  for (std::size_t j = 0; j < m; j++) {
     a[(j + 2) * size] = a0[j];
     a[(j + 2) * size + 1] = a1[j];
   }
 }
 
-// Block of the kinks: sum (w_i zeta_ij) zeta_ik for j <= k, mirrored, v_j added on the diagonal.
-// Where m is no multiple of the tile the last tile overlaps the one before and finds the same bits.
+/// Block of the kinks: sum (w_i zeta_ij) zeta_ik for j <= k, mirrored, v_j added on the diagonal.
+/// Where m is no multiple of the tile the last tile overlaps the one before and finds the same
+/// bits.
 void Lutz::FillAngles() {
   const std::size_t n = fNmeas;
   const std::size_t m = fNscat;
   const double* zeta = fZeta.GetMatrixArray();
   const double* wzeta = fD.GetMatrixArray() + 2 * n; // m x n: w_i zeta_ij
   if (m < kTile) {
-    for (std::size_t j = 0; j < m; ++j)
-      for (std::size_t k = j; k < m; ++k) {
+    for (std::size_t j = 0; j < m; j++)
+      for (std::size_t k = j; k < m; k++) {
         double sum = 0;
-        for (std::size_t i = 0; i < n; ++i) sum += wzeta[j * n + i] * zeta[i * m + k];
+        for (std::size_t i = 0; i < n; i++) sum += wzeta[j * n + i] * zeta[i * m + k];
         SetAngle(j, k, sum);
       }
     return;
@@ -311,8 +312,8 @@ void Lutz::FillAngles() {
       const std::size_t j0 = std::min(jNext, m - kTile);
       double tile[kTile][kTile];
       SumTile(wzeta + j0 * n, n, zeta + k0, m, range, tile);
-      for (std::size_t r = 0; r < kTile; ++r)
-        for (std::size_t c = 0; c < kTile; ++c)
+      for (std::size_t r = 0; r < kTile; r++)
+        for (std::size_t c = 0; c < kTile; c++)
           if (j0 + r <= k0 + c) SetAngle(j0 + r, k0 + c, tile[r][c]);
     }
   }
@@ -349,24 +350,24 @@ bool Lutz::InvertA() {
   return true;
 }
 
-// q = A^-1 D x.
+/// q = A^-1 D x.
 void Lutz::Calcq() {
   TVectorD q(fX);
   q *= fD;
   q *= fAinv;
   fX0 = q.GetMatrixArray()[0];
   fSlope = q.GetMatrixArray()[1];
-  for (std::size_t j = 0; j < fNscat; ++j) fAlpha.GetMatrixArray()[j] = q.GetMatrixArray()[j + 2];
+  for (std::size_t j = 0; j < fNscat; j++) fAlpha.GetMatrixArray()[j] = q.GetMatrixArray()[j + 2];
 }
 
-// xfit_i = x(z_i), with the products and their order as in X.
+/// xfit_i = x(z_i), with the products and their order as in X.
 void Lutz::Calcx() {
   const std::size_t m = fNscat;
   const double* alpha = fAlpha.GetMatrixArray();
-  for (std::size_t i = 0; i < fNmeas; ++i) {
+  for (std::size_t i = 0; i < fNmeas; i++) {
     const double* zeta = fZeta.GetMatrixArray() + i * m;
     double x = fSlope * fZ.GetMatrixArray()[i] + fX0;
-    for (std::size_t j = 0; j < m; ++j)
+    for (std::size_t j = 0; j < m; j++)
       if (zeta[j] > 0) x += alpha[j] * zeta[j];
     fXfit.GetMatrixArray()[i] = x;
   }

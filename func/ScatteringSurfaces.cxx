@@ -12,23 +12,24 @@ namespace kelvo {
 namespace {
 
 constexpr char kFile[] = "func/ScatteringSurfaces";
-// Where these two checks are reported. Callers tell momentum from velocity by the line, since both
-// carry the same code: the numbers stay when this file changes.
+/// Where these two checks are reported. Callers tell momentum from velocity by the line, since both
+/// carry the same code: the numbers stay when this file changes.
 constexpr unsigned int kMomentumLine = 90;
 constexpr unsigned int kVelocityLine = 95;
 
-// Least momentum [GeV/c] and velocity [c]: choices, far below any particle that a plane detects.
-constexpr double kLeastMomentum = 1e-5;
-constexpr double kLeastVelocity = 1e-6;
+/// Smallest momentum [GeV/c] and velocity [c]: choices, far below any particle that a plane
+/// detects.
+constexpr double kMinMomentum = 1e-5;
+constexpr double kMinVelocity = 1e-6;
 
-// 0.0136 GeV / sqrt(3): Lynch and Dahl's constant, for the angle of the chord in one plane.
+/// 0.0136 GeV / sqrt(3): Lynch and Dahl's constant, for the angle of the chord in one plane.
 constexpr double kScattering = 0.00785196366097891;
-// Lynch and Dahl's logarithmic correction.
+/// Lynch and Dahl's logarithmic correction.
 constexpr double kLogarithm = 0.038;
-// Thickness up to which the formula is not used [radiation lengths], and the width given instead
-// [rad]: choices, so that the fit finds a positive width at every plane.
-constexpr double kLeastThickness = 1e-6;
-constexpr double kLeastWidth = 1e-6;
+/// Thickness up to which the formula is not used [radiation lengths], and the width given instead
+/// [rad]: choices, so that the fit finds a positive width at every plane.
+constexpr double kMinThickness = 1e-6;
+constexpr double kMinWidth = 1e-6;
 
 void Store(double* to, double value) {
   if (to) *to = value;
@@ -75,7 +76,7 @@ unsigned int ScatteringSurfaces::MakeStep(const Path& path, const std::vector<do
                                           unsigned int i0) const {
   unsigned int j = i0 + 1;
   double x0 = 0; // thickness before the step; one lookup serves every span from i0
-  for (; j + 1 < s.size(); ++j) {
+  for (; j + 1 < s.size(); j++) {
     double beta = 0, p = 0;
     GetState(path, (s[i0] + s[j]) * 0.5, &beta, &p);
     const double ds = s[j] - s[i0];
@@ -117,20 +118,19 @@ bool ScatteringSurfaces::GoodStep(double ds, double dX0, double dT) const {
 }
 
 void ScatteringSurfaces::CheckLimits(double* beta, double* p) {
-  if (p && *p <= kLeastMomentum) {
-    // Exactly the least momentum is refused as well: callers rely on it.
-    if (std::fabs(*p) >= kLeastMomentum) throw KelvoException(kFile, kMomentumLine, kBadP, *p);
-    *p = kLeastMomentum;
+  if (p && *p <= kMinMomentum) {
+    // Exactly the smallest momentum is refused as well: callers rely on it.
+    if (std::fabs(*p) >= kMinMomentum) throw KelvoException(kFile, kMomentumLine, kBadP, *p);
+    *p = kMinMomentum;
   }
-  if (beta && *beta < kLeastVelocity) {
-    if (std::fabs(*beta) >= kLeastVelocity)
-      throw KelvoException(kFile, kVelocityLine, kBadP, *beta);
-    *beta = kLeastVelocity;
+  if (beta && *beta < kMinVelocity) {
+    if (std::fabs(*beta) >= kMinVelocity) throw KelvoException(kFile, kVelocityLine, kBadP, *beta);
+    *beta = kMinVelocity;
   }
 }
 
 double ScatteringSurfaces::Width(double dX0, double beta, double p) {
-  if (!(dX0 > kLeastThickness)) return kLeastWidth;
+  if (!(dX0 > kMinThickness)) return kMinWidth;
   const double c = kScattering / beta / p;
   const double width = std::sqrt(dX0) * c * (std::log(dX0) * kLogarithm + 1.0);
   if (width < 0)
@@ -143,7 +143,7 @@ void ScatteringSurfaces::AddSurface(double s, double sigAlpha) {
   fSigAlpha.push_back(sigAlpha);
 }
 
-// Velocity and momentum at s under the hypothesis, within their limits.
+/// Velocity and momentum at s under the hypothesis, within their limits.
 void ScatteringSurfaces::GetState(const Path& path, double s, double* beta, double* p) const {
   *p = 0;
   *beta = 0;

@@ -10,11 +10,11 @@ namespace kelvo {
 
 namespace {
 
-// The fits take variances.
+/// The fits take variances.
 constexpr int kVariances = 2;
-// Least uncertainty along the track in the test of its direction [cm]: no single hit may outweigh
-// all others. A choice.
-constexpr double kLeastSigZ = 0.1;
+/// Smallest uncertainty along the track in the test of its direction [cm]: no single hit may
+/// outweigh all others. A choice.
+constexpr double kMinSigZ = 0.1;
 
 TVector3 Unit(const TVector3& v) {
   const double length = std::sqrt(v.X() * v.X() + v.Y() * v.Y() + v.Z() * v.Z());
@@ -68,8 +68,8 @@ void TrackBasis::MakeBasis(const std::vector<double>& x, const std::vector<doubl
 
   const TVector3* trk[] = {&fXtrk, &fYtrk, &fZtrk};
   const TVector3* det[] = {&x0, &y0, &z0};
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) {
+  for (int i = 0; i < 3; i++)
+    for (int j = 0; j < 3; j++) {
       fDetToTrk[i][j] = trk[i]->Dot(*det[j]);
       fTrkToDet[j][i] = fDetToTrk[i][j];
     }
@@ -86,9 +86,9 @@ void TrackBasis::FindAxis(const std::vector<double>& x, const std::vector<double
 
   std::vector<double> w(n);
   double mx = 0, cx = 0, my = 0, cy = 0;
-  for (std::size_t i = 0; i < n; ++i) w[i] = dx[i] * dx[i] + dz[i] + dz[i];
+  for (std::size_t i = 0; i < n; i++) w[i] = dx[i] * dx[i] + dz[i] + dz[i];
   util::LinFitTS(z, x, w, mx, cx, kVariances);
-  for (std::size_t i = 0; i < n; ++i) w[i] = dy[i] * dy[i] + dz[i] + dz[i];
+  for (std::size_t i = 0; i < n; i++) w[i] = dy[i] * dy[i] + dz[i] + dz[i];
   util::LinFitTS(z, y, w, my, cy, kVariances);
   axis = Unit({mx, my, 1});
 }
@@ -98,11 +98,11 @@ void TrackBasis::AdjustBasisDir(const std::vector<double>& x, const std::vector<
                                 const std::vector<double>& dy, const std::vector<double>& dz) {
   if (x.empty()) return;
   double sum = 0, sumZ = 0;
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     const double Z =
         Rotated(fDetToTrk[2], x[i] - fOrigin.X(), y[i] - fOrigin.Y(), z[i] - fOrigin.Z());
     const double sigma = RotatedSigma(fDetToTrk[2], dx[i], dy[i], dz[i]);
-    const double w = sigma >= kLeastSigZ ? 1 / (sigma * sigma) : 1 / (kLeastSigZ * kLeastSigZ);
+    const double w = sigma >= kMinSigZ ? 1 / (sigma * sigma) : 1 / (kMinSigZ * kMinSigZ);
     sum += w;
     sumZ += w * Z;
   }
@@ -110,8 +110,8 @@ void TrackBasis::AdjustBasisDir(const std::vector<double>& x, const std::vector<
 
   fYtrk = -fYtrk;
   fZtrk = -fZtrk;
-  for (int i = 1; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) {
+  for (int i = 1; i < 3; i++)
+    for (int j = 0; j < 3; j++) {
       fDetToTrk[i][j] = -fDetToTrk[i][j];
       fTrkToDet[j][i] = -fTrkToDet[j][i];
     }

@@ -55,10 +55,10 @@ private:
 /// The stretch of a leg whose slopes against z are uncertain: to second order, a line at an angle
 /// theta to z is longer by (sig_x^2 + sig_y^2) / 2 cos^2 theta on average.
 double Stretch(const TVector3& leg, const Uncertainty& x, const Uncertainty& y) {
-  constexpr double kMost = 0.25; // where the slope is not known, nor is the length
+  constexpr double kMax = 0.25; // where the slope is not known, nor is the length
   const double variance = x.fSlope * x.fSlope + y.fSlope * y.fSlope;
   const double cos2 = leg.Mag2() > 0 ? leg.Z() * leg.Z() / leg.Mag2() : 0;
-  return 1 + std::min(variance / 2 * cos2, kMost);
+  return 1 + std::min(variance / 2 * cos2, kMax);
 }
 
 /// The legs of a track for SmearedGeometry. Shifts are evenly spread over an interval with the
@@ -85,11 +85,11 @@ std::vector<SmearedLeg> SmearedLegs(const std::vector<TVector3>& points, const H
 } // namespace
 
 void AddEnd(const TVector3& end, std::vector<TVector3>& points) {
-  constexpr double kShortest = 0.01; // cm; the range of a muon of 1 MeV in plastic
-  constexpr double kShare = 2. / 3;  // finer shares change momenta by less than 0.05%
+  constexpr double kShortest = 0.01;   // cm; the range of a muon of 1 MeV in plastic
+  constexpr double kFraction = 2. / 3; // finer fractions change momenta by less than 0.05%
   const TVector3 way = points.back() - end;
   const double length = way.Mag();
-  for (double left = length * kShare; left > kShortest; left *= kShare)
+  for (double left = length * kFraction; left > kShortest; left *= kFraction)
     points.push_back(end + way * (left / length));
   points.push_back(end);
 }

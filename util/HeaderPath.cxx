@@ -22,7 +22,7 @@ std::filesystem::path HeaderFolder() {
   return std::filesystem::exists(folder / "func/Lutz.h", error) ? folder : "";
 }
 
-// Runs before the dictionary makes itself known, which looks for the headers.
+/// Runs before the dictionary makes itself known, which looks for the headers.
 [[gnu::constructor(101)]] void AddHeaderFolder() {
   const std::string folder = HeaderFolder();
   if (folder.empty()) return;

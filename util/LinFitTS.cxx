@@ -29,8 +29,8 @@ void CheckInput(const std::vector<double>& x, const std::vector<double>& y,
                                 "; give 0 (unweighted), 1 (weights) or 2 (variances).");
 }
 
-// Turns the numbers of one mode into weights between 0 and 1. Only ratios of weights matter, and
-// relative to the largest one they neither overflow nor add up to infinity.
+/// Turns the numbers of one mode into weights between 0 and 1. Only ratios of weights matter, and
+/// relative to the largest one they neither overflow nor add up to infinity.
 class Weighting {
 public:
   Weighting(const std::vector<double>& w, int mode) : fMode(mode) {
@@ -54,8 +54,8 @@ private:
   double fReference = 0; // largest weight or smallest variance
 };
 
-// Exponent of the power of two that brings the largest magnitude to about 1, so that squares and
-// sums stay in range. Kept to where that power itself is a number.
+/// Exponent of the power of two that brings the largest magnitude to about 1, so that squares and
+/// sums stay in range. Kept to where that power itself is a number.
 int Exponent(const std::vector<double>& v) {
   double largest = 0;
   for (const double one : v) largest = std::max(largest, std::fabs(one));
@@ -76,7 +76,7 @@ struct Line {
   bool fSafe; // no sum has left the range in which a double keeps its digits
 };
 
-// Fits y sy over x sx.
+/// Fits y sy over x sx.
 Line FitScaled(const Points& p, double sx, double sy) {
   const std::size_t n = p.fX.size();
   // Coordinates u, v relative to the first point that counts: equal abscissae or ordinates are then
@@ -84,7 +84,7 @@ Line FitScaled(const Points& p, double sx, double sy) {
   const double x0 = sx * p.fX[p.fFirst];
   const double y0 = sy * p.fY[p.fFirst];
   double sum = 0, sumU = 0, sumV = 0;
-  for (std::size_t j = p.fFirst; j < n; ++j) {
+  for (std::size_t j = p.fFirst; j < n; j++) {
     const double w = p.fWeight(p.fW[j]);
     sum += w;
     sumU += w * (sx * p.fX[j] - x0);
@@ -94,7 +94,7 @@ Line FitScaled(const Points& p, double sx, double sy) {
   const double meanV = sumV / sum;
 
   double sumUU = 0, sumUV = 0;
-  for (std::size_t j = p.fFirst; j < n; ++j) {
+  for (std::size_t j = p.fFirst; j < n; j++) {
     const double w = p.fWeight(p.fW[j]);
     const double u = sx * p.fX[j] - x0 - meanU;
     const double v = sy * p.fY[j] - y0 - meanV;
@@ -109,7 +109,7 @@ Line FitScaled(const Points& p, double sx, double sy) {
           inside(sumUU) && inside(std::fabs(sumUV)) && std::fabs(intercept) < kLarge};
 }
 
-// Fits in coordinates of about 1, for values at the ends of the range of a double.
+/// Fits in coordinates of about 1, for values at the ends of the range of a double.
 Line FitExtreme(const Points& p) {
   const int ex = Exponent(p.fX);
   const int ey = Exponent(p.fY);
@@ -125,7 +125,7 @@ void LinFitTS(const std::vector<double>& x, const std::vector<double>& y,
               const std::vector<double>& w, double& m, double& c, int mode) {
   CheckInput(x, y, w, mode);
   Points points{x, y, w, Weighting(w, mode)};
-  while (points.fFirst < x.size() && points.fWeight(w[points.fFirst]) == 0) ++points.fFirst;
+  while (points.fFirst < x.size() && points.fWeight(w[points.fFirst]) == 0) points.fFirst++;
   if (points.fFirst == x.size()) {
     m = 0;
     c = 0;

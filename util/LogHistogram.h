@@ -14,10 +14,10 @@ class LogHistogram {
 public:
   void Add(double value) {
     const double bin = value > kLow ? std::floor(std::log(value / kLow) / kStep) : 0;
-    ++fCounts[bin < kBins ? static_cast<std::size_t>(bin) : kBins - 1];
-    ++fEntries;
-    fLeast = std::min(fLeast, value);
-    fMost = std::max(fMost, value);
+    fCounts[bin < kBins ? static_cast<std::size_t>(bin) : kBins - 1]++;
+    fEntries++;
+    fMin = std::min(fMin, value);
+    fMax = std::max(fMax, value);
   }
 
   unsigned long long Entries() const { return fEntries; }
@@ -25,13 +25,13 @@ public:
   /// Returns the median, NaN without entries.
   double Median() const { return Quantile(0.5); }
 
-  /// Returns the number below which a share of the entries lies, NaN without entries.
-  double Quantile(double share) const {
+  /// Returns the number below which a fraction of the entries lies, NaN without entries.
+  double Quantile(double fraction) const {
     unsigned long long below = 0;
-    for (std::size_t bin = 0; bin < kBins; ++bin) {
+    for (std::size_t bin = 0; bin < kBins; bin++) {
       below += fCounts[bin];
-      if (static_cast<double>(below) >= share * static_cast<double>(fEntries) && below > 0)
-        return std::clamp(kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep), fLeast, fMost);
+      if (static_cast<double>(below) >= fraction * static_cast<double>(fEntries) && below > 0)
+        return std::clamp(kLow * std::exp((static_cast<double>(bin) + 0.5) * kStep), fMin, fMax);
     }
     return std::numeric_limits<double>::quiet_NaN();
   }
@@ -43,8 +43,8 @@ private:
 
   std::array<unsigned long long, kBins> fCounts{};
   unsigned long long fEntries = 0;
-  double fLeast = std::numeric_limits<double>::infinity();
-  double fMost = -std::numeric_limits<double>::infinity();
+  double fMin = std::numeric_limits<double>::infinity();
+  double fMax = -std::numeric_limits<double>::infinity();
 };
 
 } // namespace kelvo

@@ -29,11 +29,11 @@ def atom_correction(element, b, literature):
 
 def correction_k(element, b, literature):
     """K shell; hydrogen has half of it and no screening."""
-    charge2, share = (1.0, 0.5) if element.z == 1 else ((element.z - 0.3) ** 2, 1.0)
+    charge2, fraction = (1.0, 0.5) if element.z == 1 else ((element.z - 0.3) ** 2, 1.0)
     theta = charge2 * (1 + charge2 * ALPHA**2 / 4)
     if element.z > 11:
         theta = literature.theta_k(element.z)
-    return share * shell_function(literature.shell_k, theta, b / charge2)
+    return fraction * shell_function(literature.shell_k, theta, b / charge2)
 
 
 def correction_lm(element, b, literature):
