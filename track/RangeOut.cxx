@@ -61,7 +61,7 @@ double Stretch(const TVector3& leg, const Uncertainty& x, const Uncertainty& y) 
   return 1 + std::min(variance / 2 * cos2, kMax);
 }
 
-/// The legs of a track for SmearedGeometry. Shifts are evenly spread over an interval with the
+/// The legs of a track for UnrolledTrack. Shifts are evenly spread over an interval with the
 /// standard deviation of the track's position, by a sequence that fills the plane evenly
 /// (M. Roberts, "The unreasonable effectiveness of quasirandom sequences", 2018: multiples of the
 /// inverse powers of the plastic number, modulo 1).
@@ -94,10 +94,49 @@ void AddEnd(const TVector3& end, std::vector<TVector3>& points) {
   points.push_back(end);
 }
 
+UnrolledTrack::UnrolledTrack(const geo::GeometryBase& detector, const std::vector<TVector3>& points,
+                             const std::vector<SmearedLeg>& legs) {
+  std::vector<double> ds;
+  std::vector<const TGeoMaterial*> mats;
+  for (std::size_t i = legs.size(); i-- > 0;) {
+    const SmearedLeg& leg = legs[i];
+    const TVector3 shift(leg.fShiftX, leg.fShiftY, 0);
+    double from[3], to[3];
+    (points[i + 1] + shift).GetXYZ(from);
+    (points[i] + shift).GetXYZ(to);
+    ds.clear();
+    mats.clear();
+    detector.MaterialsBetweenPoints(from, to, ds, mats);
+    for (std::size_t k = 0; k < ds.size(); k++) {
+      const double begin = Length();
+      const double length = ds[k] * leg.fStretch;
+      fSteps.push_back({begin, begin + length, length, mats[k]});
+    }
+  }
+}
+
+void UnrolledTrack::MaterialsBetweenPoints(const double* p0, const double* p1,
+                                           std::vector<double>& ds,
+                                           std::vector<const TGeoMaterial*>& mats) const {
+  const auto [low, high] = std::minmax(p0[2], p1[2]);
+  for (const Step& step : fSteps) {
+    if (step.fEnd < low || step.fBegin > high) continue;
+    const bool whole = low <= step.fBegin && step.fEnd <= high;
+    ds.push_back(whole ? step.fLength : std::min(step.fEnd, high) - std::max(step.fBegin, low));
+    mats.push_back(step.fMaterial);
+  }
+  if (p0[2] > p1[2]) {
+    std::reverse(ds.begin(), ds.end());
+    std::reverse(mats.begin(), mats.end());
+  }
+}
+
 void RangeOut(const geo::GeometryBase& geometry, const std::vector<TVector3>& points,
               const HypothesisFit& best, std::vector<HypothesisFit>& fits) {
-  const SmearedGeometry smeared(geometry, SmearedLegs(points, best));
-  const Path path(smeared, points, 0);
+  const UnrolledTrack track(geometry, points, SmearedLegs(points, best));
+  const double begin[3] = {0, 0, track.Length()};
+  const double end[3] = {0, 0, 0};
+  const Path path(track, begin, end, 0);
   const double length = path.Length();
   const double radLen = path.X0(length);
   for (HypothesisFit& fit : fits) {
