@@ -13,6 +13,7 @@ foreach(folder func matter geo util fit track sim io run draw)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE
           PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE
+          PATTERN "KinkFilter.h" EXCLUDE PATTERN "KinkState.h" EXCLUDE
           PATTERN "PublishedTables.h" EXCLUDE
           PATTERN "Constants.h" EXCLUDE PATTERN "Interpolation.h" EXCLUDE
           PATTERN "Quadrature.h" EXCLUDE PATTERN "ShellTables.h" EXCLUDE

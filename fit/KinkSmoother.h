@@ -3,9 +3,8 @@
 #include <TMatrixDSym.h>
 
 #include <cmath>
+#include <memory>
 #include <vector>
-
-#include "fit/KinkState.h"
 
 namespace kelvo {
 
@@ -55,7 +54,12 @@ public:
   /// Makes an empty problem. Throws kBadNScat (value 0) unless nmeas > nscat.
   /// @param nmeas number of measurements n
   /// @param nscat number of scattering planes m, below n
-  KinkSmoother(unsigned int nmeas, unsigned int nscat) { Reset(nmeas, nscat); }
+  KinkSmoother(unsigned int nmeas, unsigned int nscat);
+
+  /// Copies have the inputs and results of the original.
+  KinkSmoother(const KinkSmoother& other);
+  KinkSmoother& operator=(const KinkSmoother& other);
+  ~KinkSmoother();
 
   /// Makes the object as new, keeping its memory. Throws kBadNScat (value 0), leaving the object as
   /// it was, unless nmeas > nscat.
@@ -215,6 +219,8 @@ public:
   TMatrixDSym Covariance() const;
 
 private:
+  class Filter;
+
   struct Measurement {
     double fZ;             ///< position [cm]
     double fX;             ///< measured coordinate [cm]
@@ -230,19 +236,6 @@ private:
     double fVarAlpha; ///< its variance [rad^2]
   };
 
-  /// The straight line between two neighbouring planes, in order of z.
-  struct Segment {
-    double fEnd = 0; ///< position of the plane at its end; infinity for the last [cm]
-    double fV = 0;   ///< weight of the kink there
-    double fZ = 0;   ///< where position and slope are independent, given everything [cm]
-    double fX = 0;   ///< smoothed line: X(z) = fX + fSlope (z - fZ) [cm]
-    double fSlope = 0;
-    double fVarX = 0;     ///< variance of fX [cm^2]
-    double fVarSlope = 0; ///< variance of fSlope
-
-    KinkPoint At(double z) const;
-  };
-
   static bool IsMeasurement(double z, double x, double sigx) {
     return !std::isunordered(z, x) && sigx > 0;
   }
@@ -252,24 +245,8 @@ private:
   [[noreturn]] void ThrowBadPlane(double z, double sigAlpha) const;
   void Resize(unsigned int nmeas, unsigned int nscat);
   double LoadedW(unsigned int i) const { return fLoadedW.empty() ? fMeas[i].fW : fLoadedW[i]; }
-  unsigned int MeasAt(unsigned int place) const {
-    return fMeasOrder.empty() ? place : fMeasOrder[place];
-  }
-  unsigned int PlaneAt(unsigned int k) const { return fPlaneOrder.empty() ? k : fPlaneOrder[k]; }
-  KinkState Upstream(unsigned int k) const { return One(fBoth[k], 0); }
-  bool InOrder() const;
-  void PlaceSegments();
-  void GatherDownstream(unsigned int k, const unsigned int* order, unsigned int& place);
-  void GatherUpstream(unsigned int k, const unsigned int* order, unsigned int& place);
-  bool Solve();
-  KinkStates<KinkPair> CrossTwoPlanes(unsigned int k, KinkStates<KinkPair> known);
-  bool Smooth(unsigned int k);
-  bool SmoothLines(unsigned int k);
-  void SmoothKinks(unsigned int k);
   void FitMeasurements();
   KinkStatus WhySingular() const;
-  const Segment& SegmentAt(double z) const;
-  void LeaveEachOut() const;
 
   unsigned int fNmeas = 0;        ///< n, number of measurements
   unsigned int fNscat = 0;        ///< m, number of scattering planes
@@ -279,31 +256,13 @@ private:
   /// n: weights before any weight factor, 1 / sigx^2 [cm^-2]; empty without such factors.
   std::vector<double> fLoadedW;
 
-  /// n and m: indices in order of z; empty if that is the order they have.
-  std::vector<unsigned int> fMeasOrder, fPlaneOrder;
-  std::vector<Segment> fSegments; ///< m + 1
-  std::vector<KinkState> fLocal;  ///< m + 1: what the measurements of each segment know
-
-  /// m + 1 and m / 2 + 1: what two fronts know that set out together. The first of each pair runs
-  /// downstream from segment 0 and is in segment k after k planes, the second runs upstream from
-  /// segment m and is in segment m - k.
-  std::vector<KinkStates<KinkPair>> fBoth;   ///< what the segment and all behind it know
-  std::vector<KinkStates<KinkPair>> fBehind; ///< what all behind it knows; to the middle
+  std::unique_ptr<Filter> fFilter; ///< what the fit works with; never null
 
   double fX0 = 0;                              ///< fitted intercept at z = 0 [cm]
   double fSlope = 0;                           ///< fitted slope of the first segment
   double fChi2XI = 0;                          ///< measurements' part of chi-square
   double fChi2Beta = 0;                        ///< kinks' part of chi-square
   KinkStatus fStatus = KinkStatus::kNotFitted; ///< how the last fit ended
-
-  /// The fit of all measurements but one, at that one.
-  struct Others {
-    KinkState fUpstream; ///< work space
-    double fX = 0;       ///< fitted coordinate [cm]
-    double fVar = 0;     ///< its variance [cm^2]; infinity if they fix no track
-  };
-  mutable std::vector<Others> fOthers; ///< n once asked for
-  mutable bool fOthersKnown = false;   ///< whether fOthers belongs to the last fit
 };
 
 } // namespace kelvo

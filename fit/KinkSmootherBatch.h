@@ -42,9 +42,10 @@ struct KinkBatchOutput {
   double* fPull = nullptr; ///< KinkSmoother::Residual's pulls; NaN for a failed fit
 };
 
-/// Fits many tracks with one KinkSmoother: the same bits as one by one, and nothing is allocated
-/// once the largest track has been seen. One object serves one thread at a time; for more threads
-/// give each an object and a range of the tracks.
+/// For programs that bring fit problems of their own in flat arrays; tracks from hits and a
+/// detector are fitted by TrackFitter. Fits many tracks with one KinkSmoother: the same bits as one
+/// by one, and nothing is allocated once the largest track has been seen. One object serves one
+/// thread at a time; for more threads give each an object and a range of the tracks.
 class KinkSmootherBatch {
 public:
   /// Fits all tracks in order. Throws at the first track with bad input, whose elements and those

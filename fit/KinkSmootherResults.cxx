@@ -2,14 +2,13 @@
 #include <cmath>
 #include <limits>
 
-#include "fit/KinkSmoother.h"
+#include "fit/KinkFilter.h"
 
 namespace kelvo {
 
 namespace {
 
 constexpr double kLogTwoPi = 1.8378770664093454836; // log(2 pi)
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kUndefined = std::numeric_limits<double>::quiet_NaN();
 
 /// The logarithm of a long product, at the price of few logarithms.
@@ -59,9 +58,8 @@ double KinkSmoother::VarKink(unsigned int j) const {
 KinkResidual KinkSmoother::Residual(unsigned int i) const {
   if (!Succeeded())
     return {kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined, kUndefined};
-  LeaveEachOut();
   const Measurement& meas = fMeas[i];
-  const Others& others = fOthers[i];
+  const Filter::Others& others = fFilter->WithoutOne(i, fMeas);
   const double variance = 1 / LoadedW(i) + others.fVar;
   const double biased = meas.fX - meas.fXfit;
   if (std::isinf(others.fVar)) return {biased, 0, 0, variance, 0, 1, Chi2XIi(i)};
@@ -73,53 +71,20 @@ KinkResidual KinkSmoother::Residual(unsigned int i) const {
           Chi2XIi(i)};
 }
 
-/// Filters once more in both directions, now stopping at each measurement.
-void KinkSmoother::LeaveEachOut() const {
-  if (fOthersKnown) return;
-  fOthers.resize(fMeas.size());
-  const auto at = [this](unsigned int place) -> const Measurement& { return fMeas[MeasAt(place)]; };
-  unsigned int place = 0;
-  KinkSum upstream;
-  for (unsigned int k = 0; k <= fNscat; k++) {
-    if (k > 0)
-      upstream = CrossPlane(upstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
-    for (; place < fNmeas && at(place).fSegment == k; place++) {
-      fOthers[MeasAt(place)].fUpstream = upstream;
-      if (at(place).fW > 0) upstream.Add(at(place).fW, at(place).fZ, at(place).fX);
-    }
-  }
-  KinkSum downstream;
-  for (unsigned int k = fNscat + 1; k-- > 0;) {
-    for (; place > 0 && at(place - 1).fSegment == k; place--) {
-      const Measurement& meas = at(place - 1);
-      Others& others = fOthers[MeasAt(place - 1)];
-      const KinkState all = MergeAny(others.fUpstream, downstream);
-      const double d = meas.fZ - all.fZ;
-      const bool line = all.fP > 0 && all.fQ > 0;
-      others.fX = line ? all.fX + all.fC / all.fQ * d : 0;
-      others.fVar = line ? 1 / all.fP + d * d / all.fQ : kInfinity;
-      if (meas.fW > 0) downstream.Add(meas.fW, meas.fZ, meas.fX);
-    }
-    if (k > 0)
-      downstream = CrossPlane(downstream, {}, fSegments[k - 1].fEnd, fSegments[k - 1].fV).fBeyond;
-  }
-  fOthersKnown = true;
-}
-
 /// log det A = sum_k log f_k + log(P Q) of the last segment: the filter eliminates one slope per
 /// plane, of weight f_k = v_k + Q + P (s_k - Z)^2, and is left with the last position and slope.
 double KinkSmoother::LogLikelihood() const {
   if (!Succeeded()) return kUndefined;
   LogProduct determinant;
   for (unsigned int k = 0; k < fNscat; k++) {
-    const Segment& segment = fSegments[k];
-    const KinkState upstream = Upstream(k);
+    const Filter::Segment& segment = fFilter->At(k);
+    const KinkState upstream = fFilter->Upstream(k);
     const double d = segment.fEnd - upstream.fZ;
     const double f = segment.fV + upstream.fQ + upstream.fP * d * d;
     determinant.Multiply(segment.fV > 0 ? f / segment.fV : f);
   }
-  determinant.Multiply(Upstream(fNscat).fP);
-  determinant.Multiply(Upstream(fNscat).fQ);
+  determinant.Multiply(fFilter->Upstream(fNscat).fP);
+  determinant.Multiply(fFilter->Upstream(fNscat).fQ);
   for (const Measurement& meas : fMeas)
     if (meas.fW > 0) determinant.Multiply(1 / meas.fW);
   return -0.5 * (fChi2XI + fChi2Beta + determinant.Log() + NDOF() * kLogTwoPi);
@@ -145,8 +110,8 @@ TMatrixDSym KinkSmoother::Covariance() const {
   downstream.reserve(fNscat);
   KinkState beyond;
   for (unsigned int k = fNscat; k-- > 0;) {
-    const Segment& plane = fSegments[k];
-    const KinkState known = MergeAny(beyond, fLocal[k + 1]);
+    const Filter::Segment& plane = fFilter->At(k);
+    const KinkState known = MergeAny(beyond, fFilter->Local(k + 1));
     downstream.emplace_back(known, plane.fEnd, plane.fV);
     beyond = CrossPlane(known, {}, plane.fEnd, plane.fV).fBeyond;
   }
@@ -155,13 +120,13 @@ TMatrixDSym KinkSmoother::Covariance() const {
                                                std::size_t row) {
     for (; k < fNscat; k++) {
       const Turn& turn = downstream[fNscat - 1 - k];
-      set(row, std::size_t{PlaneAt(k)} + 2, turn.Kink(with));
+      set(row, std::size_t{fFilter->PlaneAt(k)} + 2, turn.Kink(with));
       with.fSlope = turn.Slope(with);
-      if (k + 1 < fNscat) with.fX += with.fSlope * (fSegments[k + 1].fEnd - fSegments[k].fEnd);
+      if (k + 1 < fNscat) with.fX += with.fSlope * (fFilter->At(k + 1).fEnd - fFilter->At(k).fEnd);
     }
   };
 
-  const Segment& first = fSegments[0];
+  const Filter::Segment& first = fFilter->At(0);
   set(0, 0, first.fVarX + first.fZ * first.fZ * first.fVarSlope);
   set(0, 1, -first.fZ * first.fVarSlope);
   set(1, 1, first.fVarSlope);
@@ -170,15 +135,15 @@ TMatrixDSym KinkSmoother::Covariance() const {
   carry({first.fVarX - d * first.fZ * first.fVarSlope, -first.fZ * first.fVarSlope}, 0, 0);
   carry({d * first.fVarSlope, first.fVarSlope}, 0, 1);
   for (unsigned int k = 0; k < fNscat; k++) {
-    const std::size_t row = std::size_t{PlaneAt(k)} + 2;
-    set(row, row, fPlanes[PlaneAt(k)].fVarAlpha);
+    const std::size_t row = std::size_t{fFilter->PlaneAt(k)} + 2;
+    set(row, row, fPlanes[fFilter->PlaneAt(k)].fVarAlpha);
     if (k + 1 == fNscat) break;
     // Seen from beyond the plane the kink turns the other way, against what lies upstream.
-    const Segment& next = fSegments[k + 1];
-    const double s = fSegments[k].fEnd;
+    const Filter::Segment& next = fFilter->At(k + 1);
+    const double s = fFilter->At(k).fEnd;
     const double lever = s - next.fZ;
     const double covXSlope = lever * next.fVarSlope;
-    const Turn back(Upstream(k), s, fSegments[k].fV);
+    const Turn back(fFilter->Upstream(k), s, fFilter->At(k).fV);
     CovarianceWith with{-back.Kink({next.fVarX + lever * covXSlope, covXSlope}),
                         -back.Kink({covXSlope, next.fVarSlope})};
     with.fX += with.fSlope * (next.fEnd - s);

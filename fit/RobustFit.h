@@ -6,6 +6,9 @@
 
 namespace kelvo {
 
+/// For programs that load a KinkSmoother themselves and whose measurements may be wrong, such as
+/// hits of noise or of another track. TrackFitter takes every hit that it is given at its word.
+
 /// How strongly a robust fit holds a measurement of a large pull u against threshold c.
 enum class RobustWeight {
   kHuber, ///< 1 up to c, then c / |u|: an outlier keeps pulling with the force of one at c

@@ -316,10 +316,4 @@ void dEdxTable::Select(const double* t, const double* dedx, unsigned int n, doub
   fDensity = density;
 }
 
-bool dEdxTable::Knows(const char* material) {
-  const std::string_view name = material;
-  return name == "Scintillator" || name == "PVC" || name == "Steel" || name == "Glue" ||
-         name == "Vacuum";
-}
-
 } // namespace kelvo

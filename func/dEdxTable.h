@@ -47,10 +47,6 @@ public:
   void InitSteel();
   void InitVac();
 
-  /// Returns whether there is a table of that name; a name without one makes no warning here.
-  /// @param material a valid string, not null
-  static bool Knows(const char* material);
-
 private:
   friend class Path; // ranges out three particles at once
 

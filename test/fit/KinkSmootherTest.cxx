@@ -12,6 +12,7 @@
 #include "func/Lutz.h"
 #include "test/support/Allocations.h"
 #include "test/support/KinkReference.h"
+#include "test/support/SameBits.h"
 
 namespace kelvo {
 namespace {
@@ -556,6 +557,22 @@ TEST(KinkSmoother, RefusesArraysWithABadElementAndIsThenEmpty) {
   LoadArrays(good, fit);
   ExpectThrow(kBadNScat, 0, [&] { fit.Load(2, nullptr, nullptr, nullptr, 2, nullptr, nullptr); });
   EXPECT_EQ(fit.NMeas(), 5u);
+}
+
+TEST(KinkSmoother, CopyKeepsItsFitWhenTheOriginalTakesAnother) {
+  const Problem problem = {{0, 1, 3, 4, 6}, {1, 2, 5, 5, 9}, {1, 1, 1, 1, 1}, {2}, {0.5}};
+  KinkSmoother original = Fitted(problem);
+  const KinkSmoother copy = original;
+  KinkSmoother assigned(1, 0);
+  assigned = original;
+  const KinkSmoother expected = Fitted(problem);
+  original.Reset(2, 0);
+  for (const KinkSmoother* fit : {&copy, static_cast<const KinkSmoother*>(&assigned)}) {
+    EXPECT_TRUE(SameBits(fit->At(3.5).fVarX, expected.At(3.5).fVarX));
+    EXPECT_TRUE(SameBits(fit->Kink(0), expected.Kink(0)));
+    EXPECT_TRUE(SameBits(fit->Residual(2).fPull, expected.Residual(2).fPull));
+    EXPECT_TRUE(SameBits(fit->LogLikelihood(), expected.LogLikelihood()));
+  }
 }
 
 TEST(KinkSmoother, SecondUseAllocatesNothingAndRemembersNothing) {

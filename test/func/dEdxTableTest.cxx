@@ -190,12 +190,6 @@ TEST(dEdxTable, CanBePointedAtAnotherMaterial) {
   EXPECT_TRUE(SameBits(table(1, kMuon), dEdxTable("Vacuum")(1, kMuon)));
 }
 
-TEST(dEdxTable, KnowsItsFiveNamesExactly) {
-  for (const char* name : kMaterials) EXPECT_TRUE(dEdxTable::Knows(name)) << name;
-  for (const char* name : {"", "scintillator", "Steel ", "Iron"})
-    EXPECT_FALSE(dEdxTable::Knows(name)) << name;
-}
-
 TEST(dEdxTable, WarnsOfAnUnknownNameAndTakesVacuum) {
   EXPECT_EXIT(
       {
