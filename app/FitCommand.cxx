@@ -63,8 +63,7 @@ std::pair<std::string, std::string> Mapping(const std::string& text) {
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-void Register(CLI::App& fit, FitArguments& a) {
-  TrackFitOptions& f = a.fFile.fFit;
+void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("hits", a.fFile.fInputs, "Files of hits")->required()->type_name("FILE");
   fit.add_option("-d,--detector", a.fDetector,
                  "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file")
@@ -92,59 +91,73 @@ void Register(CLI::App& fit, FitArguments& a) {
       ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   fit.add_flag("--strict", a.fFile.fStrict,
                "End the run at the first line or track that cannot be used");
+}
 
-  const char* output = "What is written";
+void RegisterOutput(CLI::App& fit, FitArguments& a) {
+  const char* group = "What is written";
   fit.add_option("--format", a.fFormat, "Table in the ROOT file: ttree or rntuple")
       ->check(OneOf({"ttree", "rntuple"}))
       ->type_name("NAME")
       ->capture_default_str()
-      ->group(output);
+      ->group(group);
   fit.add_flag("--scalars", a.fFile.fScalarsOnly,
                "Only columns of one number: no hits, planes, kinks or covariance")
-      ->group(output);
+      ->group(group);
+}
 
-  const char* input = "What is read";
+void RegisterInput(CLI::App& fit, FitArguments& a) {
+  const char* group = "What is read";
   fit.add_option("--column", a.fColumns, "A column has another name in the files: sigu=error")
       ->type_name("NAME=OTHER")
-      ->group(input);
+      ->group(group);
   fit.add_option("--tree", a.fFile.fReader.fTree,
                  "Table of hits in ROOT files (default: hits, or the only one)")
       ->type_name("NAME")
-      ->group(input);
+      ->group(group);
+}
 
-  const char* model = "The fit";
+void RegisterModel(CLI::App& fit, FitArguments& a) {
+  TrackFitOptions& f = a.fFile.fFit;
+  const char* group = "The fit";
   fit.add_option("--max-ds", f.fMaxDs, "Largest step between scattering planes [cm]")
       ->check(NumberWithin(kTiny, kHuge, "above 0"))
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
   fit.add_option("--max-dx0", f.fMaxDX0, "Largest step in radiation lengths")
       ->check(NumberWithin(kTiny, kHuge, "above 0"))
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
   fit.add_option("--max-dt", f.fMaxDT, "Largest product of a step's width and length [rad cm]")
       ->check(NumberWithin(kTiny, kHuge, "above 0"))
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
   fit.add_option("--scattering-factor", f.fScatteringFactor,
                  "Factor on the widths of the scattering angles")
       ->check(NumberWithin(kTiny, 100, "above 0 and at most 100"))
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
   fit.add_option(
          "--beyond-last-hit", f.fBeyondLastHit,
          "End of a stopping track behind its last hit, as a fraction of the way to its next")
       ->check(NumberWithin(0, 100, "from 0 to 100"))
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
   fit.add_option("--beam-momentum", f.fBeamMomentum,
                  "The particles are a beam of this momentum [GeV/c] and do not stop")
       ->check(NumberWithin(1e-3, 1e6, "from 0.001 to 1000000"))
-      ->group(model);
+      ->group(group);
   fit.add_option("--solver", a.fSolver, "linear (fast) or dense (the reference); same result")
       ->check(OneOf({"linear", "dense"}))
       ->type_name("NAME")
       ->capture_default_str()
-      ->group(model);
+      ->group(group);
+}
+
+void Register(CLI::App& fit, FitArguments& a) {
+  RegisterRun(fit, a);
+  RegisterOutput(fit, a);
+  RegisterInput(fit, a);
+  RegisterModel(fit, a);
 }
 
 void Complete(FitArguments& a) {

@@ -2,6 +2,7 @@
 
 #include "sim/KinkedLine.h"
 #include "track/Materials.h"
+#include "track/OptionCheck.h"
 #include "util/Particles.h"
 #include "util/Text.h"
 
@@ -24,16 +25,10 @@ constexpr double kMaxLeft = 0.07;
 constexpr int kPasses = 6;
 constexpr double kAgree = 0.01; // cm; far below the uncertainty of a hit
 
-void Check(bool ok, const char* name, double value, const std::string& rule) {
-  if (!ok)
-    throw std::invalid_argument(std::string(name) + " is " + NumberText(value) + "; it must be " +
-                                rule);
-}
-
 void CheckRange(const SimulationRange& range, const char* name, double low, double high,
                 const char* rule) {
   for (const double value : {range.fLow, range.fHigh})
-    Check(value >= low && value <= high, name, value, rule);
+    CheckOption(value >= low && value <= high, name, value, rule);
   if (range.fLow > range.fHigh)
     throw std::invalid_argument(std::string(name) + " goes from " + NumberText(range.fLow) +
                                 " down to " + NumberText(range.fHigh) +
@@ -41,14 +36,16 @@ void CheckRange(const SimulationRange& range, const char* name, double low, doub
 }
 
 void CheckOptions(const SimulationOptions& o) {
-  Check(FindParticle(o.fPDG), "the particle's code", o.fPDG, ParticleCodes() + ", of either sign");
+  CheckOption(FindParticle(o.fPDG), "the particle's code", o.fPDG,
+              ParticleCodes() + ", of either sign");
   CheckRange(o.fKineticEnergy, "the kinetic energy", 1e-3, 1e4, "from 0.001 to 10000 GeV");
-  Check(o.fSigma > 0 && o.fSigma <= 1e3, "the error of the hits", o.fSigma,
-        "above 0 and at most 1000 cm");
-  Check(o.fEfficiency > 0 && o.fEfficiency <= 1, "the efficiency", o.fEfficiency,
-        "above 0 and at most 1");
-  Check(o.fStep >= 1e-3 && o.fStep <= 100, "the largest step", o.fStep, "from 0.001 to 100 cm");
-  Check(o.fSlope >= 0 && o.fSlope <= 1, "the width of the slopes", o.fSlope, "from 0 to 1");
+  CheckOption(o.fSigma > 0 && o.fSigma <= 1e3, "the error of the hits", o.fSigma,
+              "above 0 and at most 1000 cm");
+  CheckOption(o.fEfficiency > 0 && o.fEfficiency <= 1, "the efficiency", o.fEfficiency,
+              "above 0 and at most 1");
+  CheckOption(o.fStep >= 1e-3 && o.fStep <= 100, "the largest step", o.fStep,
+              "from 0.001 to 100 cm");
+  CheckOption(o.fSlope >= 0 && o.fSlope <= 1, "the width of the slopes", o.fSlope, "from 0 to 1");
   const char* const names[] = {"x at the start", "y at the start", "z at the start"};
   for (int k = 0; k < 3; k++)
     if (o.fStart[k]) CheckRange(*o.fStart[k], names[k], -1e5, 1e5, "from -100000 to 100000 cm");

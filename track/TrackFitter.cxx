@@ -2,36 +2,31 @@
 
 #include "track/Guarded.h"
 #include "track/HitCheck.h"
+#include "track/OptionCheck.h"
 #include "track/TrackChain.h"
 #include "util/Particles.h"
-#include "util/Text.h"
 
 #include <stdexcept>
 
 namespace kelvo {
 namespace {
 
-void Check(bool ok, const char* name, double value, const std::string& rule) {
-  if (!ok)
-    throw std::invalid_argument(std::string(name) + " is " + NumberText(value) + "; it must be " +
-                                rule);
-}
-
 void CheckOptions(const TrackFitOptions& o) {
   if (o.fHypotheses.empty())
     throw std::invalid_argument("fHypotheses is empty; name one or more of " + ParticleCodes());
   for (int pdg : o.fHypotheses)
-    Check(FindParticle(pdg), "a code in fHypotheses", pdg, ParticleCodes() + ", of either sign");
-  Check(o.fMaxDs > 0, "fMaxDs", o.fMaxDs, "above 0 cm");
-  Check(o.fMaxDX0 > 0, "fMaxDX0", o.fMaxDX0, "above 0 radiation lengths");
-  Check(o.fMaxDT > 0, "fMaxDT", o.fMaxDT, "above 0 rad cm");
-  Check(o.fScatteringFactor > 0 && o.fScatteringFactor <= 100, "fScatteringFactor",
-        o.fScatteringFactor, "above 0 and at most 100");
-  Check(o.fBeyondLastHit >= 0 && o.fBeyondLastHit <= 100, "fBeyondLastHit", o.fBeyondLastHit,
-        "between 0 and 100");
-  Check(o.fBeamMomentum == 0 || (o.fBeamMomentum >= 1e-3 && o.fBeamMomentum <= 1e6),
-        "fBeamMomentum", o.fBeamMomentum,
-        "0 (stopping particles) or between 0.001 and 1e+06 GeV/c");
+    CheckOption(FindParticle(pdg), "a code in fHypotheses", pdg,
+                ParticleCodes() + ", of either sign");
+  CheckOption(o.fMaxDs > 0, "fMaxDs", o.fMaxDs, "above 0 cm");
+  CheckOption(o.fMaxDX0 > 0, "fMaxDX0", o.fMaxDX0, "above 0 radiation lengths");
+  CheckOption(o.fMaxDT > 0, "fMaxDT", o.fMaxDT, "above 0 rad cm");
+  CheckOption(o.fScatteringFactor > 0 && o.fScatteringFactor <= 100, "fScatteringFactor",
+              o.fScatteringFactor, "above 0 and at most 100");
+  CheckOption(o.fBeyondLastHit >= 0 && o.fBeyondLastHit <= 100, "fBeyondLastHit", o.fBeyondLastHit,
+              "between 0 and 100");
+  CheckOption(o.fBeamMomentum == 0 || (o.fBeamMomentum >= 1e-3 && o.fBeamMomentum <= 1e6),
+              "fBeamMomentum", o.fBeamMomentum,
+              "0 (stopping particles) or between 0.001 and 1e+06 GeV/c");
 }
 
 void Refuse(const Refusal& refusal, TrackFit& out) {

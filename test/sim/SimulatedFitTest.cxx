@@ -3,6 +3,7 @@
 // with the full multiple scattering, docs/simulation.md tells what comes out, and bounds hold it.
 
 #include "sim/Simulator.h"
+#include "test/support/BundledDetector.h"
 #include "track/TrackFitter.h"
 
 #include <TMath.h>
@@ -26,11 +27,7 @@ constexpr int kExactTracks = 1000, kTracks = 500;
 constexpr int kExactTracks = 20'000, kTracks = 3000;
 #endif
 constexpr double kErrors = 4; // standard errors that a mean or a width may be off; fixed seeds
-constexpr double kLeastProbability = 1e-3; // of a Kolmogorov-Smirnov test
-
-geo::PlaneDetector Detector(const std::string& name) {
-  return geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + name + ".toml");
-}
+constexpr double kMinProbability = 1e-3; // of a Kolmogorov-Smirnov test
 
 /// Mean and width of pulls, with their statistical errors. The pulls of one track depend on each
 /// other, so tracks are what is counted: for a ratio of sums, the error of A/N follows from the
@@ -169,9 +166,9 @@ double Median(std::vector<double> x) {
 }
 
 void ExpectFlat(const Sample& sample) {
-  EXPECT_GT(KolmogorovProbability(sample.fProb), kLeastProbability);
-  EXPECT_GT(KolmogorovProbability(sample.fProbX), kLeastProbability);
-  EXPECT_GT(KolmogorovProbability(sample.fProbY), kLeastProbability);
+  EXPECT_GT(KolmogorovProbability(sample.fProb), kMinProbability);
+  EXPECT_GT(KolmogorovProbability(sample.fProbX), kMinProbability);
+  EXPECT_GT(KolmogorovProbability(sample.fProbY), kMinProbability);
 }
 
 void ExpectUnitAtFirstHit(const Sample& sample) {
@@ -193,7 +190,7 @@ void ExpectMomentum(const Sample& sample, double tolerance) {
 // material does not depend on a track's place, steps of two layers, whatever the widths are, and
 // tracks that do not get to the sides, where those with small kinks would be preferred.
 TEST(SimulatedFit, IsExactWhereTracksAreWhatItAssumes) {
-  const auto detector = Detector("range");
+  const auto& detector = BundledDetector("range");
   SimulationOptions options = Muons(kelvo::ScatteringModel::kFit, 2);
   options.fSlope = 0.1;
   options.fStart[0] = options.fStart[1] = {{-50, 50}};
@@ -215,7 +212,7 @@ TEST(SimulatedFit, IsExactWhereTracksAreWhatItAssumes) {
 TEST(SimulatedFit, HoldsWithItsDefaultsInBothDetectors) {
   for (const std::string name : {"fine", "range"}) {
     SCOPED_TRACE(name);
-    const auto detector = Detector(name);
+    const auto& detector = BundledDetector(name);
     const SimulationOptions options =
         Muons(kelvo::ScatteringModel::kFit, name == "fine" ? 1.6 : 2.);
     const Sample sample = Fitted(detector, options, kTracks, options.fFit.fScatteringFactor);
@@ -230,7 +227,7 @@ TEST(SimulatedFit, HoldsWithItsDefaultsInBothDetectors) {
 TEST(SimulatedFit, FullScatteringHasTheWidthThatTheDefaultFactorAssumes) {
   for (const std::string name : {"fine", "range"}) {
     SCOPED_TRACE(name);
-    const auto detector = Detector(name);
+    const auto& detector = BundledDetector(name);
     const SimulationOptions options =
         Muons(kelvo::ScatteringModel::kFull, name == "fine" ? 1.6 : 2.);
     const Sample sample = Fitted(detector, options, kTracks / 4, std::sqrt(3.));
@@ -241,7 +238,7 @@ TEST(SimulatedFit, FullScatteringHasTheWidthThatTheDefaultFactorAssumes) {
 }
 
 TEST(SimulatedFit, FactorOneIsTooNarrowForTheFullScattering) {
-  const auto detector = Detector("range");
+  const auto& detector = BundledDetector("range");
   const SimulationOptions options = Muons(kelvo::ScatteringModel::kFull, 2);
   const Sample sample = Fitted(detector, options, kTracks / 4, 1);
   EXPECT_NEAR(sample.fUX.Width(), 1.46, 0.05 + kErrors * sample.fUX.WidthError());

@@ -3,6 +3,7 @@
 
 #include "func/Path.h"
 #include "sim/SimulatedPath.h"
+#include "test/support/BundledDetector.h"
 
 #include <gtest/gtest.h>
 
@@ -15,18 +16,6 @@ using kelvo::SimulatedPath;
 using util::RandomStream;
 
 constexpr double kMuon = 0.1056583755; // GeV
-
-const geo::PlaneDetector& Fine() {
-  static const auto detector =
-      geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
-  return detector;
-}
-
-const geo::PlaneDetector& Range() {
-  static const auto detector =
-      geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/range.toml");
-  return detector;
-}
 
 /// Mean and standard deviation of numbers.
 struct Moments {
@@ -42,7 +31,7 @@ struct Moments {
 };
 
 TEST(SimulatedPath, EnergyAgreesWithTheRangeOutOfTheFit) {
-  for (const auto* detector : {&Fine(), &Range()})
+  for (const auto* detector : {&BundledDetector("fine"), &BundledDetector("range")})
     for (const int pdg : {13, 211, 2212}) {
       const TVector3 a(3, -20, 5), b(40, 10, 180);
       SimulatedPath back;
@@ -71,7 +60,7 @@ TEST(SimulatedPath, EnergyAgreesWithTheRangeOutOfTheFit) {
 TEST(SimulatedPath, ForwardAndBackwardAgree) {
   for (const int pdg : {13, 211, 2212}) {
     RandomStream random(1, 1);
-    ParticleTransport transport(Fine(), pdg, false);
+    ParticleTransport transport(BundledDetector("fine"), pdg, false);
     SimulatedPath forward, back;
     transport.FollowStraight({1, 2, -3}, TVector3(0.1, 0.2, 1).Unit(), 0.5, random, forward);
     ASSERT_TRUE(forward.fStopped);
@@ -86,8 +75,8 @@ TEST(SimulatedPath, StraightPathCrossesPlanesWhereALineDoes) {
   RandomStream random(1, 1);
   SimulatedPath path;
   const TVector3 x(1, 2, -3), u = TVector3(0.1, 0.2, 1).Unit();
-  ParticleTransport(Fine(), 13, false).FollowStraight(x, u, 0.5, random, path);
-  const auto crossings = Crossings(Fine(), path);
+  ParticleTransport(BundledDetector("fine"), 13, false).FollowStraight(x, u, 0.5, random, path);
+  const auto crossings = Crossings(BundledDetector("fine"), path);
   const double end = path.fPoints.back().fX.Z();
   ASSERT_EQ(crossings.size(), static_cast<std::size_t>((end - 3) / 6.05) + 1);
   for (unsigned i = 0; i < crossings.size(); i++) {
@@ -102,7 +91,7 @@ TEST(SimulatedPath, StraightPathCrossesPlanesWhereALineDoes) {
 TEST(SimulatedPath, ParticleThatIsNotStoppedLeaves) {
   RandomStream random(1, 1);
   SimulatedPath path;
-  ParticleTransport transport(Range(), 13, false);
+  ParticleTransport transport(BundledDetector("range"), 13, false);
   transport.FollowStraight({0, 0, -1}, {0, 0, 1}, 50, random, path);
   EXPECT_FALSE(path.fStopped);
   transport.Scatter({0, 0, -1}, {0, 0, 1}, 50, 1, random, path);
@@ -121,12 +110,12 @@ TEST(SimulatedPath, AnglesBetweenPlanesHaveHighlandsWidthWhateverTheStep) {
   for (const double step : {0.5, 1., 7.}) {
     Moments angle, shift;
     double correlation = 0;
-    ParticleTransport transport(Range(), 13, false);
+    ParticleTransport transport(BundledDetector("range"), 13, false);
     for (int i = 0; i < kTracks; i++) {
       RandomStream random(7, static_cast<std::uint64_t>(i));
       SimulatedPath path;
       transport.Scatter({0, 0, -1}, {0, 0, 1}, T, step, random, path);
-      const auto crossings = Crossings(Range(), path);
+      const auto crossings = Crossings(BundledDetector("range"), path);
       ASSERT_EQ(crossings.size(), 60u);
       const auto &a = crossings[0], &b = crossings[kLayers];
       const double length = 4. * kLayers;
@@ -157,11 +146,12 @@ TEST(SimulatedPath, EnergyLossFluctuatesAroundItsMeanWithBohrsVariance) {
   RandomStream none(1, 1);
   SimulatedPath path;
   const auto lossOf = [&path](double length) {
-    for (const auto& crossing : Crossings(Range(), path))
+    for (const auto& crossing : Crossings(BundledDetector("range"), path))
       if (crossing.fPlane == 10) return T - crossing.fAt.fT;
     return length;
   };
-  ParticleTransport mean(Range(), 13, false), fluctuating(Range(), 13, true);
+  ParticleTransport mean(BundledDetector("range"), 13, false),
+      fluctuating(BundledDetector("range"), 13, true);
   mean.FollowStraight({0, 0, 0}, {0, 0, 1}, T, none, path);
   const double expected = lossOf(0);
   Moments loss;

@@ -1,6 +1,7 @@
 // Simulated tracks: what is promised of each of them, and their ranges against Geant4's.
 
 #include "sim/Simulator.h"
+#include "test/support/BundledDetector.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +12,6 @@ namespace {
 using kelvo::SimulatedTrack;
 using kelvo::SimulationOptions;
 using kelvo::Simulator;
-
-const geo::PlaneDetector& Fine() {
-  static const auto detector =
-      geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
-  return detector;
-}
 
 SimulationOptions Options(kelvo::ScatteringModel model) {
   SimulationOptions options;
@@ -43,9 +38,9 @@ void ExpectSame(const SimulatedTrack& a, const SimulatedTrack& b) {
 
 TEST(Simulator, TrackDependsOnSeedAndNumberOnly) {
   for (const auto model : kModels) {
-    Simulator one(Fine(), Options(model));
+    Simulator one(BundledDetector("fine"), Options(model));
     const SimulatedTrack seventh = one.Make(7);
-    Simulator other(Fine(), Options(model));
+    Simulator other(BundledDetector("fine"), Options(model));
     for (int i = 0; i < 5; i++) other.Make(i);
     ExpectSame(seventh, other.Make(7));
     Simulator copy(other);
@@ -53,13 +48,13 @@ TEST(Simulator, TrackDependsOnSeedAndNumberOnly) {
     EXPECT_NE(one.Make(8).fT, seventh.fT);
     SimulationOptions options = Options(model);
     options.fSeed = 2;
-    EXPECT_NE(Simulator(Fine(), options).Make(7).fT, seventh.fT);
+    EXPECT_NE(Simulator(BundledDetector("fine"), options).Make(7).fT, seventh.fT);
   }
 }
 
 TEST(Simulator, TracksStopInsideAndAreSeenInBothViews) {
   for (const auto model : kModels) {
-    Simulator simulator(Fine(), Options(model));
+    Simulator simulator(BundledDetector("fine"), Options(model));
     for (int i = 0; i < 100; i++) {
       const SimulatedTrack track = simulator.Make(i);
       EXPECT_LE(std::abs(track.fEnd.X()), 70);
@@ -76,7 +71,7 @@ TEST(Simulator, TracksStopInsideAndAreSeenInBothViews) {
 
 TEST(Simulator, TruthFitsTogether) {
   for (const auto model : kModels) {
-    Simulator simulator(Fine(), Options(model));
+    Simulator simulator(BundledDetector("fine"), Options(model));
     for (int i = 0; i < 100; i++) {
       const SimulatedTrack track = simulator.Make(i);
       const auto& first = track.fHits.front();
@@ -104,7 +99,7 @@ TEST(Simulator, TruthFitsTogether) {
 }
 
 TEST(Simulator, CellHitsAreTheCentreOfTheCellThatIsCrossed) {
-  Simulator simulator(Fine(), Options(kelvo::ScatteringModel::kFull));
+  Simulator simulator(BundledDetector("fine"), Options(kelvo::ScatteringModel::kFull));
   for (int i = 0; i < 50; i++)
     for (const auto& hit : simulator.Make(i).fHits) {
       const double cell = (hit.fU + 62.775) / 4.05;
@@ -118,7 +113,7 @@ TEST(Simulator, GaussianHitsAreSmearedAroundTheTruth) {
   SimulationOptions options = Options(kelvo::ScatteringModel::kFull);
   options.fHits = kelvo::HitModel::kGaussian;
   options.fSigma = 0.5;
-  Simulator simulator(Fine(), options);
+  Simulator simulator(BundledDetector("fine"), options);
   double n = 0, sum = 0, sum2 = 0;
   for (int i = 0; i < 200; i++)
     for (const auto& hit : simulator.Make(i).fHits) {
@@ -135,7 +130,7 @@ TEST(Simulator, GaussianHitsAreSmearedAroundTheTruth) {
 TEST(Simulator, PlanesMissHitsWithTheirInefficiency) {
   SimulationOptions options = Options(kelvo::ScatteringModel::kFit); // whose tracks see no gaps
   options.fEfficiency = 0.8;
-  Simulator simulator(Fine(), options);
+  Simulator simulator(BundledDetector("fine"), options);
   double planes = 0, hits = 0;
   for (int i = 0; i < 100; i++) {
     const SimulatedTrack track = simulator.Make(i);
@@ -196,7 +191,7 @@ TEST(Simulator, MuonsTravelAsFarAsGeant4s) {
   SimulationOptions options = Options(kelvo::ScatteringModel::kFull);
   options.fKineticEnergy = {0.95, 1.05};
   options.fStart[2] = {{-1., -0.5}};
-  Simulator simulator(Fine(), options);
+  Simulator simulator(BundledDetector("fine"), options);
   double n = 0, length = 0, T = 0;
   for (int i = 0; i < 100; i++) {
     const SimulatedTrack track = simulator.Make(i);
@@ -213,7 +208,7 @@ TEST(Simulator, TracksMayLeaveWhereThatIsWanted) {
   options.fKineticEnergy = {10, 10};
   options.fLeaving = true;
   options.fSlope = 0.1;
-  const SimulatedTrack track = Simulator(Fine(), options).Make(0);
+  const SimulatedTrack track = Simulator(BundledDetector("fine"), options).Make(0);
   EXPECT_GT(track.fT, 5);
   EXPECT_GT(track.fHits.back().fT, 1);
 }
@@ -223,7 +218,7 @@ std::string Refusal(Change change) {
   SimulationOptions options;
   change(options);
   try {
-    Simulator(Fine(), options).Make(3);
+    Simulator(BundledDetector("fine"), options).Make(3);
   } catch (const std::exception& e) {
     return e.what();
   }
@@ -274,7 +269,7 @@ TEST(Simulator, TracksThatCannotStopInsideAreTold) {
 }
 
 TEST(Simulator, DetectorWithoutStoppingPowersIsRefused) {
-  const auto telescope = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/telescope.toml");
+  const auto& telescope = BundledDetector("telescope");
   try {
     Simulator(telescope, {});
     FAIL();

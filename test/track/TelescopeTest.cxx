@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "geo/PlaneDetector.h"
+#include "test/support/BundledDetector.h"
 #include "test/support/Geant4Sample.h"
 #include "track/PlaneOffsets.h"
 #include "track/TrackFitter.h"
@@ -80,8 +80,7 @@ TEST(TelescopeTest, NoTrackIsLostAndResidualsAreNoWiderThanThoseOfStraightLines)
   if (!std::filesystem::exists(file))
     GTEST_SKIP() << "no telescope data at " << file
                  << "; set KELVO_SHARED_DATA to the shared folder";
-  const geo::PlaneDetector detector =
-      geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/telescope.toml");
+  const geo::PlaneDetector& detector = BundledDetector("telescope");
   TrackFitOptions options;
   options.fHypotheses = {211};
   options.fBeamMomentum = 4; // GeV/c; not recorded, a usual one

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <random>
 
-#include "geo/PlaneDetector.h"
+#include "test/support/BundledDetector.h"
 #include "test/support/Geant4Sample.h"
 #include "test/support/TestGeometry.h"
 #include "track/TrackFitter.h"
@@ -218,8 +218,7 @@ struct Summary {
 
 Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitOptions& options) {
   const std::string name = sample.fName;
-  const geo::PlaneDetector detector = geo::PlaneDetector::FromFile(
-      KELVO_SOURCE_DIR "/detectors/" + name.substr(0, name.find('_')) + ".toml");
+  const geo::PlaneDetector& detector = BundledDetector(name.substr(0, name.find('_')));
   TrackFitter fitter(detector, options);
   Summary summary;
   TrackFit fit;
