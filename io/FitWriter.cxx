@@ -176,7 +176,7 @@ void CheckEntries(const PendingFile& file, TableFormat format, unsigned long lon
   if (!in || in->IsZombie()) Incomplete(file);
   const auto table = format == TableFormat::kTTree
                          ? MakeTreeTable(*in, kTable, file.Name())
-                         : MakeNTupleTable(file.Partial(), kTable, file.Name());
+                         : MakeNTupleTable(*in, kTable, file.Name());
   if (table->Entries() != static_cast<long long>(expected)) Incomplete(file);
 }
 

@@ -36,12 +36,12 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
   }
   fBothViews = !Has(kHitView) && !Has(kHitU) && Has(kHitX) && Has(kHitY);
 
-  const std::vector<HitColumn> ofOne{kHitView, kHitU, kHitSigU};
-  const std::vector<HitColumn> ofBoth{kHitX, kHitY, kHitSigX, kHitSigY};
-  for (const HitColumn c : fBothViews ? ofOne : ofBoth) fIndex[c] = -1;
+  const std::vector<HitColumn> ofOne{kHitView, kHitU, kHitZ, kHitSigU};
+  const std::vector<HitColumn> ofBoth{kHitZ, kHitX, kHitY, kHitSigX, kHitSigY};
+  for (const HitColumn c : fBothViews ? ofOne : ofBoth)
+    if (c != kHitZ) fIndex[c] = -1;
 
   std::vector<HitColumn> needed = fBothViews ? ofBoth : ofOne;
-  needed.push_back(kHitZ);
   if (numbered) needed.insert(needed.begin(), kHitTrack);
   for (const HitColumn c : needed)
     if (!Has(c))

@@ -32,11 +32,12 @@ public:
   virtual void Read(long long entry) = 0;
 };
 
-/// @param place begins the messages; tree is of the file, which must outlive the table
+/// @param file  has the tree, and must outlive the table
+/// @param place begins the messages
 std::unique_ptr<HitTable> MakeTreeTable(TFile& file, const std::string& tree,
                                         const std::string& place);
-/// @param place begins the messages
-std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::string& ntuple,
+/// As above, for an RNTuple.
+std::unique_ptr<HitTable> MakeNTupleTable(TFile& file, const std::string& ntuple,
                                           const std::string& place);
 
 } // namespace kelvo

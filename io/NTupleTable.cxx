@@ -4,7 +4,9 @@
 
 #ifdef KELVO_HAS_RNTUPLE
 
+#include <TFile.h>
 #include <ROOT/RError.hxx>
+#include <ROOT/RNTuple.hxx>
 #include <ROOT/RNTupleDescriptor.hxx>
 #include <ROOT/RNTupleReader.hxx>
 #include <ROOT/RNTupleView.hxx>
@@ -85,10 +87,12 @@ private:
 
 } // namespace
 
-std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::string& ntuple,
+std::unique_ptr<HitTable> MakeNTupleTable(TFile& file, const std::string& ntuple,
                                           const std::string& place) {
   try {
-    return std::make_unique<NTupleTable>(ROOT::RNTupleReader::Open(ntuple, file), place);
+    const std::unique_ptr<ROOT::RNTuple> found(file.Get<ROOT::RNTuple>(ntuple.c_str()));
+    if (!found) throw FileError(place + ": cannot be read");
+    return std::make_unique<NTupleTable>(ROOT::RNTupleReader::Open(*found), place);
   } catch (const ROOT::RException&) {
     throw FileError(place + ": cannot be read");
   }
@@ -100,8 +104,7 @@ std::unique_ptr<HitTable> MakeNTupleTable(const std::string& file, const std::st
 
 namespace kelvo {
 
-std::unique_ptr<HitTable> MakeNTupleTable(const std::string&, const std::string&,
-                                          const std::string& place) {
+std::unique_ptr<HitTable> MakeNTupleTable(TFile&, const std::string&, const std::string& place) {
   throw FileError(place + ": is an RNTuple, which needs ROOT 6.36 or newer; write a TTree");
 }
 

@@ -4,10 +4,9 @@
 #include "io/HitColumns.h"
 #include "io/HitNumbers.h"
 #include "io/HitTable.h"
+#include "io/RootFile.h"
 #include "util/Text.h"
 
-#include <TDirectory.h>
-#include <TFile.h>
 #include <TKey.h>
 
 #include <algorithm>
@@ -46,15 +45,11 @@ TableName FindTable(TFile& file, const std::string& place, const std::string& wa
 
 class RootHits : public HitSource {
 public:
-  RootHits(const std::string& file, const HitReaderOptions& options) : fFile(file) {
-    // Files that are open here must not become the place of what others make meanwhile.
-    const TDirectory::TContext restore;
-    fRootFile.reset(TFile::Open(file.c_str(), "READ"));
-    if (!fRootFile || fRootFile->IsZombie())
-      throw FileError(file + ": is damaged and cannot be read");
+  RootHits(const std::string& file, const HitReaderOptions& options)
+      : fFile(file), fRootFile(OpenRootFile(file)) {
     const TableName table = FindTable(*fRootFile, file, options.fTree);
     const std::string place = file + ", " + table.fName;
-    fTable = table.fIsNTuple ? MakeNTupleTable(file, table.fName, place)
+    fTable = table.fIsNTuple ? MakeNTupleTable(*fRootFile, table.fName, place)
                              : MakeTreeTable(*fRootFile, table.fName, place);
     fColumns = HitColumns(place, fTable->Columns(), options.fColumns);
     fTable->BindNumber(fColumns.Name(kHitTrack), fTrack);

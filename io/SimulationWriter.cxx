@@ -2,12 +2,12 @@
 
 #include "io/FileError.h"
 #include "io/PendingFile.h"
+#include "io/RootFile.h"
 #include "util/Text.h"
 
 #include <TDirectory.h>
-#include <TFile.h>
-#include <TObjString.h>
 #include <TTree.h>
+#include <fmt/format.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -40,7 +40,7 @@ public:
     // "T" leaves the bytes as they are.
     fOut = gzopen(fFile.Partial().c_str(), EndsWith(name, ".gz") ? "wb" : "wbT");
     if (!fOut) Fail();
-    Put(header + '\n');
+    Put(header);
   }
   ~CsvFile() {
     if (fOut) gzclose(fOut);
@@ -73,40 +73,61 @@ private:
   gzFile fOut = nullptr;
 };
 
-void Append(std::string& line, double value) {
-  AppendNumber(line, value);
-  line += ',';
+// The columns of the tables beside the track's number, the same in all formats, and their values.
+const std::vector<std::string> kHitNames{"u", "z", "sigu"};
+const std::vector<std::string> kTruthNames{"x0", "y0", "z0", "px", "py",    "pz",
+                                           "T",  "xe", "ye", "ze", "length"};
+const std::vector<std::string> kHitTruthNames{"z", "x", "y", "dxdz", "dydz", "T"};
+
+std::vector<double> HitNumbers(const SimulatedHit& hit) {
+  return {hit.fU, hit.fZ, hit.fSigU};
 }
-void Append(std::string& line, const TVector3& x) {
-  for (int k = 0; k < 3; ++k) Append(line, x[k]);
+
+std::vector<double> TruthNumbers(const SimulatedTrack& t) {
+  const TVector3& x = t.fStart;
+  const TVector3& p = t.fMomentum;
+  const TVector3& end = t.fEnd;
+  return {x.X(), x.Y(), x.Z(), p.X(), p.Y(), p.Z(), t.fT, end.X(), end.Y(), end.Z(), t.fLength};
+}
+
+std::vector<double> HitTruthNumbers(const SimulatedHit& hit) {
+  return {hit.fTrue.Z(), hit.fTrue.X(), hit.fTrue.Y(), hit.fSlope.X(), hit.fSlope.Y(), hit.fT};
+}
+
+std::string Header(const std::string& first, const std::vector<std::string>& names) {
+  return fmt::format("{},{}\n", first, fmt::join(names, ","));
+}
+
+void AppendLine(std::string& text, const std::vector<double>& values) {
+  for (const double value : values) {
+    text += ',';
+    AppendNumber(text, value);
+  }
+  text += '\n';
 }
 
 class CsvWriter final : public SimulationWriter {
 public:
   CsvWriter(const std::vector<std::string>& names)
-      : fHits(names[0], "track,view,u,z,sigu"),
-        fTruth(names[1], "track,pdg,x0,y0,z0,px,py,pz,T,xe,ye,ze,length") {
+      : fHits(names[0], Header("track,view", kHitNames)),
+        fTruth(names[1], Header("track,pdg", kTruthNames)) {
     if (names.size() > 2)
-      fHitTruth = std::make_unique<CsvFile>(names[2], "track,z,x,y,dxdz,dydz,T");
+      fHitTruth = std::make_unique<CsvFile>(names[2], Header("track", kHitTruthNames));
   }
 
   void Write(const SimulatedTrack& track) override {
-    WriteTruth(track);
-    std::string hits, truth;
+    std::string truth = fmt::format("{},{}", track.fTrack, track.fPDG);
+    AppendLine(truth, TruthNumbers(track));
+    fTruth.Put(truth);
+    std::string hits, hitTruth;
     for (const SimulatedHit& hit : track.fHits) {
-      AppendNumber(hits, track.fTrack);
-      hits += hit.fView == 0 ? ",X," : ",Y,";
-      for (const double value : {hit.fU, hit.fZ, hit.fSigU}) Append(hits, value);
-      hits.back() = '\n';
-      AppendNumber(truth, track.fTrack);
-      truth += ',';
-      for (const double value :
-           {hit.fTrue.Z(), hit.fTrue.X(), hit.fTrue.Y(), hit.fSlope.X(), hit.fSlope.Y(), hit.fT})
-        Append(truth, value);
-      truth.back() = '\n';
+      hits += fmt::format("{},{}", track.fTrack, hit.fView == 0 ? 'X' : 'Y');
+      AppendLine(hits, HitNumbers(hit));
+      hitTruth += fmt::format("{}", track.fTrack);
+      AppendLine(hitTruth, HitTruthNumbers(hit));
     }
     fHits.Put(hits);
-    if (fHitTruth) fHitTruth->Put(truth);
+    if (fHitTruth) fHitTruth->Put(hitTruth);
   }
 
   void Commit() override {
@@ -119,21 +140,6 @@ public:
   }
 
 private:
-  void WriteTruth(const SimulatedTrack& track) {
-    std::string line;
-    AppendNumber(line, track.fTrack);
-    line += ',';
-    AppendNumber(line, track.fPDG);
-    line += ',';
-    Append(line, track.fStart);
-    Append(line, track.fMomentum);
-    Append(line, track.fT);
-    Append(line, track.fEnd);
-    Append(line, track.fLength);
-    line.back() = '\n';
-    fTruth.Put(line);
-  }
-
   CsvFile fHits;
   CsvFile fTruth;
   std::unique_ptr<CsvFile> fHitTruth;
@@ -141,96 +147,75 @@ private:
 
 class RootWriter final : public SimulationWriter {
 public:
-  RootWriter(const std::string& name, bool hitTruth,
-             const std::map<std::string, std::string>& texts)
-      : fName(name), fTexts(texts) {
-    const TDirectory::TContext restore;
-    fOut.reset(TFile::Open(fName.Partial().c_str(), "RECREATE"));
-    if (!fOut || fOut->IsZombie()) Fail();
-    // The trees belong to the file.
-    fHits = new TTree("hits", "simulated hits, one entry a track");
-    fTruth = new TTree("truth", "true start and end of each track");
-    fHits->Branch("track", &fTrack, "track/L");
-    fHits->Branch("view", &fView);
-    fHits->Branch("u", &fColumns[0]);
-    fHits->Branch("z", &fColumns[1]);
-    fHits->Branch("sigu", &fColumns[2]);
-    fTruth->Branch("track", &fTrack, "track/L");
-    fTruth->Branch("pdg", &fPDG, "pdg/I");
-    const char* const scalars[] = {"x0", "y0", "z0", "px", "py",    "pz",
-                                   "T",  "xe", "ye", "ze", "length"};
-    for (std::size_t i = 0; i < std::size(scalars); ++i)
-      fTruth->Branch(scalars[i], &fScalars[i], (std::string(scalars[i]) + "/D").c_str());
-    fHits->SetAutoFlush(kTracksPerCluster);
-    fTruth->SetAutoFlush(kTracksPerCluster);
-    if (!hitTruth) return;
-    fHitTruth = new TTree("hittruth", "truth of the hits, one entry a track");
-    fHitTruth->SetAutoFlush(kTracksPerCluster);
-    fHitTruth->Branch("track", &fTrack, "track/L");
-    const char* const vectors[] = {"z", "x", "y", "dxdz", "dydz", "T"};
-    for (std::size_t i = 0; i < std::size(vectors); ++i)
-      fHitTruth->Branch(vectors[i], &fTrueColumns[i]);
+  RootWriter(const std::string& name, bool hitTruth, std::map<std::string, std::string> texts)
+      : fName(name), fTexts(std::move(texts)), fOut(fName) {
+    AddTree("hits", "simulated hits, one entry a track").Branch("view", &fView);
+    AddTree("truth", "true start and end of each track").Branch("pdg", &fPDG, "pdg/I");
+    AddVectors(*fTrees[0], kHitNames, fHitColumns);
+    for (std::size_t i = 0; i < kTruthNames.size(); i++)
+      fTrees[1]->Branch(kTruthNames[i].c_str(), &fTruth[i], (kTruthNames[i] + "/D").c_str());
+    if (hitTruth)
+      AddVectors(AddTree("hittruth", "truth of the hits, one entry a track"), kHitTruthNames,
+                 fHitTruthColumns);
   }
 
   void Write(const SimulatedTrack& track) override {
     Fill(track);
-    for (TTree* tree : {fHits, fTruth, fHitTruth})
-      if (tree && tree->Fill() < 0) Fail();
+    for (TTree* tree : fTrees) tree->Fill();
+    fOut.Check();
   }
 
   void Commit() override {
-    {
-      const TDirectory::TContext into(fOut.get());
-      for (TTree* tree : {fHits, fTruth, fHitTruth})
-        if (tree && tree->Write() <= 0) Fail();
-      for (const auto& [name, text] : fTexts) {
-        const TObjString object(text.c_str());
-        if (fOut->WriteObject(&object, name.c_str()) <= 0) Fail();
-      }
-      fOut->Close();
-    }
-    if (fOut->TestBit(TFile::kWriteError)) Fail();
+    const TDirectory::TContext into(&fOut.File());
+    for (TTree* tree : fTrees) tree->Write();
+    fOut.Close(fTexts);
     fName.Commit();
   }
 
 private:
+  using Columns = std::vector<std::vector<double>>; // one vector of hits per column
+
+  TTree& AddTree(const char* name, const char* title) {
+    const TDirectory::TContext into(&fOut.File());
+    fTrees.push_back(new TTree(name, title)); // the file's
+    fTrees.back()->SetAutoFlush(kTracksPerCluster);
+    fTrees.back()->Branch("track", &fTrack, "track/L");
+    return *fTrees.back();
+  }
+
+  static void AddVectors(TTree& tree, const std::vector<std::string>& names, Columns& columns) {
+    for (std::size_t i = 0; i < names.size(); i++) tree.Branch(names[i].c_str(), &columns[i]);
+  }
+
+  static void Append(const std::vector<double>& values, Columns& columns) {
+    for (std::size_t i = 0; i < values.size(); i++) columns[i].push_back(values[i]);
+  }
+
   void Fill(const SimulatedTrack& track) {
     fTrack = track.fTrack;
     fPDG = track.fPDG;
-    const TVector3& p = track.fMomentum;
-    const double scalars[] = {
-        track.fStart.X(), track.fStart.Y(), track.fStart.Z(), p.X(),          p.Y(),        p.Z(),
-        track.fT,         track.fEnd.X(),   track.fEnd.Y(),   track.fEnd.Z(), track.fLength};
-    std::copy(std::begin(scalars), std::end(scalars), fScalars);
+    const std::vector<double> truth = TruthNumbers(track);
+    std::copy(truth.begin(), truth.end(), fTruth.begin());
     fView.clear();
-    for (auto& column : fColumns) column.clear();
-    for (auto& column : fTrueColumns) column.clear();
+    for (Columns* columns : {&fHitColumns, &fHitTruthColumns})
+      for (auto& column : *columns) column.clear();
     for (const SimulatedHit& hit : track.fHits) {
       fView.push_back(hit.fView);
-      const double values[] = {hit.fU, hit.fZ, hit.fSigU};
-      for (std::size_t i = 0; i < std::size(values); ++i) fColumns[i].push_back(values[i]);
-      const double truth[] = {hit.fTrue.Z(),  hit.fTrue.X(),  hit.fTrue.Y(),
-                              hit.fSlope.X(), hit.fSlope.Y(), hit.fT};
-      for (std::size_t i = 0; i < std::size(truth); ++i) fTrueColumns[i].push_back(truth[i]);
+      Append(HitNumbers(hit), fHitColumns);
+      Append(HitTruthNumbers(hit), fHitTruthColumns);
     }
-  }
-
-  [[noreturn]] void Fail() const {
-    throw FileError(fName.Name() + ": could not be written completely; is the disk full?");
   }
 
   PendingFile fName;
   std::map<std::string, std::string> fTexts;
-  std::unique_ptr<TFile> fOut;
-  TTree* fHits = nullptr;
-  TTree* fTruth = nullptr;
-  TTree* fHitTruth = nullptr;
-  long long fTrack = 0; // what follows is the current entry
+  RootOutput fOut;
+  std::vector<TTree*> fTrees;
+  long long fTrack = 0; // what follows is the current entry, at addresses that the trees know
   int fPDG = 0;
-  double fScalars[11] = {};
   std::vector<int> fView;
-  std::vector<double> fColumns[3];
-  std::vector<double> fTrueColumns[6];
+  std::vector<double> fTruth = std::vector<double>(kTruthNames.size());
+  Columns fHitColumns = Columns(kHitNames.size());
+  Columns fHitTruthColumns = Columns(kHitTruthNames.size());
 };
 
 } // namespace
