@@ -6,7 +6,9 @@
 
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <string>
 #include <vector>
 
 namespace {
@@ -19,6 +21,17 @@ int Run(const kelvo::app::Command& command) {
     std::cerr << "kelvo: " << e.what() << '\n';
     return kelvo::app::kUsageOrFiles;
   }
+}
+
+// The words for the parser, the last one first. It would take the name "[a,b]" for a list of two.
+std::vector<std::string> Words(int argc, char** argv) {
+  std::vector<std::string> words;
+  for (int i = argc - 1; i > 0; i--) {
+    const std::string word = argv[i];
+    const bool isFile = word[0] == '[' && std::filesystem::exists(word);
+    words.push_back(isFile ? "./" + word : word);
+  }
+  return words;
 }
 
 } // namespace
@@ -41,7 +54,7 @@ int main(int argc, char** argv) {
       kelvo::app::MakeDedxCommand(program),
   };
   try {
-    program.parse(argc, argv);
+    program.parse(Words(argc, argv));
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return program.exit(e); // --help, --version
     std::cerr << kelvo::app::UsageMessage(program, e, argc, argv);

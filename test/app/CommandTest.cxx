@@ -1,5 +1,6 @@
 // The program as a user runs it: what it prints, what it leaves, how it ends.
 
+#include "test/support/Program.h"
 #include "test/support/TempFolder.h"
 
 #include <TFile.h>
@@ -20,21 +21,13 @@ const std::string kMuons = KELVO_SOURCE_DIR "/examples/data/fine_mu_hits_smeared
 // The dense solver inverts the normal matrix, whose condition costs it some digits.
 constexpr double kSolvers = 1e-5;
 
-struct Outcome {
-  int fStatus;
-  std::string fOut;
-  std::string fErr;
-};
+using test::Outcome;
 
 class Command : public testing::Test {
 protected:
   // Runs the program in the temporary folder.
   Outcome Run(const std::string& arguments, const std::string& before = "") {
-    const std::string line = "cd '" + fFolder.Path("") + "' && " + before +
-                             " '" KELVO_COMMAND "' " + arguments + " >.out 2>.err </dev/null";
-    const int status = std::system(("( " + line + " )").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fFolder.Read(".out"),
-            fFolder.Read(".err")};
+    return test::RunIn(fFolder, KELVO_COMMAND, arguments, before);
   }
 
   Outcome Fit(const std::string& arguments, const std::string& before = "") {
