@@ -3,6 +3,8 @@
 #include "run/FitFile.h"
 #include "util/Text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <csignal>
 #include <iostream>
@@ -46,7 +48,7 @@ CLI::Validator NumberWithin(double low, double high, const std::string& rule) {
   const auto check = [=](std::string& text) -> std::string {
     const auto value = NumberFrom<double>(text);
     if (value && *value >= low && *value <= high) return "";
-    return "\"" + text + "\" is not a number " + rule;
+    return Quoted(text) + " is not a number " + rule;
   };
   return {check, ""};
 }
@@ -55,8 +57,7 @@ CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high
   const auto check = [=](std::string& text) -> std::string {
     const auto value = NumberFrom<unsigned long long>(text);
     if (value && *value >= low && *value <= high) return "";
-    return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
-           std::to_string(high);
+    return fmt::format("{} is not a whole number from {} to {}", Quoted(text), low, high);
   };
   return {check, ""};
 }
@@ -64,7 +65,7 @@ CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high
 CLI::Validator WholeNumber() {
   const auto check = [](std::string& text) -> std::string {
     if (NumberFrom<long long>(text)) return "";
-    return "\"" + text + "\" is not a whole number of at most 64 bits";
+    return Quoted(text) + " is not a whole number of at most 64 bits";
   };
   return {check, ""};
 }
@@ -72,7 +73,7 @@ CLI::Validator WholeNumber() {
 CLI::Validator OneOf(const std::vector<std::string>& words) {
   const auto check = [words](std::string& text) -> std::string {
     if (std::find(words.begin(), words.end(), text) != words.end()) return "";
-    return "\"" + text + "\" is none of " + Listed(words, " and ");
+    return fmt::format("{} is none of {}", Quoted(text), Listed(words, " and "));
   };
   return {check, ""};
 }
@@ -82,7 +83,7 @@ CLI::Validator EndsIn(const std::vector<std::string>& endings) {
     const std::string small = CLI::detail::to_lower(text);
     for (const std::string& ending : endings)
       if (EndsWith(small, ending)) return "";
-    return "\"" + text + "\" must end in " + Listed(endings, " or ");
+    return fmt::format("{} must end in {}", Quoted(text), Listed(endings, " or "));
   };
   return {check, ""};
 }
@@ -106,15 +107,15 @@ std::string CommandLine(int argc, char** argv) {
 std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv) {
   const auto chosen = program.get_subcommands();
   if (!chosen.empty())
-    return "kelvo: " + Reason(error) + "\n'kelvo " + chosen[0]->get_name() +
-           " --help' shows how it is used\n";
+    return fmt::format("kelvo: {}\n'kelvo {} --help' shows how it is used\n", Reason(error),
+                       chosen[0]->get_name());
   std::vector<std::string> names;
   for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; }))
     names.push_back(command->get_name());
   const std::string reason =
-      argc < 2 ? "a command is missing" : '"' + std::string(argv[1]) + "\" is not a command";
-  return "kelvo: " + reason + "; there are " + Listed(names, " and ") +
-         "\n'kelvo --help' explains them\n";
+      argc < 2 ? "a command is missing" : Quoted(argv[1]) + " is not a command";
+  return fmt::format("kelvo: {}; there are {}\n'kelvo --help' explains them\n", reason,
+                     Listed(names, " and "));
 }
 
 int RunWithProgress(const std::function<int(ProgressLine&)>& work) {

@@ -50,8 +50,8 @@ void Check(const DedxArguments& a) {
   known.erase(std::remove(known.begin(), known.end(), "Vacuum"), known.end());
   for (const std::string& material : a.fMaterials)
     if (std::find(known.begin(), known.end(), material) == known.end())
-      throw std::invalid_argument("there is no table of energy loss for \"" + material +
-                                  "\"; there are " + Joined(known));
+      throw std::invalid_argument("there is no table of energy loss for " + Quoted(material) +
+                                  "; there are " + Joined(known));
 }
 
 std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<double>& energies) {

@@ -8,6 +8,7 @@
 #include "util/Text.h"
 
 #include <TGeoMaterial.h>
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <map>
@@ -80,18 +81,14 @@ void TellOffsets(const geo::PlaneDetector& detector) {
   }
 }
 
-std::string Share(double part, double all) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%.2f %%", all > 0 ? 100 * part / all : 0);
-  return text;
+std::string Fraction(double part, double all) {
+  return fmt::format("{:.2f} %", all > 0 ? 100 * part / all : 0);
 }
 
 std::string RadLenText(const TGeoMaterial& material) {
   constexpr double kNone = 1e10; // cm; a vacuum's, which stands for an infinite one
   if (material.GetRadLen() <= 0 || material.GetRadLen() >= kNone) return "-";
-  char text[32];
-  std::snprintf(text, sizeof text, "%.5g", material.GetRadLen());
-  return text;
+  return fmt::format("{:.5g}", material.GetRadLen());
 }
 
 void TellMaterials(const geo::PlaneDetector& detector) {
@@ -106,7 +103,7 @@ void TellMaterials(const geo::PlaneDetector& detector) {
     length += cm;
     radLengths += x0;
     std::printf("%-20s %10s %10.3f %10s %10.4f\n", material->GetName(),
-                RadLenText(*material).c_str(), cm, Share(cm, budget.fHigh - budget.fLow).c_str(),
+                RadLenText(*material).c_str(), cm, Fraction(cm, budget.fHigh - budget.fLow).c_str(),
                 x0);
   }
   std::printf("%-20s %10s %10.3f %10s %10.4f\n", "all", "", length, "", radLengths);

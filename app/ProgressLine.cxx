@@ -1,10 +1,10 @@
 #include "app/ProgressLine.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <iostream>
-#include <sstream>
 
 namespace kelvo::app {
 
@@ -16,22 +16,22 @@ constexpr unsigned kBarWidth = 30;     // characters
 constexpr double kFirstForecast = 0.5; // s; earlier the rate says little
 
 std::string Figures(const FitProgress& progress) {
-  std::ostringstream text;
-  text << progress.fTracks << " tracks";
-  if (progress.fSeconds < kFirstForecast) return text.str();
-  text << ", " << std::llround(static_cast<double>(progress.fTracks) / progress.fSeconds) << "/s";
+  std::string text = fmt::format("{} tracks", progress.fTracks);
+  if (progress.fSeconds < kFirstForecast) return text;
+  const double rate = static_cast<double>(progress.fTracks) / progress.fSeconds;
+  text += fmt::format(", {}/s", std::llround(rate));
   if (progress.fShare > 0)
-    text << ", " << TimeText(progress.fSeconds * (1 / progress.fShare - 1)) << " left";
-  return text.str();
+    text += fmt::format(", {} left", TimeText(progress.fSeconds * (1 / progress.fShare - 1)));
+  return text;
 }
 
 } // namespace
 
 std::string TimeText(double seconds) {
   const long long all = std::llround(seconds);
-  if (all < 60) return std::to_string(all) + " s";
-  if (all < 3600) return std::to_string(all / 60) + " min " + std::to_string(all % 60) + " s";
-  return std::to_string(all / 3600) + " h " + std::to_string(all % 3600 / 60) + " min";
+  if (all < 60) return fmt::format("{} s", all);
+  if (all < 3600) return fmt::format("{} min {} s", all / 60, all % 60);
+  return fmt::format("{} h {} min", all / 3600, all % 3600 / 60);
 }
 
 ProgressLine::ProgressLine()

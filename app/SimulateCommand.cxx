@@ -2,6 +2,7 @@
 #include "app/CommandParts.h"
 #include "run/SimulationFile.h"
 #include "util/Particles.h"
+#include "util/Text.h"
 
 #include <cstdio>
 #include <limits>
@@ -60,7 +61,7 @@ CLI::Validator RangeWithin(double low, double high, const std::string& rule) {
     const auto range = RangeFrom(text);
     if (range && range->fLow >= low && range->fLow <= range->fHigh && range->fHigh <= high)
       return "";
-    return "\"" + text + "\" is not a number or an interval MIN..MAX " + rule;
+    return Quoted(text) + " is not a number or an interval MIN..MAX " + rule;
   };
   return {check, ""};
 }

@@ -302,10 +302,10 @@ private:
 
   void Place(const Table& table, const Placed& placed) {
     if (placed.fZLow < kPosition.fLow || placed.fZHigh > kPosition.fHigh)
-      table.Fail("part " + Name(placed) + " lies at z = " + ToText(placed.fZLow) +
-                 " cm; expected parts within 1e6 cm of z = 0");
+      table.Fail(fmt::format("part {} lies at z = {} cm; expected parts within 1e6 cm of z = 0",
+                             Name(placed), ToText(placed.fZLow)));
     if (fEntries.size() == kMaxParts)
-      table.Fail("expected at most " + std::to_string(kMaxParts) + " parts in all");
+      table.Fail(fmt::format("expected at most {} parts in all", kMaxParts));
     fEntries.push_back({placed, table.At()});
   }
 
@@ -332,10 +332,11 @@ private:
         Placed& last = fOut.fPlaced.back();
         const double gap = next.fZLow - last.fZHigh;
         if (gap < -kTouch)
-          fRoot.FailAt(entry.fAt,
-                       "stack: part " + Name(next) + " begins at z = " + ToText(next.fZLow) +
-                           " cm, inside of part " + Name(last) + ", which ends at " +
-                           ToText(last.fZHigh) + " cm; expected parts that do not overlap");
+          fRoot.FailAt(
+              entry.fAt,
+              fmt::format("stack: part {} begins at z = {} cm, inside of part {}, "
+                          "which ends at {} cm; expected parts that do not overlap",
+                          Name(next), ToText(next.fZLow), Name(last), ToText(last.fZHigh)));
         if (gap < kTouch) next.fZLow = last.fZHigh;
       }
       fOut.fPlaced.push_back(next);
@@ -354,8 +355,8 @@ std::string ReadAll(const std::string& file) {
   std::ostringstream text;
   if (in) text << in.rdbuf();
   if (errno != 0)
-    throw DetectorError("cannot read the detector file " + Quoted(file) + ": " +
-                        std::strerror(errno));
+    throw DetectorError(
+        fmt::format("cannot read the detector file {}: {}", Quoted(file), std::strerror(errno)));
   return text.str();
 }
 

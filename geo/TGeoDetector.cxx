@@ -9,10 +9,11 @@
 #include <TGeoNode.h>
 #include <TGeoVolume.h>
 #include <TObjArray.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -154,6 +155,23 @@ private:
   double fPush = kPush;
 };
 
+// A file under a name of which ROOT can make nothing else: it takes '#', '?', '|' and '$' apart.
+class OpenFile {
+public:
+  explicit OpenFile(const std::string& file)
+      : fDescriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (fDescriptor < 0) throw DetectorError(file + ": cannot be opened for reading");
+  }
+  ~OpenFile() { ::close(fDescriptor); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  std::string Path() const { return "/proc/self/fd/" + std::to_string(fDescriptor); }
+
+private:
+  int fDescriptor;
+};
+
 // ROOT tells on the screen what it reads, and what it cannot read.
 std::unique_ptr<TGeoManager> Import(const std::string& file) {
   const int level = gErrorIgnoreLevel;
@@ -181,13 +199,20 @@ TGeoDetector::~TGeoDetector() {
 std::unique_ptr<TGeoDetector> TGeoDetector::FromFile(const std::string& file) {
   if (!kelvo::EndsWith(file, ".root") && !kelvo::EndsWith(file, ".gdml"))
     throw DetectorError(file + ": a geometry of ROOT's has a name that ends in .root or .gdml");
-  if (!std::ifstream(file)) throw DetectorError(file + ": cannot be opened for reading");
+  // ROOT hands it to its interpreter, between quotation marks.
+  if (kelvo::EndsWith(file, ".gdml") && file.find_first_of("\"\\\n") != std::string::npos)
+    throw DetectorError(file +
+                        ": ROOT reads no GDML file with quotation marks, backslashes or line ends "
+                        "in its name; give it another one");
+  const OpenFile opened(file);
   // One without volumes comes into being with the first material that a program makes.
   if (gGeoManager && gGeoManager->GetTopVolume())
     throw DetectorError(file + ": the geometry \"" + gGeoManager->GetName() +
                         "\" is in memory already, and ROOT holds one at a time; delete it first, "
                         "or use it as the detector");
-  std::unique_ptr<TGeoManager> manager = Import(file);
+  // The ending must be there for GDML, of which ROOT leaves the name as it is.
+  const bool isRootFile = kelvo::EndsWith(file, ".root");
+  std::unique_ptr<TGeoManager> manager = Import(isRootFile ? opened.Path() : file);
   if (!manager || !manager->GetTopVolume())
     throw DetectorError(file +
                         ": no geometry could be read; the file must hold a TGeoManager "

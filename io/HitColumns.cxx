@@ -3,6 +3,8 @@
 #include "io/FileError.h"
 #include "util/Text.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -18,8 +20,8 @@ void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
   const auto& names = HitColumnNames();
   for (const auto& [name, other] : mapping) {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
-    throw std::invalid_argument("column " + Shown(name) +
-                                " is none of those that hits have: " + Joined(names));
+    throw std::invalid_argument(
+        fmt::format("column {} is none of those that hits have: {}", Shown(name), Joined(names)));
   }
 }
 
@@ -32,7 +34,7 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
     const auto found = std::find(inFile.begin(), inFile.end(), name);
     fIndex[c] = found == inFile.end() ? -1 : static_cast<int>(found - inFile.begin());
     if (found != inFile.end() && std::find(found + 1, inFile.end(), name) != inFile.end())
-      throw FileError(place + ": names the column " + Shown(name) + " twice");
+      throw FileError(fmt::format("{}: names the column {} twice", place, Shown(name)));
   }
   fBothViews = !Has(kHitView) && !Has(kHitU) && Has(kHitX) && Has(kHitY);
 
@@ -45,9 +47,9 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
   if (numbered) needed.insert(needed.begin(), kHitTrack);
   for (const HitColumn c : needed)
     if (!Has(c))
-      throw FileError(place + ": there is no column " + Shown(Name(c)) + " but " +
-                      Shown(Joined(inFile)) + "; a column of another name needs a mapping, " +
-                      HitColumnNames()[c] + "=NAME");
+      throw FileError(fmt::format(
+          "{}: there is no column {} but {}; a column of another name needs a mapping, {}=NAME",
+          place, Shown(Name(c)), Shown(Joined(inFile)), HitColumnNames()[c]));
 }
 
 } // namespace kelvo

@@ -5,6 +5,8 @@
 #include "io/HitColumns.h"
 #include "io/RootHits.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -36,7 +38,7 @@ double SizeOf(const std::string& file) {
 } // namespace
 
 std::string TrackHits::Place() const {
-  return fFile + ", " + fPlaceWord + " " + std::to_string(fPlace);
+  return fmt::format("{}, {} {}", fFile, fPlaceWord, fPlace);
 }
 
 void TrackHits::AddProblem(const std::string& sentence) {

@@ -15,7 +15,5 @@
 #pragma link C++ struct kelvo::HitReaderOptions-;
 #pragma link C++ class kelvo::HitSource-;
 #pragma link C++ class kelvo::HitReader-;
-#pragma link C++ enum kelvo::HitLayout;
-#pragma link C++ class kelvo::HitArrays-;
 
 #endif

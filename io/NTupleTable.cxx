@@ -5,6 +5,7 @@
 #ifdef KELVO_HAS_RNTUPLE
 
 #include <TFile.h>
+#include <fmt/format.h>
 #include <ROOT/RError.hxx>
 #include <ROOT/RNTuple.hxx>
 #include <ROOT/RNTupleDescriptor.hxx>
@@ -60,7 +61,7 @@ public:
     try {
       for (const auto& fetch : fFetches) fetch(static_cast<ROOT::NTupleSize_t>(entry));
     } catch (const ROOT::RException&) {
-      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+      throw FileError(fmt::format("{}, entry {}: cannot be read", fPlace, entry));
     }
   }
 
@@ -76,7 +77,7 @@ private:
       auto view = std::make_shared<ROOT::RNTupleView<T>>(fReader->GetView<T>(column));
       fFetches.emplace_back([view, store](ROOT::NTupleSize_t entry) { store((*view)(entry)); });
     } catch (const ROOT::RException&) {
-      throw FileError(fPlace + ", column " + column + ": " + complaint);
+      throw FileError(fmt::format("{}, column {}: {}", fPlace, column, complaint));
     }
   }
 

@@ -11,6 +11,7 @@
 #include <TTreeReaderArray.h>
 #include <TTreeReaderValue.h>
 #include <TVirtualCollectionProxy.h>
+#include <fmt/format.h>
 
 namespace kelvo {
 
@@ -33,7 +34,8 @@ public:
     const auto [type, collection] = TypeOf(column);
     const bool known = !collection && type != kFloat_t && type != kDouble_t &&
                        WithType(type, [&](auto zero) { BindNumberAs(zero, column, value); });
-    if (!known) throw FileError(fPlace + ", column " + column + ": is not a whole number");
+    if (!known)
+      throw FileError(fmt::format("{}, column {}: is not a whole number", fPlace, column));
   }
 
   void BindVector(const std::string& column, std::vector<double>& values) override {
@@ -50,13 +52,14 @@ public:
           using T = decltype(zero);
           Bind<T>(column, values, [](T value) { return static_cast<double>(value); });
         });
-    if (!known) throw FileError(fPlace + ", column " + column + ": is not a vector of numbers");
+    if (!known)
+      throw FileError(fmt::format("{}, column {}: is not a vector of numbers", fPlace, column));
   }
 
   void Read(long long entry) override {
     const auto status = fReader.SetEntry(entry);
     if (status != TTreeReader::kEntryValid)
-      throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
+      throw FileError(fmt::format("{}, entry {}: cannot be read", fPlace, entry));
     for (const auto& fetch : fFetches) fetch();
   }
 

@@ -346,6 +346,11 @@ TEST_F(TGeoDetectorTest, SaysWhatIsWrongWithAFile) {
   const std::string other = folder.Path("detector.xml");
   EXPECT_EQ(MessageOf([&] { geo::TGeoDetector::FromFile(other); }),
             other + ": a geometry of ROOT's has a name that ends in .root or .gdml");
+  const std::string quoted = folder.Path("a\"b.gdml");
+  EXPECT_EQ(MessageOf([&] { geo::TGeoDetector::FromFile(quoted); }),
+            quoted +
+                ": ROOT reads no GDML file with quotation marks, backslashes or line ends in its "
+                "name; give it another one");
   MakeStack();
   const std::string file = folder.Write("stack.root", "");
   EXPECT_EQ(MessageOf([&] { geo::TGeoDetector::FromFile(file); }),
@@ -362,6 +367,18 @@ TEST_F(TGeoDetectorTest, ReadsARootFile) {
   delete gGeoManager;
   const auto detector = geo::TGeoDetector::FromFile(file);
   ExpectSame(StepsOf(*detector, {0, 0, 0}, {0, 0, 4}), {{"Steel", 2.5}, {"Scintillator", 1.5}});
+}
+
+TEST_F(TGeoDetectorTest, ReadsARootFileUnderItsNameAsItStands) {
+  const test::TempFolder folder;
+  MakeStack();
+  gGeoManager->Export(folder.Path("stack.root").c_str());
+  delete gGeoManager;
+  for (const char* name : {"a#b.root", "a?b.root", "a|b.root", "a.gdml.root"}) {
+    std::filesystem::copy_file(folder.Path("stack.root"), folder.Path(name));
+    const auto detector = geo::TGeoDetector::FromFile(folder.Path(name));
+    ExpectSame(StepsOf(*detector, {0, 0, 0}, {0, 0, 4}), {{"Steel", 2.5}, {"Scintillator", 1.5}});
+  }
 }
 
 const char* const kGdml = R"(<?xml version="1.0" encoding="UTF-8"?>

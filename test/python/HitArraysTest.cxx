@@ -1,7 +1,7 @@
 // Hits in memory against the same numbers read from a file, and what is told of bad ones.
 
 #include "io/FileError.h"
-#include "io/HitArrays.h"
+#include "python/HitArrays.h"
 #include "test/support/TempFolder.h"
 
 #include <gtest/gtest.h>

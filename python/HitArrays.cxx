@@ -1,7 +1,9 @@
-#include "io/HitArrays.h"
+#include "python/HitArrays.h"
 
 #include "io/CsvHits.h"
 #include "io/HitNumbers.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -19,7 +21,7 @@ struct HitArrays::Rows {
   std::size_t fNext = 0;                                   // row
   SeenNumbers fSeen = {};
 
-  std::string Place(std::size_t row) const { return fName + ", row " + std::to_string(row); }
+  std::string Place(std::size_t row) const { return fmt::format("{}, row {}", fName, row); }
 
   HitNumbers Slice(std::size_t row) const {
     HitNumbers slice;
@@ -37,7 +39,8 @@ struct HitArrays::Rows {
       const auto column = static_cast<HitColumn>(c);
       const bool isSet = fNumbers[c].fData && (fLayout == HitLayout::kRowIsHit || fOffsets[c]);
       if (c != kHitTrack && fColumns.Has(column) && !isSet && fN > 0)
-        throw std::invalid_argument(fName + ": column " + fColumns.Name(column) + " is not set");
+        throw std::invalid_argument(
+            fmt::format("{}: column {} is not set", fName, fColumns.Name(column)));
     }
   }
 };
@@ -52,9 +55,9 @@ HitArrays::~HitArrays() = default;
 
 void HitArrays::SetColumn(HitColumn column, const double* values, std::size_t n) {
   if (n != fRows->fN)
-    throw std::invalid_argument(fRows->fName + ", column " + fRows->fColumns.Name(column) +
-                                ": has " + std::to_string(n) + " values where there are " +
-                                std::to_string(fRows->fN) + " rows");
+    throw std::invalid_argument(fmt::format("{}, column {}: has {} values where there are {} rows",
+                                            fRows->fName, fRows->fColumns.Name(column), n,
+                                            fRows->fN));
   fRows->fNumbers[column] = {values, n};
 }
 
@@ -63,9 +66,9 @@ void HitArrays::SetVectors(HitColumn column, const double* values, std::size_t n
   const std::int64_t* end = offsets + fRows->fN + 1;
   const bool inside = offsets[0] >= 0 && static_cast<std::size_t>(end[-1]) <= n;
   if (!inside || !std::is_sorted(offsets, end))
-    throw std::invalid_argument(fRows->fName + ", column " + fRows->fColumns.Name(column) +
-                                ": the offsets must rise from 0 or more to at most " +
-                                std::to_string(n) + ", the number of values");
+    throw std::invalid_argument(fmt::format(
+        "{}, column {}: the offsets must rise from 0 or more to at most {}, the number of values",
+        fRows->fName, fRows->fColumns.Name(column), n));
   fRows->fNumbers[column] = {values, n};
   fRows->fOffsets[column] = offsets;
 }
@@ -88,9 +91,9 @@ bool HitArrays::Next(TrackHits& track) {
 void HitArrays::AddRowsOfTrack(TrackHits& track) {
   std::size_t& row = fRows->fNext;
   if (!fRows->fSeen.Add(track.fTrack))
-    track.AddProblem(fRows->Place(row) + ", column " + fRows->fColumns.Name(kHitTrack) +
-                     ": track " + std::to_string(track.fTrack) +
-                     " had rows further up; the rows of a track must stand together");
+    track.AddProblem(fmt::format(
+        "{}, column {}: track {} had rows further up; the rows of a track must stand together",
+        fRows->Place(row), fRows->fColumns.Name(kHitTrack), track.fTrack));
   for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; ++row) {
     const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track.fHits);
     if (!problem.empty()) track.AddProblem(fRows->Place(row) + ", " + problem);
