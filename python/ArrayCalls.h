@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,6 +55,9 @@ struct ArrayCalls {
     CheckHitColumnNames(mapping);
     return HitColumns(place, inFile, mapping);
   }
+  /// Returns what an exception says, which may have names of files that are no text in UTF-8.
+  static std::string What(const std::exception& e) { return e.what(); }
+
   static TrackFitter MakeFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {
     return TrackFitter(detector, options);
   }

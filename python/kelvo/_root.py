@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import functools
+import os
 import pathlib
 import re
 import warnings
@@ -74,7 +75,7 @@ def _error(e: Any, says: Mapping[ErrorCode, str]) -> Any:
         code, value = ErrorCode(e.fCode), float(e.fValue)
         return Error(says.get(code) or str(cpp().ErrorSentence(code, value)), code, value)
     if isinstance(e, root().std.exception):
-        return Error(_in_python(str(e.what())))
+        return Error(_in_python(os.fsdecode(bytes(cpp().ArrayCalls.What(e)))))
     return e  # not from the library
 
 

@@ -47,7 +47,7 @@ class PlaneDetector:
     def FromFile(cls, file: str | os.PathLike[str]) -> PlaneDetector:
         """Reads a file; an Error says file, line, column and field of what is wrong."""
         self = cls.__new__(cls)
-        self._detector = call(root().geo.Detector.FromFile, os.fspath(file))
+        self._detector = call(root().geo.Detector.FromFile, os.fsencode(file))
         self._cpp = self._detector.Planes()
         if not self._cpp:
             raise Error(f"{file} is not made of planes; give its name in place of the detector")
@@ -113,7 +113,7 @@ _kept: list[Any] = []
 def cpp_detector(detector: DetectorLike) -> Any:
     """Returns the geo::Detector of C++."""
     if isinstance(detector, (str, os.PathLike)):
-        return call(root().geo.Detector.FromFile, os.fspath(detector))
+        return call(root().geo.Detector.FromFile, os.fsencode(detector))
     if isinstance(detector, PlaneDetector):
         return detector._detector
     if isinstance(detector, root().geo.Detector):

@@ -164,7 +164,7 @@ def _files(files: Sequence[Any], columns: dict[str, str], tree: str) -> _Source:
     options = cpp().HitReaderOptions()
     options.fColumns = string_map(columns)
     options.fTree = tree
-    names = root().std.vector["std::string"]([os.fspath(f) for f in files])
+    names = root().std.vector["std::string"]([root().std.string(os.fsencode(f)) for f in files])
     return _Source(call(cpp().HitReader, names, options))
 
 
