@@ -132,7 +132,7 @@ private:
   bool Wanted() const;
   std::vector<SimulatedHit> HitsOf(const PlaneCrossing& crossing) const;
   bool Bend(const TVector3& begin, const TVector3& end, util::RandomStream& random);
-  SimulatedTrack Measured(long long track, util::RandomStream& random) const;
+  SimulatedTrack Measured(long long number, util::RandomStream& random) const;
 
   const geo::PlaneDetector& fDetector;
   SimulationOptions fOptions;

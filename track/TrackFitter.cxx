@@ -46,7 +46,7 @@ struct TrackFitter::Impl {
   TrackChain fChain; // refers to fOptions
 };
 
-TrackFitter::TrackFitter(const geo::GeometryBase& detector, TrackFitOptions options) {
+TrackFitter::TrackFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {
   CheckOptions(options);
   fImpl = std::make_unique<Impl>(detector, options);
 }

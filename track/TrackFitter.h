@@ -21,7 +21,7 @@ class TrackFitter {
 public:
   /// @throws std::invalid_argument where an option is out of range; the text says which, its value
   ///         and what is allowed
-  explicit TrackFitter(const geo::GeometryBase& detector, TrackFitOptions options = {});
+  explicit TrackFitter(const geo::GeometryBase& detector, const TrackFitOptions& options = {});
   TrackFitter(const TrackFitter& other);
   TrackFitter(TrackFitter&&) noexcept;
   ~TrackFitter();
