@@ -55,8 +55,14 @@ struct ArrayCalls {
     CheckHitColumnNames(mapping);
     return HitColumns(place, inFile, mapping);
   }
-  /// Returns what an exception says, which may have names of files that are no text in UTF-8.
-  static std::string What(const std::exception& e) { return e.what(); }
+  /// Returns the bytes of what an exception says: a file's name in it may be no text in UTF-8,
+  /// which alone Python takes for a text.
+  static std::vector<int> What(const std::exception& e) {
+    const std::string text = e.what();
+    std::vector<int> bytes;
+    for (const char c : text) bytes.push_back(static_cast<unsigned char>(c));
+    return bytes;
+  }
 
   static TrackFitter MakeFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {
     return TrackFitter(detector, options);
