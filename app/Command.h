@@ -26,6 +26,7 @@ Command MakeSimulateCommand(CLI::App& program);
 Command MakeDetectorCommand(CLI::App& program);
 Command MakeDisplayCommand(CLI::App& program);
 Command MakeDedxCommand(CLI::App& program);
+Command MakeMaterialsCommand(CLI::App& program);
 Command MakeReportCommand(CLI::App& program);
 
 } // namespace kelvo::app

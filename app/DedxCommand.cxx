@@ -3,7 +3,6 @@
 #include "draw/EnergyLoss.h"
 #include "io/FileError.h"
 #include "io/PendingFile.h"
-#include "track/Materials.h"
 #include "util/Particles.h"
 #include "util/Text.h"
 
@@ -26,6 +25,8 @@ Examples:
       energy loss and range of muons, pions and protons in steel, as a table
   kelvo dedx Scintillator Steel --particle mu -o muons.svg
       draws those of muons in two materials
+  kelvo dedx Lead LiquidArgon --particle p
+      any material that 'kelvo materials' lists
   kelvo dedx PVC -o pvc.csv
       a finer table for other programs: kinetic energy T [GeV], momentum p [GeV/c], beta_gamma,
       dedx [MeV/cm], range [cm], and least, which is 1 at the point of least loss
@@ -46,12 +47,9 @@ std::vector<double> Energies(const std::vector<double>& perDecade) {
 }
 
 void Check(const DedxArguments& a) {
-  std::vector<std::string> known = MaterialsWithTable();
-  known.erase(std::remove(known.begin(), known.end(), "Vacuum"), known.end());
   for (const std::string& material : a.fMaterials)
-    if (std::find(known.begin(), known.end(), material) == known.end())
-      throw std::invalid_argument("there is no table of energy loss for " + Quoted(material) +
-                                  "; there are " + Joined(known));
+    if (material == "Vacuum")
+      throw std::invalid_argument("nothing is lost in \"Vacuum\"; name a material");
 }
 
 std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<double>& energies) {
@@ -81,6 +79,11 @@ void Tell(const std::vector<EnergyLossCurve>& curves) {
   }
 }
 
+// Some chemical names have a comma.
+std::string CsvField(const std::string& name) {
+  return name.find(',') == std::string::npos ? name : Quoted(name);
+}
+
 void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& name) {
   PendingFile file(name);
   std::ofstream out(file.Partial());
@@ -89,8 +92,8 @@ void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& nam
   for (const EnergyLossCurve& curve : curves)
     for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
       const EnergyLossPoint& point = curve.fPoints[i];
-      out << curve.fMaterial << ',' << curve.fParticle.fName << ',' << point.fT << ',' << point.fP
-          << ',' << point.fBetaGamma << ',' << point.fLoss << ',' << point.fRange << ','
+      out << CsvField(curve.fMaterial) << ',' << curve.fParticle.fName << ',' << point.fT << ','
+          << point.fP << ',' << point.fBetaGamma << ',' << point.fLoss << ',' << point.fRange << ','
           << (i == curve.fLeast) << '\n';
     }
   out.close();
@@ -124,7 +127,7 @@ Command MakeDedxCommand(CLI::App& program) {
       program.add_subcommand("dedx", "Shows energy loss and range of particles in materials.");
   dedx->footer(kExamples);
   auto arguments = std::make_shared<DedxArguments>();
-  dedx->add_option("materials", arguments->fMaterials, "Scintillator, PVC, Glue, Steel")
+  dedx->add_option("materials", arguments->fMaterials, "Names that 'kelvo materials' lists")
       ->required()
       ->type_name("MATERIAL");
   dedx->add_option("--particle", arguments->fParticles, "Particles: mu, pi, p")

@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
       kelvo::app::MakeReportCommand(program),
       kelvo::app::MakeDisplayCommand(program),
       kelvo::app::MakeDedxCommand(program),
+      kelvo::app::MakeMaterialsCommand(program),
   };
   try {
     program.parse(Words(argc, argv));

@@ -1,8 +1,7 @@
 #include "draw/EnergyLoss.h"
 
 #include "draw/Plot.h"
-#include "func/Path.h"
-#include "func/dEdxTable.h"
+#include "track/MaterialLoss.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,35 +11,11 @@ namespace kelvo {
 
 namespace {
 
-constexpr double kTableBegin = 1e-5; // GeV; kinetic energy of a muon at the tables' first point
-constexpr double kMeV = 1e-3;        // GeV
-
-// The range from the first energy of the table on, by Simpson's rule with steps in ln T.
-double RangeBetween(const dEdxTable& loss, double mass, double from, double to) {
-  constexpr double kStep = 0.02; // in ln T
-  const int n = 2 * static_cast<int>(std::ceil(std::log(to / from) / kStep / 2));
-  if (n == 0) return 0;
-  const double h = std::log(to / from) / n;
-  double sum = 0;
-  for (int i = 0; i <= n; ++i) {
-    const double t = from * std::exp(i * h);
-    const double weight = i == 0 || i == n ? 1 : (i % 2 == 1 ? 4 : 2);
-    sum += weight * t / loss(t, mass);
-  }
-  return sum * h / 3;
-}
-
-// The range at a low energy t, where the loss follows a power of the energy, S ~ T^a:
-// R = t / (S (1 - a)).
-double RangeFromRest(const dEdxTable& loss, double mass, double t) {
-  constexpr double kRatio = 1.01;
-  const double power = std::log(loss(t * kRatio, mass) / loss(t, mass)) / std::log(kRatio);
-  return t / (loss(t, mass) * (1 - power));
-}
+constexpr double kMeV = 1e-3; // GeV
 
 // Kinetic energy of least loss: there is one minimum between beta gamma 1 and 20, which golden
 // section finds (W. H. Press et al., Numerical Recipes, 3rd ed., section 10.2).
-double EnergyOfLeastLoss(const dEdxTable& loss, double mass) {
+double EnergyOfLeastLoss(const MaterialLoss& loss, double mass) {
   const double kGolden = (std::sqrt(5.) - 1) / 2;
   double low = std::log(1.);
   double high = std::log(20.);
@@ -50,7 +25,7 @@ double EnergyOfLeastLoss(const dEdxTable& loss, double mass) {
   while (high - low > 1e-9) {
     const double a = high - kGolden * (high - low);
     const double b = low + kGolden * (high - low);
-    if (loss(energy(a), mass) < loss(energy(b), mass))
+    if (loss(energy(a)) < loss(energy(b)))
       high = b;
     else
       low = a;
@@ -156,20 +131,17 @@ private:
 
 EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& particle,
                                const std::vector<double>& energies) {
-  const dEdxTable loss(material.c_str());
+  const matter::Material matter = matter::Material::Named(material);
+  const MaterialLoss loss(matter, particle);
+  const matter::RangeTable range = MakeRangeTable(matter, particle);
   const double mass = particle.fMass;
   const double leastT = EnergyOfLeastLoss(loss, mass);
   std::vector<double> all = energies;
   all.insert(std::lower_bound(all.begin(), all.end(), leastT), leastT);
   EnergyLossCurve curve{material, particle, {}, 0};
-  double from = kTableBegin * mass / Particles().front().fMass;
-  double range = RangeFromRest(loss, mass, from);
   for (const double t : all) {
-    range += t > from ? RangeBetween(loss, mass, from, t) : 0;
-    from = std::max(from, t);
     const double p = std::sqrt(t * (t + 2 * mass));
-    curve.fPoints.push_back(
-        {t, p, p / mass, loss(t, mass) / kMeV, t < from ? RangeFromRest(loss, mass, t) : range});
+    curve.fPoints.push_back({t, p, p / mass, loss(t) / kMeV, range.Range(t)});
     if (t == leastT) curve.fLeast = curve.fPoints.size() - 1;
   }
   return curve;

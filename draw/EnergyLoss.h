@@ -25,11 +25,10 @@ struct EnergyLossCurve {
   std::size_t fLeast = 0; ///< index of the point with the least loss: minimum ionisation
 };
 
-/// Calculates a curve from the tables that the range-out uses. The range is the integral of
-/// dT / (dE/dx) from 0: the power law of the table's first interval up to the table's first energy,
-/// Simpson's rule in ln T from there on.
-/// @param material a name from MaterialsWithTable(), not "Vacuum"
+/// Calculates a curve with the losses and ranges that stopping particles are ranged out with.
+/// @param material a name that matter::Material::Named knows, not "Vacuum"
 /// @param energies kinetic energies [GeV], increasing; the one with the least loss is added
+/// @throws std::invalid_argument for an unknown material
 EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& particle,
                                const std::vector<double>& energies);
 

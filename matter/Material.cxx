@@ -111,12 +111,14 @@ std::string Published(const std::string& name) {
   return name;
 }
 
+// Everyday names first: of equally near ones they are suggested.
 std::vector<std::string> AllNames() {
-  std::vector<std::string> names = MaterialNames();
+  std::vector<std::string> names;
   for (const Element& element : PublishedElements())
     if (FindRow(element.fSymbol)) names.emplace_back(element.fName);
   for (const Alias& alias : kAliases) names.emplace_back(alias.fEveryday);
-  for (const OwnMaterial& own : OwnMaterials()) names.emplace_back(own.fName);
+  for (const OwnMaterial& own : OwnMaterials()) names.push_back(own.fName);
+  for (const PublishedMaterial& row : PublishedMaterials()) names.emplace_back(row.fName);
   return names;
 }
 
@@ -298,6 +300,10 @@ Material::Material(std::string name, std::vector<Part> parts, double density)
   CheckPositive(density);
   fRadLength = TsaiRadLength(fParts);
   SetExcitation(BraggExcitation(fParts));
+  const PublishedMaterial* row =
+      fParts.size() == 1 ? FindRow(fParts[0].fElement->fSymbol) : nullptr;
+  if (row && row->fIsGas == IsGas())
+    fDensityEffect = row->fDensityEffect.AtDensityRatio(density / row->fDensity);
 }
 
 Material Material::Named(const std::string& name) {

@@ -202,7 +202,7 @@ TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
 
 TEST_F(Command, SaysWhatIsMissing) {
   const std::string commands =
-      "; there are fit, simulate, detector, report, display and dedx\n"
+      "; there are fit, simulate, detector, report, display, dedx and materials\n"
       "'kelvo --help' explains them\n";
   const std::pair<const char*, std::string> cases[] = {
       {"", "kelvo: a command is missing" + commands},
@@ -570,11 +570,30 @@ TEST_F(Command, ShowsEnergyLossAsTableCsvAndPicture) {
   EXPECT_EQ(csv.rfind("material,particle,T,p,beta_gamma,dedx,range,least\nSteel,mu,0.001,", 0), 0u);
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + 2 * 3 * (7 * 20 + 1 + 1));
   EXPECT_EQ(Run("dedx Steel PVC -o loss.svg").fStatus, 0);
-  const Outcome unknown = Run("dedx Lead");
+  EXPECT_TRUE(Contains(Run("dedx Lead Water --particle p").fOut, "proton in Water\n"));
+  const Outcome unknown = Run("dedx Leed");
   EXPECT_EQ(unknown.fStatus, 2);
   EXPECT_EQ(unknown.fErr,
-            "kelvo: there is no table of energy loss for \"Lead\"; there are Scintillator, PVC, "
-            "Glue, Steel\n");
+            "kelvo: expected a published material, such as \"Lead\", \"lXe\" or \"Neon\", found "
+            "\"Leed\"\n");
+  EXPECT_EQ(Run("dedx Vacuum").fErr, "kelvo: nothing is lost in \"Vacuum\"; name a material\n");
+  EXPECT_EQ(Run("dedx 1,2-DICHLOROETHANE --particle mu -o comma.csv").fStatus, 0);
+  EXPECT_TRUE(Contains(fFolder.Read("comma.csv"), "\n\"1,2-DICHLOROETHANE\",mu,0.001,"));
+}
+
+TEST_F(Command, ListsAndShowsMaterials) {
+  const Outcome list = Run("materials");
+  EXPECT_EQ(list.fStatus, 0);
+  EXPECT_EQ(std::count(list.fOut.begin(), list.fOut.end(), '\n'), 2 + 5 + 309);
+  EXPECT_TRUE(Contains(list.fOut, "\nFe (Iron) "));
+  const Outcome kapton = Run("materials Kapton");
+  EXPECT_EQ(kapton.fStatus, 0);
+  EXPECT_TRUE(Contains(kapton.fOut, "radiation length        40.576 g/cm2, 28.575 cm\n"))
+      << kapton.fOut;
+  EXPECT_TRUE(Contains(kapton.fOut, "Oxygen          8  0.209237\n")) << kapton.fOut;
+  EXPECT_EQ(Run("materials Kaptn").fErr,
+            "kelvo: expected a published material, such as \"Kapton\", \"KAPTON\" or \"Krypton\", "
+            "found \"Kaptn\"\n");
 }
 
 TEST_F(Command, DrawsADetector) {

@@ -125,8 +125,8 @@ TEST(Matter, UnknownNameWithoutElementIsUnknown) {
 TEST(Matter, MessagesTellLineKeyAndWhatWasExpected) {
   EXPECT_EQ(
       MessageOf("a", "like = \"Irn\"\n"),
-      "test.toml:6:8: material.like: expected a published material, such as \"In\", \"Ir\" or "
-      "\"Iron\", found \"Irn\"");
+      "test.toml:6:8: material.like: expected a published material, such as \"Iron\", \"In\" or "
+      "\"Ir\", found \"Irn\"");
   EXPECT_EQ(MessageOf("a", "formula = \"SiO2\"\n"),
             "test.toml:4:1: material.density: expected a density in g/cm3 from 1e-30 to 1e3, but "
             "the key is missing");

@@ -110,8 +110,8 @@ TEST(Material, OwnTablesHaveTheirMaterials) {
 
 TEST(Material, UnknownNameSuggestsTheNearest) {
   EXPECT_EQ(NameMessage("polystyren"),
-            "expected a published material, such as \"POLYSTYRENE\", \"Polystyrene\" or "
-            "\"POLYETHYLENE\", found \"polystyren\"");
+            "expected a published material, such as \"Polystyrene\", \"POLYSTYRENE\" or "
+            "\"Polyethylene\", found \"polystyren\"");
   EXPECT_EQ(NameMessage("Alumnium"),
             "expected a published material, such as \"Aluminium\", \"Aluminum\" or \"Actinium\", "
             "found \"Alumnium\"");
@@ -144,6 +144,16 @@ TEST(Material, MassFractionsOfOneElementAreThatElement) {
   const Material iron = Material::OfMassFractions("iron", {{"Fe", 0.995}}, 7.874);
   EXPECT_EQ(FractionOf(iron, "Fe"), 1);
   EXPECT_NEAR(iron.Excitation(), 286, 1e-10);
+}
+
+TEST(Material, ElementHasItsPublishedDensityEffectAtAnyDensity) {
+  const Material published = Material::Named("Fe");
+  const Material iron = Material::OfFormula("iron", "Fe", published.Density());
+  const Material porous = Material::OfFormula("porous iron", "Fe", published.Density() / 2);
+  EXPECT_EQ(iron.GetDensityEffect().fA, published.GetDensityEffect().fA);
+  EXPECT_DOUBLE_EQ(iron.GetDensityEffect().Delta(1), published.GetDensityEffect().Delta(1));
+  EXPECT_NEAR(porous.GetDensityEffect().Delta(3), iron.GetDensityEffect().Delta(3) - std::log(2.),
+              0.01);
 }
 
 TEST(Material, BraggsRuleIsTheMeanOfLogarithmsByElectrons) {
