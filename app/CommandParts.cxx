@@ -1,5 +1,6 @@
 #include "app/CommandParts.h"
 
+#include "draw/Picture.h"
 #include "run/FitFile.h"
 #include "util/Text.h"
 
@@ -84,6 +85,18 @@ CLI::Validator EndsIn(const std::vector<std::string>& endings) {
     for (const std::string& ending : endings)
       if (EndsWith(small, ending)) return "";
     return fmt::format("{} must end in {}", Quoted(text), Listed(endings, " or "));
+  };
+  return {check, ""};
+}
+
+CLI::Validator PictureName() {
+  const auto check = [](std::string& text) -> std::string {
+    try {
+      Picture::CheckName(text);
+      return "";
+    } catch (const std::invalid_argument& e) {
+      return e.what();
+    }
   };
   return {check, ""};
 }

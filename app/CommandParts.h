@@ -39,6 +39,9 @@ CLI::Validator OneOf(const std::vector<std::string>& words);
 /// format.
 CLI::Validator EndsIn(const std::vector<std::string>& endings);
 
+/// The name of a picture that can be written.
+CLI::Validator PictureName();
+
 /// Returns the command as it can be given to a shell again.
 std::string CommandLine(int argc, char** argv);
 

@@ -200,7 +200,7 @@ Command MakeDetectorCommand(CLI::App& program) {
   detector
       ->add_option("-o,--output", arguments->fOutput,
                    "Picture to be drawn; its ending says how: .svg, .png or .pdf")
-      ->check(EndsIn({".svg", ".png", ".pdf"}))
+      ->check(PictureName())
       ->type_name("FILE");
   return {detector, [arguments] { return Run(*arguments); }};
 }

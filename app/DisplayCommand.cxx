@@ -107,7 +107,7 @@ Command MakeDisplayCommand(CLI::App& program) {
       ->add_option("-o,--output", arguments->fOutput,
                    "Picture to be written; its ending says how: .svg, .png or .pdf")
       ->required()
-      ->check(EndsIn({".svg", ".png", ".pdf"}))
+      ->check(PictureName())
       ->type_name("FILE");
   return {display, [arguments] { return Run(*arguments); }};
 }

@@ -17,6 +17,7 @@ foreach(folder func matter geo util fit track sim io run draw)
           PATTERN "PublishedTables.h" EXCLUDE
           PATTERN "Constants.h" EXCLUDE PATTERN "Interpolation.h" EXCLUDE
           PATTERN "Quadrature.h" EXCLUDE PATTERN "ShellTables.h" EXCLUDE
+          PATTERN "DrawnSvg.h" EXCLUDE
           ${without_geometry})
 endforeach()
 if(NOT KELVO_ROOT_HAS_GEOMETRY)

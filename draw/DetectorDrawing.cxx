@@ -3,9 +3,9 @@
 #include "draw/Plot.h"
 #include "geo/MaterialBudget.h"
 #include "geo/PlaneDetectorReader.h"
-#include "util/FormattedText.h"
 
 #include <TGeoMaterial.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -72,9 +72,10 @@ private:
   double DrawHeading() {
     const geo::Box& box = fDetector.Extent();
     fPicture.Text({12, 34}, fDetector.Name(), {28, colour::kText, Align::kLeft, true});
-    fPicture.Text({12, 70}, Text("%zu planes; %.5g × %.5g cm across, %.6g cm long",
-                                 fDetector.Planes().size(), box.fHigh[0] - box.fLow[0],
-                                 box.fHigh[1] - box.fLow[1], box.fHigh[2] - box.fLow[2]));
+    fPicture.Text({12, 70},
+                  fmt::format(FMT_STRING("{} planes; {:.5g} × {:.5g} cm across, {:.6g} cm long"),
+                              fDetector.Planes().size(), box.fHigh[0] - box.fLow[0],
+                              box.fHigh[1] - box.fLow[1], box.fHigh[2] - box.fLow[2]));
     std::vector<LegendEntry> entries;
     const auto add = [&](const char* text, const char* colour) {
       for (const auto& placed : fDescription.fPlaced)
@@ -175,9 +176,10 @@ private:
     double size[2];
     size[axis] = part.fWidth[axis];
     size[1 - axis] = part.fCount[1 - axis] > 0 ? part.fWidth[1 - axis] : part.fSize[1 - axis];
-    std::string text = Text("x %.4g, y %.4g, z %.4g cm", size[0], size[1], part.fSize[2]);
-    if (part.fWall > 0) text += Text(", wall %.4g cm", part.fWall);
-    if (part.fGap > 0) text += Text(", gap %.4g cm", part.fGap);
+    std::string text =
+        fmt::format(FMT_STRING("x {:.4g}, y {:.4g}, z {:.4g} cm"), size[0], size[1], part.fSize[2]);
+    if (part.fWall > 0) text += fmt::format(FMT_STRING(", wall {:.4g} cm"), part.fWall);
+    if (part.fGap > 0) text += fmt::format(FMT_STRING(", gap {:.4g} cm"), part.fGap);
     return text;
   }
 
@@ -209,7 +211,8 @@ private:
       below = above;
     }
     plot.DrawAxes();
-    fPicture.Text({plot.Left() + 16, plot.Top() + 34}, Text("in all %.4g", all));
+    fPicture.Text({plot.Left() + 16, plot.Top() + 34},
+                  fmt::format(FMT_STRING("in all {:.4g}"), all));
   }
 
   static std::vector<Point> Between(const geo::MaterialBudget& budget,

@@ -1,68 +1,95 @@
 #include "draw/Picture.h"
 
-#include "draw/PictureCanvas.h"
+#include "draw/DrawnSvg.h"
 #include "draw/SvgText.h"
 #include "io/FileError.h"
 #include "io/PendingFile.h"
 
-#include <unistd.h>
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace kelvo {
 
 namespace {
 
-// A file for the time of a function.
-class ScratchFile {
-public:
-  explicit ScratchFile(const std::string& ending)
-      : fName((std::filesystem::temp_directory_path() / "kelvo-XXXXXX").string() + ending) {
-    const int descriptor = mkstemps(fName.data(), static_cast<int>(ending.size()));
-    if (descriptor < 0)
-      throw FileError(fName +
-                      ": a temporary file cannot be made; TMPDIR may name a folder that allows it");
-    close(descriptor);
-  }
-  ~ScratchFile() { std::remove(fName.c_str()); }
-  ScratchFile(const ScratchFile&) = delete;
-  ScratchFile& operator=(const ScratchFile&) = delete;
-  const std::string& Name() const { return fName; }
+// Fonts with the widths of Helvetica come first; the others are stretched.
+constexpr const char* kFonts =
+    "Helvetica, Arial, 'Liberation Sans', 'Nimbus Sans', Arimo, Roboto, sans-serif";
 
-private:
-  std::string fName;
-};
-
-std::string WholeFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+// A hundredth of a pixel cannot be seen.
+double Rounded(double value) {
+  return std::round(value * 100) / 100;
 }
 
-// ROOT gives a PDF the name of the file as it is drawn for title, which readers show. Another one
-// of the same length keeps the places of what follows.
-std::string TitledPdf(std::string pdf, const std::string& title) {
-  const std::string begin = "/Title (";
-  const std::size_t from = pdf.find(begin);
-  if (from == std::string::npos) return pdf;
-  const std::size_t end = pdf.find('\n', from);
-  std::string line = begin + title.substr(0, end - from - begin.size() - 1) + ')';
-  line.resize(end - from, ' ');
-  return pdf.replace(from, line.size(), line);
-}
-
-// What needs no escape in a text of a PDF.
-std::string PlainWord(std::string text) {
-  for (char& c : text)
-    if (c < ' ' || c > '~' || c == '(' || c == ')' || c == '\\') c = '_';
+std::string Corners(const std::vector<Point>& points) {
+  std::string text;
+  for (const Point& p : points)
+    text +=
+        fmt::format(FMT_STRING("{}{},{}"), text.empty() ? "" : " ", Rounded(p.fX), Rounded(p.fY));
   return text;
+}
+
+std::string DashAttribute(Dash dash) {
+  if (dash == Dash::kSolid) return "";
+  return fmt::format(FMT_STRING(" stroke-dasharray=\"{}\""),
+                     dash == Dash::kDashed ? "4.5,4.5" : "30,7.5");
+}
+
+bool IsRound(Mark mark) {
+  return mark == Mark::kDisc || mark == Mark::kCircle;
+}
+
+bool IsOpen(Mark mark) {
+  return mark == Mark::kCircle || mark == Mark::kOpenSquare;
+}
+
+std::vector<Point> MarkCorners(Mark mark, Point p, double size) {
+  const double h = size / 2;
+  switch (mark) {
+    case Mark::kDiamond:
+      return {{p.fX, p.fY - h}, {p.fX + h, p.fY}, {p.fX, p.fY + h}, {p.fX - h, p.fY}};
+    case Mark::kTriangle:
+      return {{p.fX, p.fY - h}, {p.fX + h, p.fY + h}, {p.fX - h, p.fY + h}};
+    default:
+      return {
+          {p.fX - h, p.fY - h}, {p.fX + h, p.fY - h}, {p.fX + h, p.fY + h}, {p.fX - h, p.fY + h}};
+  }
+}
+
+std::string MarkElement(Mark mark, Point p, double size) {
+  if (!IsRound(mark))
+    return fmt::format(FMT_STRING("<polygon points=\"{}\"/>\n"),
+                       Corners(MarkCorners(mark, p, size)));
+  return fmt::format(FMT_STRING("<circle cx=\"{}\" cy=\"{}\" r=\"{}\"/>\n"), Rounded(p.fX),
+                     Rounded(p.fY), Rounded(size / 2));
+}
+
+/// @param fitting the attributes that make the text as wide as it should be
+std::string TextElement(Point at, const std::string& text, const TextStyle& style,
+                        const std::string& fitting) {
+  const char* const anchors[] = {"", " text-anchor=\"middle\"", " text-anchor=\"end\""};
+  return fmt::format(FMT_STRING("<text xml:space=\"preserve\" x=\"{}\" y=\"{}\" font-size=\"{}\" "
+                                "fill=\"{}\"{}{}{}>{}</text>\n"),
+                     Rounded(at.fX), Rounded(at.fY), Rounded(style.fSize), style.fColour,
+                     anchors[static_cast<int>(style.fAlign)],
+                     style.fBold ? " font-weight=\"bold\"" : "", fitting, Escaped(text));
+}
+
+// A text for a renderer that knows no textLength and in whose fonts it is as wide as told [size of
+// the font].
+std::string StretchedText(Point at, const std::string& text, TextStyle style, double drawnWidth) {
+  const double width = TextWidth(text, style);
+  const double stretch = width / (drawnWidth * style.fSize);
+  at.fX -= style.fAlign == Align::kLeft ? 0 : style.fAlign == Align::kCentre ? width / 2 : width;
+  style.fAlign = Align::kLeft; // the others are reckoned without the stretching
+  return TextElement(at, text, style,
+                     fmt::format(FMT_STRING(" transform=\"translate({:.3f} 0) scale({:.5f} 1)\""),
+                                 at.fX * (1 - stretch), stretch));
 }
 
 std::string Ending(const std::string& file) {
@@ -77,54 +104,81 @@ std::string Ending(const std::string& file) {
 Picture::Picture(double width, double height, std::string title)
     : fWidth(width), fHeight(height), fTitle(std::move(title)) {}
 
-void Picture::Line(std::vector<Point> points, const LineStyle& style) {
-  fShapes.push_back(LineShape{std::move(points), style});
+void Picture::Line(const std::vector<Point>& points, const LineStyle& style) {
+  fShapes += fmt::format(
+      FMT_STRING("<polyline points=\"{}\" fill=\"none\" stroke=\"{}\" stroke-width=\"{}\"{}/>\n"),
+      Corners(points), style.fColour, style.fWidth, DashAttribute(style.fDash));
 }
 
-void Picture::Area(std::vector<Point> corners, const std::string& fill) {
-  fShapes.push_back(AreaShape{std::move(corners), fill});
+void Picture::Area(const std::vector<Point>& corners, const std::string& fill) {
+  fShapes +=
+      fmt::format(FMT_STRING("<polygon points=\"{}\" fill=\"{}\"/>\n"), Corners(corners), fill);
 }
 
 void Picture::Box(Point a, Point b, const std::string& fill) {
-  const Point low{std::min(a.fX, b.fX), std::min(a.fY, b.fY)};
-  const Point high{std::max(a.fX, b.fX), std::max(a.fY, b.fY)};
-  fShapes.push_back(BoxShape{low, high, fill});
+  fShapes +=
+      fmt::format(FMT_STRING("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"{}\"/>\n"),
+                  Rounded(std::min(a.fX, b.fX)), Rounded(std::min(a.fY, b.fY)),
+                  Rounded(std::abs(a.fX - b.fX)), Rounded(std::abs(a.fY - b.fY)), fill);
 }
 
-void Picture::Marks(std::vector<Point> points, const MarkStyle& style) {
-  if (!points.empty()) fShapes.push_back(MarksShape{std::move(points), style});
+void Picture::Marks(const std::vector<Point>& points, const MarkStyle& style) {
+  if (points.empty()) return;
+  const char* paint = IsOpen(style.fMark) ? "fill=\"none\" stroke" : "fill";
+  fShapes += fmt::format(FMT_STRING("<g {}=\"{}\">\n"), paint, style.fColour);
+  for (const Point& point : points) fShapes += MarkElement(style.fMark, point, style.fSize);
+  fShapes += "</g>\n";
 }
 
-void Picture::Text(Point at, std::string text, const TextStyle& style) {
+void Picture::Text(Point at, const std::string& text, const TextStyle& style) {
   if (!text.empty()) fTexts.push_back({at, Printable(text), style});
 }
 
-std::string Picture::Drawn(const std::string& format) const {
-  const ScratchFile scratch('.' + format); // ROOT knows some formats by the ending alone
-  PictureCanvas canvas(*this, format);
-  canvas.Print(scratch.Name());
-  const std::string drawn = WholeFile(scratch.Name());
-  // ROOT does not tell what it could not write; each format ends with a sign of its own.
-  const std::string end = format == "svg" ? "</svg>" : format == "png" ? "IEND" : "%%EOF";
-  if (drawn.size() < 16 || drawn.find(end, drawn.size() - 16) == std::string::npos)
-    throw FileError(scratch.Name() +
-                    ": a temporary file could not be written completely; TMPDIR may name a folder "
-                    "with space for it");
-  return format == "svg" ? MendedSvg(drawn, fWidth, fHeight, fTitle) : drawn;
+std::string Picture::Head() const {
+  return fmt::format(
+      FMT_STRING(
+          "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {0} {1}\" width=\"{0}\" "
+          "height=\"{1}\" style=\"max-width:100%;height:auto\" role=\"img\" font-family=\"{2}\">\n"
+          "<title>{3}</title>\n"
+          "<rect x=\"0\" y=\"0\" width=\"{0}\" height=\"{1}\" fill=\"{4}\"/>\n"),
+      Rounded(fWidth), Rounded(fHeight), kFonts, Escaped(Printable(fTitle)), colour::kWhite);
 }
 
 std::string Picture::Svg() const {
-  return Drawn("svg");
+  std::string svg = Head() + fShapes;
+  for (const TextShape& text : fTexts)
+    svg +=
+        TextElement(text.fAt, text.fText, text.fStyle,
+                    fmt::format(FMT_STRING(" textLength=\"{}\" lengthAdjust=\"spacingAndGlyphs\""),
+                                Rounded(TextWidth(text.fText, text.fStyle))));
+  return svg + "</svg>";
+}
+
+std::string Picture::Drawn(const std::string& format) const {
+  if constexpr (kDrawsSvg) {
+    std::vector<FontText> letters;
+    for (const TextShape& text : fTexts) letters.push_back({text.fText, text.fStyle.fBold});
+    const std::vector<double> widths = DrawnWidths(kFonts, letters);
+    std::string svg = Head() + fShapes;
+    for (std::size_t i = 0; i < fTexts.size(); i++)
+      svg += StretchedText(fTexts[i].fAt, fTexts[i].fText, fTexts[i].fStyle, widths[i]);
+    svg += "</svg>";
+    return format == ".png" ? PngOfSvg(svg, fWidth, fHeight)
+                            : PdfOfSvg(svg, fWidth, fHeight, Printable(fTitle));
+  }
+  return ""; // CheckName has refused the format
 }
 
 void Picture::Save(const std::string& file) const {
   CheckName(file);
-  const std::string format = Ending(file).substr(1);
-  { const PendingFile isPossible(file); }
-  std::string content = Drawn(format);
-  if (format == "svg") content = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + content + '\n';
-  if (format == "pdf")
-    content = TitledPdf(content, PlainWord(std::filesystem::path(file).stem().string()));
+  const std::string format = Ending(file);
+  std::string content;
+  try {
+    content = format == ".svg" ? "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + Svg() + '\n'
+                               : Drawn(format);
+  } catch (const std::runtime_error& e) {
+    throw FileError(file + ": cannot be drawn: " + e.what());
+  }
   PendingFile pending(file); // as late as possible, for an interrupted run leaves it behind
   std::ofstream out(pending.Partial(), std::ios::binary | std::ios::trunc);
   out << content;
@@ -137,6 +191,14 @@ void Picture::CheckName(const std::string& file) {
   const std::string ending = Ending(file);
   if (ending != ".svg" && ending != ".png" && ending != ".pdf")
     throw std::invalid_argument("\"" + file + "\" must end in .svg, .png or .pdf");
+  if (ending != ".svg" && !kDrawsSvg)
+    throw std::invalid_argument("\"" + file +
+                                "\" must end in .svg: this kelvo was built without librsvg and "
+                                "cairo, which make PNG and PDF");
+}
+
+double TextWidth(const std::string& text, const TextStyle& style) {
+  return style.fSize * RelativeWidth(Printable(text), style.fBold);
 }
 
 } // namespace kelvo

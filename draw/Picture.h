@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace kelvo {
@@ -57,8 +56,9 @@ struct TextStyle {
   bool fBold = false;
 };
 
-/// A picture of a fixed size: a list of shapes, which ROOT draws without a display when the picture
-/// is wanted. Shapes lie over those before them, texts over all.
+/// A picture of a fixed size, written as SVG while it is drawn; PNG and PDF are made from the SVG,
+/// so that all three look the same. Shapes lie over those before them, texts over all. Every text
+/// is as wide as Helvetica's letters make it, whichever font shows it.
 ///
 /// The default size of texts stays legible where a picture 640 pixels wide is seen on a telephone
 /// 360 pixels wide.
@@ -74,63 +74,47 @@ public:
   double Width() const { return fWidth; }   ///< [pixels]
   double Height() const { return fHeight; } ///< [pixels]
 
-  void Line(std::vector<Point> points, const LineStyle& style);
-  void Area(std::vector<Point> corners, const std::string& fill);
+  void Line(const std::vector<Point>& points, const LineStyle& style);
+  void Area(const std::vector<Point>& corners, const std::string& fill);
   void Box(Point corner, Point opposite, const std::string& fill);
   /// Draws marks of one style, which stay together in a SVG file.
-  void Marks(std::vector<Point> points, const MarkStyle& style);
+  void Marks(const std::vector<Point>& points, const MarkStyle& style);
   /// Writes text (UTF-8) as it stands.
-  void Text(Point at, std::string text, const TextStyle& style = {});
+  void Text(Point at, const std::string& text, const TextStyle& style = {});
 
   /// Returns the picture as an element svg for a page, without ids, fonts or links.
-  /// @throw FileError where there is no space for temporary files
   std::string Svg() const;
 
   /// Stores the picture as a whole file.
-  /// @param file ends in .svg, .png or .pdf, which gives the format
-  /// @throw std::invalid_argument for another ending
-  /// @throw FileError where the file cannot be written
+  /// @param file ends in .svg, .png (two dots per pixel) or .pdf, which gives the format
+  /// @throw std::invalid_argument as CheckName
+  /// @throw FileError where the file cannot be written, or where no font is installed that a PNG or
+  ///        a PDF could show its texts with
   void Save(const std::string& file) const;
 
   /// Checks the ending of a name for Save, before anything is drawn.
-  /// @throw std::invalid_argument
+  /// @throw std::invalid_argument for an ending that names no format, or one that this build of
+  ///        kelvo does not know how to write
   static void CheckName(const std::string& file);
 
 private:
-  struct LineShape {
-    std::vector<Point> fPoints;
-    LineStyle fStyle;
-  };
-  struct AreaShape {
-    std::vector<Point> fCorners;
-    std::string fFill;
-  };
-  struct BoxShape {
-    Point fLow; // left, top
-    Point fHigh;
-    std::string fFill;
-  };
-  struct MarksShape {
-    std::vector<Point> fPoints;
-    MarkStyle fStyle;
-  };
   struct TextShape {
     Point fAt;
     std::string fText;
     TextStyle fStyle;
   };
-  friend class PictureCanvas;
 
+  std::string Head() const;
   std::string Drawn(const std::string& format) const;
 
   double fWidth;
   double fHeight;
   std::string fTitle;
-  std::vector<std::variant<LineShape, AreaShape, BoxShape, MarksShape>> fShapes;
+  std::string fShapes; // SVG
   std::vector<TextShape> fTexts;
 };
 
-/// Returns the width of a text in the font of pictures, Helvetica [pixels].
+/// Returns the width that a text has in pictures [pixels].
 double TextWidth(const std::string& text, const TextStyle& style = {});
 
 } // namespace kelvo

@@ -1,8 +1,9 @@
 #include "draw/Plot.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 
 namespace kelvo {
@@ -23,9 +24,8 @@ struct Tick {
 
 std::string NumberAt(double value, double step) {
   const int digits = std::max(0, static_cast<int>(std::ceil(-std::log10(step) - 1e-9)));
-  char text[48];
-  std::snprintf(text, sizeof text, "%.*f", digits, std::abs(value) < step / 1000 ? 0 : value);
-  std::string number = text;
+  std::string number =
+      fmt::format(FMT_STRING("{:.{}f}"), std::abs(value) < step / 1000 ? 0 : value, digits);
   if (number[0] == '-') number = "−" + number.substr(1);
   return number;
 }
@@ -130,7 +130,7 @@ void Plot::DrawAxes() {
     fPicture.Line({{at.fX, Bottom()}, {at.fX, Bottom() - length}}, frame);
     if (!fX.fNumbers) continue;
     const double most = fPicture.Width() - 2 - TextWidth(tick.fText, {kNumberSize}) / 2;
-    fPicture.Text({std::min(at.fX, most), Bottom() + 26}, tick.fText,
+    fPicture.Text({std::min(at.fX, most), Bottom() + 28}, tick.fText,
                   {kNumberSize, colour::kText, Align::kCentre});
   }
   const std::vector<Tick> rows = Ticks(fY, (Bottom() - Top()) / kSpaceOfRow);

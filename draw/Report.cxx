@@ -7,8 +7,9 @@
 #include "geo/Detector.h"
 #include "io/FileError.h"
 #include "io/PendingFile.h"
-#include "util/FormattedText.h"
 #include "util/Particles.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -69,15 +70,15 @@ figcaption p { margin: .3em 0 }
 )";
 
 std::string Number(double value, const char* unit = "") {
-  return std::isfinite(value) ? Text("%.4g%s", value, unit) : "–";
+  return std::isfinite(value) ? fmt::format(FMT_STRING("{:.4g}{}"), value, unit) : "–";
 }
 
 std::string Probability(double value) {
-  return std::isfinite(value) ? Text("%.2g", value) : "–";
+  return std::isfinite(value) ? fmt::format(FMT_STRING("{:.2g}"), value) : "–";
 }
 
 std::string Signed(double value) {
-  const std::string text = Text("%.3f", std::abs(value));
+  const std::string text = fmt::format(FMT_STRING("{:.3f}"), std::abs(value));
   return value < 0 && text != "0.000" ? "−" + text : text;
 }
 
@@ -134,8 +135,8 @@ private:
     fHtml = kHead;
     fHtml += "<title>Fit report: " + name + "</title>\n</head>\n<body>\n";
     fHtml += "<h1>Fit report: " + name + "</h1>\n";
-    fHtml += Text("<p class=\"soft\">%llu track%s, %llu fitted</p>\n", fReport.fTracks,
-                  fReport.fTracks == 1 ? "" : "s", fReport.fFitted);
+    fHtml += fmt::format(FMT_STRING("<p class=\"soft\">{} track{}, {} fitted</p>\n"),
+                         fReport.fTracks, fReport.fTracks == 1 ? "" : "s", fReport.fFitted);
     fHtml +=
         "<nav><a href=\"#run\">What was run</a> <a href=\"#summary\">Summary</a> "
         "<a href=\"#plots\">Plots</a> <a href=\"#displays\">Tracks</a> "
@@ -148,11 +149,11 @@ private:
   }
 
   void Section(const char* id, const char* title) {
-    fHtml += Text("<h2 id=\"%s\">%s</h2>\n", id, title);
+    fHtml += fmt::format(FMT_STRING("<h2 id=\"{}\">{}</h2>\n"), id, title);
   }
 
   void AddItem(const char* name, const std::string& html) {
-    if (!html.empty()) fHtml += Text("<dt>%s</dt><dd>", name) + html + "</dd>\n";
+    if (!html.empty()) fHtml += fmt::format(FMT_STRING("<dt>{}</dt><dd>"), name) + html + "</dd>\n";
   }
 
   void AddRun() {
@@ -165,8 +166,8 @@ private:
     AddItem("fits in", Safe(fFits.File()));
     AddItem("version", "kelvo " + Safe(fFits.Text("version")));
     if (fDetector)
-      AddItem("detector",
-              Safe(fDetector->Name()) + Text(", %zu planes", fDetector->Planes().size()));
+      AddItem("detector", Safe(fDetector->Name()) +
+                              fmt::format(FMT_STRING(", {} planes"), fDetector->Planes().size()));
     else
       AddItem("detector", Safe(fFits.Text("detector")));
     AddItem("particles", IsBeam() ? "a beam of " + Safe(Option(options, "beam_momentum")) + " GeV/c"
@@ -177,8 +178,8 @@ private:
   }
 
   void AddDetails(const char* title, const std::string& text) {
-    fHtml += Text("<details><summary>%s</summary>\n<pre>", title) + SafeLines(text) +
-             "</pre></details>\n";
+    fHtml += fmt::format(FMT_STRING("<details><summary>{}</summary>\n<pre>"), title) +
+             SafeLines(text) + "</pre></details>\n";
   }
 
   void AddSummary() {
@@ -195,7 +196,8 @@ private:
         "<th>prob.</th><th>p [GeV/c]</th></tr>\n";
     for (const HypothesisReport& hypothesis : fReport.fHypotheses)
       fHtml += "<tr><td>" + ParticleWord(hypothesis.fPDG) +
-               Text("</td><td>%llu</td><td>%llu</td><td>", hypothesis.fFitted, hypothesis.fBest) +
+               fmt::format(FMT_STRING("</td><td>{}</td><td>{}</td><td>"), hypothesis.fFitted,
+                           hypothesis.fBest) +
                Number(hypothesis.fChi2PerNDF.Median()) + "</td><td>" +
                Probability(hypothesis.fProb.Median()) + "</td><td>" +
                Number(hypothesis.fMomentum.Median()) + "</td></tr>\n";
@@ -214,8 +216,8 @@ private:
   void AddCount(const std::string& what, unsigned long long count) {
     const double all = static_cast<double>(std::max(fReport.fTracks, 1ull));
     fHtml += "<tr><td>" + what +
-             Text("</td><td>%llu</td><td>%.4g %%</td></tr>\n", count,
-                  100 * static_cast<double>(count) / all);
+             fmt::format(FMT_STRING("</td><td>{}</td><td>{:.4g} %</td></tr>\n"), count,
+                         100 * static_cast<double>(count) / all);
   }
 
   // A plot with what it shows and what a good one looks like.
@@ -268,11 +270,14 @@ private:
     for (std::size_t v = 0; v < 2; ++v) {
       text += v == 0 ? "x view: " : "; y view: ";
       if (gaussians[v].fFitted)
-        text += Text("width %.3f ± %.3f, mean ", gaussians[v].fWidth, gaussians[v].fWidthError) +
-                Signed(gaussians[v].fMean) + Text(" ± %.3f", gaussians[v].fMeanError);
+        text += fmt::format(FMT_STRING("width {:.3f} ± {:.3f}, mean "), gaussians[v].fWidth,
+                            gaussians[v].fWidthError) +
+                Signed(gaussians[v].fMean) +
+                fmt::format(FMT_STRING(" ± {:.3f}"), gaussians[v].fMeanError);
       else
         text += "no Gaussian can be fitted";
-      if (views[v].Outside() > 0) text += Text(", %llu outside of the plot", views[v].Outside());
+      if (views[v].Outside() > 0)
+        text += fmt::format(FMT_STRING(", {} outside of the plot"), views[v].Outside());
     }
     return text + ".";
   }
@@ -372,9 +377,10 @@ private:
         "the first of them</th></tr>\n";
     for (const auto& [status, failure] : fReport.fFailures) {
       fHtml += std::string("<tr><td>") + StatusWords(status) +
-               Text("</td><td>%llu</td><td class=\"text\">", failure.fCount);
+               fmt::format(FMT_STRING("</td><td>{}</td><td class=\"text\">"), failure.fCount);
       for (const auto& example : failure.fExamples)
-        fHtml += Text("track %lld: ", example.fTrack) + Safe(Cut(example.fMessage)) + "<br>";
+        fHtml += fmt::format(FMT_STRING("track {}: "), example.fTrack) +
+                 Safe(Cut(example.fMessage)) + "<br>";
       fHtml += "</td></tr>\n";
     }
     fHtml += "</table></div>\n";

@@ -1,12 +1,9 @@
 #include "draw/ReportPlots.h"
 
 #include "draw/Plot.h"
-#include "util/FormattedText.h"
 #include "util/Particles.h"
 
-#include <TF1.h>
-#include <TFitResult.h>
-#include <TH1D.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -77,7 +74,7 @@ std::string Diverging(double value) {
   int rgb[3];
   for (int i = 0; i < 3; ++i)
     rgb[i] = static_cast<int>(std::lround(255 + share * (end[value > 0 ? 1 : 0][i] - 255)));
-  return Text("#%02x%02x%02x", rgb[0], rgb[1], rgb[2]);
+  return fmt::format(FMT_STRING("#{:02x}{:02x}{:02x}"), rgb[0], rgb[1], rgb[2]);
 }
 
 // A few steps of colour are told apart better than many, and keep pages small.
@@ -149,7 +146,7 @@ void DrawColourScale(Picture& picture) {
   double x = kLeft;
   picture.Text({12, 62}, "mean residual / its error, grey: too few hits", {22});
   const TextStyle small{21};
-  const std::string end = Text("%g", kMapScale);
+  const std::string end = fmt::format(FMT_STRING("{:g}"), kMapScale);
   picture.Text({x, 92}, "−" + end, small);
   x += TextWidth("−" + end, small) + 10;
   for (int step = -5; step <= 5; ++step, x += kWide)
@@ -158,34 +155,6 @@ void DrawColourScale(Picture& picture) {
 }
 
 } // namespace
-
-Gaussian FitGaussian(const Histogram& histogram) {
-  constexpr unsigned long long kFewest = 20;
-  Gaussian gaussian;
-  if (histogram.Inside() < kFewest) return gaussian;
-  const auto bins = static_cast<int>(histogram.Counts().size());
-  TH1D counts("", "", bins, histogram.Low(), histogram.High());
-  counts.SetDirectory(nullptr);
-  for (int i = 0; i < bins; ++i)
-    counts.SetBinContent(i + 1,
-                         static_cast<double>(histogram.Counts()[static_cast<std::size_t>(i)]));
-  counts.ResetStats();
-  TF1 bell("kelvo_gaussian", "gaus", histogram.Low(), histogram.High(), TF1::EAddToList::kNo);
-  bell.SetParameters(counts.GetMaximum(), counts.GetMean(), counts.GetStdDev());
-  const TFitResultPtr result = counts.Fit(&bell, "Q N 0 L S");
-  if (static_cast<int>(result) != 0) return gaussian;
-  const double mean = bell.GetParameter(1);
-  const double halfRange = (histogram.High() - histogram.Low()) / 2;
-  if (mean < histogram.Low() || mean > histogram.High() ||
-      std::abs(bell.GetParameter(2)) > halfRange)
-    return gaussian;
-  return {true,
-          bell.GetParameter(0),
-          mean,
-          bell.GetParError(1),
-          std::abs(bell.GetParameter(2)),
-          bell.GetParError(2)};
-}
 
 Picture DrawViews(const std::array<Histogram, 2>& views, const std::array<Gaussian, 2>& gaussians,
                   const std::string& title, const std::string& quantity) {
@@ -274,7 +243,8 @@ Picture DrawBestShares(const ReportData& report) {
     if (share > 0)
       picture.Box({left, y}, {left + share * (right - left), y + kBar},
                   HypothesisColour(hypothesis.fPDG));
-    picture.Text({right + 14, base}, Text("%.1f %%  (%llu)", 100 * share, hypothesis.fBest));
+    picture.Text({right + 14, base},
+                 fmt::format(FMT_STRING("{:.1f} %  ({})"), 100 * share, hypothesis.fBest));
     y += kBar + kSpace;
   }
   return picture;

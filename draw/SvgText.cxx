@@ -1,96 +1,76 @@
 #include "draw/SvgText.h"
 
-#include <TText.h>
-#include <TVirtualPad.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <map>
+#include <cstddef>
 
 namespace kelvo {
 
 namespace {
 
-constexpr const char* kFonts =
-    "Helvetica, Arial, 'Liberation Sans', 'Nimbus Sans', Arimo, Roboto, sans-serif";
+// Widths of the letters from the space to the tilde [size of the font / 1000], of Helvetica and of
+// Helvetica Bold (Adobe, Core 14 AFM files, 1997).
+constexpr int kWidths[2][95] = {
+    {278,  278, 355, 556, 556, 889, 667, 191, 333, 333, 389, 584, 278, 333, 278, 278,
+     556,  556, 556, 556, 556, 556, 556, 556, 556, 556, 278, 278, 584, 584, 584, 556,
+     1015, 667, 667, 722, 722, 667, 611, 778, 722, 278, 500, 667, 556, 833, 722, 778,
+     667,  778, 722, 667, 611, 722, 667, 944, 667, 667, 611, 278, 278, 278, 469, 556,
+     333,  556, 556, 500, 556, 556, 278, 556, 556, 222, 222, 500, 222, 833, 556, 556,
+     556,  556, 333, 500, 278, 556, 500, 722, 500, 500, 500, 334, 260, 334, 584},
+    {278, 333, 474, 556, 556, 889, 722, 238, 333, 333, 389, 584, 278, 333, 278, 278,
+     556, 556, 556, 556, 556, 556, 556, 556, 556, 556, 333, 333, 584, 584, 584, 611,
+     975, 722, 722, 722, 722, 667, 611, 778, 722, 278, 556, 722, 611, 833, 722, 778,
+     667, 778, 722, 667, 611, 722, 667, 944, 667, 667, 611, 333, 278, 333, 584, 556,
+     333, 556, 611, 556, 611, 556, 333, 611, 611, 278, 278, 556, 278, 889, 611, 611,
+     611, 611, 389, 556, 333, 611, 556, 778, 556, 556, 500, 389, 280, 389, 584}};
 
-std::string Attribute(const std::string& tag, const std::string& name) {
-  const std::size_t at = tag.find(' ' + name + "=\"");
-  if (at == std::string::npos) return "";
-  const std::size_t begin = at + name.size() + 3;
-  return tag.substr(begin, tag.find('"', begin) - begin);
+constexpr char32_t kReplacement = 0xfffd;
+
+// A code point and how many bytes it takes; what is not UTF-8, or what no XML file may hold, is one
+// byte long and the sign of replacement.
+struct Letter {
+  char32_t fCode;
+  std::size_t fBytes;
+};
+
+bool IsAllowed(char32_t code, std::size_t bytes) {
+  constexpr char32_t kFirst[] = {0, 0x80, 0x800, 0x10000}; // that need so many bytes
+  const bool isSurrogate = code >= 0xd800 && code <= 0xdfff;
+  return code >= kFirst[bytes - 1] && code <= 0x10ffff && !isSurrogate && code != 0xfffe &&
+         code != 0xffff;
 }
 
-// Replaces all of one text by another.
-void Replace(std::string& text, const std::string& from, const std::string& to) {
-  for (std::size_t at = text.find(from); at != std::string::npos;
-       at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
-}
-
-std::string Unescaped(std::string text) {
-  for (const auto& [from, to] : std::map<std::string, std::string>{
-           {"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}})
-    Replace(text, from, to);
-  Replace(text, "&amp;", "&");
-  return text;
-}
-
-// One element text, from "<text " to before "</text>".
-std::string MendedText(const std::string& element) {
-  const std::size_t end = element.find('>');
-  std::string tag = element.substr(0, end);
-  std::string content = element.substr(end + 1);
-  while (!content.empty() && content.back() == '\n') content.pop_back();
-  Replace(tag, "font-family=\"Helvetica\"", std::string("font-family=\"") + kFonts + '"');
-  const std::string plain = Unescaped(content);
-  if (plain.size() > 1) {
-    const double size = std::atof(Attribute(tag, "font-size").c_str());
-    const bool bold = !Attribute(tag, "font-weight").empty();
-    char length[64];
-    std::snprintf(length, sizeof length, " textLength=\"%.2f\" lengthAdjust=\"spacingAndGlyphs\"",
-                  size * RelativeWidth(plain, bold));
-    tag += length;
+Letter LetterAt(const std::string& text, std::size_t i) {
+  const auto byte = [&text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  const unsigned char first = byte(i);
+  if (first < 0x80) return {first, 1};
+  const std::size_t bytes = first < 0xc0 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+  if (bytes == 0 || first >= 0xf8 || i + bytes > text.size()) return {kReplacement, 1};
+  char32_t code = first & (0xff >> (bytes + 1));
+  for (std::size_t k = 1; k < bytes; k++) {
+    if ((byte(i + k) & 0xc0) != 0x80) return {kReplacement, 1};
+    code = code << 6 | (byte(i + k) & 0x3f);
   }
-  return tag + '>' + content;
+  if (!IsAllowed(code, bytes)) return {kReplacement, 1};
+  return {code, bytes};
 }
 
-std::string MendedTexts(const std::string& svg) {
-  const std::string begin = "<text ";
-  const std::string end = "</text>";
-  std::string mended;
-  std::size_t done = 0;
-  for (std::size_t at = svg.find(begin); at != std::string::npos; at = svg.find(begin, done)) {
-    const std::size_t stop = svg.find(end, at);
-    if (stop == std::string::npos) break;
-    mended += svg.substr(done, at - done) + MendedText(svg.substr(at, stop - at));
-    done = stop;
-  }
-  return mended + svg.substr(done);
+bool IsRaised(char32_t code) {
+  return code == 0xb9 || code == 0xb2 || code == 0xb3 || (code >= 0x2070 && code <= 0x207f);
 }
 
-std::string Head(const std::string& tag, double width, double height, const std::string& title) {
-  char text[512];
-  std::snprintf(text, sizeof text,
-                "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"%s\" width=\"%g\" "
-                "height=\"%g\" style=\"max-width:100%%;height:auto\" role=\"img\">\n",
-                Attribute(tag, "viewBox").c_str(), width, height);
-  return text + ("<title>" + Escaped(Printable(title)) + "</title>\n");
+// Blocks of the Unicode standard whose signs are as wide as high (UAX 11, East Asian Width).
+bool IsSquare(char32_t code) {
+  return (code >= 0x1100 && code <= 0x115f) || (code >= 0x2e80 && code <= 0xa4cf) ||
+         (code >= 0xac00 && code <= 0xd7a3) || (code >= 0xf900 && code <= 0xfaff) ||
+         (code >= 0xff01 && code <= 0xff60) || (code >= 0x1f300 && code <= 0x1faff) ||
+         (code >= 0x20000 && code <= 0x3fffd);
 }
 
-// The length of the UTF-8 sequence that begins at i, 0 where there is none.
-std::size_t SequenceLength(const std::string& text, std::size_t i) {
-  const auto byte = static_cast<unsigned char>(text[i]);
-  const std::size_t length = byte < 0x80                   ? 1
-                             : byte >= 0xc2 && byte < 0xe0 ? 2
-                             : byte >= 0xe0 && byte < 0xf0 ? 3
-                             : byte >= 0xf0 && byte < 0xf5 ? 4
-                                                           : 0;
-  if (length == 0 || i + length > text.size()) return 0;
-  for (std::size_t k = 1; k < length; ++k)
-    if ((static_cast<unsigned char>(text[i + k]) & 0xc0) != 0x80) return 0;
-  return length;
+// [size of the font / 1000]
+int WidthOf(char32_t code, bool bold) {
+  const auto& widths = kWidths[bold ? 1 : 0];
+  if (code >= ' ' && code <= '~') return widths[code - ' '];
+  if (IsRaised(code)) return 333;
+  return IsSquare(code) ? 1000 : widths['0' - ' '];
 }
 
 } // namespace
@@ -122,65 +102,26 @@ std::string Escaped(const std::string& text) {
 std::string Printable(const std::string& text) {
   std::string printable;
   for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = SequenceLength(text, i);
-    if (length == 0)
+    const Letter letter = LetterAt(text, i);
+    if (letter.fCode == kReplacement)
       printable += "\xef\xbf\xbd";
-    else if (length == 1 && (text[i] < ' ' || text[i] == 0x7f))
+    else if (letter.fCode < ' ' || letter.fCode == 0x7f)
       printable += ' ';
     else
-      printable.append(text, i, length);
-    i += std::max<std::size_t>(length, 1);
+      printable.append(text, i, letter.fBytes);
+    i += letter.fBytes;
   }
   return printable;
 }
 
-namespace {
-
-// ROOT measures bytes: a letter about as wide stands for each sign beyond ASCII.
-std::string ForMeasuring(const std::string& text) {
-  std::string measured;
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = std::max<std::size_t>(SequenceLength(text, i), 1);
-    const std::string sign = text.substr(i, length);
-    const bool raised = sign == "²" || sign == "³" || sign == "¹" || sign.rfind("\xe2\x81", 0) == 0;
-    if (length == 1)
-      measured += sign;
-    else
-      measured += raised ? 'r' : 'n';
-    i += length;
-  }
-  return measured;
-}
-
-} // namespace
-
-// ROOT's unit of measurement depends on the canvas; the letter m, 833 thousandths wide in the plain
-// font and 889 in the bold one, gives the scale (Adobe font metrics of Helvetica).
 double RelativeWidth(const std::string& text, bool bold) {
-  constexpr double kPixels = 200; // widths of letters are rounded to whole ones
-  const auto size = static_cast<float>(kPixels / std::min(gPad->GetWw(), gPad->GetWh()));
-  const auto width = [bold, size](const std::string& measured) {
-    TText object(0, 0, "");
-    object.SetTextFont(bold ? 62 : 42);
-    object.SetTextSize(size);
-    unsigned w = 0;
-    unsigned h = 0;
-    // Between bars, since ROOT leaves out what is empty at both ends.
-    object.GetTextExtent(w, h, ('|' + measured + '|').c_str());
-    return static_cast<double>(w);
-  };
-  const double bars = width("");
-  return (bold ? 8.89 : 8.33) * (width(ForMeasuring(text)) - bars) / (width("mmmmmmmmmm") - bars);
-}
-
-std::string MendedSvg(const std::string& svg, double width, double height,
-                      const std::string& title) {
-  const std::size_t begin = svg.find("<svg ");
-  const std::size_t end = svg.find("</defs>");
-  const std::size_t tagEnd = svg.find('>', begin);
-  const std::string head = Head(svg.substr(begin, tagEnd - begin), width, height, title);
-  const std::size_t last = svg.find_last_not_of(" \n");
-  return head + MendedTexts(svg.substr(end + 7, last + 1 - (end + 7)));
+  int width = 0;
+  for (std::size_t i = 0; i < text.size();) {
+    const Letter letter = LetterAt(text, i);
+    width += WidthOf(letter.fCode, bold);
+    i += letter.fBytes;
+  }
+  return width / 1000.;
 }
 
 } // namespace kelvo

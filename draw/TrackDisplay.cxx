@@ -2,8 +2,9 @@
 
 #include "draw/FittedTrack.h"
 #include "draw/Plot.h"
-#include "util/FormattedText.h"
 #include "util/Particles.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -67,11 +68,14 @@ private:
   double DrawHeading() {
     const double chi2 = fRow.Chi2();
     const std::string best = fRow.fBest ? ", the best hypothesis" : "";
-    fPicture.Text({12, 34}, Text("Track %lld as ", fRow.fTrack) + ParticleWord(fRow.fPDG) + best,
-                  {28, colour::kText, Align::kLeft, true});
-    fPicture.Text({12, 70},
-                  Text("χ²/ndf = %.1f/%d   (probability %.2g)", chi2, fRow.fNDF, fRow.fProb));
-    fPicture.Text({12, 102}, Text("momentum %.4g GeV/c at the first hit", fRow.fP));
+    fPicture.Text(
+        {12, 34},
+        fmt::format(FMT_STRING("Track {} as "), fRow.fTrack) + ParticleWord(fRow.fPDG) + best,
+        {28, colour::kText, Align::kLeft, true});
+    fPicture.Text({12, 70}, fmt::format(FMT_STRING("χ²/ndf = {:.1f}/{}   (probability {:.2g})"),
+                                        chi2, fRow.fNDF, fRow.fProb));
+    fPicture.Text({12, 102},
+                  fmt::format(FMT_STRING("momentum {:.4g} GeV/c at the first hit"), fRow.fP));
     return 126 +
            DrawLegend(fPicture, {12, 142}, kRight,
                       {{LegendEntry::kMark, "hit", colour::kBlack},
@@ -112,10 +116,10 @@ private:
       high = std::max(high, u + sigma);
     };
     for (const std::size_t i : Hits(view)) {
-      add(fRow.fHitU[i], HitUncertainty(fRow, i));
+      add(fRow.fHitU[i], fRow.fHitSigU[i]);
       add(fRow.fFitU[i], fRow.fFitSigU[i]);
     }
-    for (const Vector& p : fTrack.Points()) add(p[view], 0);
+    for (const Point& p : fTrack.Line(view)) add(p.fY, 0);
     return Around(low, high, title, 0.08);
   }
 
@@ -150,8 +154,8 @@ private:
     if (hits.size() < 2) return;
     std::vector<double> z;
     for (const std::size_t i : hits) z.push_back(fRow.fHitZ[i]);
-    for (const Vector& p : fTrack.Points())
-      if (p[2] > z.front() && p[2] < fRow.fHitZ[hits.back()]) z.push_back(p[2]);
+    for (const Point& p : fTrack.Line(view))
+      if (p.fX > z.front() && p.fX < fRow.fHitZ[hits.back()]) z.push_back(p.fX);
     std::sort(z.begin(), z.end());
     std::vector<Point> corners;
     for (const double at : z) corners.push_back({at, fTrack.At(view, at) + SigmaAt(hits, at)});
@@ -170,18 +174,26 @@ private:
     return z1 > z0 ? s0 + (s1 - s0) * (z - z0) / (z1 - z0) : s1;
   }
 
+  // Where the track crosses a scattering plane.
+  Point PlanePoint(std::size_t j, std::size_t view) const {
+    return {static_cast<double>(fRow.fPlaneZ[j]),
+            static_cast<double>((view == 0 ? fRow.fPlaneX : fRow.fPlaneY)[j])};
+  }
+
   // Planes cross the whole detector; a piece around the track leaves the rest of it to be seen.
   void DrawScatteringPlanes(Plot& plot, std::size_t view) const {
     const double half = 0.1 * (plot.Y().fHigh - plot.Y().fLow);
-    for (const Vector& p : fTrack.Planes())
-      plot.Line({{p[2], p[view] - half}, {p[2], p[view] + half}}, kPlaneLine);
+    for (std::size_t j = 0; j < fRow.fPlaneZ.size(); j++) {
+      const Point p = PlanePoint(j, view);
+      plot.Bar(p.fX, p.fY - half, p.fY + half, kPlaneLine);
+    }
   }
 
   void DrawHits(Plot& plot, std::size_t view) const {
     std::vector<Point> points;
     for (const std::size_t i : Hits(view)) {
       const double u = fRow.fHitU[i];
-      const double sigma = HitUncertainty(fRow, i);
+      const double sigma = fRow.fHitSigU[i];
       plot.Bar(fRow.fHitZ[i], u - sigma, u + sigma, kHitBar);
       points.push_back({fRow.fHitZ[i], u});
     }
@@ -189,9 +201,7 @@ private:
   }
 
   void DrawTrackLine(Plot& plot, std::size_t view) const {
-    std::vector<Point> line;
-    for (const Vector& p : fTrack.Points()) line.push_back({p[2], p[view]});
-    plot.Line(line, kTrackLine);
+    plot.Line(fTrack.Line(view), kTrackLine);
   }
 
   // The larger a kink in units of its expected width, the larger its mark.
@@ -199,35 +209,33 @@ private:
     constexpr double kSmallest = 10; // pixels
     constexpr double kPerSigma = 7;
     constexpr double kLargest = 26;
-    for (std::size_t j = 0; j < fTrack.Planes().size(); ++j) {
-      const Vector& p = fTrack.Planes()[j];
-      const double width = static_cast<double>(fRow.fPlaneSigAlpha[j]);
+    const auto& kinks = view == 0 ? fRow.fKinkX : fRow.fKinkY;
+    for (std::size_t j = 0; j < kinks.size(); j++) {
       const double pull =
-          std::abs(static_cast<double>((view == 0 ? fRow.fKinkX : fRow.fKinkY)[j])) / width;
+          std::abs(static_cast<double>(kinks[j])) / static_cast<double>(fRow.fPlaneSigAlpha[j]);
       const double size = std::min(kSmallest + kPerSigma * pull, kLargest);
-      plot.Marks({{p[2], p[view]}}, {Mark::kDiamond, colour::kVermillion, size});
+      plot.Marks({PlanePoint(j, view)}, {Mark::kDiamond, colour::kVermillion, size});
     }
   }
 
+  // Residuals with the uncertainties of their hits, or pulls.
   void DrawPanel(double top, const std::string& title, bool pulls) {
     const auto value = [&](std::size_t i) {
       return static_cast<double>(pulls ? fRow.fPull[i] : fRow.fResidual[i]);
     };
-    const auto bar = [&](std::size_t i) {
-      return pulls || fRow.fPull[i] == 0 ? 0 : std::abs(fRow.fResidual[i] / fRow.fPull[i]);
-    };
-    double most = pulls ? 2.5 : 1e-6;
-    for (std::size_t i = 0; i < fRow.fHitZ.size(); ++i)
-      most = std::max({most, std::abs(value(i)) + bar(i), pulls ? 0 : HitUncertainty(fRow, i)});
+    const auto bar = [&](std::size_t i) { return pulls ? 0 : fRow.fHitSigU[i]; };
+    double max = pulls ? 2.5 : 1e-6;
+    for (std::size_t i = 0; i < fRow.fHitZ.size(); i++)
+      max = std::max(max, std::abs(value(i)) + bar(i));
     Plot plot(fPicture, {kLeft, top}, {kRight, top + kPanelHeight},
-              {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls}, {-1.1 * most, 1.1 * most, title});
+              {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls}, {-1.1 * max, 1.1 * max, title});
     if (pulls) plot.Box({fLow, -1}, {fHigh, 1}, colour::kPaleGrey);
     plot.Line({{fLow, 0}, {fHigh, 0}}, {colour::kGrey, 1});
-    for (std::size_t view = 0; view < 2; ++view) {
+    for (std::size_t view = 0; view < 2; view++) {
       std::vector<Point> points;
       for (const std::size_t i : Hits(view)) {
         points.push_back({fRow.fHitZ[i], value(i)});
-        if (bar(i) > 0)
+        if (!pulls)
           plot.Bar(fRow.fHitZ[i], value(i) - bar(i), value(i) + bar(i), {kViewColour[view], 1});
       }
       plot.Marks(points, {kViewMark[view], kViewColour[view], 8});

@@ -560,6 +560,20 @@ TEST_F(Command, FitsATrackThatHasAsManyHitsAsParameters) {
   EXPECT_TRUE(Contains(run.fOut, "  mu                    1          1   -\n")) << run.fOut;
 }
 
+TEST_F(Command, TellsThatNoFontIsInstalled) {
+  fFolder.Write("fonts.conf", "<?xml version=\"1.0\"?>\n<fontconfig><dir>" + fFolder.Path("none") +
+                                  "</dir></fontconfig>\n");
+  for (const std::string name : {"a.png", "a.pdf"}) {
+    const Outcome run = Run("dedx Steel -o " + name, "FONTCONFIG_FILE=$PWD/fonts.conf");
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_EQ(run.fErr, "kelvo: " + name +
+                            ": cannot be drawn: its texts need a font, and none is installed "
+                            "(Debian: fonts-dejavu-core)\n");
+    EXPECT_FALSE(Exists(name));
+  }
+  EXPECT_EQ(Run("dedx Steel -o a.svg", "FONTCONFIG_FILE=$PWD/fonts.conf").fStatus, 0);
+}
+
 TEST_F(Command, ShowsEnergyLossAsTableCsvAndPicture) {
   const Outcome table = Run("dedx Steel --particle mu");
   EXPECT_EQ(table.fStatus, 0);

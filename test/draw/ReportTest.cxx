@@ -10,6 +10,8 @@
 #include "test/support/TempFolder.h"
 #include "track/TrackFitter.h"
 
+#include <TF1.h>
+#include <TH1D.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -277,6 +279,34 @@ TEST(FitGaussian, FindsMeanAndWidth) {
   EXPECT_NEAR(gaussian.fWidth, 0.8, 4 * 0.8 / std::sqrt(20000));
   EXPECT_NEAR(gaussian.fWidthError, 0.8 / std::sqrt(20000), 0.1 * 0.0057);
   EXPECT_NEAR(gaussian.fMeanError, 0.008, 0.0008);
+}
+
+// ROOT's minimiser goes another way to the same maximum; it stops near it.
+TEST(FitGaussian, AgreesWithRootsFit) {
+  constexpr double kTolerance = 0.01; // standard deviations
+  std::mt19937 random(5);
+  for (const double mean : {-2., 0., 1.5})
+    for (const int entries : {25, 300, 100000}) {
+      std::normal_distribution<double> normal(mean, 1.1);
+      kelvo::Histogram histogram(-5, 5, 50);
+      TH1D counts("", "", 50, -5, 5);
+      counts.SetDirectory(nullptr);
+      for (int i = 0; i < entries; i++) {
+        const double value = normal(random);
+        histogram.Add(value);
+        counts.Fill(value);
+      }
+      TF1 bell("bell", "gaus", -5, 5, TF1::EAddToList::kNo);
+      bell.SetParameters(counts.GetMaximum(), mean, 1.1);
+      counts.Fit(&bell, "Q N 0 L");
+      const kelvo::Gaussian gaussian = kelvo::FitGaussian(histogram);
+      ASSERT_TRUE(gaussian.fFitted);
+      EXPECT_NEAR(gaussian.fHeight, bell.GetParameter(0), kTolerance * bell.GetParError(0));
+      EXPECT_NEAR(gaussian.fMean, bell.GetParameter(1), kTolerance * bell.GetParError(1));
+      EXPECT_NEAR(gaussian.fWidth, bell.GetParameter(2), kTolerance * bell.GetParError(2));
+      EXPECT_NEAR(gaussian.fMeanError, bell.GetParError(1), kTolerance * bell.GetParError(1));
+      EXPECT_NEAR(gaussian.fWidthError, bell.GetParError(2), kTolerance * bell.GetParError(2));
+    }
 }
 
 TEST(FitGaussian, LeavesWhatIsNoBellAlone) {

@@ -8,7 +8,7 @@
 
 namespace test {
 
-/// The elements of a SVG picture, as ROOT writes them.
+/// The elements of a SVG picture.
 class SvgShapes {
 public:
   explicit SvgShapes(const std::string& svg) {
@@ -23,7 +23,7 @@ public:
       if (name == "circle") fCircles.push_back({group, tag});
       if (name == "polygon") fPolygons.push_back({group, tag});
       if (name == "rect") fBoxes.push_back({Colour(tag), tag});
-      if (name == "path") fPaths.push_back({Colour(tag), tag});
+      if (name == "polyline") fLines.push_back({Colour(tag), tag});
       if (name == "text")
         fTexts.push_back({tag, svg.substr(end + 1, svg.find("</text>", end) - end - 1)});
     }
@@ -66,7 +66,7 @@ public:
   std::vector<Shape> fCircles;
   std::vector<Shape> fPolygons;
   std::vector<Shape> fBoxes;
-  std::vector<Shape> fPaths;
+  std::vector<Shape> fLines;
   std::vector<Text> fTexts;
 
 private:
