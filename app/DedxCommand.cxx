@@ -74,7 +74,7 @@ void Tell(const std::vector<EnergyLossCurve>& curves) {
     for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
       const EnergyLossPoint& point = curve.fPoints[i];
       std::printf("%12.5g %12.5g %12.5g %14.5g %12.5g%s\n", point.fT, point.fP, point.fBetaGamma,
-                  point.fLoss, point.fRange, i == curve.fLeast ? "  least loss" : "");
+                  point.fLoss, point.fRange, i == curve.fMinimum ? "  least loss" : "");
     }
   }
 }
@@ -94,7 +94,7 @@ void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& nam
       const EnergyLossPoint& point = curve.fPoints[i];
       out << CsvField(curve.fMaterial) << ',' << curve.fParticle.fName << ',' << point.fT << ','
           << point.fP << ',' << point.fBetaGamma << ',' << point.fLoss << ',' << point.fRange << ','
-          << (i == curve.fLeast) << '\n';
+          << (i == curve.fMinimum) << '\n';
     }
   out.close();
   if (!out) throw FileError(name + ": could not be written completely; is the disk full?");

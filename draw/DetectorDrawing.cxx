@@ -57,7 +57,7 @@ public:
 
   void Draw() {
     double y = DrawHeading();
-    for (unsigned axis = 0; axis < 2; ++axis) {
+    for (unsigned axis = 0; axis < 2; axis++) {
       DrawSide(axis, y);
       y += kSideHeight + (axis == 0 ? 80 : 146);
     }
@@ -151,7 +151,7 @@ private:
     if (part.fGap > 0)
       plot.Box({-depth / 2, -across}, {depth / 2, across}, ColourOf(part.fGapMaterial));
     const int neighbours = static_cast<int>(std::ceil(across / pitch));
-    for (int i = -neighbours; i <= neighbours; ++i) {
+    for (int i = -neighbours; i <= neighbours; i++) {
       const auto box = [&](double margin, unsigned material) {
         plot.Box({-depth / 2 + margin, i * pitch - width / 2 + margin},
                  {depth / 2 - margin, i * pitch + width / 2 - margin}, ColourOf(material));
@@ -203,7 +203,7 @@ private:
     for (const TGeoMaterial* material : fDetector.Materials()) {
       std::vector<double> above = below;
       double sum = 0;
-      for (std::size_t i = 0; i < budget.fBins; ++i) {
+      for (std::size_t i = 0; i < budget.fBins; i++) {
         sum += budget.fRadLengths.at(material)[i];
         above[i + 1] += sum;
       }
@@ -222,7 +222,7 @@ private:
       return budget.fLow + (budget.fHigh - budget.fLow) * static_cast<double>(i) / budget.fBins;
     };
     std::vector<Point> corners;
-    for (std::size_t i = 0; i < above.size(); ++i) corners.push_back({z(i), above[i]});
+    for (std::size_t i = 0; i < above.size(); i++) corners.push_back({z(i), above[i]});
     for (std::size_t i = below.size(); i-- > 0;) corners.push_back({z(i), below[i]});
     return corners;
   }

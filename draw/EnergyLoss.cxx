@@ -12,9 +12,9 @@ namespace {
 
 constexpr double kMeV = 1e-3; // GeV
 
-// Kinetic energy of least loss: there is one minimum between beta gamma 1 and 20, which golden
+// Kinetic energy of the minimum loss: there is one between beta gamma 1 and 20, which golden
 // section finds (W. H. Press et al., Numerical Recipes, 3rd ed., section 10.2).
-double EnergyOfLeastLoss(const MaterialLoss& loss, double mass) {
+double EnergyOfMinimumLoss(const MaterialLoss& loss, double mass) {
   const double kGolden = (std::sqrt(5.) - 1) / 2;
   double low = std::log(1.);
   double high = std::log(20.);
@@ -78,7 +78,7 @@ private:
 
   std::vector<LegendEntry> Legend() const {
     std::vector<LegendEntry> entries;
-    for (std::size_t i = 0; i < fMaterials.size(); ++i)
+    for (std::size_t i = 0; i < fMaterials.size(); i++)
       entries.push_back({LegendEntry::kLine, fMaterials[i], ColourOf(i), {}, {"", 3}});
     for (const Particle& particle : Particles())
       for (const EnergyLossCurve& curve : fCurves)
@@ -107,7 +107,7 @@ private:
   }
 
   void DrawCurves(double top, const std::string& title, double EnergyLossPoint::*value,
-                  bool markLeast) {
+                  bool markMinimum) {
     Plot plot(fPicture, {kLeft, top}, {kRight, top + kPlotHeight},
               Decades(&EnergyLossPoint::fT, "kinetic energy [GeV]"), Decades(value, title));
     for (const EnergyLossCurve& curve : fCurves) {
@@ -115,8 +115,8 @@ private:
       for (const EnergyLossPoint& point : curve.fPoints) points.push_back({point.fT, point.*value});
       const char* colour = ColourOf(Index(curve));
       plot.Line(points, {colour, 2, DashOf(curve.fParticle)});
-      const EnergyLossPoint& least = curve.fPoints[curve.fLeast];
-      if (markLeast) plot.Marks({{least.fT, least.*value}}, {Mark::kCircle, colour, 14});
+      const EnergyLossPoint& minimum = curve.fPoints[curve.fMinimum];
+      if (markMinimum) plot.Marks({{minimum.fT, minimum.*value}}, {Mark::kCircle, colour, 14});
     }
     plot.DrawAxes();
   }
@@ -134,14 +134,14 @@ EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& part
   const MaterialLoss loss(matter, particle);
   const matter::RangeTable range = MakeRangeTable(matter, particle);
   const double mass = particle.fMass;
-  const double leastT = EnergyOfLeastLoss(loss, mass);
+  const double minimumT = EnergyOfMinimumLoss(loss, mass);
   std::vector<double> all = energies;
-  all.insert(std::lower_bound(all.begin(), all.end(), leastT), leastT);
+  all.insert(std::lower_bound(all.begin(), all.end(), minimumT), minimumT);
   EnergyLossCurve curve{material, particle, {}, 0};
   for (const double t : all) {
     const double p = std::sqrt(t * (t + 2 * mass));
     curve.fPoints.push_back({t, p, p / mass, loss(t) / kMeV, range.Range(t)});
-    if (t == leastT) curve.fLeast = curve.fPoints.size() - 1;
+    if (t == minimumT) curve.fMinimum = curve.fPoints.size() - 1;
   }
   return curve;
 }

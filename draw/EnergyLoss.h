@@ -22,18 +22,18 @@ struct EnergyLossCurve {
   std::string fMaterial;
   Particle fParticle;
   std::vector<EnergyLossPoint> fPoints;
-  std::size_t fLeast = 0; ///< index of the point with the least loss: minimum ionisation
+  std::size_t fMinimum = 0; ///< index of the point of minimum loss: minimum ionisation
 };
 
 /// Calculates a curve with the losses and ranges that stopping particles are ranged out with.
 /// @param material a name that matter::Material::Named knows, not "Vacuum"
-/// @param energies kinetic energies [GeV], increasing; the one with the least loss is added
+/// @param energies kinetic energies [GeV], increasing; the one of minimum loss is added
 /// @throws std::invalid_argument for an unknown material
 EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& particle,
                                const std::vector<double>& energies);
 
 /// Draws energy loss and range of several curves against kinetic energy, on logarithmic scales,
-/// with the points of least loss marked.
+/// with the points of minimum loss marked.
 Picture DrawEnergyLoss(const std::vector<EnergyLossCurve>& curves);
 
 } // namespace kelvo

@@ -115,9 +115,9 @@ std::optional<Parabola> Maximum(const BellLikelihood& likelihood) {
 } // namespace
 
 Gaussian FitGaussian(const Histogram& histogram) {
-  constexpr unsigned long long kFewest = 20;
+  constexpr unsigned long long kMin = 20;
   constexpr double kHalf = 1; // the coordinate x of the fit is -1 to 1 in the histogram
-  if (histogram.Inside() < kFewest) return {};
+  if (histogram.Inside() < kMin) return {};
   const BellLikelihood likelihood(histogram);
   const std::optional<Parabola> log = Maximum(likelihood);
   if (!log) return {};

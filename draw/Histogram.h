@@ -14,9 +14,9 @@ public:
   void Add(double value) {
     const double bin = std::floor((value - fLow) / Width());
     if (bin >= 0 && bin < static_cast<double>(fCounts.size()))
-      ++fCounts[static_cast<std::size_t>(bin)];
+      fCounts[static_cast<std::size_t>(bin)]++;
     else
-      ++fOutside;
+      fOutside++;
   }
 
   /// As Add, but numbers beyond an end count in the bin next to it.
@@ -41,10 +41,10 @@ public:
     for (const unsigned long long count : fCounts) sum += count;
     return sum;
   }
-  unsigned long long Most() const {
-    unsigned long long most = 0;
-    for (const unsigned long long count : fCounts) most = count > most ? count : most;
-    return most;
+  unsigned long long Max() const {
+    unsigned long long max = 0;
+    for (const unsigned long long count : fCounts) max = count > max ? count : max;
+    return max;
   }
 
 private:

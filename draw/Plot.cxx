@@ -13,7 +13,7 @@ namespace {
 constexpr double kTick = 7;           // pixels
 constexpr double kNumberSize = 22;    // pixels
 constexpr double kTitleSize = 23;     // pixels
-constexpr double kSpaceOfNumber = 95; // pixels between the numbers of the horizontal axis, at least
+constexpr double kSpaceOfNumber = 95; // min pixels between the numbers of the horizontal axis
 constexpr double kSpaceOfRow = 52;    // between those of the vertical one
 
 // One mark of an axis.
@@ -31,23 +31,23 @@ std::string NumberAt(double value, double step) {
 }
 
 // 1, 2 or 5 times a power of ten: the smallest that is not below the one asked for.
-double NiceStep(double least) {
-  const double power = std::pow(10, std::floor(std::log10(least)));
+double NiceStep(double min) {
+  const double power = std::pow(10, std::floor(std::log10(min)));
   for (const double factor : {1., 2., 5.})
-    if (factor * power >= least * (1 - 1e-9)) return factor * power;
+    if (factor * power >= min * (1 - 1e-9)) return factor * power;
   return 10 * power;
 }
 
-std::vector<Tick> LinearTicks(const Axis& axis, double most) {
-  constexpr double kFewest = 3;
-  double step = NiceStep((axis.fHigh - axis.fLow) / std::max(most, 1.));
+std::vector<Tick> LinearTicks(const Axis& axis, double max) {
+  constexpr double kMin = 3;
+  double step = NiceStep((axis.fHigh - axis.fLow) / std::max(max, 1.));
   const auto number = [&axis](double width) {
     return std::floor(axis.fHigh / width) - std::ceil(axis.fLow / width) + 1;
   };
-  if (number(step) < kFewest) step = NiceStep(step / 2.6); // the next smaller one
+  if (number(step) < kMin) step = NiceStep(step / 2.6); // the next smaller one
   std::vector<Tick> ticks;
   const double slack = 1e-9 * (axis.fHigh - axis.fLow);
-  for (double i = std::ceil((axis.fLow - slack) / step); i * step <= axis.fHigh + slack; ++i)
+  for (double i = std::ceil((axis.fLow - slack) / step); i * step <= axis.fHigh + slack; i++)
     ticks.push_back({i * step, NumberAt(i * step, step)});
   return ticks;
 }
@@ -59,14 +59,14 @@ std::string PowerOfTen(int power) {
   return text;
 }
 
-std::vector<Tick> LogTicks(const Axis& axis, double most) {
+std::vector<Tick> LogTicks(const Axis& axis, double max) {
   const int first = static_cast<int>(std::floor(std::log10(axis.fLow)));
   const int last = static_cast<int>(std::ceil(std::log10(axis.fHigh)));
   const bool plain = first >= -2 && last <= 3;
-  const int every = std::max(1, static_cast<int>(std::ceil((last - first) / most)));
+  const int every = std::max(1, static_cast<int>(std::ceil((last - first) / max)));
   std::vector<Tick> ticks;
-  for (int power = first; power <= last; ++power)
-    for (int factor = 1; factor < 10; ++factor) {
+  for (int power = first; power <= last; power++)
+    for (int factor = 1; factor < 10; factor++) {
       const double value = factor * std::pow(10, power);
       if (value < axis.fLow * (1 - 1e-9) || value > axis.fHigh * (1 + 1e-9)) continue;
       const bool numbered = factor == 1 && (power - first) % every == 0;
@@ -76,11 +76,11 @@ std::vector<Tick> LogTicks(const Axis& axis, double most) {
   return ticks;
 }
 
-std::vector<Tick> Ticks(const Axis& axis, double most) {
-  return axis.fLog ? LogTicks(axis, most) : LinearTicks(axis, most);
+std::vector<Tick> Ticks(const Axis& axis, double max) {
+  return axis.fLog ? LogTicks(axis, max) : LinearTicks(axis, max);
 }
 
-double Share(const Axis& axis, double value) {
+double Fraction(const Axis& axis, double value) {
   if (axis.fLog) return std::log(value / axis.fLow) / std::log(axis.fHigh / axis.fLow);
   return (value - axis.fLow) / (axis.fHigh - axis.fLow);
 }
@@ -118,8 +118,8 @@ Plot::Plot(Picture& picture, Point corner, Point opposite, Axis x, Axis y)
     : fPicture(picture), fCorner(corner), fOpposite(opposite), fX(std::move(x)), fY(std::move(y)) {}
 
 Point Plot::At(double x, double y) const {
-  return {fCorner.fX + Share(fX, x) * (fOpposite.fX - fCorner.fX),
-          fOpposite.fY - Share(fY, y) * (fOpposite.fY - fCorner.fY)};
+  return {fCorner.fX + Fraction(fX, x) * (fOpposite.fX - fCorner.fX),
+          fOpposite.fY - Fraction(fY, y) * (fOpposite.fY - fCorner.fY)};
 }
 
 void Plot::DrawAxes() {
@@ -129,8 +129,8 @@ void Plot::DrawAxes() {
     const double length = tick.fText.empty() ? kTick / 2 : kTick;
     fPicture.Line({{at.fX, Bottom()}, {at.fX, Bottom() - length}}, frame);
     if (!fX.fNumbers) continue;
-    const double most = fPicture.Width() - 2 - TextWidth(tick.fText, {kNumberSize}) / 2;
-    fPicture.Text({std::min(at.fX, most), Bottom() + 28}, tick.fText,
+    const double max = fPicture.Width() - 2 - TextWidth(tick.fText, {kNumberSize}) / 2;
+    fPicture.Text({std::min(at.fX, max), Bottom() + 28}, tick.fText,
                   {kNumberSize, colour::kText, Align::kCentre});
   }
   const std::vector<Tick> rows = Ticks(fY, (Bottom() - Top()) / kSpaceOfRow);
@@ -163,7 +163,7 @@ void Plot::Line(const std::vector<Point>& points, const LineStyle& style) {
     if (part.size() > 1) fPicture.Line(part, style);
     part.clear();
   };
-  for (std::size_t i = 1; i < points.size(); ++i) {
+  for (std::size_t i = 1; i < points.size(); i++) {
     const auto clipped = Clipped(At(points[i - 1].fX, points[i - 1].fY),
                                  At(points[i].fX, points[i].fY), fCorner, fOpposite);
     if (!clipped) {

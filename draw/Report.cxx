@@ -267,7 +267,7 @@ private:
   static std::string GaussianText(const std::array<Histogram, 2>& views,
                                   const std::array<Gaussian, 2>& gaussians) {
     std::string text;
-    for (std::size_t v = 0; v < 2; ++v) {
+    for (std::size_t v = 0; v < 2; v++) {
       text += v == 0 ? "x view: " : "; y view: ";
       if (gaussians[v].fFitted)
         text += fmt::format(FMT_STRING("width {:.3f} ± {:.3f}, mean "), gaussians[v].fWidth,
@@ -303,7 +303,7 @@ private:
   }
 
   void AddComparison() {
-    AddPlot(DrawBestShares(fReport),
+    AddPlot(DrawBestFractions(fReport),
             "Good: as many of each as there are in the source; muon and pion are so close in mass "
             "that they are often taken for each other.");
     AddPlot(DrawByHypothesis(fReport, LeadOf, "Lead of the best hypothesis",
@@ -327,12 +327,12 @@ private:
 
   void AddResiduals() {
     if (!fFits.HasVectors() || !fDetector) return;
-    for (std::size_t view = 0; view < 2; ++view)
+    for (std::size_t view = 0; view < 2; view++)
       AddPlot(
           DrawResidualsByPlane(fReport, *fDetector, view),
           "Good: all means at 0 within their errors, and a band of even width; a plane off 0 is "
           "displaced.");
-    for (std::size_t view = 0; view < 2; ++view)
+    for (std::size_t view = 0; view < 2; view++)
       AddPlot(
           DrawResidualMap(fReport, *fDetector, view),
           "Good: pale nearly everywhere, since a mean is compared with its error; a plane whose "
@@ -352,7 +352,7 @@ private:
         AddPlot(DrawTrack(fDetector, fFits.Read(entries[i], FitPart::kAll)), what);
     };
     // Side by side on a wide screen.
-    for (std::size_t i = 0; i < kTracksOfAKind; ++i) {
+    for (std::size_t i = 0; i < kTracksOfAKind; i++) {
       add(fReport.fBestTracks, i,
           "One of the best: hits and track agree; if they agree far better than the error bars "
           "say, the bars are too long.");
@@ -387,8 +387,8 @@ private:
   }
 
   static std::string Cut(const std::string& text) {
-    constexpr std::size_t kMost = 300;
-    return text.size() <= kMost ? text : text.substr(0, kMost) + " …";
+    constexpr std::size_t kMax = 300;
+    return text.size() <= kMax ? text : text.substr(0, kMax) + " …";
   }
 
   FitReader& fFits;

@@ -43,11 +43,11 @@ public:
       if (entries.size() < kTracksOfAKind && picked.insert(quality.fEntry).second)
         entries.push_back(quality.fEntry);
     };
-    for (auto at = fBest.rbegin(); at != fBest.rend(); ++at) take(*at, report.fBestTracks);
+    for (auto at = fBest.rbegin(); at != fBest.rend(); at++) take(*at, report.fBestTracks);
     for (const Quality& quality : fWorst) take(quality, report.fWorstTracks);
     // From the middle of the sample outwards.
     std::sort(fSample.begin(), fSample.end());
-    for (std::size_t i = 0; i < fSample.size(); ++i) {
+    for (std::size_t i = 0; i < fSample.size(); i++) {
       const std::size_t step = (i + 1) / 2;
       const std::size_t middle = fSample.size() / 2;
       take(fSample[i % 2 == 1 ? middle - step : middle + step], report.fTypicalTracks);
@@ -58,7 +58,7 @@ private:
   // Each of n entries is in the sample with the same probability (J. S. Vitter, "Random sampling
   // with a reservoir", ACM Trans. Math. Softw. 11 (1985) 37, algorithm R).
   void AddToSample(const Quality& quality) {
-    ++fSeen;
+    fSeen++;
     if (fSample.size() < kSample) {
       fSample.push_back(quality);
       return;
@@ -89,14 +89,14 @@ public:
   void Add(const FitRow& row, long long entry) {
     if (fRows == 0 || row.fTrack != fTrack || fSeen.count(row.fPDG)) EndTrack();
     fTrack = row.fTrack;
-    ++fRows;
+    fRows++;
     fSeen.insert(row.fPDG);
     HypothesisReport& hypothesis = HypothesisOf(row, fReport);
     if (row.fStatus != 0) {
       if (fRows == 1) fFailure = {row.fStatus, row.fMessage};
       return;
     }
-    ++hypothesis.fFitted;
+    hypothesis.fFitted++;
     const double chi2PerNDF = row.fNDF > 0 ? row.Chi2() / row.fNDF : 0;
     if (row.fNDF > 0) {
       hypothesis.fChi2PerNDF.Add(chi2PerNDF);
@@ -107,7 +107,7 @@ public:
     fLikelihoods.push_back(row.fLogLikelihood);
     if (!row.fBest) return;
     fBestPDG = row.fPDG;
-    ++hypothesis.fBest;
+    hypothesis.fBest++;
     if (row.fNDF > 0) fReport.fProb.AddClamped(row.fProb);
     fReport.fLength.Add(row.fLength);
     fPicker.Add({row.fProb, chi2PerNDF, entry});
@@ -121,7 +121,7 @@ public:
 private:
   void EndTrack() {
     if (fRows == 0) return;
-    ++fReport.fTracks;
+    fReport.fTracks++;
     if (fLikelihoods.empty())
       AddFailure();
     else
@@ -134,13 +134,13 @@ private:
 
   void AddFailure() {
     FailureReport& failure = fReport.fFailures[fFailure.first];
-    ++failure.fCount;
+    failure.fCount++;
     if (failure.fExamples.size() < kExamples)
       failure.fExamples.push_back({fTrack, fFailure.second});
   }
 
   void AddFit() {
-    ++fReport.fFitted;
+    fReport.fFitted++;
     if (fLikelihoods.size() < 2 || fBestPDG == 0) return;
     std::sort(fLikelihoods.rbegin(), fLikelihoods.rend());
     for (HypothesisReport& hypothesis : fReport.fHypotheses)
@@ -162,29 +162,29 @@ private:
 // Makes the histograms whose ranges follow from the first pass.
 void MakeRanges(ReportData& report) {
   constexpr unsigned kBins = 44;
-  double mostMomentum = 0;
+  double maxMomentum = 0;
   for (const HypothesisReport& hypothesis : report.fHypotheses)
     if (hypothesis.fBest > 0)
-      mostMomentum = std::max(mostMomentum, hypothesis.fMomentum.Quantile(kNearlyAll));
-  const double mostLength = report.fLength.Quantile(kNearlyAll);
+      maxMomentum = std::max(maxMomentum, hypothesis.fMomentum.Quantile(kNearlyAll));
+  const double maxLength = report.fLength.Quantile(kNearlyAll);
   for (HypothesisReport& hypothesis : report.fHypotheses) {
     if (hypothesis.fBest == 0) continue;
-    hypothesis.fMomentumOfBest.emplace_back(0, 1.1 * mostMomentum, kBins);
-    hypothesis.fLengthOfBest.emplace_back(0, 1.1 * mostLength, kBins);
+    hypothesis.fMomentumOfBest.emplace_back(0, 1.1 * maxMomentum, kBins);
+    hypothesis.fLengthOfBest.emplace_back(0, 1.1 * maxLength, kBins);
   }
 }
 
 // The part of the plane, across its cells, that a coordinate belongs to.
 std::size_t PartOf(const geo::CellRow& cells, double u) {
   const double low = cells.Centre(0) - cells.fPitch / 2;
-  const double share = (u - low) / (cells.fPitch * cells.fCount);
-  const double part = std::floor(share * PlaneResiduals::kParts);
+  const double fraction = (u - low) / (cells.fPitch * cells.fCount);
+  const double part = std::floor(fraction * PlaneResiduals::kParts);
   return static_cast<std::size_t>(
       std::clamp(part, 0., static_cast<double>(PlaneResiduals::kParts - 1)));
 }
 
 void AddVectors(const FitRow& row, const geo::PlaneDetector* detector, ReportData& report) {
-  for (std::size_t i = 0; i < row.fHitZ.size(); ++i) {
+  for (std::size_t i = 0; i < row.fHitZ.size(); i++) {
     const auto view = static_cast<std::size_t>(row.fHitView[i]);
     const double residual = static_cast<double>(row.fResidual[i]);
     if (row.fPull[i] != 0) report.fPull[view].Add(static_cast<double>(row.fPull[i]));
@@ -195,8 +195,8 @@ void AddVectors(const FitRow& row, const geo::PlaneDetector* detector, ReportDat
     residuals.fAll.Add(residual);
     if (cells.fCount > 0) residuals.fByPosition[PartOf(cells, row.fHitU[i])].Add(residual);
   }
-  for (std::size_t view = 0; view < 2; ++view)
-    for (std::size_t j = 0; j < row.fPlaneS.size(); ++j)
+  for (std::size_t view = 0; view < 2; view++)
+    for (std::size_t j = 0; j < row.fPlaneS.size(); j++)
       report.fKink[view].Add(static_cast<double>((view == 0 ? row.fKinkX : row.fKinkY)[j]) /
                              static_cast<double>(row.fPlaneSigAlpha[j]));
 }
@@ -230,13 +230,13 @@ double ResidualSum::Error() const {
 ReportData GatherReport(FitReader& fits, const geo::PlaneDetector* detector) {
   ReportData report;
   ScalarPass scalars(report);
-  for (long long entry = 0; entry < fits.Entries(); ++entry)
+  for (long long entry = 0; entry < fits.Entries(); entry++)
     scalars.Add(fits.Read(entry, FitPart::kScalars), entry);
   scalars.End();
   MakeRanges(report);
   for (auto& residuals : report.fResiduals)
     residuals.resize(detector ? detector->Planes().size() : 0);
-  for (long long entry = 0; entry < fits.Entries(); ++entry) AddBest(fits, entry, detector, report);
+  for (long long entry = 0; entry < fits.Entries(); entry++) AddBest(fits, entry, detector, report);
   return report;
 }
 

@@ -43,7 +43,7 @@ struct ResidualSum {
   double fSquares = 0; ///< [cm2]
 
   void Add(double residual) {
-    ++fN;
+    fN++;
     fSum += residual;
     fSquares += residual * residual;
   }

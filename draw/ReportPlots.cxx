@@ -38,7 +38,7 @@ Dash HypothesisDash(int pdg) {
 
 std::vector<Point> Outline(const Histogram& histogram) {
   std::vector<Point> points{{histogram.Low(), 0}};
-  for (std::size_t i = 0; i < histogram.Counts().size(); ++i) {
+  for (std::size_t i = 0; i < histogram.Counts().size(); i++) {
     const auto count = static_cast<double>(histogram.Counts()[i]);
     points.push_back({histogram.Edge(i), count});
     points.push_back({histogram.Edge(i + 1), count});
@@ -53,13 +53,13 @@ Picture Titled(const std::string& title, double height = kHeight) {
   return picture;
 }
 
-Plot CountPlot(Picture& picture, const Histogram& range, unsigned long long most,
+Plot CountPlot(Picture& picture, const Histogram& range, unsigned long long max,
                const std::string& quantity, const std::string& counted) {
   return {picture,
           {kLeft, kTop},
           {kRight, kBottom},
           {range.Low(), range.High(), quantity},
-          {0, 1.08 * static_cast<double>(std::max(most, 1ull)), counted}};
+          {0, 1.08 * static_cast<double>(std::max(max, 1ull)), counted}};
 }
 
 double At(const Gaussian& gaussian, double x) {
@@ -69,11 +69,11 @@ double At(const Gaussian& gaussian, double x) {
 
 // From blue through white to vermillion, for -1 to 1.
 std::string Diverging(double value) {
-  const double share = std::min(std::abs(value), 1.);
+  const double fraction = std::min(std::abs(value), 1.);
   const int end[2][3] = {{0x00, 0x72, 0xb2}, {0xd5, 0x5e, 0x00}};
   int rgb[3];
-  for (int i = 0; i < 3; ++i)
-    rgb[i] = static_cast<int>(std::lround(255 + share * (end[value > 0 ? 1 : 0][i] - 255)));
+  for (int i = 0; i < 3; i++)
+    rgb[i] = static_cast<int>(std::lround(255 + fraction * (end[value > 0 ? 1 : 0][i] - 255)));
   return fmt::format(FMT_STRING("#{:02x}{:02x}{:02x}"), rgb[0], rgb[1], rgb[2]);
 }
 
@@ -105,7 +105,7 @@ Axis AlongZ(const ReportData& report, const geo::PlaneDetector& detector, std::s
   double low = 0;
   double high = 0;
   bool any = false;
-  for (std::size_t i = 0; i < detector.Planes().size(); ++i) {
+  for (std::size_t i = 0; i < detector.Planes().size(); i++) {
     if (report.fResiduals[view][i].fAll.fN == 0) continue;
     const geo::ActivePlane& plane = detector.Planes()[i];
     low = any ? std::min(low, plane.fZLow) : plane.fZLow;
@@ -121,16 +121,16 @@ std::pair<double, double> Column(const ReportData& report, const geo::PlaneDetec
                                  std::size_t view, std::size_t i, const Axis& z) {
   const auto& planes = detector.Planes();
   const auto has = [&](std::size_t k) { return report.fResiduals[view][k].fAll.fN > 0; };
-  const double most = (z.fHigh - z.fLow) / 20;
+  const double max = (z.fHigh - z.fLow) / 20;
   const double middle = planes[i].ZMid();
-  double low = middle - most;
-  double high = middle + most;
+  double low = middle - max;
+  double high = middle + max;
   for (std::size_t k = i; k-- > 0;)
     if (has(k)) {
       low = std::max(low, (planes[k].ZMid() + middle) / 2);
       break;
     }
-  for (std::size_t k = i + 1; k < planes.size(); ++k)
+  for (std::size_t k = i + 1; k < planes.size(); k++)
     if (has(k)) {
       high = std::min(high, (planes[k].ZMid() + middle) / 2);
       break;
@@ -149,7 +149,7 @@ void DrawColourScale(Picture& picture) {
   const std::string end = fmt::format(FMT_STRING("{:g}"), kMapScale);
   picture.Text({x, 92}, "−" + end, small);
   x += TextWidth("−" + end, small) + 10;
-  for (int step = -5; step <= 5; ++step, x += kWide)
+  for (int step = -5; step <= 5; step++, x += kWide)
     picture.Box({x, 76}, {x + kWide, 94}, DivergingStep(step / 5.));
   picture.Text({x + 10, 92}, "+" + end, small);
 }
@@ -161,18 +161,18 @@ Picture DrawViews(const std::array<Histogram, 2>& views, const std::array<Gaussi
   constexpr double kSteps = 200;
   Picture picture = Titled(title);
   std::vector<LegendEntry> legend;
-  for (std::size_t v = 0; v < 2; ++v)
+  for (std::size_t v = 0; v < 2; v++)
     legend.push_back({LegendEntry::kLine, kViewName[v], kViewColour[v], {}, {"", 2}});
   legend.push_back(
       {LegendEntry::kLine, "Gaussian fits", colour::kText, {}, {"", 2, Dash::kDashed}});
   DrawLegend(picture, {12, 62}, kRight, legend);
   Plot plot =
-      CountPlot(picture, views[0], std::max(views[0].Most(), views[1].Most()), quantity, "entries");
-  for (std::size_t v = 0; v < 2; ++v) plot.Line(Outline(views[v]), {kViewColour[v], 2});
-  for (std::size_t v = 0; v < 2; ++v) {
+      CountPlot(picture, views[0], std::max(views[0].Max(), views[1].Max()), quantity, "entries");
+  for (std::size_t v = 0; v < 2; v++) plot.Line(Outline(views[v]), {kViewColour[v], 2});
+  for (std::size_t v = 0; v < 2; v++) {
     if (!gaussians[v].fFitted) continue;
     std::vector<Point> curve;
-    for (double i = 0; i <= kSteps; ++i) {
+    for (double i = 0; i <= kSteps; i++) {
       const double x = views[v].Low() + (views[v].High() - views[v].Low()) * i / kSteps;
       curve.push_back({x, At(gaussians[v], x)});
     }
@@ -187,7 +187,7 @@ Picture DrawProbability(const Histogram& probability) {
   const double flat =
       static_cast<double>(probability.Inside()) / static_cast<double>(probability.Counts().size());
   Plot plot = CountPlot(picture, probability,
-                        std::max(probability.Most(), static_cast<unsigned long long>(2 * flat)),
+                        std::max(probability.Max(), static_cast<unsigned long long>(2 * flat)),
                         "probability of a larger chi-square", "tracks");
   plot.Line({{0, flat}, {1, flat}}, {colour::kGrey, 2, Dash::kDashed});
   plot.Line(Outline(probability), {colour::kBlue, 2});
@@ -203,12 +203,12 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
   Picture picture = Titled(title);
   std::vector<LegendEntry> legend;
   const Histogram* range = nullptr;
-  unsigned long long most = 0;
+  unsigned long long max = 0;
   for (const HypothesisReport& hypothesis : report.fHypotheses) {
     const Histogram* shown = histogram(hypothesis);
     if (!shown) continue;
     range = shown;
-    most = std::max(most, shown->Most());
+    max = std::max(max, shown->Max());
     legend.push_back({LegendEntry::kLine,
                       ParticleWord(hypothesis.fPDG),
                       HypothesisColour(hypothesis.fPDG),
@@ -217,7 +217,7 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
   }
   DrawLegend(picture, {12, 62}, kRight, legend);
   const Histogram none(0, 1, 1);
-  Plot plot = CountPlot(picture, range ? *range : none, most, quantity, "tracks");
+  Plot plot = CountPlot(picture, range ? *range : none, max, quantity, "tracks");
   for (const HypothesisReport& hypothesis : report.fHypotheses)
     if (const Histogram* shown = histogram(hypothesis))
       plot.Line(Outline(*shown),
@@ -226,7 +226,7 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
   return picture;
 }
 
-Picture DrawBestShares(const ReportData& report) {
+Picture DrawBestFractions(const ReportData& report) {
   constexpr double kBar = 44;
   constexpr double kSpace = 22;
   const auto bars = static_cast<double>(report.fHypotheses.size());
@@ -236,15 +236,15 @@ Picture DrawBestShares(const ReportData& report) {
   const double right = kRight - 190;
   double y = 62;
   for (const HypothesisReport& hypothesis : report.fHypotheses) {
-    const double share = static_cast<double>(hypothesis.fBest) / all;
+    const double fraction = static_cast<double>(hypothesis.fBest) / all;
     const double base = y + kBar / 2 + 8;
     picture.Text({12, base}, ParticleWord(hypothesis.fPDG));
     picture.Box({left, y}, {right, y + kBar}, colour::kPaleGrey);
-    if (share > 0)
-      picture.Box({left, y}, {left + share * (right - left), y + kBar},
+    if (fraction > 0)
+      picture.Box({left, y}, {left + fraction * (right - left), y + kBar},
                   HypothesisColour(hypothesis.fPDG));
     picture.Text({right + 14, base},
-                 fmt::format(FMT_STRING("{:.1f} %  ({})"), 100 * share, hypothesis.fBest));
+                 fmt::format(FMT_STRING("{:.1f} %  ({})"), 100 * fraction, hypothesis.fBest));
     y += kBar + kSpace;
   }
   return picture;
@@ -258,8 +258,8 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
   std::vector<Point> upper;
   std::vector<Point> lower;
   std::vector<double> errors;
-  double most = 0;
-  for (std::size_t i = 0; i < detector.Planes().size(); ++i) {
+  double max = 0;
+  for (std::size_t i = 0; i < detector.Planes().size(); i++) {
     const ResidualSum& sum = report.fResiduals[view][i].fAll;
     if (sum.fN == 0) continue;
     const double at = detector.Planes()[i].ZMid();
@@ -267,10 +267,9 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
     errors.push_back(sum.Error());
     upper.push_back({at, sum.Mean() + sum.Width()});
     lower.push_back({at, sum.Mean() - sum.Width()});
-    most =
-        std::max({most, std::abs(sum.Mean()) + sum.Width(), std::abs(sum.Mean()) + errors.back()});
+    max = std::max({max, std::abs(sum.Mean()) + sum.Width(), std::abs(sum.Mean()) + errors.back()});
   }
-  Axis vertical = Around(-std::max(most, 1e-9), std::max(most, 1e-9), "residual [cm]");
+  Axis vertical = Around(-std::max(max, 1e-9), std::max(max, 1e-9), "residual [cm]");
   Plot plot(picture, {kLeft, kTop}, {kRight, kBottom}, z, vertical);
   if (means.size() > 1) {
     std::vector<Point> band = upper;
@@ -278,7 +277,7 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
     plot.Area(band, colour::kPaleBlue);
   }
   plot.Line({{z.fLow, 0}, {z.fHigh, 0}}, {colour::kGrey, 1});
-  for (std::size_t i = 0; i < means.size(); ++i)
+  for (std::size_t i = 0; i < means.size(); i++)
     plot.Bar(means[i].fX, means[i].fY - errors[i], means[i].fY + errors[i], {kViewColour[view], 1});
   plot.Marks(means, {Mark::kDisc, kViewColour[view], 7});
   plot.DrawAxes();
@@ -296,7 +295,7 @@ Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& dete
       Titled(std::string("Residuals across each plane, ") + kViewName[view], kMapHeight);
   const Axis z = AlongZ(report, detector, view);
   Plot plot(picture, {kLeft, kMapTop}, {kRight, kMapHeight - 64}, z, AcrossPlanes(detector, view));
-  for (std::size_t i = 0; i < detector.Planes().size(); ++i) {
+  for (std::size_t i = 0; i < detector.Planes().size(); i++) {
     const PlaneResiduals& plane = report.fResiduals[view][i];
     const geo::CellRow& cells = detector.Planes()[i].fCells[view];
     if (plane.fAll.fN == 0 || cells.fCount == 0) continue;
@@ -304,7 +303,7 @@ Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& dete
     const double first = cells.Centre(0) - cells.fPitch / 2;
     const double part = cells.fPitch * cells.fCount / PlaneResiduals::kParts;
     plot.Box({low, first}, {high, first + part * PlaneResiduals::kParts}, colour::kLightGrey);
-    for (std::size_t k = 0; k < PlaneResiduals::kParts; ++k) {
+    for (std::size_t k = 0; k < PlaneResiduals::kParts; k++) {
       const ResidualSum& sum = plane.fByPosition[k];
       if (sum.fN < kEnough || sum.Error() == 0) continue;
       const double u = first + static_cast<double>(k) * part;

@@ -24,7 +24,7 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
                          const std::string& quantity);
 
 /// Draws how often each hypothesis is the best one.
-Picture DrawBestShares(const ReportData& report);
+Picture DrawBestFractions(const ReportData& report);
 
 /// Draws mean and width of the residuals of one view against the position of the plane.
 Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector& detector,

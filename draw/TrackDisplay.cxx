@@ -44,7 +44,7 @@ public:
 
   void Draw() {
     double y = DrawHeading();
-    for (std::size_t view = 0; view < 2; ++view) {
+    for (std::size_t view = 0; view < 2; view++) {
       y += kAbovePanel;
       DrawView(view, y);
       y += kViewHeight + kBelowNumbers - 12;
@@ -89,7 +89,7 @@ private:
 
   std::vector<std::size_t> Hits(std::size_t view) const {
     std::vector<std::size_t> hits;
-    for (std::size_t i = 0; i < fRow.fHitZ.size(); ++i)
+    for (std::size_t i = 0; i < fRow.fHitZ.size(); i++)
       if (fRow.fHitView[i] == static_cast<int>(view)) hits.push_back(i);
     return hits;
   }
@@ -141,7 +141,7 @@ private:
     const int one = cells.Cell(fTrack.At(view, plane.fZLow));
     const int other = cells.Cell(fTrack.At(view, plane.fZHigh));
     if (one < 0 || other < 0) return;
-    for (int i = std::min(one, other); i <= std::max(one, other); ++i) {
+    for (int i = std::min(one, other); i <= std::max(one, other); i++) {
       const double centre = cells.Centre(static_cast<unsigned>(i));
       plot.Box({plane.fZLow, centre - cells.fWidth / 2}, {plane.fZHigh, centre + cells.fWidth / 2},
                colour::kPaleOrange);
@@ -159,14 +159,14 @@ private:
     std::sort(z.begin(), z.end());
     std::vector<Point> corners;
     for (const double at : z) corners.push_back({at, fTrack.At(view, at) + SigmaAt(hits, at)});
-    for (auto at = z.rbegin(); at != z.rend(); ++at)
+    for (auto at = z.rbegin(); at != z.rend(); at++)
       corners.push_back({*at, fTrack.At(view, *at) - SigmaAt(hits, *at)});
     plot.Area(corners, colour::kPaleBlue);
   }
 
   double SigmaAt(const std::vector<std::size_t>& hits, double z) const {
     std::size_t k = 1;
-    while (k + 1 < hits.size() && fRow.fHitZ[hits[k]] < z) ++k;
+    while (k + 1 < hits.size() && fRow.fHitZ[hits[k]] < z) k++;
     const double z0 = fRow.fHitZ[hits[k - 1]];
     const double z1 = fRow.fHitZ[hits[k]];
     const double s0 = fRow.fFitSigU[hits[k - 1]];

@@ -305,14 +305,14 @@ TEST(MaterialBudget, PutsMaterialWhereItIs) {
   for (const TGeoMaterial* material : detector.Materials()) {
     if (std::string(material->GetName()) != "Steel") continue;
     const std::vector<double>& steps = budget.fRadLengths.at(material);
-    for (std::size_t i = 0; i < steps.size(); ++i)
+    for (std::size_t i = 0; i < steps.size(); i++)
       EXPECT_NEAR(steps[i], i % 8 < 5 ? 0.5 / 1.7584 : 0, 1e-9) << i;
   }
 }
 
 std::vector<double> Energies() {
   std::vector<double> energies;
-  for (int i = 0; i <= 120; ++i) energies.push_back(1e-3 * std::pow(10, i / 20.));
+  for (int i = 0; i <= 120; i++) energies.push_back(1e-3 * std::pow(10, i / 20.));
   return energies;
 }
 
@@ -320,7 +320,7 @@ std::vector<double> Energies() {
 TEST(EnergyLoss, IsTheInverseSlopeOfTheRange) {
   for (const kelvo::Particle& particle : kelvo::Particles()) {
     const auto curve = kelvo::FindEnergyLoss("Steel", particle, Energies());
-    for (std::size_t i = 1; i < curve.fPoints.size(); ++i) {
+    for (std::size_t i = 1; i < curve.fPoints.size(); i++) {
       const auto& a = curve.fPoints[i - 1];
       const auto& b = curve.fPoints[i];
       const double mean = 1e3 * (b.fT - a.fT) / (b.fRange - a.fRange); // MeV/cm
@@ -338,7 +338,7 @@ TEST(EnergyLoss, ScalesWithTheMass) {
   const double ratio = proton.fMass / muon.fMass;
   const auto light = kelvo::FindEnergyLoss("PVC", muon, {0.01, 0.1, 1});
   const auto heavy = kelvo::FindEnergyLoss("PVC", proton, {0.01 * ratio, 0.1 * ratio, 1 * ratio});
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; i++) {
     EXPECT_NEAR(heavy.fPoints[i].fLoss, light.fPoints[i].fLoss, 1e-5 * light.fPoints[i].fLoss);
     EXPECT_NEAR(heavy.fPoints[i].fRange, ratio * light.fPoints[i].fRange,
                 1e-4 * heavy.fPoints[i].fRange);
@@ -350,7 +350,7 @@ TEST(EnergyLoss, ScalesWithTheMass) {
 // passage of particles through matter).
 TEST(EnergyLoss, IsLeastWhereTheLiteratureHasIt) {
   const auto curve = kelvo::FindEnergyLoss("Steel", kelvo::Particles()[0], Energies());
-  const auto& least = curve.fPoints[curve.fLeast];
+  const auto& least = curve.fPoints[curve.fMinimum];
   EXPECT_NEAR(least.fBetaGamma, 3.5, 0.5);
   EXPECT_NEAR(least.fLoss, 1.451 * 7.87, 0.01 * least.fLoss);
   for (const auto& point : curve.fPoints) EXPECT_GE(point.fLoss, least.fLoss);

@@ -37,7 +37,7 @@ const std::vector<FitRow>& Rows() {
     kelvo::TrackFitter fitter(Detector());
     kelvo::HitReader reader({kMuons});
     kelvo::TrackHits track;
-    for (int i = 0; i < 60 && reader.Next(track); ++i) {
+    for (int i = 0; i < 60 && reader.Next(track); i++) {
       if (i >= 58) track.fHits.resize(1);
       for (auto& row : kelvo::FitRows(track, fitter.Fit(track.fHits), true)) all.push_back(row);
     }
@@ -78,7 +78,7 @@ protected:
 std::size_t Count(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-    ++count;
+    count++;
   return count;
 }
 
@@ -114,12 +114,12 @@ TEST_F(Report, HasEveryHitAndKinkOfTheBestFits) {
   for (const FitRow& row : Rows()) {
     if (!row.fBest) continue;
     kinks += row.fPlaneS.size();
-    for (std::size_t i = 0; i < row.fHitZ.size(); ++i) {
-      ++hits[row.fHitView[i]];
+    for (std::size_t i = 0; i < row.fHitZ.size(); i++) {
+      hits[row.fHitView[i]]++;
       sum[row.fHitView[i]] += static_cast<double>(row.fResidual[i]);
     }
   }
-  for (std::size_t v = 0; v < 2; ++v) {
+  for (std::size_t v = 0; v < 2; v++) {
     EXPECT_EQ(data.fPull[v].Inside() + data.fPull[v].Outside(), hits[v]);
     EXPECT_EQ(data.fKink[v].Inside() + data.fKink[v].Outside(), kinks);
     kelvo::ResidualSum all;
@@ -142,15 +142,15 @@ TEST_F(Report, PutsResidualsWhereTheHitsWere) {
   std::vector<unsigned long long> found(24);
   for (const FitRow& row : Rows()) {
     if (!row.fBest) continue;
-    for (std::size_t i = 0; i < row.fHitZ.size(); ++i)
-      for (std::size_t k = 0; k < 24; ++k) {
+    for (std::size_t i = 0; i < row.fHitZ.size(); i++)
+      for (std::size_t k = 0; k < 24; k++) {
         const double low = -64.8 + 5.4 * static_cast<double>(k);
-        if (row.fHitU[i] >= low && row.fHitU[i] < low + 5.4) ++expected[k];
+        if (row.fHitU[i] >= low && row.fHitU[i] < low + 5.4) expected[k]++;
       }
   }
   for (const auto& view : data.fResiduals)
-    for (std::size_t plane = 0; plane < view.size(); ++plane)
-      for (std::size_t k = 0; k < 24; ++k) found[k] += view[plane].fByPosition[k].fN;
+    for (std::size_t plane = 0; plane < view.size(); plane++)
+      for (std::size_t k = 0; k < 24; k++) found[k] += view[plane].fByPosition[k].fN;
   EXPECT_EQ(found, expected);
 }
 
@@ -166,7 +166,7 @@ TEST_F(Report, DisplaysTheBestTypicalAndWorstTracksOnce) {
   ASSERT_EQ(data.fBestTracks.size(), 4u);
   ASSERT_EQ(data.fTypicalTracks.size(), 4u);
   ASSERT_EQ(data.fWorstTracks.size(), 4u);
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; i++) {
     EXPECT_EQ(probability(data.fBestTracks[i]), probabilities[57 - i]);
     EXPECT_EQ(probability(data.fWorstTracks[i]), probabilities[i]);
     EXPECT_GE(probability(data.fTypicalTracks[i]), probabilities[26]);
@@ -203,7 +203,7 @@ TEST_F(Report, ShowsTextFromInputAsText) {
   std::string detector = Detector().Text();
   const std::string name = "name = \"fine\"";
   std::string quoted;
-  for (const char* c = kEvil; *c; ++c) quoted += (*c == '"' ? "\\\"" : std::string(1, *c));
+  for (const char* c = kEvil; *c; c++) quoted += (*c == '"' ? "\\\"" : std::string(1, *c));
   detector.replace(detector.find(name), name.size(), "name = \"" + quoted + '"');
   const std::string page = Page(Write(Rows(), true, detector));
   EXPECT_FALSE(Contains(page, "<script"));
@@ -272,7 +272,7 @@ TEST(FitGaussian, FindsMeanAndWidth) {
   std::mt19937 random(3);
   std::normal_distribution<double> normal(0.3, 0.8);
   kelvo::Histogram histogram(-5, 5, 100);
-  for (int i = 0; i < 10000; ++i) histogram.Add(normal(random));
+  for (int i = 0; i < 10000; i++) histogram.Add(normal(random));
   const kelvo::Gaussian gaussian = kelvo::FitGaussian(histogram);
   ASSERT_TRUE(gaussian.fFitted);
   EXPECT_NEAR(gaussian.fMean, 0.3, 4 * 0.008);
@@ -311,16 +311,16 @@ TEST(FitGaussian, AgreesWithRootsFit) {
 
 TEST(FitGaussian, LeavesWhatIsNoBellAlone) {
   kelvo::Histogram ends(-5, 5, 100);
-  for (int i = 0; i < 500; ++i) ends.Add(i % 2 ? -4.5 - 0.001 * i : 4.5 + 0.001 * i);
+  for (int i = 0; i < 500; i++) ends.Add(i % 2 ? -4.5 - 0.001 * i : 4.5 + 0.001 * i);
   EXPECT_FALSE(kelvo::FitGaussian(ends).fFitted);
   kelvo::Histogram slope(-5, 5, 100);
-  for (int i = 0; i < 5000; ++i) slope.Add(-5 + 10 * std::pow((i + 0.5) / 5000, 0.25));
+  for (int i = 0; i < 5000; i++) slope.Add(-5 + 10 * std::pow((i + 0.5) / 5000, 0.25));
   EXPECT_FALSE(kelvo::FitGaussian(slope).fFitted);
 }
 
 TEST(FitGaussian, LeavesTooFewEntriesAlone) {
   kelvo::Histogram histogram(-5, 5, 100);
-  for (int i = 0; i < 19; ++i) histogram.Add(0.1 * i);
+  for (int i = 0; i < 19; i++) histogram.Add(0.1 * i);
   EXPECT_FALSE(kelvo::FitGaussian(histogram).fFitted);
 }
 
@@ -329,7 +329,7 @@ TEST(LogHistogram, GivesTheMedian) {
   EXPECT_TRUE(std::isnan(histogram.Median()));
   histogram.Add(120);
   EXPECT_EQ(histogram.Median(), 120);
-  for (int i = 1; i <= 1000; ++i) histogram.Add(0.01 * i);
+  for (int i = 1; i <= 1000; i++) histogram.Add(0.01 * i);
   EXPECT_NEAR(histogram.Median(), 5, 0.03);
 }
 

@@ -30,7 +30,7 @@ const std::vector<kelvo::FitRow>& Rows() {
     kelvo::TrackFitter fitter(Detector());
     kelvo::HitReader reader({kMuons});
     kelvo::TrackHits track;
-    for (int i = 0; i < kTracks && reader.Next(track); ++i)
+    for (int i = 0; i < kTracks && reader.Next(track); i++)
       for (auto& row : kelvo::FitRows(track, fitter.Fit(track.fHits), true)) all.push_back(row);
     return all;
   }();
@@ -191,10 +191,10 @@ TEST(TrackDisplay, ShowsEveryCrossedCellOnce) {
     const geo::CellRow& cells = plane.fCells[view];
     const double a = track.At(view, plane.fZLow);
     const double b = track.At(view, plane.fZHigh);
-    for (unsigned i = 0; i < cells.fCount; ++i)
+    for (unsigned i = 0; i < cells.fCount; i++)
       if (cells.Centre(i) + cells.fPitch / 2 > std::min(a, b) &&
           cells.Centre(i) - cells.fPitch / 2 < std::max(a, b))
-        ++crossed;
+        crossed++;
   }
   const test::SvgShapes svg(kelvo::DrawTrack(&Detector(), row).Svg());
   EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "#fbe3b0"), crossed + 1); // one in the legend

@@ -150,6 +150,32 @@ def test_stand_alone_pictures_fit_the_window(folder, browser):
     assert browser.requests() == [(folder / "track.svg").as_uri()]
 
 
+# Both smooth edges in their own way, so that squares of a few dots are compared; a line or letter out
+# of its place changes some by more than 0.4.
+@needs_chromium
+def test_a_png_is_what_a_browser_shows(folder, browser):
+    numpy = pytest.importorskip("numpy")
+    imread = pytest.importorskip("matplotlib.image").imread
+    for name in ("track.svg", "track.png"):
+        result = subprocess.run([COMMAND, "display", "fits.root", "--track", "17", "-o", name],
+                                cwd=folder, capture_output=True, text=True)
+        if "built without librsvg" in result.stderr:
+            pytest.skip("built without librsvg")
+        assert result.returncode == 0, result.stderr
+    png = imread(folder / "track.png")[:, :, :3]
+    height, width = png.shape[0] // 2, png.shape[1] // 2
+    browser.open(folder / "track.svg", width, height)
+    browser.screenshot(folder / "browser.png", whole=False)
+    shown = imread(folder / "browser.png")[:, :, :3]
+    assert shown.shape == (height, width, 3)
+
+    def squares(dots, size):
+        rows, columns = height // 8, width // 8
+        return dots[:rows * size, :columns * size].reshape(rows, size, columns, size, 3).mean((1, 3))
+
+    assert numpy.abs(squares(shown, 8) - squares(png, 16)).max() < 0.2
+
+
 def test_pages_and_pictures_are_well_formed(folder):
     subprocess.run([COMMAND, "display", "fits.root", "--track", "3", "-o", "track.svg"],
                    cwd=folder, check=True, stdout=subprocess.DEVNULL)
