@@ -115,11 +115,11 @@ void Picture::Area(const std::vector<Point>& corners, const std::string& fill) {
       fmt::format(FMT_STRING("<polygon points=\"{}\" fill=\"{}\"/>\n"), Corners(corners), fill);
 }
 
-void Picture::Box(Point a, Point b, const std::string& fill) {
-  fShapes +=
-      fmt::format(FMT_STRING("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"{}\"/>\n"),
-                  Rounded(std::min(a.fX, b.fX)), Rounded(std::min(a.fY, b.fY)),
-                  Rounded(std::abs(a.fX - b.fX)), Rounded(std::abs(a.fY - b.fY)), fill);
+void Picture::Box(Point corner, Point opposite, const std::string& fill) {
+  fShapes += fmt::format(
+      FMT_STRING("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"{}\"/>\n"),
+      Rounded(std::min(corner.fX, opposite.fX)), Rounded(std::min(corner.fY, opposite.fY)),
+      Rounded(std::abs(corner.fX - opposite.fX)), Rounded(std::abs(corner.fY - opposite.fY)), fill);
 }
 
 void Picture::Marks(const std::vector<Point>& points, const MarkStyle& style) {
