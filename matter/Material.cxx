@@ -167,6 +167,7 @@ std::vector<Part> Normalised(const std::map<int, Part>& grams) {
   double sum = 0;
   for (const auto& [z, part] : grams) sum += part.fMassFraction;
   std::vector<Part> parts;
+  parts.reserve(grams.size());
   for (const auto& [z, part] : grams) parts.push_back({part.fElement, part.fMassFraction / sum});
   return parts;
 }
@@ -296,10 +297,13 @@ const Element* FindElement(std::string_view symbol) {
 }
 
 Material::Material(std::string name, std::vector<Part> parts, double density)
-    : fName(std::move(name)), fParts(std::move(parts)), fDensity(density) {
+    : fName(std::move(name)),
+      fParts(std::move(parts)),
+      fDensity(density),
+      fExcitation(BraggExcitation(fParts)),
+      fRadLength(TsaiRadLength(fParts)),
+      fDensityEffect(GeneralDensityEffect(fExcitation, PlasmaEnergy(), IsGas())) {
   CheckPositive(density);
-  fRadLength = TsaiRadLength(fParts);
-  SetExcitation(BraggExcitation(fParts));
   const PublishedMaterial* row =
       fParts.size() == 1 ? FindRow(fParts[0].fElement->fSymbol) : nullptr;
   if (row && row->fIsGas == IsGas())

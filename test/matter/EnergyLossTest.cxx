@@ -220,6 +220,25 @@ TEST(EnergyLoss, StragglingOfSlowParticlesIsBohrs) {
   EXPECT_GT(matter::CollisionStraggling(silicon, matter::kProton, 1), 2 * bohr);
 }
 
+TEST(EnergyLoss, StragglingIsTheSecondMomentOfTheTransfers) {
+  // K/2 Z/A/beta^2 (1 - beta^2 w/T_max + w^2/2E^2) dw with K = 0.307075 MeV cm2/mole (Particle Data
+  // Group, Review of Particle Physics, passage of particles through matter)
+  const Material iron = Material::Named("Iron");
+  for (const double T : {0.01, 0.1, 1., 10.}) {
+    const double energy = 1e3 * (T + matter::kMuon.fMass),
+                 most = 1e3 * matter::MaxTransfer(T, matter::kMuon.fMass);
+    const double gamma = energy / (1e3 * matter::kMuon.fMass), beta2 = 1 - 1 / (gamma * gamma);
+    constexpr int kSteps = 10000;
+    double sum = 0;
+    for (int i = 0; i < kSteps; i++) {
+      const double w = most * (i + 0.5) / kSteps;
+      sum += (1 - beta2 * w / most + w * w / (2 * energy * energy)) * most / kSteps;
+    }
+    const double reference = 0.307075 / 2 * iron.MolesOfElectrons() / beta2 * sum;
+    EXPECT_NEAR(matter::CollisionStraggling(iron, matter::kMuon, T) / reference, 1, 1e-5) << T;
+  }
+}
+
 TEST(EnergyLoss, RadiationOfFastMuonsIsProportionalToTheEnergy) {
   // b of iron at 1 TeV, in 1e-6 cm2/g: bremsstrahlung and pairs (Groom, Mokhov, Striganov)
   const double b = RadiationLoss(Material::Named("Fe"), matter::kMuon, 1000) / 1e6;
