@@ -1,6 +1,5 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
-#include "app/RootMessages.h"
 #include "draw/Report.h"
 #include "io/FileError.h"
 #include "io/FitReader.h"
@@ -11,7 +10,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -213,19 +211,6 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
               static_cast<double>(summary.fTracks) / summary.fSeconds, written.c_str());
 }
 
-// The outputs of the run, for a handler without arguments.
-std::vector<std::string> gOutputs;
-
-// Where RDataFrame's Snapshot cannot write a file to its end, as when a quota is used up, it ends
-// the process. The user gets a message all the same, and no heap of half a result.
-[[noreturn]] void TellFailedWrite() {
-  if (!RootMessages::WriteFailed()) std::abort();
-  std::cerr << "kelvo: " << gOutputs[0]
-            << ": cannot be written to its end; is the disk full, or a quota used up?\n";
-  for (const std::string& name : gOutputs) std::remove(PendingFile::PartialName(name).c_str());
-  std::_Exit(kUsageOrFiles);
-}
-
 // Tells of names that cannot be written, which should not be found out after hours.
 void CheckOutputs(const FitArguments& a) {
   std::error_code missing;
@@ -245,11 +230,8 @@ void WriteReport(const FitArguments& a) try {
 }
 
 int Fit(const geo::Detector& detector, const FitArguments& arguments, ProgressLine& line) {
-  const auto show = [&](const FitProgress& progress) {
+  const auto show = [&](const Progress& progress) {
     line.Show(progress);
-    // Found only at the end of the run otherwise.
-    if (RootMessages::WriteFailed())
-      throw FileError(arguments.fFile.fOutput + ": cannot be written");
     return CaughtSignal() == 0;
   };
   const FitSummary summary = FitFile(detector, arguments.fFile, show);
@@ -264,8 +246,6 @@ int Run(FitArguments& arguments) {
   Complete(arguments);
   CheckOutputs(arguments);
   const geo::Detector detector = geo::Detector::FromFile(arguments.fDetector);
-  gOutputs = {arguments.fFile.fOutput, arguments.fFile.fCsv};
-  std::set_terminate(TellFailedWrite);
   return RunWithProgress([&](ProgressLine& line) {
     try {
       return Fit(detector, arguments, line);

@@ -15,13 +15,13 @@ constexpr double kBetweenLines = 10;   // s
 constexpr unsigned kBarWidth = 30;     // characters
 constexpr double kFirstForecast = 0.5; // s; earlier the rate says little
 
-std::string Figures(const FitProgress& progress) {
+std::string Figures(const Progress& progress) {
   std::string text = fmt::format("{} tracks", progress.fTracks);
   if (progress.fSeconds < kFirstForecast) return text;
   const double rate = static_cast<double>(progress.fTracks) / progress.fSeconds;
   text += fmt::format(", {}/s", std::llround(rate));
-  if (progress.fShare > 0)
-    text += fmt::format(", {} left", TimeText(progress.fSeconds * (1 / progress.fShare - 1)));
+  if (progress.fFraction > 0)
+    text += fmt::format(", {} left", TimeText(progress.fSeconds * (1 / progress.fFraction - 1)));
   return text;
 }
 
@@ -37,15 +37,15 @@ std::string TimeText(double seconds) {
 ProgressLine::ProgressLine()
     : fTerminal(isatty(STDERR_FILENO)), fNext(fTerminal ? 0 : kBetweenLines) {}
 
-void ProgressLine::Show(const FitProgress& progress) {
+void ProgressLine::Show(const Progress& progress) {
   if (progress.fSeconds < fNext) return;
   fNext = progress.fSeconds + (fTerminal ? kBetweenBars : kBetweenLines);
-  const auto percent = std::lround(100 * progress.fShare);
+  const auto percent = std::lround(100 * progress.fFraction);
   if (!fTerminal) {
     std::cerr << "kelvo: " << percent << " %, " << Figures(progress) << std::endl;
     return;
   }
-  const auto filled = static_cast<unsigned>(progress.fShare * kBarWidth);
+  const auto filled = static_cast<unsigned>(progress.fFraction * kBarWidth);
   std::cerr << "\r[" << std::string(filled, '=') << std::string(kBarWidth - filled, ' ') << "] "
             << percent << " %, " << Figures(progress) << "\033[K" << std::flush;
   fDrawn = true;

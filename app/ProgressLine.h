@@ -10,7 +10,7 @@ class ProgressLine {
 public:
   ProgressLine();
   /// Call it often: it decides when to write.
-  void Show(const FitProgress& progress);
+  void Show(const Progress& progress);
   /// Removes the bar from the terminal.
   void Clear();
 

@@ -14,14 +14,12 @@ namespace {
 std::mutex gMutex;
 unsigned long long gCount = 0;
 std::string gFirst;
-bool gWriteFailed = false;
 ErrorHandlerFunc_t gPrevious = nullptr;
 
 void Count(int level, Bool_t abort, const char* place, const char* text) {
   if (abort) return gPrevious(level, abort, place, text);
   if (level < kWarning) return;
   const std::lock_guard lock(gMutex);
-  if (level >= kError && std::string(place) == "TFile::WriteBuffer") gWriteFailed = true;
   if (gCount++ == 0) gFirst = std::string(text) + " (" + place + ")";
 }
 
@@ -29,7 +27,6 @@ void Count(int level, Bool_t abort, const char* place, const char* text) {
 
 RootMessages::RootMessages() {
   gCount = 0;
-  gWriteFailed = false;
   gPrevious = SetErrorHandler(Count);
 }
 
@@ -38,11 +35,6 @@ RootMessages::~RootMessages() {
   if (gCount == 0) return;
   std::cerr << "kelvo: ROOT gave " << gCount << (gCount == 1 ? " warning: " : " warnings, first: ")
             << gFirst << '\n';
-}
-
-bool RootMessages::WriteFailed() {
-  const std::lock_guard lock(gMutex);
-  return gWriteFailed;
 }
 
 } // namespace kelvo::app

@@ -10,9 +10,6 @@ public:
   ~RootMessages();
   RootMessages(const RootMessages&) = delete;
   RootMessages& operator=(const RootMessages&) = delete;
-
-  /// Whether ROOT has failed to write to a file.
-  static bool WriteFailed();
 };
 
 } // namespace kelvo::app

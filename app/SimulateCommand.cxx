@@ -220,7 +220,7 @@ int Run(const CLI::App& simulate, SimulateArguments& arguments) {
   Complete(arguments);
   const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
   return RunWithProgress([&](ProgressLine& line) {
-    const auto show = [&line](const FitProgress& progress) {
+    const auto show = [&line](const Progress& progress) {
       line.Show(progress);
       return CaughtSignal() == 0;
     };

@@ -148,7 +148,7 @@ const std::vector<std::vector<kelvo::FitRow>>& Rows() {
           track = Tracks()[i++];
           return true;
         },
-        kelvo::TrackFitter(Detector()), 2, true);
+        {kelvo::TrackFitter(Detector()), nullptr}, 2, true);
     for (kelvo::FittedBlock block; blocks.Next(block);) all.push_back(block.fRows);
     return all;
   }();
@@ -158,15 +158,9 @@ const std::vector<std::vector<kelvo::FitRow>>& Rows() {
 void Write(benchmark::State& state, const kelvo::FitWriterOptions& options) {
   Measure(state, [&] {
     kelvo::PendingFile file(Folder().Path("fits.root"));
-    std::size_t i = 0;
-    kelvo::WriteFits(
-        file,
-        [&i](std::vector<kelvo::FitRow>& rows) {
-          if (i == Rows().size()) return false;
-          rows = Rows()[i++];
-          return true;
-        },
-        options);
+    kelvo::FitWriter writer(file, options);
+    for (const auto& rows : Rows()) writer.Write(rows);
+    writer.Close();
     file.Commit();
   });
   state.counters["kB/track"] =
@@ -174,16 +168,16 @@ void Write(benchmark::State& state, const kelvo::FitWriterOptions& options) {
       static_cast<double>(Tracks().size());
 }
 
-// The reference: the same columns without RDataFrame.
+// The reference: the same columns by the calls of a first program.
 void WriteWithFill(benchmark::State& state) {
   Measure(state, [] {
     TFile file(Folder().Path("filled.root").c_str(), "RECREATE", "", 401);
     auto* tree = new TTree("fits", "");
     tree->SetAutoFlush(-8'000'000);
     kelvo::FitRow row;
-    const auto add = [tree](const char* name, auto& member) { tree->Branch(name, &member); };
-    kelvo::VisitScalars(row, add);
-    kelvo::VisitVectors(row, add);
+    const auto add = [&](const char* name, auto member) { tree->Branch(name, &(row.*member)); };
+    kelvo::VisitScalars(add);
+    kelvo::VisitVectors(add);
     for (const auto& rows : Rows())
       for (const kelvo::FitRow& one : rows) {
         row = one;
@@ -227,8 +221,7 @@ int main(int argc, char** argv) {
   }
   Rows();
   // ROOT's dictionaries are read at the first use.
-  kelvo::WriteFits(kelvo::PendingFile(Folder().Path("first.root")),
-                   [](std::vector<kelvo::FitRow>&) { return false; });
+  kelvo::FitWriter(kelvo::PendingFile(Folder().Path("first.root"))).Close();
   const auto add = [](const char* name, auto function) {
     benchmark::RegisterBenchmark(name, function)
         ->Unit(benchmark::kMillisecond)

@@ -8,7 +8,7 @@ endif()
 if(KELVO_BUILD_PICTURES)
   set(pictures kelvo_pictures)
 endif()
-install(TARGETS kelvo kelvo_io kelvo_run kelvo_python ${pictures} EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS kelvo kelvo_io kelvo_run kelvo_frame kelvo_python ${pictures} EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(folder func matter geo util fit track sim io run draw)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE

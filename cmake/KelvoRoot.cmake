@@ -68,7 +68,7 @@ if(ROOT_DIR MATCHES "^(.*/site-packages)/ROOT/cmake/?$")
   endif()
 endif()
 
-# Tables in the format that follows TTree: stable, and known to RDataFrame's Snapshot, since 6.36.
+# Tables in the format that follows TTree: stable since 6.36.
 if(ROOT_VERSION VERSION_GREATER_EQUAL 6.36 AND TARGET ROOT::ROOTNTuple)
   set(KELVO_ROOT_HAS_RNTUPLE ON)
 else()

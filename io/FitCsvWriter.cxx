@@ -41,8 +41,7 @@ FitCsvWriter::FitCsvWriter(const PendingFile& file)
     : fName(file.Name()), fFile(std::fopen(file.Partial().c_str(), "wb")) {
   if (!fFile) throw FileError(fName + ": cannot be written: " + std::strerror(errno));
   std::string header;
-  const FitRow row;
-  VisitScalars(row, [&header](const char* name, const auto&) {
+  VisitScalars([&header](const char* name, auto) {
     if (!header.empty()) header += ',';
     header += name;
   });
@@ -56,8 +55,8 @@ FitCsvWriter::~FitCsvWriter() {
 void FitCsvWriter::Write(const std::vector<FitRow>& rows) {
   fText.clear();
   for (const FitRow& row : rows) {
-    VisitScalars(row, [this](const char*, const auto& value) {
-      Append(fText, value);
+    VisitScalars([this, &row](const char*, auto member) {
+      Append(fText, row.*member);
       fText += ',';
     });
     fText.back() = '\n';

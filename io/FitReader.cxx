@@ -1,18 +1,18 @@
 #include "io/FitReader.h"
 
 #include "io/FileError.h"
+#include "io/RootFile.h"
 
+#include <TBranch.h>
 #include <TDirectory.h>
 #include <TFile.h>
 #include <TKey.h>
 #include <TObjString.h>
 #include <TTree.h>
-#include <TTreeReader.h>
-#include <TTreeReaderArray.h>
-#include <TTreeReaderValue.h>
 
 #ifdef KELVO_HAS_RNTUPLE
 #include <ROOT/RError.hxx>
+#include <ROOT/RNTuple.hxx>
 #include <ROOT/RNTupleDescriptor.hxx>
 #include <ROOT/RNTupleReader.hxx>
 #include <ROOT/RNTupleView.hxx>
@@ -62,9 +62,9 @@ public:
                         ", as a file of an older kelvo may; fit the hits again");
       fFetches[static_cast<std::size_t>(group)].push_back(bind(name, member));
     };
-    VisitScalars(fRow, [&](const char* name, auto& member) { add(GroupOf(name), name, member); });
+    VisitScalars([&](const char* name, auto member) { add(GroupOf(name), name, fRow.*member); });
     if (fHasVectors)
-      VisitVectors(fRow, [&](const char* name, auto& member) { add(FitPart::kAll, name, member); });
+      VisitVectors([&](const char* name, auto member) { add(FitPart::kAll, name, fRow.*member); });
   }
   RowColumns(const RowColumns&) = delete;
   RowColumns& operator=(const RowColumns&) = delete;
@@ -97,16 +97,16 @@ class TreeFits final : public FitEntries {
 public:
   TreeFits(TTree& tree, const std::string& place)
       : fPlace(place),
-        fEntries(tree.GetEntries()),
-        fReader(&tree),
+        fTree(tree),
         fColumns(Names(tree), place,
                  [this](const char* name, auto& member) { return Bind(name, member); }) {}
+  ~TreeFits() override { fTree.ResetBranchAddresses(); }
 
-  long long Entries() const override { return fEntries; }
+  long long Entries() const override { return fTree.GetEntries(); }
   bool HasVectors() const override { return fColumns.HasVectors(); }
 
   const FitRow& Read(long long entry, FitPart columns) override {
-    if (fReader.SetEntry(entry) != TTreeReader::kEntryValid)
+    if (fTree.LoadTree(entry) < 0)
       throw FileError(fPlace + ", entry " + std::to_string(entry) + ": cannot be read");
     return fColumns.Fetch(entry, columns);
   }
@@ -120,41 +120,41 @@ private:
 
   template <typename T>
   std::function<void(long long)> Bind(const char* name, T& member) {
-    auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, name);
-    return [this, reader, name, &member](long long entry) {
-      const T* value = reader->Get();
-      Check(*reader, value, name, entry);
-      member = *value;
-    };
-  }
-  template <typename T>
-  std::function<void(long long)> Bind(const char* name, ROOT::RVec<T>& member) {
-    auto reader = std::make_shared<TTreeReaderArray<T>>(fReader, name);
-    return [this, reader, name, &member](long long entry) {
-      Check(*reader, reader.get(), name, entry);
-      member.assign(reader->begin(), reader->end());
-    };
+    TBranch* branch = nullptr;
+    if constexpr (std::is_arithmetic_v<T>) {
+      Check(fTree.SetBranchAddress(name, &member, &branch), name);
+      return [this, branch, name](long long entry) { Fetch(*branch, name, entry); };
+    } else {
+      // The tree keeps the address of the pointer.
+      const auto pointer = std::make_shared<T*>(&member);
+      Check(fTree.SetBranchAddress(name, pointer.get(), &branch), name);
+      return [this, branch, name, pointer](long long entry) { Fetch(*branch, name, entry); };
+    }
   }
 
-  void Check(const ROOT::Internal::TTreeReaderValueBase& reader, const void* value,
-             const char* name, long long entry) const {
-    if (value && reader.GetSetupStatus() >= 0) return;
-    throw FileError(fPlace + ", column " + name + ", entry " + std::to_string(entry) +
-                    ": cannot be read; is the file damaged, or not of 'kelvo fit'?");
+  void Check(int status, const char* name) const {
+    if (status < 0)
+      throw FileError(fPlace + ", column " + name +
+                      ": is of another type; is the file not of 'kelvo fit'?");
+  }
+
+  void Fetch(TBranch& branch, const char* name, long long entry) const {
+    if (branch.GetEntry(entry) <= 0)
+      throw FileError(fPlace + ", column " + name + ", entry " + std::to_string(entry) +
+                      ": cannot be read; is the file damaged?");
   }
 
   std::string fPlace;
-  long long fEntries;
-  TTreeReader fReader;
+  TTree& fTree;
   RowColumns fColumns;
 };
 
 #ifdef KELVO_HAS_RNTUPLE
 class NTupleFits final : public FitEntries {
 public:
-  NTupleFits(const std::string& file, const std::string& place)
+  NTupleFits(const ROOT::RNTuple& table, const std::string& place)
       : fPlace(place),
-        fReader(ROOT::RNTupleReader::Open(kTable, file)),
+        fReader(ROOT::RNTupleReader::Open(table)),
         fColumns(Names(*fReader), place,
                  [this](const char* name, auto& member) { return Bind(name, member); }) {}
 
@@ -217,10 +217,11 @@ std::unique_ptr<FitEntries> OpenTable(TFile& root, const std::string& file) {
 #ifdef KELVO_HAS_RNTUPLE
   if (type == "ROOT::RNTuple") {
     try {
-      return std::make_unique<NTupleFits>(file, place);
+      const std::unique_ptr<ROOT::RNTuple> table(root.Get<ROOT::RNTuple>(kTable));
+      if (table) return std::make_unique<NTupleFits>(*table, place);
     } catch (const ROOT::RException&) {
-      throw FileError(place + ": is damaged, or not of 'kelvo fit'");
     }
+    throw FileError(place + ": is damaged, or not of 'kelvo fit'");
   }
 #else
   if (type == "ROOT::RNTuple")
@@ -234,9 +235,7 @@ std::unique_ptr<FitEntries> OpenTable(TFile& root, const std::string& file) {
 FitReader::FitReader(const std::string& file) : fFile(file) {
   CheckIsRootFile(file);
   const TDirectory::TContext restore;
-  fRootFile.reset(TFile::Open(file.c_str(), "READ"));
-  if (!fRootFile || fRootFile->IsZombie())
-    throw FileError(file + ": is damaged and cannot be read");
+  fRootFile = OpenRootFile(file);
   fTable = OpenTable(*fRootFile, file);
   for (const char* name : {"options", "detector", "version", "command"}) {
     const std::unique_ptr<TObjString> text(fRootFile->Get<TObjString>(name));

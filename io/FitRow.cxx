@@ -40,8 +40,8 @@ void SetScalars(const HypothesisFit& fit, FitRow& row) {
 
 // Numbers of hits per view are known for a failed fit, too; all else is not.
 void SetNothing(const HitList3D& hits, FitRow& row) {
-  VisitScalars(row, [](const char*, auto& member) {
-    if constexpr (std::is_same_v<std::decay_t<decltype(member)>, double>) member = kNone;
+  VisitScalars([&row](const char*, auto member) {
+    if constexpr (std::is_same_v<decltype(member), double FitRow::*>) row.*member = kNone;
   });
   for (const Hit3D& hit : hits) {
     if (hit.fView == geo::kX) row.fNX++;
@@ -128,18 +128,6 @@ std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool wi
   std::vector<FitRow> rows(fit.fHypothesis.size());
   for (std::size_t h = 0; h < rows.size(); h++) FillFitRow(track, fit, h, withVectors, rows[h]);
   return rows;
-}
-
-TrackFit UnusableTrack(const TrackHits& track, const std::vector<int>& hypotheses) {
-  TrackFit fit;
-  for (const int pdg : hypotheses) {
-    HypothesisFit hypothesis;
-    hypothesis.fPDG = pdg;
-    hypothesis.fStatus = FitStatus::kBadNumber;
-    hypothesis.fMessage = track.fProblems.front();
-    fit.fHypothesis.push_back(hypothesis);
-  }
-  return fit;
 }
 
 } // namespace kelvo

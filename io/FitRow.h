@@ -68,59 +68,61 @@ struct FitRow {
   double Chi2() const { return fChi2X + fChi2Y + fChi2KinkX + fChi2KinkY; }
 };
 
-/// Calls visit(name, member) for each column of one number or text, in the order of the file.
-template <typename Row, typename Visit>
-void VisitScalars(Row& row, Visit visit) {
-  visit("track", row.fTrack);
-  visit("pdg", row.fPDG);
-  visit("status", row.fStatus);
-  visit("message", row.fMessage);
-  visit("best", row.fBest);
-  visit("n_x", row.fNX);
-  visit("n_y", row.fNY);
-  visit("chi2_x", row.fChi2X);
-  visit("chi2_y", row.fChi2Y);
-  visit("chi2_kink_x", row.fChi2KinkX);
-  visit("chi2_kink_y", row.fChi2KinkY);
-  visit("ndf", row.fNDF);
-  visit("prob", row.fProb);
-  visit("log_likelihood", row.fLogLikelihood);
-  visit("x", row.fX);
-  visit("y", row.fY);
-  visit("z", row.fZ);
-  visit("ux", row.fUX);
-  visit("uy", row.fUY);
-  visit("uz", row.fUZ);
-  visit("T", row.fT);
-  visit("p", row.fP);
-  visit("beta", row.fBeta);
-  visit("gamma", row.fGamma);
-  visit("length", row.fLength);
-  visit("radlen", row.fRadLen);
-  visit("max_ds", row.fMaxDs);
-  visit("max_dx0", row.fMaxDX0);
-  visit("max_dt", row.fMaxDT);
+/// The columns of fits: every table of them, in files, in memory or in a data frame, has these
+/// names in this order. Calls visit(name, member) for each column of one number or text;
+/// row.*member is its value.
+template <typename Visit>
+void VisitScalars(Visit visit) {
+  visit("track", &FitRow::fTrack);
+  visit("pdg", &FitRow::fPDG);
+  visit("status", &FitRow::fStatus);
+  visit("message", &FitRow::fMessage);
+  visit("best", &FitRow::fBest);
+  visit("n_x", &FitRow::fNX);
+  visit("n_y", &FitRow::fNY);
+  visit("chi2_x", &FitRow::fChi2X);
+  visit("chi2_y", &FitRow::fChi2Y);
+  visit("chi2_kink_x", &FitRow::fChi2KinkX);
+  visit("chi2_kink_y", &FitRow::fChi2KinkY);
+  visit("ndf", &FitRow::fNDF);
+  visit("prob", &FitRow::fProb);
+  visit("log_likelihood", &FitRow::fLogLikelihood);
+  visit("x", &FitRow::fX);
+  visit("y", &FitRow::fY);
+  visit("z", &FitRow::fZ);
+  visit("ux", &FitRow::fUX);
+  visit("uy", &FitRow::fUY);
+  visit("uz", &FitRow::fUZ);
+  visit("T", &FitRow::fT);
+  visit("p", &FitRow::fP);
+  visit("beta", &FitRow::fBeta);
+  visit("gamma", &FitRow::fGamma);
+  visit("length", &FitRow::fLength);
+  visit("radlen", &FitRow::fRadLen);
+  visit("max_ds", &FitRow::fMaxDs);
+  visit("max_dx0", &FitRow::fMaxDX0);
+  visit("max_dt", &FitRow::fMaxDT);
 }
 
-/// Calls visit(name, member) for each column of vectors, in the order of the file.
-template <typename Row, typename Visit>
-void VisitVectors(Row& row, Visit visit) {
-  visit("cov", row.fCov);
-  visit("hit_view", row.fHitView);
-  visit("hit_z", row.fHitZ);
-  visit("hit_u", row.fHitU);
-  visit("hit_sigu", row.fHitSigU);
-  visit("fit_u", row.fFitU);
-  visit("fit_sigu", row.fFitSigU);
-  visit("residual", row.fResidual);
-  visit("pull", row.fPull);
-  visit("plane_s", row.fPlaneS);
-  visit("plane_x", row.fPlaneX);
-  visit("plane_y", row.fPlaneY);
-  visit("plane_z", row.fPlaneZ);
-  visit("plane_sigalpha", row.fPlaneSigAlpha);
-  visit("kink_x", row.fKinkX);
-  visit("kink_y", row.fKinkY);
+/// The same for the columns of vectors, which come behind those.
+template <typename Visit>
+void VisitVectors(Visit visit) {
+  visit("cov", &FitRow::fCov);
+  visit("hit_view", &FitRow::fHitView);
+  visit("hit_z", &FitRow::fHitZ);
+  visit("hit_u", &FitRow::fHitU);
+  visit("hit_sigu", &FitRow::fHitSigU);
+  visit("fit_u", &FitRow::fFitU);
+  visit("fit_sigu", &FitRow::fFitSigU);
+  visit("residual", &FitRow::fResidual);
+  visit("pull", &FitRow::fPull);
+  visit("plane_s", &FitRow::fPlaneS);
+  visit("plane_x", &FitRow::fPlaneX);
+  visit("plane_y", &FitRow::fPlaneY);
+  visit("plane_z", &FitRow::fPlaneZ);
+  visit("plane_sigalpha", &FitRow::fPlaneSigAlpha);
+  visit("kink_x", &FitRow::fKinkX);
+  visit("kink_y", &FitRow::fKinkY);
 }
 
 /// Returns what a status in a file of fits means, in a few words.
@@ -134,9 +136,5 @@ void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool
 /// Returns the entries of one track, one per hypothesis in the order of the fit.
 /// @param withVectors whether the vectors are filled
 std::vector<FitRow> FitRows(const TrackHits& track, const TrackFit& fit, bool withVectors);
-
-/// Returns the fit of a track whose input could not be used: no hypothesis is fitted, and each says
-/// what is wrong with the input.
-TrackFit UnusableTrack(const TrackHits& track, const std::vector<int>& hypotheses);
 
 } // namespace kelvo

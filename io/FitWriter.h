@@ -4,8 +4,8 @@
 #include "io/PendingFile.h"
 
 #include <cstdio>
-#include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,18 +20,28 @@ struct FitWriterOptions {
   bool fWithVectors = true; ///< else only the columns of one number or text
   /// Texts that are kept beside the table, by their names; uproot reads them as they are.
   std::map<std::string, std::string> fTexts;
-  /// Writing ends with an error where the disk has less than this left [bytes]: ROOT ends the
-  /// process if it cannot write what it holds in memory.
-  unsigned long long fLeastFree = 64 << 20;
 };
 
-/// Writes the table "fits" into a new ROOT file through RDataFrame, in the order of the rows.
-/// @param file  is filled and left to the caller to commit
-/// @param next  gives the next rows, any number of them; false at the end
-/// @throw FileError where the file cannot be written completely
-/// @throw whatever next threw
-void WriteFits(const PendingFile& file, const std::function<bool(std::vector<FitRow>&)>& next,
-               const FitWriterOptions& options = {});
+/// Writes the table "fits" into a new ROOT file.
+class FitWriter {
+public:
+  /// @param file is filled and left to the caller to commit
+  /// @throw FileError where the file cannot be written, as on a full disk; as all functions
+  explicit FitWriter(const PendingFile& file, const FitWriterOptions& options = {});
+  ~FitWriter();
+  FitWriter(const FitWriter&) = delete;
+  FitWriter& operator=(const FitWriter&) = delete;
+
+  /// Writes one entry per row.
+  void Write(const std::vector<FitRow>& rows);
+
+  /// Completes the file.
+  void Close();
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> fImpl;
+};
 
 /// Writes the columns of one number or text as CSV. Numbers are written with as few digits as give
 /// the same number when read again.

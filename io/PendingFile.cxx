@@ -11,11 +11,8 @@
 
 namespace kelvo {
 
-std::string PendingFile::PartialName(const std::string& name) {
-  return name + "." + std::to_string(getpid()) + ".partial";
-}
-
-PendingFile::PendingFile(const std::string& name) : fName(name), fPartial(PartialName(name)) {
+PendingFile::PendingFile(const std::string& name)
+    : fName(name), fPartial(name + "." + std::to_string(getpid()) + ".partial") {
   std::error_code ignored;
   const auto status = std::filesystem::status(name, ignored);
   if (std::filesystem::is_directory(status))

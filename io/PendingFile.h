@@ -16,9 +16,6 @@ public:
   PendingFile(const PendingFile&) = delete;
   PendingFile& operator=(const PendingFile&) = delete;
 
-  /// Returns where this process keeps a file of that name until it is complete.
-  static std::string PartialName(const std::string& name);
-
   const std::string& Name() const { return fName; }       ///< when complete
   const std::string& Partial() const { return fPartial; } ///< until then
 

@@ -62,7 +62,7 @@ public:
     Close();
   }
 
-  int Error() const { return fError; }
+  int Failure() const { return fError; }
 
 private:
   Int_t SysWrite(Int_t descriptor, const void* buffer, Int_t size) override {
@@ -102,8 +102,8 @@ TFile& RootOutput::File() {
 }
 
 void RootOutput::Check() const {
-  if (fFile->Error() != 0)
-    throw FileError(fName + ": cannot be written: " + std::strerror(fFile->Error()));
+  if (fFile->Failure() != 0)
+    throw FileError(fName + ": cannot be written: " + std::strerror(fFile->Failure()));
 }
 
 void RootOutput::Close(const std::map<std::string, std::string>& texts) {

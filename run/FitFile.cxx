@@ -1,33 +1,15 @@
 #include "run/FitFile.h"
 
 #include "io/PendingFile.h"
-#include "run/FitTally.h"
-#include "run/FittedBlocks.h"
-#include "run/TracksToFit.h"
+#include "run/FitRun.h"
 #include "util/Text.h"
 
-#include <TROOT.h>
-
-#include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <memory>
 #include <optional>
 
 namespace kelvo {
 
 namespace {
-
-class Clock {
-public:
-  double Seconds() const {
-    const auto time = std::chrono::steady_clock::now() - fStart;
-    return std::chrono::duration<double>(time).count();
-  }
-
-private:
-  std::chrono::steady_clock::time_point fStart = std::chrono::steady_clock::now();
-};
 
 bool SameFile(const std::string& a, const std::string& b) {
   std::error_code error;
@@ -47,7 +29,7 @@ void CheckNames(const FitFileOptions& options) {
     throw std::invalid_argument(options.fCsv + " is named twice as output");
 }
 
-void StopIfStrict(const FittedBlock& block) {
+void StopAtProblem(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes)
     if (!outcome.fProblems.empty()) throw StrictStop(outcome.fProblems.front());
 }
@@ -58,9 +40,9 @@ std::string List(const std::vector<std::string>& texts) {
   return "[" + list + "]";
 }
 
-} // namespace
-
-std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions& used) {
+/// Returns the options that make the result, in the form of a TOML table.
+std::string DescribeOptions(const FitFileOptions& options) {
+  const TrackFitOptions& used = options.fFit;
   std::string hypotheses;
   for (const int pdg : used.fHypotheses)
     hypotheses += (hypotheses.empty() ? "" : ", ") + std::to_string(pdg);
@@ -83,52 +65,44 @@ std::string DescribeOptions(const FitFileOptions& options, const TrackFitOptions
   return text;
 }
 
-FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
-                   const std::function<bool(const FitProgress&)>& progress) {
-  const Clock clock;
-  CheckNames(options);
-  CheckMaterials(detector, options.fFit);
-  const TrackFitter fitter(detector.Geometry(), options.fFit);
-  HitReader reader(options.fInputs, options.fReader);
-  PendingFile output(options.fOutput);
-  std::optional<PendingFile> csvOutput;
-  std::unique_ptr<FitCsvWriter> csv;
-  if (!options.fCsv.empty()) {
-    csvOutput.emplace(options.fCsv);
-    csv = std::make_unique<FitCsvWriter>(*csvOutput);
-  }
-
-  // One thread may read a ROOT file while another writes one.
-  ROOT::EnableThreadSafety();
-  TracksToFit tracks(detector, reader, options.fLimit);
-  FittedBlocks blocks([&](TrackHits& track) { return tracks.Next(track); }, fitter,
-                      std::max(1u, options.fThreads), !options.fScalarsOnly);
-
-  FitTally tally(options.fFit.fHypotheses);
-  const auto nextRows = [&](std::vector<FitRow>& rows) {
-    FittedBlock block;
-    if (!blocks.Next(block)) return false;
-    if (options.fStrict) StopIfStrict(block);
-    tally.Add(block);
-    if (csv) csv->Write(block.fRows);
-    if (progress && !progress({tally.Tracks(), tracks.Share(), clock.Seconds()}))
-      throw RunStopped("the run was stopped");
-    rows = std::move(block.fRows);
-    return true;
-  };
-
+FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptions& options) {
   FitWriterOptions writing;
   writing.fFormat = options.fFormat;
   writing.fWithVectors = !options.fScalarsOnly;
-  writing.fTexts = {{"options", DescribeOptions(options, fitter.Options())},
+  writing.fTexts = {{"options", DescribeOptions(options)},
                     {"detector", detector.Text()},
                     {"version", KELVO_VERSION}};
   if (!options.fCommand.empty()) writing.fTexts["command"] = options.fCommand;
-  WriteFits(output, nextRows, writing);
+  return writing;
+}
+
+} // namespace
+
+FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
+                   const GoOn& progress) {
+  CheckNames(options);
+  HitReader reader(options.fInputs, options.fReader);
+  FitRun run(detector, reader, options);
+  PendingFile output(options.fOutput);
+  FitWriter fits(output, WriterOptions(detector, options));
+  std::optional<PendingFile> csvOutput;
+  std::optional<FitCsvWriter> csv;
+  if (!options.fCsv.empty()) csv.emplace(csvOutput.emplace(options.fCsv));
+
+  const auto write = [&](const FittedBlock& block) {
+    if (options.fStrict) StopAtProblem(block);
+    fits.Write(block.fRows);
+    if (csv) csv->Write(block.fRows);
+  };
+  if (!run.Fit(
+          write, progress ? progress : [](const Progress&) { return true; }))
+    throw RunStopped();
+
+  fits.Close();
   if (csv) csv->Close();
   output.Commit();
   if (csvOutput) csvOutput->Commit();
-  return tally.Summary(clock.Seconds());
+  return run.Summary();
 }
 
 } // namespace kelvo

@@ -6,8 +6,8 @@
 #include "io/HitNumbers.h"
 #include "io/HitTable.h"
 #include "io/NumberType.h"
-#include "run/TracksToFit.h"
-#include "track/PlaneOffsets.h"
+#include "run/FitRun.h"
+#include "run/RowFitter.h"
 #include "track/TrackFitter.h"
 
 #include <TClassEdit.h>
@@ -28,43 +28,31 @@ using Values = ROOT::RVec<double>;
 struct EntryFit {
   std::vector<FitRow> fRows;
   std::size_t fShown = 0;
+
+  const FitRow& Shown() const { return fRows[fShown]; }
 };
 
 // Fits the entries of one slot.
 class SlotFitter {
 public:
-  SlotFitter(const TrackFitter& fitter, const geo::PlaneDetector* planes, HitColumns columns)
-      : fFitter(fitter), fPlanes(planes), fColumns(std::move(columns)) {}
+  SlotFitter(const RowFitter& fitter, HitColumns columns)
+      : fFitter(fitter), fColumns(std::move(columns)) {}
 
   EntryFit Fit(const HitNumbers& numbers) {
-    const std::vector<int>& hypotheses = fFitter.Options().fHypotheses;
-    SetHits(numbers);
-    if (fPlanes) AddPlaneOffsets(*fPlanes, fTrack.fHits);
-    if (fTrack.Good())
-      fFitter.Fit(fTrack.fHits, fFit);
-    else
-      fFit = UnusableTrack(fTrack, hypotheses);
+    TrackHits track;
+    AddEntry(fColumns, numbers, track);
+    const TrackFit& fit = fFitter.Fit(track);
     EntryFit entry;
-    entry.fShown = fFit.Fitted() ? static_cast<std::size_t>(fFit.fBest) : 0;
-    entry.fRows.resize(hypotheses.size());
-    for (std::size_t h = 0; h < hypotheses.size(); ++h)
-      FillFitRow(fTrack, fFit, h, h == entry.fShown, entry.fRows[h]);
+    entry.fShown = fit.Fitted() ? static_cast<std::size_t>(fit.fBest) : 0;
+    entry.fRows.resize(fit.fHypothesis.size());
+    for (std::size_t h = 0; h < entry.fRows.size(); h++)
+      FillFitRow(track, fit, h, h == entry.fShown, entry.fRows[h]);
     return entry;
   }
 
 private:
-  void SetHits(const HitNumbers& numbers) {
-    fTrack.fHits.clear();
-    fTrack.fBadLines = 0;
-    fTrack.fProblems.clear();
-    AddEntry(fColumns, numbers, fTrack);
-  }
-
-  TrackFitter fFitter;
-  const geo::PlaneDetector* fPlanes;
+  RowFitter fFitter;
   HitColumns fColumns;
-  TrackHits fTrack; // the current entry, as the fit
-  TrackFit fFit;
 };
 
 // All that fits a data frame. Slots lie apart, so that their threads do not share memory.
@@ -139,7 +127,7 @@ std::vector<std::string> DefineHits(RNode& frame, const HitColumns& columns,
   const std::string none = Hidden(prefix, "none");
   frame = frame.Define(none, [] { return Values(); });
   std::vector<std::string> names;
-  for (std::size_t i = kHitTrack + 1; i < kHitColumns; ++i) {
+  for (std::size_t i = kHitTrack + 1; i < kHitColumns; i++) {
     const auto column = static_cast<HitColumn>(i);
     names.push_back(none);
     if (!columns.Has(column)) continue;
@@ -164,65 +152,44 @@ std::shared_ptr<FrameFitter> MakeFitter(const std::shared_ptr<const geo::Geometr
   if (!detector) throw std::invalid_argument("there is no detector: its pointer is null");
   const auto* planes = dynamic_cast<const geo::PlaneDetector*>(detector.get());
   if (planes) CheckMaterials(*planes, options);
-  const TrackFitter fitter(*detector, options);
+  const RowFitter fitter(TrackFitter(*detector, options), planes);
   auto all = std::make_shared<FrameFitter>();
   all->fDetector = detector;
-  for (unsigned i = 0; i < slots; ++i)
-    all->fSlots.push_back(std::make_unique<SlotFitter>(fitter, planes, columns));
+  for (unsigned i = 0; i < slots; i++)
+    all->fSlots.push_back(std::make_unique<SlotFitter>(fitter, columns));
   return all;
 }
 
-// Returns the member of type T that Visit comes to after index others.
-template <typename T, typename Visit>
-const T& Member(const FitRow& row, std::size_t index, Visit visitAll) {
-  const T* found = nullptr;
-  visitAll(row, [&found, &index](const char*, const auto& member) {
-    if constexpr (std::is_same_v<std::decay_t<decltype(member)>, T>)
-      if (index == 0) found = &member;
-    --index;
-  });
-  return *found;
-}
+// A column of the data frame for each value of a hit, by HitColumn without the track.
+constexpr std::size_t kValues = kHitColumns - 1;
 
-const auto kScalars = [](const FitRow& row, auto visit) { VisitScalars(row, visit); };
-const auto kVectors = [](const FitRow& row, auto visit) { VisitVectors(row, visit); };
-
-template <typename T, typename Visit>
-RNode DefineShown(RNode frame, const std::string& name, const std::string& source,
-                  std::size_t index, Visit visitAll) {
-  const auto get = [=](const EntryFit& fit) {
-    return Member<T>(fit.fRows[fit.fShown], index, visitAll);
+// Returns the function that fits an entry; index makes its parameters as many as there are columns.
+template <std::size_t... index>
+auto EntryFitter(const std::shared_ptr<FrameFitter>& fitter, std::index_sequence<index...>) {
+  return [fitter](unsigned slot, const std::enable_if_t<(index < kValues), Values>&... values) {
+    return fitter->fSlots[slot]->Fit({Numbers(), Numbers{values.data(), values.size()}...});
   };
-  return frame.Define(name, get, {source});
-}
-
-template <typename T>
-RNode DefineEach(RNode frame, const std::string& name, const std::string& source,
-                 std::size_t index) {
-  const auto get = [=](const EntryFit& fit) {
-    ROOT::RVec<T> values;
-    for (const FitRow& row : fit.fRows) values.push_back(Member<T>(row, index, kScalars));
-    return values;
-  };
-  return frame.Define(name, get, {source});
 }
 
 RNode DefineResults(RNode frame, const std::string& prefix, const std::string& source) {
-  const FitRow model;
-  std::size_t index = 0;
-  VisitScalars(model, [&](const std::string& name, const auto& member) {
-    using T = std::decay_t<decltype(member)>;
-    if constexpr (!std::is_same_v<T, decltype(FitRow::fTrack)>) {
-      frame = DefineShown<T>(frame, prefix + name, source, index, kScalars);
-      frame = DefineEach<T>(frame, prefix + "each_" + name, source, index);
-    }
-    ++index;
+  const auto shown = [&](const std::string& name, auto member) {
+    const auto get = [member](const EntryFit& fit) { return fit.Shown().*member; };
+    frame = frame.Define(prefix + name, get, {source});
+  };
+  const auto each = [&](const std::string& name, auto member) {
+    const auto get = [member](const EntryFit& fit) {
+      ROOT::RVec<std::decay_t<decltype(fit.Shown().*member)>> values;
+      for (const FitRow& row : fit.fRows) values.push_back(row.*member);
+      return values;
+    };
+    frame = frame.Define(prefix + "each_" + name, get, {source});
+  };
+  VisitScalars([&](const std::string& name, auto member) {
+    if (name == "track") return; // the frame has it
+    shown(name, member);
+    each(name, member);
   });
-  index = 0;
-  VisitVectors(model, [&](const std::string& name, const auto& member) {
-    using T = std::decay_t<decltype(member)>;
-    frame = DefineShown<T>(frame, prefix + name, source, index++, kVectors);
-  });
+  VisitVectors(shown);
   return frame;
 }
 
@@ -236,17 +203,10 @@ ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
   const HitColumns found = FindColumns(tracks, columns);
   const auto fitter = MakeFitter(detector, options, found, tracks.GetNSlots());
   const std::vector<std::string> hits = DefineHits(tracks, found, prefix);
-  const auto fit = [fitter](unsigned slot, const Values& view, const Values& u, const Values& sigu,
-                            const Values& x, const Values& y, const Values& sigx,
-                            const Values& sigy, const Values& z, const Values& sigz,
-                            const Values& t, const Values& sigt, const Values& w) {
-    const auto values = [](const Values& v) { return Numbers{v.data(), v.size()}; };
-    return fitter->fSlots[slot]->Fit({Numbers(), values(view), values(u), values(sigu), values(x),
-                                      values(y), values(sigx), values(sigy), values(z),
-                                      values(sigz), values(t), values(sigt), values(w)});
-  };
   const std::string source = Hidden(prefix, "result");
-  return DefineResults(tracks.DefineSlot(source, fit, hits), prefix, source);
+  return DefineResults(
+      tracks.DefineSlot(source, EntryFitter(fitter, std::make_index_sequence<kValues>()), hits),
+      prefix, source);
 }
 
 } // namespace kelvo

@@ -1,25 +1,16 @@
 #include "run/FitTable.h"
 
 #include "io/FitRow.h"
-#include "run/FitTally.h"
-#include "run/FittedBlocks.h"
-#include "run/TracksToFit.h"
+#include "run/FitRun.h"
 
-#include <TROOT.h>
-
-#include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <type_traits>
+#include <utility>
 
 namespace kelvo {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 template <typename T>
 std::string TypeName() {
@@ -30,56 +21,47 @@ std::string TypeName() {
 }
 
 template <typename T>
-void AppendNumbers(const T* values, std::size_t n, FitColumn& column) {
-  const char* begin = reinterpret_cast<const char*>(values);
-  column.fData.insert(column.fData.end(), begin, begin + n * sizeof(T));
+void AppendNumbers(const T* values, std::size_t n, std::vector<unsigned char>& data) {
+  const std::size_t size = data.size();
+  data.resize(size + n * sizeof(T));
+  if (n > 0) std::memcpy(data.data() + size, values, n * sizeof(T));
 }
 
 template <typename T>
-constexpr bool kIsNumber = std::is_arithmetic_v<std::decay_t<T>>;
-
-template <typename T>
-FitColumn EmptyColumn(const char* name, const T& member) {
-  FitColumn column;
-  column.fName = name;
-  if constexpr (kIsNumber<T>) {
-    column.fType = TypeName<T>();
-  } else {
-    column.fType = TypeName<std::decay_t<decltype(member[0])>>();
-    column.fOffsets.push_back(0);
-  }
-  return column;
+FitColumn EmptyColumn(const char* name) {
+  if constexpr (std::is_arithmetic_v<T>)
+    return {name, TypeName<T>(), {}, {}};
+  else
+    return {name, TypeName<typename T::value_type>(), {}, {0}};
 }
 
 template <typename T>
-void AppendMember(const T& member, FitColumn& column) {
-  if constexpr (kIsNumber<T>) {
-    AppendNumbers(&member, 1, column);
+void AppendValue(const T& value, FitColumn& column) {
+  if constexpr (std::is_arithmetic_v<T>) {
+    AppendNumbers(&value, 1, column.fData);
   } else {
-    AppendNumbers(member.data(), member.size(), column);
-    column.fOffsets.push_back(column.fOffsets.back() + static_cast<std::int64_t>(member.size()));
+    AppendNumbers(value.data(), value.size(), column.fData);
+    column.fOffsets.push_back(column.fOffsets.back() + static_cast<Long64_t>(value.size()));
   }
 }
 
 } // namespace
 
 FitColumns::FitColumns(bool withVectors) : fWithVectors(withVectors) {
-  const FitRow row;
-  const auto add = [this](const char* name, const auto& member) {
-    fColumns.push_back(EmptyColumn(name, member));
+  const auto add = [this](const char* name, auto member) {
+    using T = std::decay_t<decltype(std::declval<FitRow>().*member)>;
+    fColumns.push_back(EmptyColumn<T>(name));
   };
-  VisitScalars(row, add);
-  if (fWithVectors) VisitVectors(row, add);
+  VisitScalars(add);
+  if (fWithVectors) VisitVectors(add);
 }
 
 void FitColumns::Append(const std::vector<FitRow>& rows) {
   for (const FitRow& row : rows) {
-    std::size_t c = 0;
-    const auto append = [&](const char*, const auto& member) {
-      AppendMember(member, fColumns[c++]);
-    };
-    VisitScalars(row, append);
-    if (fWithVectors) VisitVectors(row, append);
+    auto column = fColumns.begin();
+    const auto append = [&](const char*, auto member) { AppendValue(row.*member, *column++); };
+    VisitScalars(append);
+    if (fWithVectors) VisitVectors(append);
   }
   fRows += rows.size();
 }
@@ -93,51 +75,29 @@ FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits) {
 }
 
 struct FitTable::Impl {
-  Impl(const geo::Detector& detector, HitSource& hits, const FitTableOptions& options)
-      : fDetector(detector),
-        fTracks(fDetector, hits, options.fLimit),
-        fTally(options.fFit.fHypotheses),
-        fColumns(!options.fScalarsOnly) {
-    CheckMaterials(fDetector, options.fFit);
-    // One thread may read a ROOT file while others use ROOT, too.
-    ROOT::EnableThreadSafety();
-    fBlocks =
-        std::make_unique<FittedBlocks>([this](TrackHits& track) { return fTracks.Next(track); },
-                                       TrackFitter(fDetector.Geometry(), options.fFit),
-                                       std::max(1u, options.fThreads), !options.fScalarsOnly);
-  }
+  Impl(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)
+      : fDetector(detector), fColumns(!options.fScalarsOnly), fRun(fDetector, hits, options) {}
 
   geo::Detector fDetector;
-  TracksToFit fTracks;
-  FitTally fTally;
   FitColumns fColumns;
-  Clock::time_point fStart = Clock::now();
-  double fSeconds = 0;
-  std::unique_ptr<FittedBlocks> fBlocks; // null once all is fitted
+  FitRun fRun;
 };
 
-FitTable::FitTable(const geo::Detector& detector, HitSource& hits, const FitTableOptions& options)
+FitTable::FitTable(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)
     : fImpl(std::make_unique<Impl>(detector, hits, options)) {}
 
 FitTable::~FitTable() = default;
 
 bool FitTable::Fit(double seconds) {
-  const auto start = Clock::now();
-  do {
-    FittedBlock block;
-    if (!fImpl->fBlocks || !fImpl->fBlocks->Next(block)) {
-      fImpl->fBlocks.reset();
-      break;
-    }
-    fImpl->fTally.Add(block);
-    fImpl->fColumns.Append(block.fRows);
-  } while (SecondsSince(start) < seconds);
-  fImpl->fSeconds = SecondsSince(fImpl->fStart);
-  return fImpl->fBlocks != nullptr;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  const bool complete =
+      fImpl->fRun.Fit([this](const FittedBlock& block) { fImpl->fColumns.Append(block.fRows); },
+                      [end](const Progress&) { return std::chrono::steady_clock::now() < end; });
+  return !complete;
 }
 
-double FitTable::Share() const {
-  return fImpl->fTracks.Share();
+double FitTable::Fraction() const {
+  return fImpl->fRun.Fraction();
 }
 
 const FitColumns& FitTable::Columns() const {
@@ -145,7 +105,7 @@ const FitColumns& FitTable::Columns() const {
 }
 
 FitSummary FitTable::Summary() const {
-  return fImpl->fTally.Summary(fImpl->fSeconds);
+  return fImpl->fRun.Summary();
 }
 
 } // namespace kelvo

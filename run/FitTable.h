@@ -2,37 +2,31 @@
 
 #include "geo/Detector.h"
 #include "io/HitReader.h"
+#include "run/FitRunOptions.h"
 #include "run/FitSummary.h"
 #include "track/TrackFitter.h"
 
+#include <Rtypes.h>
+
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace kelvo {
 
-struct FitRow;
-
 /// One column of a table of fits in memory, as other programs know it: its numbers one after the
 /// other, in the byte order of the machine.
 struct FitColumn {
   std::string fName;
   std::string fType; ///< int32, int64, float32, float64, bool (one byte), or text (UTF-8)
-  std::vector<char> fData;
+  std::vector<unsigned char> fData;
   /// Vectors and texts: where those of each row begin, and where the last ones end, counted in
   /// numbers and characters. Empty for a column of one number.
-  std::vector<std::int64_t> fOffsets;
-
-  /// Returns the number of bytes in the data.
-  std::size_t Bytes() const { return fData.size(); }
-  /// Return where data and offsets lie in memory, for who cannot have pointers.
-  std::uintptr_t DataAddress() const { return reinterpret_cast<std::uintptr_t>(fData.data()); }
-  std::uintptr_t OffsetsAddress() const {
-    return reinterpret_cast<std::uintptr_t>(fOffsets.data());
-  }
+  std::vector<Long64_t> fOffsets;
 };
+
+struct FitRow;
 
 /// The columns of a table of fits: names, types and order are those of a file of fits.
 class FitColumns {
@@ -59,13 +53,6 @@ private:
 /// Fits one track and returns the result as the rows of a table, one per hypothesis.
 FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits);
 
-struct FitTableOptions {
-  TrackFitOptions fFit;
-  bool fScalarsOnly = false;     ///< leave out the columns of vectors
-  unsigned fThreads = 1;         ///< does not change the result
-  unsigned long long fLimit = 0; ///< number of tracks after which to stop; 0: all
-};
-
 /// From hits of any source to all fits in memory, with the same content as a file of fits.
 ///
 ///     FitTable table(detector, hits, options);
@@ -77,7 +64,7 @@ public:
   /// @param hits     must outlive the fit
   /// @throw std::invalid_argument for options out of range, and for a material without a
   ///                              stopping-power table where particles are to stop
-  FitTable(const geo::Detector& detector, HitSource& hits, const FitTableOptions& options);
+  FitTable(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options);
   ~FitTable();
 
   /// Fits for about so many seconds, in pieces so that the caller can show progress or stop;
@@ -86,8 +73,8 @@ public:
   /// @throw whatever the source throws
   bool Fit(double seconds);
 
-  /// Returns which share of the hits has been read, 0 to 1.
-  double Share() const;
+  /// Returns which fraction of the hits has been read, 0 to 1.
+  double Fraction() const;
 
   /// Returns the fits up to here; it is valid as long as the object.
   const FitColumns& Columns() const;

@@ -13,9 +13,8 @@
 #pragma link C++ struct kelvo::FitSummary-;
 #pragma link C++ struct kelvo::FitColumn-;
 #pragma link C++ class kelvo::FitColumns-;
-#pragma link C++ struct kelvo::FitTableOptions-;
+#pragma link C++ struct kelvo::FitRunOptions-;
 #pragma link C++ class kelvo::FitTable-;
 #pragma link C++ function kelvo::FitOneTrack;
-#pragma link C++ function kelvo::DefineFit;
 
 #endif

@@ -1,48 +1,50 @@
 #include "run/SimulationFile.h"
 
 #include "io/SimulationWriter.h"
+#include "run/OrderedWork.h"
 #include "util/Text.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <exception>
-#include <mutex>
-#include <thread>
 
 namespace kelvo {
 
 namespace {
 
-constexpr unsigned long long kTracksPerThread = 64; // between two writes; some 100 ms of work
+constexpr unsigned long long kTracksPerBlock = 16; // some 25 ms of work
 
 double Now() {
   const auto time = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration<double>(time).count();
 }
 
-/// Makes tracks [first, first + count) on as many threads as there are simulators.
-void MakeTracks(std::vector<Simulator>& simulators, unsigned long long first,
-                std::vector<SimulatedTrack>& tracks) {
-  std::atomic<std::size_t> next{0};
-  std::exception_ptr error;
-  std::mutex guard; // of error
-  const auto work = [&](Simulator& simulator) {
-    try {
-      for (std::size_t i = next++; i < tracks.size(); i = next++)
-        tracks[i] = simulator.Make(static_cast<long long>(first + i));
-    } catch (...) {
-      const std::lock_guard lock(guard);
-      error = std::current_exception();
-      next = tracks.size();
-    }
+/// Consecutive tracks by their numbers.
+struct TrackNumbers {
+  unsigned long long fFirst = 0;
+  unsigned long long fEnd = 0; // behind the last
+};
+
+using Work = OrderedWork<TrackNumbers, std::vector<SimulatedTrack>>;
+
+/// Gives the numbers of n tracks in blocks.
+Work::Source Numbers(unsigned long long n) {
+  return [n, next = 0ull](TrackNumbers& block) mutable {
+    block = {next, std::min(n, next + kTracksPerBlock)};
+    next = block.fEnd;
+    return block.fFirst < n;
   };
-  std::vector<std::thread> threads;
-  for (std::size_t i = 1; i < simulators.size(); ++i)
-    threads.emplace_back(work, std::ref(simulators[i]));
-  work(simulators[0]);
-  for (std::thread& thread : threads) thread.join();
-  if (error) std::rethrow_exception(error);
+}
+
+std::vector<Work::Worker> Workers(const Simulator& simulator, unsigned threads) {
+  std::vector<Work::Worker> workers;
+  for (unsigned i = 0; i < std::max(1u, threads); i++)
+    workers.emplace_back([own = simulator](const TrackNumbers& block) mutable {
+      std::vector<SimulatedTrack> tracks;
+      for (auto number = block.fFirst; number < block.fEnd; number++)
+        tracks.push_back(own.Make(static_cast<long long>(number)));
+      return tracks;
+    });
+  return workers;
 }
 
 std::string RangeText(const SimulationRange& range) {
@@ -52,8 +54,6 @@ std::string RangeText(const SimulationRange& range) {
 std::string Boolean(bool value) {
   return value ? "true" : "false";
 }
-
-} // namespace
 
 std::string DescribeOptions(const SimulationFileOptions& options, const SimulationOptions& used) {
   std::string text;
@@ -84,37 +84,33 @@ std::string DescribeOptions(const SimulationFileOptions& options, const Simulati
   return text;
 }
 
+} // namespace
+
 SimulationSummary SimulateFile(const geo::PlaneDetector& detector,
-                               const SimulationFileOptions& options,
-                               const std::function<bool(const FitProgress&)>& progress) {
+                               const SimulationFileOptions& options, const GoOn& progress) {
   const double start = Now();
   SimulationSummary summary;
   summary.fFiles = SimulationFiles(options.fOutput, options.fHitTruth);
-  std::vector<Simulator> simulators;
-  for (unsigned i = 0; i < std::max(1u, options.fThreads); ++i)
-    simulators.emplace_back(detector, options.fSimulation);
+  const Simulator simulator(detector, options.fSimulation);
   const auto writer =
       MakeSimulationWriter(options.fOutput, options.fHitTruth,
-                           {{"options", DescribeOptions(options, simulators[0].Options())},
+                           {{"options", DescribeOptions(options, simulator.Options())},
                             {"detector", detector.Text()},
                             {"version", KELVO_VERSION}});
 
-  std::vector<SimulatedTrack> tracks;
+  Work work(Numbers(options.fTracks), Workers(simulator, options.fThreads));
   double sumT = 0;
-  while (summary.fTracks < options.fTracks) {
-    tracks.resize(
-        std::min(kTracksPerThread * simulators.size(), options.fTracks - summary.fTracks));
-    MakeTracks(simulators, summary.fTracks, tracks);
+  std::vector<SimulatedTrack> tracks;
+  while (work.Next(tracks)) {
     for (const SimulatedTrack& track : tracks) {
       writer->Write(track);
       summary.fHits += track.fHits.size();
       sumT += track.fT;
     }
     summary.fTracks += tracks.size();
-    const double share =
+    const double fraction =
         static_cast<double>(summary.fTracks) / static_cast<double>(options.fTracks);
-    if (progress && !progress({summary.fTracks, share, Now() - start}))
-      throw RunStopped("the run was stopped");
+    if (progress && !progress({summary.fTracks, fraction, Now() - start})) throw RunStopped();
   }
   writer->Commit();
   summary.fMeanT = sumT / static_cast<double>(summary.fTracks);

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "run/FitFile.h"
+#include "run/Progress.h"
 #include "sim/Simulator.h"
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,9 +35,6 @@ struct SimulationSummary {
 /// @throw RunStopped
 SimulationSummary SimulateFile(const geo::PlaneDetector& detector,
                                const SimulationFileOptions& options,
-                               const std::function<bool(const FitProgress&)>& progress = nullptr);
-
-/// Returns the options that make the result, in the form of a TOML table: what is kept in the file.
-std::string DescribeOptions(const SimulationFileOptions& options, const SimulationOptions& used);
+                               const GoOn& progress = nullptr);
 
 } // namespace kelvo

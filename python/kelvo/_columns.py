@@ -16,18 +16,15 @@ Column = tuple[str, npt.NDArray[Any], "npt.NDArray[np.int64] | None"]
 class _Memory:
     """Numbers in memory of C++; keeps their owner while an array looks at them."""
 
-    def __init__(self, owner: Any, address: int, dtype: str, n: int) -> None:
+    def __init__(self, owner: Any, vector: Any) -> None:
         self._owner = owner
-        self.__array_interface__ = {
-            "data": (address, False),
-            "typestr": np.dtype(dtype).str,
-            "shape": (n,),
-            "version": 3,
-        }
+        self.__array_interface__ = vector.__array_interface__
 
 
-def _view(owner: Any, address: int, dtype: str, n: int) -> npt.NDArray[Any]:
-    return np.asarray(_Memory(owner, address, dtype, n)) if n else np.empty(0, dtype)
+def _view(owner: Any, vector: Any, dtype: str) -> npt.NDArray[Any]:
+    if vector.empty():
+        return np.empty(0, dtype)
+    return np.asarray(_Memory(owner, vector)).view(dtype)
 
 
 def views(owner: Any, columns: Any) -> dict[str, Column]:
@@ -37,16 +34,13 @@ def views(owner: Any, columns: Any) -> dict[str, Column]:
     owner: the object of C++ that keeps the columns
     """
     found: dict[str, Column] = {}
-    rows = int(columns.Rows())
     for i in range(columns.Size()):
         column = columns.Column(i)
         kind = str(column.fType)
-        dtype = "uint8" if kind == "text" else kind
-        size = int(column.Bytes()) // np.dtype(dtype).itemsize
-        values = _view(owner, column.DataAddress(), dtype, size)
+        values = _view(owner, column.fData, "uint8" if kind == "text" else kind)
         offsets = None
         if not column.fOffsets.empty():
-            offsets = _view(owner, column.OffsetsAddress(), "int64", rows + 1)
+            offsets = _view(owner, column.fOffsets, "int64")
         found[str(column.fName)] = (kind, values, offsets)
     return found
 

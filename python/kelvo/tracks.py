@@ -78,7 +78,7 @@ def fit_tracks(
     columns: from a name above to the one in the input, such as {"track": "event"}
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
-    progress: called some ten times a second with the share of the input that is read, 0 to 1
+    progress: called some ten times a second with the fraction of the input that is read, 0 to 1
     fit_options: hypotheses, max_ds, ..., solver by name, see TrackFitOptions
 
     What cannot be used is never guessed: such a track has a status above 0 and a message, the
@@ -87,7 +87,7 @@ def fit_tracks(
     """
     if output not in ("pandas", "awkward"):
         raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
-    options = cpp().FitTableOptions()
+    options = cpp().FitRunOptions()
     options.fFit = TrackFitOptions(**fit_options)._to_cpp()
     options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1)
     options.fScalarsOnly = not vectors
@@ -97,7 +97,7 @@ def fit_tracks(
     try:
         while call(table.Fit, _SECONDS):
             if progress:
-                progress(table.Share())
+                progress(table.Fraction())
     except BaseException:
         table.__destruct__()  # ends its threads, which read from the source
         raise

@@ -28,24 +28,24 @@ std::vector<FitRow> SomeRows(std::size_t n) {
   std::vector<FitRow> rows(n);
   for (std::size_t i = 0; i < n; ++i) {
     FitRow& row = rows[i];
-    VisitScalars(row, [&](const char*, auto& member) {
-      using T = std::decay_t<decltype(member)>;
+    kelvo::VisitScalars([&](const char*, auto member) {
+      using T = std::decay_t<decltype(row.*member)>;
       if constexpr (std::is_same_v<T, std::string>)
-        member = random() % 2 ? "" : "a message, \"quoted\"";
+        row.*member = random() % 2 ? "" : "a message, \"quoted\"";
       else if constexpr (std::is_same_v<T, double>)
-        member = number();
+        row.*member = number();
       else
-        member = static_cast<T>(random() % 2000);
+        row.*member = static_cast<T>(random() % 2000);
     });
     row.fStatus = i % 5 == 4;
     if (row.fStatus != 0) continue;
     const std::size_t hits = 4 + random() % 60;
     const std::size_t planes = random() % 30;
-    VisitVectors(row, [&](const char* name, auto& member) {
+    kelvo::VisitVectors([&](const char* name, auto member) {
       const std::string column = name;
       const bool perPlane = column.rfind("plane", 0) == 0 || column.rfind("kink", 0) == 0;
-      member.resize(column == "cov" ? 10 : perPlane ? planes : hits);
-      for (auto& value : member)
+      (row.*member).resize(column == "cov" ? 10 : perPlane ? planes : hits);
+      for (auto& value : row.*member)
         value = static_cast<std::decay_t<decltype(value)>>(
             column == "hit_view" ? static_cast<double>(random() % 2) : number());
     });
@@ -69,9 +69,9 @@ void Append(std::string& bytes, const ROOT::RVec<T>& values) {
 
 std::string Bytes(const FitRow& row, bool withVectors) {
   std::string bytes;
-  const auto add = [&bytes](const char*, const auto& member) { Append(bytes, member); };
-  VisitScalars(row, add);
-  if (withVectors) VisitVectors(row, add);
+  const auto add = [&](const char*, auto member) { Append(bytes, row.*member); };
+  kelvo::VisitScalars(add);
+  if (withVectors) kelvo::VisitVectors(add);
   return bytes;
 }
 
@@ -182,7 +182,7 @@ TEST(FitReader, RefusesVectorsThatDoNotBelongTogether) {
   EXPECT_EQ(errorWith([](FitRow& row) { row.fHitView[0] = 2; }), expected);
   EXPECT_EQ(errorWith([](FitRow& row) { row.fKinkY.resize(99); }), expected);
   EXPECT_EQ(errorWith([](FitRow& row) {
-              VisitVectors(row, [](const char*, auto& member) { member.clear(); });
+              kelvo::VisitVectors([&row](const char*, auto member) { (row.*member).clear(); });
             }),
             expected);
 }

@@ -3,7 +3,10 @@
 // read them: they are written down here.
 
 #include "io/FileError.h"
+#include "io/FitReader.h"
 #include "test/support/FitsFiles.h"
+#include "test/support/HostileNames.h"
+#include "test/support/SameColumn.h"
 #include "test/support/TempFolder.h"
 
 #ifdef KELVO_HAS_RNTUPLE
@@ -49,11 +52,11 @@ public:
   std::vector<FitRow> Make(int n) {
     std::vector<FitRow> rows(static_cast<std::size_t>(n));
     for (FitRow& row : rows) {
-      VisitScalars(row, [this](const char*, auto& member) { Set(member); });
+      kelvo::VisitScalars([&](const char*, auto member) { Set(row.*member); });
       if (row.fBest)
-        VisitVectors(row, [this](const char*, auto& member) {
-          member.resize(fRandom() % 40);
-          for (auto& value : member) Set(value);
+        kelvo::VisitVectors([&](const char*, auto member) {
+          (row.*member).resize(fRandom() % 40);
+          for (auto& value : row.*member) Set(value);
         });
     }
     return rows;
@@ -76,47 +79,27 @@ private:
   std::mt19937 fRandom{11};
 };
 
-template <typename T>
-bool Same(const T& a, const T& b) {
-  return a == b;
-}
-bool Same(double a, double b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
-template <typename T>
-bool Same(const ROOT::RVec<T>& a, const ROOT::RVec<T>& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!Same(a[i], b[i])) return false;
-  return true;
-}
-
-template <typename T>
+// Type is the frame's name for a column of this type of member.
+template <typename Type, typename T>
 void ExpectColumn(ROOT::RDataFrame& table, const char* name, const std::vector<FitRow>& rows,
-                  std::ptrdiff_t offset) {
-  const std::vector<T> values = *table.Take<T>(name);
+                  T FitRow::*member) {
+  const std::vector<Type> values = *table.Take<Type>(name);
   ASSERT_EQ(values.size(), rows.size()) << name;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const char* row = reinterpret_cast<const char*>(&rows[i]);
+  for (std::size_t i = 0; i < rows.size(); i++) {
     const T value = values[i];
-    EXPECT_TRUE(Same(value, *reinterpret_cast<const T*>(row + offset))) << name << ", row " << i;
+    EXPECT_TRUE(test::SameColumn(value, rows[i].*member)) << name << ", row " << i;
   }
 }
 
 void ExpectRows(const std::string& name, const std::vector<FitRow>& rows, bool withVectors) {
   ROOT::RDataFrame table("fits", name);
-  const FitRow model;
-  const auto compare = [&](const char* column, const auto& member) {
-    using T = std::decay_t<decltype(member)>;
-    const auto offset =
-        reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&model);
-    if constexpr (std::is_same_v<T, long long>)
-      ExpectColumn<Long64_t>(table, column, rows, offset);
-    else
-      ExpectColumn<T>(table, column, rows, offset);
+  const auto compare = [&](const char* column, auto member) {
+    using T = std::decay_t<decltype(rows[0].*member)>;
+    using Type = std::conditional_t<std::is_same_v<T, long long>, Long64_t, T>;
+    ExpectColumn<Type>(table, column, rows, member);
   };
-  VisitScalars(model, compare);
-  if (withVectors) VisitVectors(model, compare);
+  kelvo::VisitScalars(compare);
+  if (withVectors) kelvo::VisitVectors(compare);
 }
 
 std::vector<std::string> Sorted(std::vector<std::string> names) {
@@ -152,6 +135,35 @@ TEST(FitWriter, NamesTheColumnsAsOthersReadThem) {
     test::WriteRows(folder.Path("fits.root"), {}, options);
     EXPECT_EQ(ColumnsOf(folder.Path("fits.root")), Sorted(kScalars));
   }
+}
+
+// The names in the first cells of a table of the document, whose header begins with this word.
+std::vector<std::string> DocumentedColumns(const std::string& header) {
+  std::ifstream document(KELVO_SOURCE_DIR "/docs/files.md");
+  std::string line;
+  while (std::getline(document, line) && line != "## Fits out") {
+  }
+  while (std::getline(document, line) && line.rfind("| " + header + " |", 0) != 0) {
+  }
+  std::vector<std::string> names;
+  while (std::getline(document, line) && line.rfind('|', 0) == 0) {
+    std::istringstream cell(line.substr(0, line.find(" | ")));
+    std::string text;
+    // Names stand between backquotes.
+    while (std::getline(cell, text, '`') && std::getline(cell, text, '`')) names.push_back(text);
+  }
+  return names;
+}
+
+TEST(FitWriter, HasTheColumnsOfTheDocument) {
+  std::vector<std::string> scalars;
+  std::vector<std::string> vectors;
+  kelvo::VisitScalars([&](const char* name, auto) { scalars.emplace_back(name); });
+  kelvo::VisitVectors([&](const char* name, auto) { vectors.emplace_back(name); });
+  EXPECT_EQ(DocumentedColumns("column"), scalars);
+  EXPECT_EQ(DocumentedColumns("vector"), vectors);
+  EXPECT_EQ(scalars, kScalars);
+  EXPECT_EQ(vectors, kVectors);
 }
 
 TEST(FitWriter, WritesTheScalarsAloneWhenAsked) {
@@ -228,66 +240,112 @@ TEST(FitWriter, KeepsTextsBesideTheTable) {
   }
 }
 
-TEST(FitWriter, PassesOnWhatItsSourceThrows) {
+TEST(FitWriter, WritesUnderTheNameAsItStands) {
   const test::TempFolder folder;
   const auto rows = RandomRows().Make(5);
-  const auto next = [&rows, calls = 0](std::vector<FitRow>& block) mutable {
-    if (++calls == 3) throw kelvo::FileError("the input ends too early");
-    block = rows;
-    return true;
-  };
-  testing::internal::CaptureStderr();
-  {
-    PendingFile file(folder.Path("fits.root"));
-    EXPECT_THROW(kelvo::WriteFits(file, next), kelvo::FileError);
-  }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(folder.Files(), 0);
+  for (const std::string& inside : test::HostileFolders(folder))
+    for (const std::string& name : test::HostileNames())
+      for (const TableFormat format : test::Formats()) {
+        FitWriterOptions options;
+        options.fFormat = format;
+        auto expected = test::Listing(folder.Path(""));
+        expected.insert(inside + "/" + name);
+        test::WriteRows(inside + "/" + name, rows, options);
+        EXPECT_EQ(test::Listing(folder.Path("")), expected) << name;
+        const kelvo::FitReader reader(inside + "/" + name);
+        EXPECT_EQ(reader.Entries(), 5) << name;
+      }
 }
 
-TEST(FitWriter, EndsBeforeTheDiskIsFull) {
+TEST(FitWriter, LeavesNothingOfAFileThatIsNotClosed) {
   const test::TempFolder folder;
-  FitWriterOptions options;
-  options.fLeastFree = 1ull << 62;
-  std::string error;
-  try {
-    test::WriteRows(folder.Path("fits.root"), RandomRows().Make(5), options);
-  } catch (const kelvo::FileError& e) {
-    error = e.what();
+  const std::string name = folder.Write("fits.root", "earlier");
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    {
+      const PendingFile file(name);
+      kelvo::FitWriter writer(file, options);
+      writer.Write(RandomRows().Make(500));
+    }
+    EXPECT_EQ(folder.Read("fits.root"), "earlier");
+    EXPECT_EQ(folder.Files(), 1);
   }
-  EXPECT_EQ(error.find(folder.Path("fits.root") + ": cannot be written: only "), 0u) << error;
-  EXPECT_NE(error.find(" MiB are left on the disk"), std::string::npos) << error;
-  EXPECT_EQ(folder.Files(), 0);
 }
 
-// A limit on the size of files acts as a full disk does.
-[[noreturn]] void WriteCsvWithoutSpace(const std::string& name) {
+void WriteAsCsv(const std::string& name) {
+  PendingFile file(name);
+  kelvo::FitCsvWriter writer(file);
+  writer.Write(RandomRows().Make(3000));
+  writer.Close();
+  file.Commit();
+}
+
+void WriteAs(TableFormat format, const std::string& name) {
+  FitWriterOptions options;
+  options.fFormat = format;
+  test::WriteRows(name, RandomRows().Make(3000), options);
+}
+
+// A limit on the size of files acts as a full disk or a quota does. The process ends with status 0
+// if it has caught the error.
+template <typename Work>
+[[noreturn]] void RunWithin(rlim_t bytes, Work work) {
   std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit{200'000, 200'000};
+  const rlimit limit{bytes, RLIM_INFINITY};
+  const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
   setrlimit(RLIMIT_FSIZE, &limit);
   try {
-    PendingFile file(name);
-    kelvo::FitCsvWriter writer(file);
-    writer.Write(RandomRows().Make(3000));
-    writer.Close();
+    work();
   } catch (const kelvo::FileError& e) {
-    std::fprintf(stderr, "\nsaid: %s\n", e.what());
+    setrlimit(RLIMIT_FSIZE, &none); // what is said goes into a file as well
+    std::fprintf(stderr, "said: %s.", e.what());
     std::_Exit(0);
   }
   std::_Exit(1);
 }
 
+TEST(FitWriterDeathTest, SaysWhyAFileCannotBeWrittenToItsEnd) {
+  const test::TempFolder folder;
+  const char* const said = "^said: .*fits.root: cannot be written: File too large.$";
+  for (const TableFormat format : test::Formats()) {
+    const std::string name = folder.Path("fits.root");
+    WriteAs(format, name);
+    const std::string before = folder.Read("fits.root");
+    for (const std::size_t bytes : {std::size_t(50), std::size_t(200'000), before.size() - 1}) {
+      EXPECT_EXIT(RunWithin(bytes, [&] { WriteAs(format, name); }), testing::ExitedWithCode(0),
+                  said);
+      EXPECT_EQ(folder.Read("fits.root"), before);
+      EXPECT_EQ(folder.Files(), 1);
+    }
+  }
+}
+
 TEST(FitCsvWriterDeathTest, SaysWhyAFileCannotBeWrittenToItsEnd) {
   const test::TempFolder folder;
-  EXPECT_EXIT(WriteCsvWithoutSpace(folder.Path("fits.csv")), testing::ExitedWithCode(0),
-              "said: .*fits.csv: cannot be written: File too large");
+  const std::string name = folder.Write("fits.csv", "earlier");
+  EXPECT_EXIT(RunWithin(200'000, [&] { WriteAsCsv(name); }), testing::ExitedWithCode(0),
+              "^said: .*fits.csv: cannot be written: File too large.$");
+  EXPECT_EQ(folder.Read("fits.csv"), "earlier");
+  EXPECT_EQ(folder.Files(), 1);
+}
+
+TEST(FitCsvWriter, WritesUnderTheNameAsItStands) {
+  const test::TempFolder folder;
+  for (const std::string& inside : test::HostileFolders(folder))
+    for (const std::string& name : test::HostileNames()) {
+      auto expected = test::Listing(folder.Path(""));
+      expected.insert(inside + "/" + name);
+      WriteAsCsv(inside + "/" + name);
+      EXPECT_EQ(test::Listing(folder.Path("")), expected) << name;
+    }
 }
 
 // Splits CSV with quoted fields, as RFC 4180 has it.
 std::vector<std::vector<std::string>> ParseCsv(const std::string& text) {
   std::vector<std::vector<std::string>> lines(1, {""});
   bool quoted = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = 0; i < text.size(); i++) {
     std::string& field = lines.back().back();
     if (quoted && text[i] == '"' && i + 1 < text.size() && text[i + 1] == '"')
       field += text[i++];
@@ -319,7 +377,8 @@ struct FieldCheck {
     double value = 0;
     const char* end = field.data() + field.size();
     EXPECT_EQ(std::from_chars(field.data(), end, value).ptr, end) << name << ": " << field;
-    EXPECT_TRUE(Same(value, expected) || (std::isnan(value) && std::isnan(expected))) << name;
+    EXPECT_TRUE(test::SameColumn(value, expected) || (std::isnan(value) && std::isnan(expected)))
+        << name;
   }
   template <typename T>
   void operator()(const char* name, T expected) {
@@ -342,10 +401,10 @@ TEST(FitCsvWriter, WritesTheSameNumbersUnderTheSameNames) {
   const auto lines = ParseCsv(folder.Read("fits.csv"));
   ASSERT_EQ(lines.size(), rows.size() + 1);
   EXPECT_EQ(lines[0], kScalars);
-  for (std::size_t i = 0; i < rows.size(); ++i) {
+  for (std::size_t i = 0; i < rows.size(); i++) {
     ASSERT_EQ(lines[i + 1].size(), kScalars.size());
     FieldCheck check{lines[i + 1]};
-    VisitScalars(rows[i], [&check](const char* name, const auto& value) { check(name, value); });
+    kelvo::VisitScalars([&](const char* name, auto member) { check(name, rows[i].*member); });
   }
 }
 

@@ -49,7 +49,7 @@ def simulate(folder, build):
               "--tracks", TRACKS, *options)
 
 
-MACRO = """R__LOAD_LIBRARY(libkelvo_run)
+MACRO = """R__LOAD_LIBRARY(libkelvo_frame)
 int frame() {
   auto planes = std::make_shared<geo::PlaneDetector>(
       geo::PlaneDetector::FromFile("detectors/fine.toml"));

@@ -82,11 +82,11 @@ TEST(FitFile, SumsUpWhatCameOut) {
   const test::TempFolder folder;
   const auto options = Options(folder);
   unsigned long long shown = 0;
-  const auto summary = kelvo::FitFile(Detector(), options, [&](const kelvo::FitProgress& p) {
+  const auto summary = kelvo::FitFile(Detector(), options, [&](const kelvo::Progress& p) {
     EXPECT_GT(p.fTracks, shown);
     shown = p.fTracks;
-    EXPECT_GE(p.fShare, static_cast<double>(p.fTracks) / 150);
-    EXPECT_LE(p.fShare, 1);
+    EXPECT_GE(p.fFraction, static_cast<double>(p.fTracks) / 150);
+    EXPECT_LE(p.fFraction, 1);
     return true;
   });
   EXPECT_EQ(shown, 150u);
@@ -203,7 +203,7 @@ TEST(FitFile, StopsAtTheFirstProblemWhenStrict) {
 TEST(FitFile, StopsWhenTheCallerWants) {
   const test::TempFolder folder;
   EXPECT_THROW(
-      kelvo::FitFile(Detector(), Options(folder), [](const kelvo::FitProgress&) { return false; }),
+      kelvo::FitFile(Detector(), Options(folder), [](const kelvo::Progress&) { return false; }),
       kelvo::RunStopped);
   EXPECT_EQ(folder.Files(), 0);
 }
@@ -229,7 +229,7 @@ TEST(FitFile, LeavesNoResultWhenItIsKilled) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    kelvo::FitFile(Detector(), options, [](const kelvo::FitProgress&) {
+    kelvo::FitFile(Detector(), options, [](const kelvo::Progress&) {
       std::raise(SIGKILL);
       return true;
     });

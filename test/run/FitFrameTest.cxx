@@ -114,14 +114,11 @@ class Comparison {
 public:
   Comparison(RNode fits, const std::vector<FitRow>& rows, std::size_t hypotheses)
       : fFits(fits), fRows(rows), fEach(hypotheses), fTrack(fFits.Take<Long64_t>("track")) {
-    std::size_t index = 0;
-    VisitScalars(fModel, [&](const std::string& name, const auto& member) {
-      if (name != "track") Book<true>(name, member, index);
-      ++index;
+    kelvo::VisitScalars([this](const std::string& name, auto member) {
+      if (name != "track") Book<true>(name, member);
     });
-    VisitVectors(fModel, [&](const std::string& name, const auto& member) {
-      Book<false>(name, member, index++);
-    });
+    kelvo::VisitVectors(
+        [this](const std::string& name, auto member) { Book<false>(name, member); });
   }
 
   void Run() {
@@ -130,20 +127,6 @@ public:
   }
 
 private:
-  template <typename T>
-  static T Member(const FitRow& row, std::size_t wanted) {
-    T value{};
-    std::size_t index = 0;
-    const auto pick = [&](const char*, const auto& member) {
-      if constexpr (std::is_same_v<std::decay_t<decltype(member)>, T>)
-        if (index == wanted) value = member;
-      ++index;
-    };
-    VisitScalars(row, pick);
-    VisitVectors(row, pick);
-    return value;
-  }
-
   const FitRow& Row(std::size_t i, std::size_t h) {
     return fRows[static_cast<std::size_t>(fTrack->at(i)) * fEach + h];
   }
@@ -155,12 +138,11 @@ private:
   }
 
   template <bool kEach, typename T>
-  void Book(const std::string& name, const T&, std::size_t index) {
+  void Book(const std::string& name, T FitRow::*member) {
     auto best = fFits.Take<T>("fit_" + name);
     fComparisons.push_back([=]() mutable {
       for (std::size_t i = 0; i < fTrack->size(); ++i)
-        EXPECT_TRUE(
-            test::SameColumn<T>(best->at(i), WithoutPlace(Member<T>(Row(i, Best(i)), index))))
+        EXPECT_TRUE(test::SameColumn<T>(best->at(i), WithoutPlace(Row(i, Best(i)).*member)))
             << name << ", track " << fTrack->at(i);
     });
     if constexpr (kEach) {
@@ -169,8 +151,7 @@ private:
         for (std::size_t i = 0; i < fTrack->size(); ++i) {
           ASSERT_EQ(each->at(i).size(), fEach);
           for (std::size_t h = 0; h < fEach; ++h)
-            EXPECT_TRUE(
-                test::SameColumn<T>(each->at(i)[h], WithoutPlace(Member<T>(Row(i, h), index))))
+            EXPECT_TRUE(test::SameColumn<T>(each->at(i)[h], WithoutPlace(Row(i, h).*member)))
                 << name << ", track " << fTrack->at(i) << ", hypothesis " << h;
         }
       });
@@ -181,7 +162,6 @@ private:
   const std::vector<FitRow>& fRows;
   std::size_t fEach;
   ROOT::RDF::RResultPtr<std::vector<Long64_t>> fTrack;
-  FitRow fModel;
   std::vector<std::function<void()>> fComparisons;
 };
 

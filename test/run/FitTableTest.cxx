@@ -3,6 +3,7 @@
 #include "io/FileError.h"
 #include "io/FitRow.h"
 #include "run/FitTable.h"
+#include "run/RowFitter.h"
 
 #include <gtest/gtest.h>
 
@@ -43,20 +44,17 @@ const std::vector<FitRow>& Rows() {
   static const std::vector<FitRow> all = [] {
     std::vector<FitRow> rows;
     SomeBad source;
-    kelvo::TrackFitter fitter(Detector());
+    kelvo::RowFitter fitter(kelvo::TrackFitter(Detector()), nullptr);
     kelvo::TrackHits track;
-    for (unsigned long long i = 0; i < kTracks && source.Next(track); ++i) {
-      const auto fit = track.Good() ? fitter.Fit(track.fHits)
-                                    : kelvo::UnusableTrack(track, fitter.Options().fHypotheses);
-      for (const FitRow& row : kelvo::FitRows(track, fit, true)) rows.push_back(row);
-    }
+    for (unsigned long long i = 0; i < kTracks && source.Next(track); i++)
+      for (const FitRow& row : kelvo::FitRows(track, fitter.Fit(track), true)) rows.push_back(row);
     return rows;
   }();
   return all;
 }
 
-kelvo::FitTableOptions Options() {
-  kelvo::FitTableOptions options;
+kelvo::FitRunOptions Options() {
+  kelvo::FitRunOptions options;
   options.fLimit = kTracks;
   return options;
 }
@@ -81,14 +79,14 @@ void ExpectRows(const kelvo::FitColumns& columns, const std::vector<FitRow>& row
   ASSERT_EQ(columns.Rows(), rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) {
     std::size_t c = 0;
-    const auto compare = [&](const char* name, const auto& member) {
+    const auto compare = [&](const char* name, auto member) {
       ASSERT_LT(c, columns.Size());
       EXPECT_EQ(columns.Column(c).fName, name);
-      EXPECT_TRUE(Holds(columns.Column(c), i, member)) << name << ", row " << i;
+      EXPECT_TRUE(Holds(columns.Column(c), i, rows[i].*member)) << name << ", row " << i;
       ++c;
     };
-    VisitScalars(rows[i], compare);
-    if (withVectors) VisitVectors(rows[i], compare);
+    kelvo::VisitScalars(compare);
+    if (withVectors) kelvo::VisitVectors(compare);
     ASSERT_EQ(c, columns.Size());
   }
 }
@@ -105,7 +103,7 @@ TEST(FitTable, HoldsTheRowsOfALoopForAnyNumberOfThreads) {
     EXPECT_GT(pieces, 2);
     ExpectRows(table.Columns(), Rows(), true);
     EXPECT_FALSE(table.Fit(0)) << "a fit that is over stays so";
-    EXPECT_EQ(table.Share(), 1);
+    EXPECT_EQ(table.Fraction(), 1);
   }
 }
 

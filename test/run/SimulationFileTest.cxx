@@ -212,7 +212,7 @@ TEST(SimulationFile, StoppedRunLeavesNothing) {
   const test::TempFolder folder;
   for (const std::string name : {"hits.csv", "hits.csv.gz", "hits.root"})
     EXPECT_THROW(SimulateFile(Detector(), Options(folder.Path(name)),
-                              [](const kelvo::FitProgress&) { return false; }),
+                              [](const kelvo::Progress&) { return false; }),
                  kelvo::RunStopped);
   EXPECT_EQ(folder.Files(), 0);
 }

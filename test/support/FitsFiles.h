@@ -2,7 +2,7 @@
 
 #include "io/FitWriter.h"
 
-#include <functional>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -17,24 +17,18 @@ inline std::vector<kelvo::TableFormat> Formats() {
 #endif
 }
 
-/// Gives rows in blocks of several sizes, empty ones among them.
-inline std::function<bool(std::vector<kelvo::FitRow>&)> InBlocks(
-    const std::vector<kelvo::FitRow>& rows) {
-  return [&rows, at = std::size_t(0),
-          size = std::size_t(0)](std::vector<kelvo::FitRow>& block) mutable {
-    if (at == rows.size()) return false;
-    const std::size_t end = std::min(rows.size(), at + size++ % 7);
-    block.assign(rows.begin() + static_cast<long>(at), rows.begin() + static_cast<long>(end));
-    at = end;
-    return true;
-  };
-}
-
-/// Writes a file of fits and returns its name.
+/// Writes a file of fits, in blocks of several sizes, empty ones among them; returns its name.
 inline std::string WriteRows(const std::string& name, const std::vector<kelvo::FitRow>& rows,
                              const kelvo::FitWriterOptions& options = {}) {
   kelvo::PendingFile file(name);
-  kelvo::WriteFits(file, InBlocks(rows), options);
+  kelvo::FitWriter writer(file, options);
+  std::size_t size = 0;
+  for (std::size_t at = 0; at < rows.size();) {
+    const std::size_t end = std::min(rows.size(), at + size++ % 7);
+    writer.Write({rows.begin() + static_cast<long>(at), rows.begin() + static_cast<long>(end)});
+    at = end;
+  }
+  writer.Close();
   file.Commit();
   return name;
 }
