@@ -9,9 +9,9 @@ if(KELVO_BUILD_PICTURES)
   set(pictures kelvo_pictures)
 endif()
 install(TARGETS kelvo kelvo_io kelvo_run kelvo_frame kelvo_python ${pictures} EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(folder func matter geo util fit track sim io run draw)
+foreach(folder func matter geo util fit track sim io run draw python)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-          FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE
+          FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE PATTERN "kelvo" EXCLUDE
           PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE
           PATTERN "KinkFilter.h" EXCLUDE PATTERN "KinkState.h" EXCLUDE
           PATTERN "PublishedTables.h" EXCLUDE

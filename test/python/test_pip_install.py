@@ -13,10 +13,13 @@ from conftest import BUILD, SOURCE
 HITS = f"{SOURCE}/examples/data/fine_mu_hits_smeared.csv.gz"
 
 CODE = f"""
-import kelvo
+import kelvo, pandas
 print(kelvo.__file__)
 detector = kelvo.PlaneDetector({(SOURCE / "detectors/fine.toml").read_text()!r})
 fits = kelvo.fit_tracks({HITS!r}, detector, limit=20, vectors=False)
+hits = pandas.read_csv({HITS!r})
+of_frame = kelvo.fit_tracks(hits, detector, limit=20, vectors=False)
+assert of_frame.p.tolist() == fits.p.tolist()
 print(fits.p.tolist())
 """
 
