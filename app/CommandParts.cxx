@@ -58,7 +58,8 @@ CLI::Validator WholeNumberWithin(unsigned long long low, unsigned long long high
   const auto check = [=](std::string& text) -> std::string {
     const auto value = NumberFrom<unsigned long long>(text);
     if (value && *value >= low && *value <= high) return "";
-    return fmt::format("{} is not a whole number from {} to {}", Quoted(text), low, high);
+    return fmt::format(FMT_STRING("{} is not a whole number from {} to {}"), Quoted(text), low,
+                       high);
   };
   return {check, ""};
 }
@@ -74,7 +75,7 @@ CLI::Validator WholeNumber() {
 CLI::Validator OneOf(const std::vector<std::string>& words) {
   const auto check = [words](std::string& text) -> std::string {
     if (std::find(words.begin(), words.end(), text) != words.end()) return "";
-    return fmt::format("{} is none of {}", Quoted(text), Listed(words, " and "));
+    return fmt::format(FMT_STRING("{} is none of {}"), Quoted(text), Listed(words, " and "));
   };
   return {check, ""};
 }
@@ -84,7 +85,7 @@ CLI::Validator EndsIn(const std::vector<std::string>& endings) {
     const std::string small = CLI::detail::to_lower(text);
     for (const std::string& ending : endings)
       if (EndsWith(small, ending)) return "";
-    return fmt::format("{} must end in {}", Quoted(text), Listed(endings, " or "));
+    return fmt::format(FMT_STRING("{} must end in {}"), Quoted(text), Listed(endings, " or "));
   };
   return {check, ""};
 }
@@ -120,14 +121,14 @@ std::string CommandLine(int argc, char** argv) {
 std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv) {
   const auto chosen = program.get_subcommands();
   if (!chosen.empty())
-    return fmt::format("kelvo: {}\n'kelvo {} --help' shows how it is used\n", Reason(error),
-                       chosen[0]->get_name());
+    return fmt::format(FMT_STRING("kelvo: {}\n'kelvo {} --help' shows how it is used\n"),
+                       Reason(error), chosen[0]->get_name());
   std::vector<std::string> names;
   for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; }))
     names.push_back(command->get_name());
   const std::string reason =
       argc < 2 ? "a command is missing" : Quoted(argv[1]) + " is not a command";
-  return fmt::format("kelvo: {}; there are {}\n'kelvo --help' explains them\n", reason,
+  return fmt::format(FMT_STRING("kelvo: {}; there are {}\n'kelvo --help' explains them\n"), reason,
                      Listed(names, " and "));
 }
 

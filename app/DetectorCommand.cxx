@@ -82,13 +82,13 @@ void TellOffsets(const geo::PlaneDetector& detector) {
 }
 
 std::string Fraction(double part, double all) {
-  return fmt::format("{:.2f} %", all > 0 ? 100 * part / all : 0);
+  return fmt::format(FMT_STRING("{:.2f} %"), all > 0 ? 100 * part / all : 0);
 }
 
 std::string RadLenText(const TGeoMaterial& material) {
   constexpr double kNone = 1e10; // cm; a vacuum's, which stands for an infinite one
   if (material.GetRadLen() <= 0 || material.GetRadLen() >= kNone) return "-";
-  return fmt::format("{:.5g}", material.GetRadLen());
+  return fmt::format(FMT_STRING("{:.5g}"), material.GetRadLen());
 }
 
 void TellMaterials(const geo::PlaneDetector& detector) {

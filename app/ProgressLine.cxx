@@ -16,12 +16,13 @@ constexpr unsigned kBarWidth = 30;     // characters
 constexpr double kFirstForecast = 0.5; // s; earlier the rate says little
 
 std::string Figures(const Progress& progress) {
-  std::string text = fmt::format("{} tracks", progress.fTracks);
+  std::string text = fmt::format(FMT_STRING("{} tracks"), progress.fTracks);
   if (progress.fSeconds < kFirstForecast) return text;
   const double rate = static_cast<double>(progress.fTracks) / progress.fSeconds;
-  text += fmt::format(", {}/s", std::llround(rate));
+  text += fmt::format(FMT_STRING(", {}/s"), std::llround(rate));
   if (progress.fFraction > 0)
-    text += fmt::format(", {} left", TimeText(progress.fSeconds * (1 / progress.fFraction - 1)));
+    text += fmt::format(FMT_STRING(", {} left"),
+                        TimeText(progress.fSeconds * (1 / progress.fFraction - 1)));
   return text;
 }
 
@@ -29,9 +30,9 @@ std::string Figures(const Progress& progress) {
 
 std::string TimeText(double seconds) {
   const long long all = std::llround(seconds);
-  if (all < 60) return fmt::format("{} s", all);
-  if (all < 3600) return fmt::format("{} min {} s", all / 60, all % 60);
-  return fmt::format("{} h {} min", all / 3600, all % 3600 / 60);
+  if (all < 60) return fmt::format(FMT_STRING("{} s"), all);
+  if (all < 3600) return fmt::format(FMT_STRING("{} min {} s"), all / 60, all % 60);
+  return fmt::format(FMT_STRING("{} h {} min"), all / 3600, all % 3600 / 60);
 }
 
 ProgressLine::ProgressLine()

@@ -43,6 +43,7 @@ function(kelvo_configure_target target)
   endif()
   target_include_directories(${target} SYSTEM PRIVATE ${ROOT_INCLUDE_DIRS})
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:fmt::fmt-header-only>)
+  target_compile_definitions(${target} PRIVATE FMT_ENFORCE_COMPILE_STRING)
 endfunction()
 
 # A Python wheel cannot hold links, so the names of its libraries are without version.

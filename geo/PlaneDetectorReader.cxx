@@ -302,10 +302,11 @@ private:
 
   void Place(const Table& table, const Placed& placed) {
     if (placed.fZLow < kPosition.fLow || placed.fZHigh > kPosition.fHigh)
-      table.Fail(fmt::format("part {} lies at z = {} cm; expected parts within 1e6 cm of z = 0",
-                             Name(placed), ToText(placed.fZLow)));
+      table.Fail(fmt::format(
+          FMT_STRING("part {} lies at z = {} cm; expected parts within 1e6 cm of z = 0"),
+          Name(placed), ToText(placed.fZLow)));
     if (fEntries.size() == kMaxParts)
-      table.Fail(fmt::format("expected at most {} parts in all", kMaxParts));
+      table.Fail(fmt::format(FMT_STRING("expected at most {} parts in all"), kMaxParts));
     fEntries.push_back({placed, table.At()});
   }
 
@@ -334,8 +335,8 @@ private:
         if (gap < -kTouch)
           fRoot.FailAt(
               entry.fAt,
-              fmt::format("stack: part {} begins at z = {} cm, inside of part {}, "
-                          "which ends at {} cm; expected parts that do not overlap",
+              fmt::format(FMT_STRING("stack: part {} begins at z = {} cm, inside of part {}, "
+                                     "which ends at {} cm; expected parts that do not overlap"),
                           Name(next), ToText(next.fZLow), Name(last), ToText(last.fZHigh)));
         if (gap < kTouch) next.fZLow = last.fZHigh;
       }
@@ -355,8 +356,8 @@ std::string ReadAll(const std::string& file) {
   std::ostringstream text;
   if (in) text << in.rdbuf();
   if (errno != 0)
-    throw DetectorError(
-        fmt::format("cannot read the detector file {}: {}", Quoted(file), std::strerror(errno)));
+    throw DetectorError(fmt::format(FMT_STRING("cannot read the detector file {}: {}"),
+                                    Quoted(file), std::strerror(errno)));
   return text.str();
 }
 

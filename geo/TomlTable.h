@@ -33,12 +33,12 @@ using kelvo::Quoted;
 
 // Ten digits: what a user wrote, without the rounding of sums.
 inline std::string ToText(double value) {
-  return fmt::format("{:.10g}", value);
+  return fmt::format(FMT_STRING("{:.10g}"), value);
 }
 
 template <typename Names>
 std::string List(const Names& names) {
-  return fmt::format("\"{}\"", fmt::join(names, "\", \""));
+  return fmt::format(FMT_STRING("\"{}\""), fmt::join(names, "\", \""));
 }
 
 template <typename Entries>
@@ -50,16 +50,16 @@ std::string ListOfNames(const Entries& entries) {
 
 inline std::string Found(const toml::node& node) {
   if (const auto* text = node.as_string()) return Quoted(text->get());
-  if (const auto* number = node.as_integer()) return fmt::format("{}", number->get());
+  if (const auto* number = node.as_integer()) return fmt::format(FMT_STRING("{}"), number->get());
   if (const auto* number = node.as_floating_point()) return ToText(number->get());
   if (const auto* flag = node.as_boolean()) return flag->get() ? "true" : "false";
   if (const auto* array = node.as_array())
-    return fmt::format("an array of {} values", array->size());
+    return fmt::format(FMT_STRING("an array of {} values"), array->size());
   return node.is_table() ? "a table" : "a date or time";
 }
 
 inline std::string Place(const std::string& file, const toml::source_position& at) {
-  return fmt::format("{}:{}:{}: ", file, at.line, at.column);
+  return fmt::format(FMT_STRING("{}:{}:{}: "), file, at.line, at.column);
 }
 
 // Refuses characters outside of ASCII but in comments and texts, where alone TOML allows them:
@@ -136,7 +136,7 @@ public:
 
   [[noreturn]] void FailExpected(const toml::node& node, const std::string& field,
                                  const std::string& expected) const {
-    Fail(&node, field, fmt::format("expected {}, found {}", expected, Found(node)));
+    Fail(&node, field, fmt::format(FMT_STRING("expected {}, found {}"), expected, Found(node)));
   }
 
   [[noreturn]] void FailAt(const toml::source_position& at, const std::string& message) const {
@@ -154,8 +154,8 @@ public:
     for (const auto& [key, node] : fTable) {
       const auto same = [&k = key](const char* known) { return k.str() == known; };
       if (std::any_of(keys.begin(), keys.end(), same)) continue;
-      FailAt(key.source().begin,
-             fmt::format("{}{}: unknown key; expected one of {}", fPath, key.str(), List(keys)));
+      FailAt(key.source().begin, fmt::format(FMT_STRING("{}{}: unknown key; expected one of {}"),
+                                             fPath, key.str(), List(keys)));
     }
   }
 
@@ -169,7 +169,8 @@ public:
 
   const toml::node& Get(const char* key, const std::string& expected) const {
     const toml::node* node = Find(key);
-    if (!node) Fail(nullptr, key, fmt::format("expected {}, but the key is missing", expected));
+    if (!node)
+      Fail(nullptr, key, fmt::format(FMT_STRING("expected {}, but the key is missing"), expected));
     return *node;
   }
 
@@ -231,7 +232,7 @@ public:
 
   // All tables [[key]]; "least" says how many there must be.
   std::vector<Table> Tables(const char* key, std::size_t least) const {
-    const std::string header = fmt::format("[[{}]]", key);
+    const std::string header = fmt::format(FMT_STRING("[[{}]]"), key);
     const toml::node* node = Find(key);
     if (!node && least > 0)
       Fail(nullptr, key, "expected at least one table " + header + ", but there is none");

@@ -65,10 +65,10 @@ bool CsvHits::Next(TrackHits& track) {
       track.fTrack = *fLine.fTrack;
       track.fPlace = fLine.fNumber;
       if (!fSeen.Add(track.fTrack))
-        track.AddProblem(
-            fmt::format("{}, column {}: track {} had lines further up; the lines of a track must "
-                        "stand together",
-                        Place(), fColumns.Name(kHitTrack), track.fTrack));
+        track.AddProblem(fmt::format(
+            FMT_STRING("{}, column {}: track {} had lines further up; the lines of a track must "
+                       "stand together"),
+            Place(), fColumns.Name(kHitTrack), track.fTrack));
     }
     if (!fLine.fProblem.empty())
       track.AddProblem(fLine.fProblem);
@@ -100,8 +100,8 @@ void CsvHits::ParseLine(std::string_view text) {
   if (!whole)
     fLine.fProblem = Place() + kBadMarks;
   else if (fFields.Size() != fWidth)
-    fLine.fProblem = fmt::format("{}: has {} fields where {} columns are named", Place(),
-                                 fFields.Size(), fWidth);
+    fLine.fProblem = fmt::format(FMT_STRING("{}: has {} fields where {} columns are named"),
+                                 Place(), fFields.Size(), fWidth);
   else
     ParseHit();
 }
@@ -150,12 +150,13 @@ bool CsvHits::ParseNumber(HitColumn column, double& value) {
 }
 
 bool CsvHits::Fail(HitColumn column, const std::string& reason) {
-  fLine.fProblem = fmt::format("{}, column {}: {}", Place(), fColumns.Name(column), reason);
+  fLine.fProblem =
+      fmt::format(FMT_STRING("{}, column {}: {}"), Place(), fColumns.Name(column), reason);
   return false;
 }
 
 std::string CsvHits::Place() const {
-  return fmt::format("{}, line {}", fFile, fLines.Number());
+  return fmt::format(FMT_STRING("{}, line {}"), fFile, fLines.Number());
 }
 
 } // namespace kelvo

@@ -20,8 +20,8 @@ void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
   const auto& names = HitColumnNames();
   for (const auto& [name, other] : mapping) {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
-    throw std::invalid_argument(
-        fmt::format("column {} is none of those that hits have: {}", Shown(name), Joined(names)));
+    throw std::invalid_argument(fmt::format(
+        FMT_STRING("column {} is none of those that hits have: {}"), Shown(name), Joined(names)));
   }
 }
 
@@ -34,7 +34,7 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
     const auto found = std::find(inFile.begin(), inFile.end(), name);
     fIndex[c] = found == inFile.end() ? -1 : static_cast<int>(found - inFile.begin());
     if (found != inFile.end() && std::find(found + 1, inFile.end(), name) != inFile.end())
-      throw FileError(fmt::format("{}: names the column {} twice", place, Shown(name)));
+      throw FileError(fmt::format(FMT_STRING("{}: names the column {} twice"), place, Shown(name)));
   }
   fBothViews = !Has(kHitView) && !Has(kHitU) && Has(kHitX) && Has(kHitY);
 
@@ -47,9 +47,10 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
   if (numbered) needed.insert(needed.begin(), kHitTrack);
   for (const HitColumn c : needed)
     if (!Has(c))
-      throw FileError(fmt::format(
-          "{}: there is no column {} but {}; a column of another name needs a mapping, {}=NAME",
-          place, Shown(Name(c)), Shown(Joined(inFile)), HitColumnNames()[c]));
+      throw FileError(fmt::format(FMT_STRING("{}: there is no column {} but {}; a column of "
+                                             "another name needs a mapping, {}=NAME"),
+                                  place, Shown(Name(c)), Shown(Joined(inFile)),
+                                  HitColumnNames()[c]));
 }
 
 } // namespace kelvo

@@ -20,8 +20,8 @@ std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) 
   for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
     const auto column = static_cast<HitColumn>(c);
     if (columns.Has(column) && numbers[c].fSize != n)
-      return fmt::format("column {}: has {} values where column {} has {}", columns.Name(column),
-                         numbers[c].fSize, columns.Name(kHitZ), n);
+      return fmt::format(FMT_STRING("column {}: has {} values where column {} has {}"),
+                         columns.Name(column), numbers[c].fSize, columns.Name(kHitZ), n);
   }
   return "";
 }
@@ -86,7 +86,7 @@ std::string AddRow(const HitColumns& columns, const HitNumbers& numbers, std::si
     if (!columns.Has(column)) continue;
     values[c] = numbers[c][i];
     if (const char* rule = BrokenRule(column, values[c]))
-      return fmt::format("column {}: {}", columns.Name(column), rule);
+      return fmt::format(FMT_STRING("column {}: {}"), columns.Name(column), rule);
   }
   AddHit(columns, values, hits);
   return "";
@@ -100,7 +100,7 @@ void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& t
   if (!length.empty()) return add(length);
   for (std::size_t i = 0; i < numbers[kHitZ].fSize; i++) {
     const std::string problem = AddRow(columns, numbers, i, track.fHits);
-    if (!problem.empty()) add(fmt::format("hit {}, {}", i, problem));
+    if (!problem.empty()) add(fmt::format(FMT_STRING("hit {}, {}"), i, problem));
   }
 }
 

@@ -38,7 +38,7 @@ double SizeOf(const std::string& file) {
 } // namespace
 
 std::string TrackHits::Place() const {
-  return fmt::format("{}, {} {}", fFile, fPlaceWord, fPlace);
+  return fmt::format(FMT_STRING("{}, {} {}"), fFile, fPlaceWord, fPlace);
 }
 
 void TrackHits::AddProblem(const std::string& sentence) {

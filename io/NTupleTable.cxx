@@ -61,7 +61,7 @@ public:
     try {
       for (const auto& fetch : fFetches) fetch(static_cast<ROOT::NTupleSize_t>(entry));
     } catch (const ROOT::RException&) {
-      throw FileError(fmt::format("{}, entry {}: cannot be read", fPlace, entry));
+      throw FileError(fmt::format(FMT_STRING("{}, entry {}: cannot be read"), fPlace, entry));
     }
   }
 
@@ -77,7 +77,7 @@ private:
       auto view = std::make_shared<ROOT::RNTupleView<T>>(fReader->GetView<T>(column));
       fFetches.emplace_back([view, store](ROOT::NTupleSize_t entry) { store((*view)(entry)); });
     } catch (const ROOT::RException&) {
-      throw FileError(fmt::format("{}, column {}: {}", fPlace, column, complaint));
+      throw FileError(fmt::format(FMT_STRING("{}, column {}: {}"), fPlace, column, complaint));
     }
   }
 

@@ -95,7 +95,7 @@ std::vector<double> HitTruthNumbers(const SimulatedHit& hit) {
 }
 
 std::string Header(const std::string& first, const std::vector<std::string>& names) {
-  return fmt::format("{},{}\n", first, fmt::join(names, ","));
+  return fmt::format(FMT_STRING("{},{}\n"), first, fmt::join(names, ","));
 }
 
 void AppendLine(std::string& text, const std::vector<double>& values) {
@@ -116,14 +116,14 @@ public:
   }
 
   void Write(const SimulatedTrack& track) override {
-    std::string truth = fmt::format("{},{}", track.fTrack, track.fPDG);
+    std::string truth = fmt::format(FMT_STRING("{},{}"), track.fTrack, track.fPDG);
     AppendLine(truth, TruthNumbers(track));
     fTruth.Put(truth);
     std::string hits, hitTruth;
     for (const SimulatedHit& hit : track.fHits) {
-      hits += fmt::format("{},{}", track.fTrack, hit.fView == 0 ? 'X' : 'Y');
+      hits += fmt::format(FMT_STRING("{},{}"), track.fTrack, hit.fView == 0 ? 'X' : 'Y');
       AppendLine(hits, HitNumbers(hit));
-      hitTruth += fmt::format("{}", track.fTrack);
+      hitTruth += fmt::format(FMT_STRING("{}"), track.fTrack);
       AppendLine(hitTruth, HitTruthNumbers(hit));
     }
     fHits.Put(hits);

@@ -22,7 +22,7 @@ std::string Reason(gzFile file) {
   const char* text = gzerror(file, &code);
   if (code == Z_ERRNO) return std::strerror(errno);
   if (code == Z_BUF_ERROR) return "the compressed data end too early";
-  return fmt::format("the compressed data are damaged ({})", text);
+  return fmt::format(FMT_STRING("the compressed data are damaged ({})"), text);
 }
 
 } // namespace
@@ -43,8 +43,8 @@ TextLines::TextLines(const std::string& file)
   errno = 0;
   fInput->fFile = gzopen(file.c_str(), "rb");
   if (!fInput->fFile)
-    throw FileError(
-        fmt::format("{}: cannot be opened: {}", file, std::strerror(errno ? errno : ENOMEM)));
+    throw FileError(fmt::format(FMT_STRING("{}: cannot be opened: {}"), file,
+                                std::strerror(errno ? errno : ENOMEM)));
   gzbuffer(fInput->fFile, kChunk);
   const auto size = std::filesystem::file_size(file, error);
   if (!error) fInput->fSize = static_cast<double>(size);
@@ -73,8 +73,9 @@ bool TextLines::Next(std::string_view& line) {
       break;
     }
     if (size > kLongestLine)
-      throw FileError(fmt::format("{}, line {}: longer than 1 MiB; this is not a table of hits",
-                                  fFile, fNumber + 1));
+      throw FileError(
+          fmt::format(FMT_STRING("{}, line {}: longer than 1 MiB; this is not a table of hits"),
+                      fFile, fNumber + 1));
     searched = size;
     fAtEnd = !Fill();
   }
@@ -96,8 +97,8 @@ bool TextLines::Fill() {
   int code = Z_OK;
   gzerror(fInput->fFile, &code);
   if (read < 0 || (read == 0 && code != Z_OK && code != Z_STREAM_END))
-    throw FileError(fmt::format("{}: cannot be read on after line {}: {}", fFile, fNumber,
-                                Reason(fInput->fFile)));
+    throw FileError(fmt::format(FMT_STRING("{}: cannot be read on after line {}: {}"), fFile,
+                                fNumber, Reason(fInput->fFile)));
   fEnd += static_cast<std::size_t>(read);
   return read > 0;
 }

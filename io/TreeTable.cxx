@@ -35,7 +35,8 @@ public:
     const bool known = !collection && type != kFloat_t && type != kDouble_t &&
                        WithType(type, [&](auto zero) { BindNumberAs(zero, column, value); });
     if (!known)
-      throw FileError(fmt::format("{}, column {}: is not a whole number", fPlace, column));
+      throw FileError(
+          fmt::format(FMT_STRING("{}, column {}: is not a whole number"), fPlace, column));
   }
 
   void BindVector(const std::string& column, std::vector<double>& values) override {
@@ -53,13 +54,14 @@ public:
           Bind<T>(column, values, [](T value) { return static_cast<double>(value); });
         });
     if (!known)
-      throw FileError(fmt::format("{}, column {}: is not a vector of numbers", fPlace, column));
+      throw FileError(
+          fmt::format(FMT_STRING("{}, column {}: is not a vector of numbers"), fPlace, column));
   }
 
   void Read(long long entry) override {
     const auto status = fReader.SetEntry(entry);
     if (status != TTreeReader::kEntryValid)
-      throw FileError(fmt::format("{}, entry {}: cannot be read", fPlace, entry));
+      throw FileError(fmt::format(FMT_STRING("{}, entry {}: cannot be read"), fPlace, entry));
     for (const auto& fetch : fFetches) fetch();
   }
 

@@ -241,8 +241,8 @@ private:
 
 void CheckSum(double sum) {
   if (sum >= 0.99 && sum <= 1.01) return;
-  throw std::invalid_argument(
-      fmt::format("expected mass fractions that add up to 1 within 1%, found a sum of {:g}", sum));
+  throw std::invalid_argument(fmt::format(
+      FMT_STRING("expected mass fractions that add up to 1 within 1%, found a sum of {:g}"), sum));
 }
 
 // The radiation logarithms of elastic and inelastic atomic form factors (Tsai, table B.2 and
@@ -274,7 +274,8 @@ double InverseRadLength(const Element& element) {
 
 void CheckPositive(double density) {
   if (density > 0 && std::isfinite(density)) return;
-  throw std::invalid_argument(fmt::format("expected a density above 0 g/cm3, found {:g}", density));
+  throw std::invalid_argument(
+      fmt::format(FMT_STRING("expected a density above 0 g/cm3, found {:g}"), density));
 }
 
 double SumOfMoles(const std::vector<Part>& parts) {

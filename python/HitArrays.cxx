@@ -21,7 +21,9 @@ struct HitArrays::Rows {
   std::size_t fNext = 0;                                   // row
   SeenNumbers fSeen = {};
 
-  std::string Place(std::size_t row) const { return fmt::format("{}, row {}", fName, row); }
+  std::string Place(std::size_t row) const {
+    return fmt::format(FMT_STRING("{}, row {}"), fName, row);
+  }
 
   HitNumbers Slice(std::size_t row) const {
     HitNumbers slice;
@@ -40,7 +42,7 @@ struct HitArrays::Rows {
       const bool isSet = fNumbers[c].fData && (fLayout == HitLayout::kRowIsHit || fOffsets[c]);
       if (c != kHitTrack && fColumns.Has(column) && !isSet && fN > 0)
         throw std::invalid_argument(
-            fmt::format("{}: column {} is not set", fName, fColumns.Name(column)));
+            fmt::format(FMT_STRING("{}: column {} is not set"), fName, fColumns.Name(column)));
     }
   }
 };
@@ -55,9 +57,9 @@ HitArrays::~HitArrays() = default;
 
 void HitArrays::SetColumn(HitColumn column, const double* values, std::size_t n) {
   if (n != fRows->fN)
-    throw std::invalid_argument(fmt::format("{}, column {}: has {} values where there are {} rows",
-                                            fRows->fName, fRows->fColumns.Name(column), n,
-                                            fRows->fN));
+    throw std::invalid_argument(
+        fmt::format(FMT_STRING("{}, column {}: has {} values where there are {} rows"),
+                    fRows->fName, fRows->fColumns.Name(column), n, fRows->fN));
   fRows->fNumbers[column] = {values, n};
 }
 
@@ -66,9 +68,10 @@ void HitArrays::SetVectors(HitColumn column, const double* values, std::size_t n
   const std::int64_t* end = offsets + fRows->fN + 1;
   const bool inside = offsets[0] >= 0 && static_cast<std::size_t>(end[-1]) <= n;
   if (!inside || !std::is_sorted(offsets, end))
-    throw std::invalid_argument(fmt::format(
-        "{}, column {}: the offsets must rise from 0 or more to at most {}, the number of values",
-        fRows->fName, fRows->fColumns.Name(column), n));
+    throw std::invalid_argument(
+        fmt::format(FMT_STRING("{}, column {}: the offsets must rise from 0 or more to at most {}, "
+                               "the number of values"),
+                    fRows->fName, fRows->fColumns.Name(column), n));
   fRows->fNumbers[column] = {values, n};
   fRows->fOffsets[column] = offsets;
 }
@@ -92,7 +95,8 @@ void HitArrays::AddRowsOfTrack(TrackHits& track) {
   std::size_t& row = fRows->fNext;
   if (!fRows->fSeen.Add(track.fTrack))
     track.AddProblem(fmt::format(
-        "{}, column {}: track {} had rows further up; the rows of a track must stand together",
+        FMT_STRING(
+            "{}, column {}: track {} had rows further up; the rows of a track must stand together"),
         fRows->Place(row), fRows->fColumns.Name(kHitTrack), track.fTrack));
   for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; ++row) {
     const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track.fHits);

@@ -19,18 +19,18 @@ bool EndsWith(std::string_view text, std::string_view end) {
 }
 
 std::string Joined(const std::vector<std::string>& texts) {
-  return fmt::format("{}", fmt::join(texts, ", "));
+  return fmt::format(FMT_STRING("{}"), fmt::join(texts, ", "));
 }
 
 std::string Quoted(std::string_view text) {
-  return fmt::format("\"{}\"", text);
+  return fmt::format(FMT_STRING("\"{}\""), text);
 }
 
 std::string TomlText(std::string_view text) {
   std::string escaped;
   for (const char c : text) {
     if (IsControl(c)) {
-      escaped += fmt::format("\\u{:04X}", c);
+      escaped += fmt::format(FMT_STRING("\\u{:04X}"), c);
       continue;
     }
     if (c == '"' || c == '\\') escaped += '\\';
@@ -47,7 +47,7 @@ std::string Shown(std::string_view text) {
 }
 
 std::string NumberText(double value) {
-  return fmt::format("{:g}", value);
+  return fmt::format(FMT_STRING("{:g}"), value);
 }
 
 } // namespace kelvo
