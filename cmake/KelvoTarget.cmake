@@ -46,6 +46,15 @@ function(kelvo_configure_target target)
   target_compile_definitions(${target} PRIVATE FMT_ENFORCE_COMPILE_STRING)
 endfunction()
 
+# For programs whose own code takes no time: the libraries do the work, and these compile in half the
+# time. Results are the same bits at every optimisation level.
+function(kelvo_compile_quickly target)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+  if(KELVO_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
+
 # A Python wheel cannot hold links, so the names of its libraries are without version.
 function(kelvo_version_library target)
   if(NOT SKBUILD)
