@@ -28,7 +28,8 @@ std::vector<std::string> Words(int argc, char** argv) {
   std::vector<std::string> words;
   for (int i = argc - 1; i > 0; i--) {
     const std::string word = argv[i];
-    const bool isFile = word[0] == '[' && std::filesystem::exists(word);
+    std::error_code unknown;
+    const bool isFile = word[0] == '[' && std::filesystem::exists(word, unknown);
     words.push_back(isFile ? "./" + word : word);
   }
   return words;
