@@ -6,7 +6,6 @@
 #include "util/Particles.h"
 #include "util/Text.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>

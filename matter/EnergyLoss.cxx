@@ -15,8 +15,7 @@ constexpr double kHighest = 2e4;       // GeV, end of the table
 const double kStep = std::log(2.) / 8; // of the table, in ln T
 const double kCoarse = std::log(4.);   // of the table of radiation, which is smooth
 constexpr double kRadiationTau = 1;    // T/M from which on radiation is looked at
-constexpr double kFall =
-    0.78; // of the loss far above its maximum, of water's between 0.3 and 1 MeV
+constexpr double kFall = 0.78;         // of the loss above its maximum, as of protons in water
 
 // Slopes at the points of a table in equal steps: from the neighbours on both sides, at the ends
 // from one side.
@@ -43,6 +42,14 @@ double Cubic(const std::vector<double>& y, const std::vector<double>& slope, dou
          t * t * ((1 + 2 * u) * y[i + 1] - u * slope[i + 1]);
 }
 
+// The kinetic energy [GeV] from which on Bethe's formula is used: above its maximum.
+double LowestEnergy(const Material& material, const Projectile& particle) {
+  const auto loss = [&](double T) { return CollisionLoss(material, particle, T); };
+  double T = kLowestTau * particle.fMass;
+  while (T < particle.fMass && loss(T) < loss(2 * T)) T *= 2;
+  return T;
+}
+
 // Logarithms of the radiation loss at coarse steps.
 class Radiation {
 public:
@@ -66,7 +73,7 @@ private:
 } // namespace
 
 EnergyLoss::EnergyLoss(const Material& material, const Projectile& particle)
-    : fMaterial(material), fParticle(particle), fLowest(kLowestTau * particle.fMass) {
+    : fLowest(LowestEnergy(material, particle)) {
   const double perLength = material.Density() * kGeVPerMeV;
   const Radiation radiation(material, particle);
   const double start = std::log(fLowest);
@@ -88,11 +95,6 @@ double EnergyLoss::operator()(double T) const {
   if (T >= fLowest) return std::exp(Cubic(fLog, fSlope, std::log(T / fLowest) / kStep));
   const double t = T / fLowest;
   return fLowLoss * std::sqrt(t) * (1 + fBend) / (1 + fBend * std::pow(t, 0.5 + kFall));
-}
-
-double EnergyLoss::Straggling(double T) const {
-  return CollisionStraggling(fMaterial, fParticle, T) * fMaterial.Density() * kGeVPerMeV *
-         kGeVPerMeV;
 }
 
 } // namespace matter

@@ -7,17 +7,17 @@
 
 namespace matter {
 
-/// Mean energy loss and its fluctuation for one kind of particle in one material, calculated once
+/// Mean energy loss of one kind of particle in one material, calculated once
 /// and interpolated from then on: cubic in the logarithms of loss and energy.
 ///
 ///     const matter::EnergyLoss loss(matter::Material::Named("Iron"), matter::kMuon);
 ///     const double perCentimetre = loss(1); // GeV/cm at 1 GeV
 ///
 /// From 1e-3 of the mass on (a muon of 0.1 MeV, a proton of 0.9 MeV) the loss is CollisionLoss()
-/// plus RadiationLoss(). Below it bends over into one proportional to the velocity (J. Lindhard, M.
-/// Scharff, Phys. Rev. 124 (1961) 128), with the right height and slope where it begins: good
-/// enough for the last micrometres of a track. Construction takes milliseconds; an object is
-/// constant once built.
+/// plus RadiationLoss(), or from the formula's maximum where that lies higher. Below it bends over
+/// into one proportional to the velocity (J. Lindhard, M. Scharff, Phys. Rev. 124 (1961) 128), with
+/// the right height and slope where it begins: good enough for the last micrometres of a track.
+/// Construction takes milliseconds; an object is constant once built.
 class EnergyLoss {
 public:
   EnergyLoss(const Material& material, const Projectile& particle);
@@ -25,13 +25,7 @@ public:
   /// Returns the mean loss per length [GeV/cm] at the kinetic energy T [GeV], above 0.
   double operator()(double T) const;
 
-  /// Returns the variance of the loss by collisions per length [GeV2/cm].
-  /// @param T kinetic energy [GeV], above 0
-  double Straggling(double T) const;
-
 private:
-  Material fMaterial;
-  Projectile fParticle;
   double fLowest;           // kinetic energy from which on the loss is tabulated [GeV]
   double fLowLoss = 0;      // there [GeV/cm]
   double fBend = 0;         // of the loss below

@@ -188,6 +188,16 @@ TEST(EnergyLoss, IsPositiveForAllMaterialsAndParticles) {
   }
 }
 
+TEST(EnergyLoss, IsPositiveForAnyExcitationEnergyThatAFileMayGive) {
+  for (const char* name : {"Hydrogen", "Uranium"})
+    for (const double excitation : {10., 2000.}) {
+      Material material = Material::Named(name);
+      material.SetExcitation(excitation);
+      const EnergyLoss loss(material, matter::kProton);
+      for (double T = 1e-6; T < 1e4; T *= 2) EXPECT_GT(loss(T), 0) << name << ' ' << T;
+    }
+}
+
 TEST(EnergyLoss, NegativeChargeLosesLess) {
   const Material carbon = Material::Named("Carbon");
   Projectile positive = matter::kMuon;
