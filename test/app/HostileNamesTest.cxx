@@ -113,6 +113,16 @@ TEST(NamesOfHits, AreNoLists) {
   }
 }
 
+TEST(NamesOfHits, MayBeTooLongForAnyFile) {
+  const test::TempFolder folder;
+  const std::string name = '[' + std::string(5000, 'x') + ']';
+  const test::Outcome run =
+      test::RunIn(folder, KELVO_COMMAND, "fit -d " + kFine + " -o fits.root " + name);
+  EXPECT_EQ(run.fStatus, 2);
+  EXPECT_NE(run.fErr.find(": cannot be opened: File name too long\n"), std::string::npos)
+      << run.fErr;
+}
+
 INSTANTIATE_TEST_SUITE_P(, HostileNames, testing::ValuesIn(Stems()));
 
 } // namespace
