@@ -14,7 +14,6 @@ from .errors import Error, ErrorCode
 # The libraries lie in the package where it is installed, beside the folder "python" in a build tree.
 _HERE = pathlib.Path(__file__).parent
 _FOLDERS = [folder / name for folder in (_HERE, _HERE.parent.parent) for name in ("lib", "lib64")]
-_LIBRARIES = ("libkelvo_run.so", "libkelvo_python.so")
 
 
 @functools.cache
@@ -27,16 +26,21 @@ def root() -> Any:
             import ROOT  # type: ignore[import-untyped]
         except ImportError as e:
             raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
-    folder = next((f for f in _FOLDERS if (f / _LIBRARIES[-1]).exists()), None)
-    if folder is None:
+    load(ROOT, "libkelvo_run.so")
+    load(ROOT, "libkelvo_python.so")
+    return ROOT
+
+
+def load(root_module: Any, library: str) -> None:
+    """Loads one of our libraries, unless it is loaded already."""
+    path = next((folder / library for folder in _FOLDERS if (folder / library).exists()), None)
+    if path is None:
         raise Error(
-            f"there is no {_FOLDERS[0] / _LIBRARIES[-1]}: build kelvo and use the package in the build "
+            f"there is no {_FOLDERS[0] / library}: build kelvo and use the package in the build "
             "folder, such as PYTHONPATH=build/release/python, or install it with pip install ."
         )
-    for library in _LIBRARIES:
-        if ROOT.gSystem.Load(str(folder / library)) < 0:
-            raise Error(f"{folder / library} cannot be loaded; was kelvo built with another ROOT?")
-    return ROOT
+    if root_module.gSystem.Load(str(path)) < 0:
+        raise Error(f"{path} cannot be loaded; was kelvo built with another ROOT?")
 
 
 def cpp() -> Any:
