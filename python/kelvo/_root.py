@@ -26,6 +26,8 @@ def root() -> Any:
             import ROOT  # type: ignore[import-untyped]
         except ImportError as e:
             raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
+    # At once: once ROOT has compiled for a data frame, the dictionary of ours would not fit in.
+    load(ROOT, "libkelvo_frame.so")
     load(ROOT, "libkelvo_run.so")
     load(ROOT, "libkelvo_python.so")
     return ROOT

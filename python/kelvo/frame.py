@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Any, Mapping
 
-from ._root import call, cpp, load, root, string_map
+from ._root import call, cpp, root, string_map
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
 from .options import TrackFitOptions, takes_fit_options
@@ -47,5 +47,4 @@ def define_fit(
     options = TrackFitOptions(**fit_options)._to_cpp()
     mapping = string_map(columns or {})
     geometry = cpp_detector(detector).SharedGeometry()
-    load(root(), "libkelvo_frame.so")  # only here, since it brings all of RDataFrame
     return call(cpp().DefineFit, node, geometry, options, mapping, prefix)
