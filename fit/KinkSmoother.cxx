@@ -78,7 +78,6 @@ void KinkSmoother::Load(unsigned int nmeas, const double* z, const double* x, co
 }
 
 void KinkSmoother::Resize(unsigned int nmeas, unsigned int nscat) {
-  if (!(nmeas > nscat)) throw KelvoException(kFile, __LINE__, kBadNScat, 0.0);
   fNmeas = nmeas;
   fNscat = nscat;
   fMeas.resize(nmeas);
@@ -183,6 +182,10 @@ int KinkSmoother::NDOF() const {
 
 KinkPoint KinkSmoother::At(double z) const {
   return Succeeded() ? fFilter->SegmentAt(z).At(z) : kNoPoint;
+}
+
+KinkPoint KinkSmoother::Between(unsigned int k, double z) const {
+  return Succeeded() ? fFilter->At(k).At(z) : kNoPoint;
 }
 
 KinkPoint KinkSmoother::AtStart() const {

@@ -40,20 +40,19 @@ struct KinkResidual {
 
 /// The fit of Lutz in time and memory linear in n + m: one detector view, a straight line that
 /// bends at scattering planes, each kink measured as 0 with the width of its plane. Same inputs,
-/// same answers, plus uncertainties everywhere. Along z the track is a Markov process with state
-/// (x, slope); a filter runs downstream, a second one upstream, and both together give the
-/// smoothed line between any two planes (D. C. Fraser, J. E. Potter, IEEE Trans. Autom. Control
-/// 14 (1969) 387; R. Fruehwirth, Nucl. Instr. Meth. A 262 (1987) 444).
-/// Load a track from arrays, or construct or Reset the object for n measurements and m planes and
-/// set each; call Fit; ask for results; load the next track. Nothing is allocated once the object
-/// has done the same with a problem of that size.
-/// Lengths share one unit (cm in kelvo), angles are in radians. One object serves one thread at a
-/// time, const queries included.
+/// same answers, plus uncertainties everywhere; and there may be more planes than measurements.
+/// Along z the track is a Markov process with state (x, slope); a filter runs downstream, a second
+/// one upstream, and both together give the smoothed line between any two planes (D. C. Fraser, J.
+/// E. Potter, IEEE Trans. Autom. Control 14 (1969) 387; R. Fruehwirth, Nucl. Instr. Meth. A 262
+/// (1987) 444). Load a track from arrays, or construct or Reset the object for n measurements and m
+/// planes and set each; call Fit; ask for results; load the next track. Nothing is allocated once
+/// the object has done the same with a problem of that size. Lengths share one unit (cm in kelvo),
+/// angles are in radians. One object serves one thread at a time, const queries included.
 class KinkSmoother {
 public:
-  /// Makes an empty problem. Throws kBadNScat (value 0) unless nmeas > nscat.
+  /// Makes an empty problem. There may be more planes than measurements.
   /// @param nmeas number of measurements n
-  /// @param nscat number of scattering planes m, below n
+  /// @param nscat number of scattering planes m
   KinkSmoother(unsigned int nmeas, unsigned int nscat);
 
   /// Copies have the inputs and results of the original.
@@ -61,19 +60,17 @@ public:
   KinkSmoother& operator=(const KinkSmoother& other);
   ~KinkSmoother();
 
-  /// Makes the object as new, keeping its memory. Throws kBadNScat (value 0), leaving the object as
-  /// it was, unless nmeas > nscat.
+  /// Makes the object as new, keeping its memory.
   void Reset(unsigned int nmeas, unsigned int nscat);
 
   /// Resets the object and loads a whole problem from arrays: the same as SetMeasurement and
-  /// SetScatteringPlane for each element, in less time. Throws what Reset and these throw, for the
-  /// first element that is wrong, measurements before planes; the object is then as after Reset,
-  /// and as it was where Reset throws.
+  /// SetScatteringPlane for each element, in less time. Throws what these throw, for the first
+  /// element that is wrong, measurements before planes; the object is then as after Reset.
   /// @param nmeas number of measurements n
   /// @param z     n positions along the detector [cm]
   /// @param x     n measured transverse coordinates [cm]
   /// @param sigx  n standard deviations of x [cm]
-  /// @param nscat number of scattering planes m, below n
+  /// @param nscat number of scattering planes m
   /// @param s     m positions of planes [cm]
   /// @param sigAlpha m expected widths of the scattering angle [rad]
   void Load(unsigned int nmeas, const double* z, const double* x, const double* sigx,
@@ -164,6 +161,11 @@ public:
   /// plane, the line before it. Variances are NaN without a successful last fit. Time grows as
   /// log m.
   KinkPoint At(double z) const;
+
+  /// Returns the same in constant time for the line between two planes, continued to z: the line
+  /// that has k planes before it, in order of their position.
+  /// @param k m or less
+  KinkPoint Between(unsigned int k, double z) const;
 
   /// Returns intercept and slope of the segment before all planes and their covariance at z = 0,
   /// wherever the planes are: what Fit gives as x0 and dxdz.

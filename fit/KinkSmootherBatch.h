@@ -50,8 +50,8 @@ class KinkSmootherBatch {
 public:
   /// Fits all tracks in order. Throws at the first track with bad input, whose elements and those
   /// of later tracks then stay unwritten: kIndexProblem (value: the offset) for an offset below
-  /// the one before it, kBadNScat (value 0) for a track without more measurements than planes, and
-  /// what the setters of KinkSmoother throw. A singular track is not an error: see fStatus.
+  /// the one before it, and what the setters of KinkSmoother throw. A singular track is not an
+  /// error: see fStatus.
   void Fit(const KinkBatchInput& tracks, const KinkBatchOutput& results);
 
 private:
