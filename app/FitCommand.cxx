@@ -50,7 +50,6 @@ struct FitArguments {
   std::vector<std::string> fHypotheses = ParticleNames();
   std::vector<std::string> fColumns;
   std::string fFormat = "ttree";
-  std::string fSolver = "linear";
 };
 
 std::pair<std::string, std::string> Mapping(const std::string& text) {
@@ -117,18 +116,6 @@ void RegisterInput(CLI::App& fit, FitArguments& a) {
 void RegisterModel(CLI::App& fit, FitArguments& a) {
   TrackFitOptions& f = a.fFile.fFit;
   const char* group = "The fit";
-  fit.add_option("--max-ds", f.fMaxDs, "Largest step between scattering planes [cm]")
-      ->check(NumberWithin(kTiny, kHuge, "above 0"))
-      ->capture_default_str()
-      ->group(group);
-  fit.add_option("--max-dx0", f.fMaxDX0, "Largest step in radiation lengths")
-      ->check(NumberWithin(kTiny, kHuge, "above 0"))
-      ->capture_default_str()
-      ->group(group);
-  fit.add_option("--max-dt", f.fMaxDT, "Largest product of a step's width and length [rad cm]")
-      ->check(NumberWithin(kTiny, kHuge, "above 0"))
-      ->capture_default_str()
-      ->group(group);
   fit.add_option("--scattering-factor", f.fScatteringFactor,
                  "Factor on the widths of the scattering angles")
       ->check(NumberWithin(kTiny, 100, "above 0 and at most 100"))
@@ -136,7 +123,7 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
       ->group(group);
   fit.add_option(
          "--beyond-last-hit", f.fBeyondLastHit,
-         "End of a stopping track behind its last hit, as a fraction of the way to its next")
+         "End of a stopping track behind its last hit: fraction of the energy loss up to its next")
       ->check(NumberWithin(0, 100, "from 0 to 100"))
       ->capture_default_str()
       ->group(group);
@@ -144,9 +131,8 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
                  "The particles are a beam of this momentum [GeV/c] and do not stop")
       ->check(NumberWithin(1e-3, 1e6, "from 0.001 to 1000000"))
       ->group(group);
-  fit.add_option("--solver", a.fSolver, "linear (fast) or dense (the reference); same result")
-      ->check(OneOf({"linear", "dense"}))
-      ->type_name("NAME")
+  fit.add_option("--sig-beam-momentum", f.fSigBeamMomentum, "Uncertainty of that momentum [GeV/c]")
+      ->check(NumberWithin(0, 1e6, "from 0 to 1000000"))
       ->capture_default_str()
       ->group(group);
 }
@@ -170,7 +156,6 @@ void Complete(FitArguments& a) {
     a.fFile.fReader.fColumns[name] = other;
   }
   a.fFile.fFormat = a.fFormat == "rntuple" ? TableFormat::kRNTuple : TableFormat::kTTree;
-  a.fFile.fFit.fSolver = a.fSolver == "dense" ? Solver::kDense : Solver::kLinear;
 }
 
 void TellProblems(const FitSummary& summary) {

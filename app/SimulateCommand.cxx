@@ -86,22 +86,6 @@ void RegisterModel(CLI::App& simulate, SimulateArguments& a) {
       ->check(NumberWithin(1e-6, 100, "from 0.000001 to 100"))
       ->capture_default_str()
       ->group(group);
-  simulate.add_option("--max-ds", s.fFit.fMaxDs, "Largest step of the fit [cm]; model fit")
-      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
-      ->capture_default_str()
-      ->group(group);
-  simulate
-      .add_option("--max-dx0", s.fFit.fMaxDX0,
-                  "Largest step of the fit in radiation lengths; model fit")
-      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
-      ->capture_default_str()
-      ->group(group);
-  simulate
-      .add_option("--max-dt", s.fFit.fMaxDT,
-                  "Largest product of a fit step's width and length [rad cm]; model fit")
-      ->check(NumberWithin(1e-6, 1e12, "from 0.000001 to 1e12"))
-      ->capture_default_str()
-      ->group(group);
 }
 
 void RegisterHits(CLI::App& simulate, SimulateArguments& a) {
@@ -191,8 +175,7 @@ void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
       throw std::invalid_argument(std::string(option) + " has no effect without " + condition);
   };
   if (a.fHits != "gauss") refuse("--sigma", "--hits gauss");
-  for (const char* option : {"--scattering-factor", "--max-ds", "--max-dx0", "--max-dt"})
-    if (a.fModel != "fit") refuse(option, "--model fit");
+  if (a.fModel != "fit") refuse("--scattering-factor", "--model fit");
   if (a.fModel != "full") refuse("--step", "--model full");
 }
 

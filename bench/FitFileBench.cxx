@@ -116,7 +116,7 @@ void Stages(benchmark::State& state) {
   kelvo::TrackChain chain(Detector(), options);
   kelvo::TrackFit fit;
   fit.fHypothesis.resize(options.fHypotheses.size());
-  double time[6] = {};
+  double time[kelvo::TrackChainStages::kCount] = {};
   Measure(state, [&] {
     for (const kelvo::TrackHits& track : Tracks()) {
       fit.fBest = -1;
@@ -132,7 +132,7 @@ void Stages(benchmark::State& state) {
   });
   const auto tracks =
       static_cast<double>(state.iterations()) * static_cast<double>(Tracks().size());
-  for (int stage = 0; stage < 6; stage++)
+  for (int stage = 0; stage < kelvo::TrackChainStages::kCount; stage++)
     state.counters[std::string(kelvo::TrackChainStages::kNames[stage]) + "_us"] =
         time[stage] / tracks * 1e6;
 }

@@ -57,7 +57,6 @@
 #pragma link C++ function kelvo::FitRobustly;
 #pragma link C++ function kelvo::RejectOutliers;
 
-#pragma link C++ enum kelvo::Solver;
 #pragma link C++ enum kelvo::FitStatus;
 #pragma link C++ struct kelvo::TrackFitOptions+;
 #pragma link C++ struct kelvo::ViewFit+;

@@ -33,9 +33,9 @@ void SetScalars(const HypothesisFit& fit, FitRow& row) {
   row.fGamma = fit.fGamma;
   row.fLength = fit.fLength;
   row.fRadLen = fit.fRadLen;
-  row.fMaxDs = fit.fMaxDs;
-  row.fMaxDX0 = fit.fMaxDX0;
-  row.fMaxDT = fit.fMaxDT;
+  row.fSigT = fit.fSigT;
+  row.fSigP = fit.fSigP;
+  row.fSigLength = fit.fSigLength;
 }
 
 // Numbers of hits per view are known for a failed fit, too; all else is not.

@@ -44,9 +44,9 @@ struct FitRow {
   double fGamma = 0;
   double fLength = 0;
   double fRadLen = 0;
-  double fMaxDs = 0;
-  double fMaxDX0 = 0;
-  double fMaxDT = 0;
+  double fSigT = 0;
+  double fSigP = 0;
+  double fSigLength = 0;
   ROOT::RVec<double> fCov;
   ROOT::RVec<int> fHitView;
   ROOT::RVec<double> fHitZ;
@@ -99,9 +99,9 @@ void VisitScalars(Visit visit) {
   visit("gamma", &FitRow::fGamma);
   visit("length", &FitRow::fLength);
   visit("radlen", &FitRow::fRadLen);
-  visit("max_ds", &FitRow::fMaxDs);
-  visit("max_dx0", &FitRow::fMaxDX0);
-  visit("max_dt", &FitRow::fMaxDT);
+  visit("sig_T", &FitRow::fSigT);
+  visit("sig_p", &FitRow::fSigP);
+  visit("sig_length", &FitRow::fSigLength);
 }
 
 /// The same for the columns of vectors, which come behind those.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -27,7 +29,14 @@ public:
   SmoothTable(double min, double max, const std::function<Node(double)>& node);
 
   /// Returns the function at x, above 0.
-  double operator()(double x) const;
+  double operator()(double x) const {
+    if (!(x >= fFirst)) return fAtFirst.fValue * (x / fFirst);
+    if (x >= fLast) return fAtLast.fValue + (x - fLast) * fAtLast.fSlope;
+    const std::uint64_t bits = Bits(x);
+    const Piece& p = fPieces[(bits >> kShift) - fFirstKey];
+    const double t = static_cast<double>(static_cast<std::int64_t>(bits & kBelow)) * kPiece;
+    return p.fC0 + t * (p.fC1 + t * (p.fC2 + t * p.fC3));
+  }
 
   /// Returns the first and the last node.
   double First() const { return fFirst; }
@@ -37,6 +46,20 @@ public:
   static std::vector<double> Nodes(double min, double max);
 
 private:
+  static constexpr int kMantissa = 52;              // bits of a double
+  static constexpr int kParts = 5;                  // 2^5 parts of each power of two
+  static constexpr int kShift = kMantissa - kParts; // bits below those that name a piece
+  static constexpr std::uint64_t kBelow = (1ULL << kShift) - 1;
+  static constexpr double kPiece = 1.0 / (1ULL << kShift);
+
+  static std::uint64_t Bits(double x) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &x, sizeof bits);
+    return bits;
+  }
+  static double OfKey(std::uint64_t key);
+  static std::uint64_t KeyAbove(double x);
+
   // Of a piece, by the fraction t of it: c0 + c1 t + c2 t^2 + c3 t^3.
   struct Piece {
     double fC0, fC1, fC2, fC3;
@@ -46,7 +69,7 @@ private:
   double fLast = 0;
   Node fAtFirst{};
   Node fAtLast{};
-  unsigned long long fFirstKey = 0; // leading bits of the first node
+  std::uint64_t fFirstKey = 0; // leading bits of the first node
   std::vector<Piece> fPieces;
 };
 

@@ -54,13 +54,10 @@ std::string DescribeOptions(const FitFileOptions& options) {
   for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, TomlText(other));
   if (!options.fReader.fTree.empty()) add("tree", TomlText(options.fReader.fTree));
   add("hypotheses", "[" + hypotheses + "]");
-  add("max_ds", ExactNumber(used.fMaxDs));
-  add("max_dx0", ExactNumber(used.fMaxDX0));
-  add("max_dt", ExactNumber(used.fMaxDT));
   add("scattering_factor", ExactNumber(used.fScatteringFactor));
   add("beyond_last_hit", ExactNumber(used.fBeyondLastHit));
   add("beam_momentum", ExactNumber(used.fBeamMomentum));
-  add("solver", used.fSolver == Solver::kDense ? "\"dense\"" : "\"linear\"");
+  add("sig_beam_momentum", ExactNumber(used.fSigBeamMomentum));
   add("limit", std::to_string(options.fLimit));
   return text;
 }

@@ -76,9 +76,6 @@ std::string DescribeOptions(const SimulationFileOptions& options, const Simulati
   add("start_x", RangeText(*used.fStart[0]));
   add("start_y", RangeText(*used.fStart[1]));
   add("start_z", RangeText(*used.fStart[2]));
-  add("max_ds", ExactNumber(used.fFit.fMaxDs));
-  add("max_dx0", ExactNumber(used.fFit.fMaxDX0));
-  add("max_dt", ExactNumber(used.fFit.fMaxDT));
   add("scattering_factor", ExactNumber(used.fFit.fScatteringFactor));
   add("beyond_last_hit", ExactNumber(used.fFit.fBeyondLastHit));
   return text;

@@ -235,10 +235,20 @@ bool Simulator::Bend(const TVector3& begin, const TVector3& end, util::RandomStr
     fNormal.push_back({random.Normal(), random.Normal()});
 
   KinkedLine line(hits);
-  for (std::size_t j = 0; j < planes.fPlaneS.size(); j++)
-    line.AddKink(planes.fPlaneS[j], planes.fPlaneSigAlpha[j], fNormal[j]);
+  const std::vector<TVector3>& points = planes.fPlanePoint;
+  for (std::size_t j = 0; j < points.size(); j++) {
+    const TVector3& before = j > 0 ? points[j - 1] : planes.fPosition;
+    const TVector3& behind = j + 1 < points.size() ? points[j + 1] : planes.fEnd;
+    const TVector3 slope = (behind - before) * (1 / (behind.Z() - before.Z()));
+    // The slope of a view for an angle in its plane, see TrackChain::PlacePlanes.
+    const auto kink = [&](int view) {
+      return fNormal[j][static_cast<std::size_t>(view)] * planes.fPlaneSigAlpha[j] * slope.Mag() *
+             std::hypot(1, slope[view]);
+    };
+    line.AddKink(points[j].Z(), kink(0), kink(1));
+  }
   line.Align(begin, end);
-  if (!line.Corners(begin.Z(), end.Z(), fCorners)) return false;
+  line.Corners(begin.Z(), end.Z(), fCorners);
   fPath.fPoints.clear();
   for (const TVector3& corner : fCorners) fPath.fPoints.push_back({corner, 0, 0});
   return true;

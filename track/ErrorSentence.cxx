@@ -15,7 +15,7 @@ std::string ErrorSentence(unsigned int code, double value) {
       return "a material on the track has a radiation length of " + number +
              " cm; give it one above 0 in the detector's description";
     case kBadNScat:
-      return "a view has no more measurements than scattering planes; raise the step limits";
+      return "a view has no more measurements than scattering planes";
     case kIndexProblem:
       return "the detector reports no material along the track; check that the hits lie in it";
     case kNaN:

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "func/KelvoException.h"
-#include "track/CheckedGeometry.h"
+#include "track/DetectorMaterials.h"
 #include "track/ErrorSentence.h"
 #include "track/HitCheck.h"
 

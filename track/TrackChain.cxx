@@ -1,9 +1,8 @@
 #include "track/TrackChain.h"
 
 #include "track/Guarded.h"
-#include "track/RangeOut.h"
+#include "track/HitCheck.h"
 #include "util/Particles.h"
-#include "util/Text.h"
 
 #include <TMath.h>
 
@@ -14,258 +13,428 @@
 namespace kelvo {
 namespace {
 
-constexpr double kSmallestCosine = 0.02; // between axis and z: 88.9 degrees
+constexpr double kSmallestCosine = 0.02; // between a track and z: 88.9 degrees
 
-// Planes often stand at a hit, where the slope changes: the line at a hit is the one before.
-constexpr double kUpstream = 1e-6; // cm
-
-// A complete order, so that the result does not depend on the order of hits in one plane.
-bool IsUpstream(const Hit3D& a, const Hit3D& b) {
-  const auto key = [](const Hit3D& h) {
-    const bool isX = h.fView == geo::kX;
-    return std::make_tuple(h.fZ, isX ? 0 : 1, isX ? h.fX : h.fY, isX ? h.fSigX : h.fSigY);
-  };
-  return key(a) < key(b);
+double Stretch(double slopeX, double slopeY) {
+  return std::sqrt(1 + slopeX * slopeX + slopeY * slopeY);
 }
 
-/// A range-out takes steps of 10 cm at most, so that a track of any length would take any time.
-void CheckLength(double length) {
-  constexpr double kLongest = 4e5; // cm; the diagonal of the coordinates that are accepted
-  if (!(length <= kLongest))
-    throw GeometryRefusal{"the track would be " + NumberText(length) +
-                          " cm long; check the coordinates and uncertainties of the hits"};
+std::vector<double> Masses(const std::vector<int>& hypotheses) {
+  std::vector<double> masses;
+  for (int pdg : hypotheses) masses.push_back(FindParticle(pdg)->fMass);
+  return masses;
 }
 
-/// Length of a fitted track from the first hit to its end [cm].
-double Length(const HypothesisFit& fit) {
-  double length = 0;
-  const TVector3* from = &fit.fPosition;
-  for (const TVector3& point : fit.fPlanePoint) {
-    length += (point - *from).Mag();
-    from = &point;
+/// Square of velocity times momentum [GeV^2]. Where a particle is all but stopped, the kinks are
+/// as good as free.
+double BetaP2(double T, double mass) {
+  constexpr double kStopped = 1e-4; // kinetic energy, in masses
+  T = std::max(T, kStopped * mass);
+  const double betaP = T * (T + 2 * mass) / (T + mass);
+  return betaP * betaP;
+}
+
+double MipLoss(const std::vector<Gap>& gaps) {
+  double sum = 0;
+  for (const Gap& gap : gaps) sum += gap.fMipLoss;
+  return sum;
+}
+
+/// A straight line through the hits of a view, by least squares.
+struct StraightLine {
+  double f0 = 0, fZ = 0, fU = 0, fZZ = 0, fZU = 0; // weighted sums
+
+  void Add(double z, double u, double sig) {
+    const double w = 1 / (sig * sig);
+    const double share = w / (f0 + w);
+    const double dz = z - fZ, du = u - fU;
+    fZZ += f0 * share * dz * dz;
+    fZU += f0 * share * dz * du;
+    f0 += w;
+    fZ += share * dz;
+    fU += share * du;
   }
-  return length + (fit.fEnd - *from).Mag();
-}
+  double Slope() const { return fZU / fZZ; }
+};
 
-TVector3 ToTVector3(const Vector& v) {
-  return TVector3(v[0], v[1], v[2]);
+/// A point of a line, and its slope against z.
+struct LinePoint {
+  double fU, fSlope;
+};
+
+/// Returns the line through the hits of a view around hit k, at z.
+/// @param slope of the line if these have no two different z
+LinePoint LocalLine(const ViewHits& hits, std::size_t k, double z, double slope) {
+  constexpr std::size_t kNear = 2; // on each side
+  const std::size_t n = hits.fZ.size();
+  const std::size_t begin = k < kNear ? 0 : k - kNear, end = std::min(k + kNear + 1, n);
+  double meanZ = 0, meanU = 0, zz = 0, zu = 0;
+  for (std::size_t i = begin; i < end; i++) {
+    meanZ += hits.fZ[i];
+    meanU += hits.fU[i];
+  }
+  meanZ /= static_cast<double>(end - begin);
+  meanU /= static_cast<double>(end - begin);
+  for (std::size_t i = begin; i < end; i++) {
+    zz += (hits.fZ[i] - meanZ) * (hits.fZ[i] - meanZ);
+    zu += (hits.fZ[i] - meanZ) * (hits.fU[i] - meanU);
+  }
+  if (zz > 0) slope = zu / zz;
+  return {meanU + slope * (z - meanZ), slope};
 }
 
 } // namespace
 
 TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options)
     : fOptions(options),
-      fGeometry(detector, options.fBeamMomentum == 0),
-      fLumped(fGeometry),
-      fSolver(options.fSolver) {}
+      fMasses(Masses(options.fHypotheses)),
+      fMaterial(DetectorMaterials(detector, options.fHypotheses, options.fBeamMomentum == 0)),
+      fEnergy(fMasses),
+      fOwnEnergy(fMasses) {}
 
 Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
-  SortAndComplete(hits);
-  if (Refusal refusal = MakeFrame()) return refusal;
-  MakeHits();
-  LoadViews();
-  LayPath();
-  Refine();
-  for (HypothesisFit& fit : out.fHypothesis) {
-    const Refusal refusal = Guarded([&] { return FitHypothesis(fit); });
-    if (refusal) RefuseFit(refusal, fit);
+  SortHits(hits);
+  if (Refusal refusal = LayCourse()) return refusal;
+  FindPoints();
+  TraceMaterial();
+  PlacePlanes();
+  if (!IsBeam() && !(fMaterial.End().fMipLoss + MipLoss(fMaterial.Gaps()) > 0))
+    return {FitStatus::kBadGeometry,
+            "the detector reports no material along the track; check that the hits lie in it"};
+  if (IsBeam())
+    fEnergy.Pass(fMaterial, fCourse.fStretch, fOptions.fBeamMomentum);
+  else
+    fEnergy.Stop(fMaterial, fCourse.fStretch);
+  for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
+    const Refusal refusal = Guarded([&] { return FitHypothesis(h, out.fHypothesis[h]); });
+    if (refusal) RefuseFit(refusal, out.fHypothesis[h]);
   }
   FindBest(out);
-  if (out.Fitted()) FillKinematics(out);
   return {};
 }
 
-void TrackChain::SortAndComplete(const HitList3D& hits) {
-  fHits = hits;
-  std::sort(fHits.begin(), fHits.end(), IsUpstream);
-  fHits.CompleteOrtho(&gsDefaultInterp); // given by name, it does not sort again
+void TrackChain::SortHits(const HitList3D& hits) {
+  fHits.clear();
+  for (const Hit3D& hit : hits) {
+    const bool isX = hit.fView == geo::kX;
+    fHits.push_back({isX ? std::size_t{0} : std::size_t{1}, hit.fZ, isX ? hit.fX : hit.fY,
+                     isX ? hit.fSigX : hit.fSigY, hit.fSigZ, 0});
+  }
+  // A complete order, so that the result does not depend on the order of hits in one plane.
+  const auto isUpstream = [](const TrackHit& a, const TrackHit& b) {
+    return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ) <
+           std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ);
+  };
+  std::sort(fHits.begin(), fHits.end(), isUpstream);
+  for (ViewHits& view : fViewHits) view.Clear();
 }
 
-Refusal TrackChain::MakeFrame() {
-  fFrame = FrameAlong(fHits);
-  if (!(fFrame.Axis()[2] >= kSmallestCosine))
+/// Sets the course to the straight lines through the hits of each view.
+Refusal TrackChain::LayCourse() {
+  std::array<StraightLine, 2> line;
+  for (const TrackHit& hit : fHits) line[hit.fView].Add(hit.fZ, hit.fU, hit.fSigU);
+  const double stretch = Stretch(line[0].Slope(), line[1].Slope());
+  if (!(stretch * kSmallestCosine <= 1))
     return {
         FitStatus::kBadGeometry,
         "the hits lie along a line at more than 88.8 degrees to the z axis; a fit needs a track "
         "that crosses the planes"};
+  for (std::size_t v = 0; v < 2; v++) fCourse.fSlope[v].assign(fHits.size(), line[v].Slope());
+  for (TrackHit& hit : fHits) {
+    hit.fSig = std::hypot(hit.fSigU, line[hit.fView].Slope() * hit.fSigZ);
+    fViewHits[hit.fView].Add(hit.fZ, hit.fU, hit.fSig);
+  }
+  fCourse.fStretch.assign(fHits.size(), stretch);
   return {};
 }
 
-void TrackChain::MakeHits() {
-  fTrackHits.clear();
-  for (const Hit3D& hit : fHits) {
-    const bool isX = hit.fView == geo::kX;
-    TrackHit h{};
-    h.fView = isX ? 0 : 1;
-    h.fZ = hit.fZ;
-    h.fU = isX ? hit.fX : hit.fY;
-    h.fSigU = isX ? hit.fSigX : hit.fSigY;
-    h.fSigZ = hit.fSigZ;
-    h.fS = fFrame.AxisCoordinate({hit.fX, hit.fY, hit.fZ});
-    h.fA = fFrame.Transverse(h.fView, h.fU, h.fZ);
-    h.fSigA = fFrame.SigTransverse(h.fView, h.fSigU, h.fSigZ);
-    fTrackHits.push_back(h);
+/// Material and slopes are looked up along lines through a few neighbouring hits of each view.
+/// (Not through each hit: cells that were hit lie side by side without the gaps between them, but
+/// tracks cross these, too.)
+void TrackChain::FindPoints() {
+  fPoints.resize(fHits.size());
+  for (std::size_t v = 0; v < 2; v++) {
+    const ViewHits& view = fViewHits[v];
+    std::size_t k = 0; // the hit of the view that is next in z or there
+    for (std::size_t i = 0; i < fHits.size(); i++) {
+      const double z = fHits[i].fZ;
+      while (k + 1 < view.fZ.size() && view.fZ[k] < z) k++;
+      const LinePoint line = LocalLine(view, k, z, fCourse.fSlope[v][i]);
+      fCourse.fSlope[v][i] = line.fSlope;
+      fPoints[i].fX[v] = line.fU;
+      fPoints[i].fX[2] = z;
+      fPoints[i].fSig[v] = view.fSig[k];
+    }
   }
-  FindGap();
+  for (std::size_t i = 0; i < fHits.size(); i++)
+    SetStretch(i, Stretch(fCourse.fSlope[0][i], fCourse.fSlope[1][i]), fCourse);
 }
 
-void TrackChain::FindGap() {
-  std::vector<double>& gaps = fS; // which LoadViews fills afterwards
+void TrackChain::TraceMaterial() {
+  fMaterial.Trace(fPoints);
+  if (IsBeam()) return;
+  std::vector<double>& gaps = fSigAlpha; // which is free
   gaps.clear();
-  for (std::size_t i = 1; i < fTrackHits.size(); i++) {
-    const double gap = fTrackHits[i].fZ - fTrackHits[i - 1].fZ;
-    if (gap > 0) gaps.push_back(gap);
-  }
+  for (const Gap& gap : fMaterial.Gaps())
+    if (gap.fEnd > gap.fBegin) gaps.push_back(gap.fEnd - gap.fBegin);
   const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2);
   std::nth_element(gaps.begin(), middle, gaps.end());
-  fGap = *middle;
+  fEndSigma = std::sqrt(EnergyAlong::kEndVariance) * *middle;
+  fMaterial.TraceEnd(fPoints.back(), {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()}, *middle,
+                     fOptions.fBeyondLastHit);
 }
 
-void TrackChain::LoadViews() {
-  fS.clear();
-  fAt.clear();
-  for (ViewProblem& view : fView) view.Clear();
-  for (const TrackHit& hit : fTrackHits) {
-    fView[hit.fView].Add(hit.fS, hit.fA, hit.fSigA);
-    fS.push_back(hit.fS);
-    fAt.push_back(hit.fS - kUpstream);
+/// Highland's logarithm belongs to a thickness as a whole: that of the gap. A kink's angle in the
+/// plane of a view changes the slope of the view, say dx/dz, by
+///   angle sqrt(1 + (dx/dz)^2) sqrt(1 + (dx/dz)^2 + (dy/dz)^2).
+void TrackChain::PlacePlanes() {
+  constexpr double kHighland = 13.6e-3; // GeV; V. L. Highland's formula as in the Review of
+  constexpr double kLog = 0.038;        // Particle Physics, passage of particles through matter
+  const double factor = kHighland * fOptions.fScatteringFactor / std::sqrt(3.);
+  fPlanes.clear();
+  fPlaneZ.clear();
+  fPlanesBefore.assign(1, 0);
+  const std::vector<Gap>& gaps = fMaterial.Gaps();
+  for (std::size_t i = 0; i < gaps.size(); i++) {
+    const Gap& gap = gaps[i];
+    const double stretch = fCourse.fStretch[i];
+    const double scale =
+        gap.fNPlanes > 0 ? factor * (1 + kLog * std::log(gap.fRadLen * stretch)) : 0;
+    const double x = (fCourse.fSlope[0][i] + fCourse.fSlope[0][i + 1]) / 2;
+    const double y = (fCourse.fSlope[1][i] + fCourse.fSlope[1][i + 1]) / 2;
+    const double along = Stretch(x, y);
+    for (std::size_t k = 0; k < gap.fNPlanes; k++) {
+      const double z = gap.fPlane[k].fZ;
+      fPlanes.push_back({i,
+                         (z - gap.fBegin) / (gap.fEnd - gap.fBegin),
+                         scale * std::sqrt(gap.fPlane[k].fRadLen * stretch),
+                         {along * std::sqrt(1 + x * x), along * std::sqrt(1 + y * y)}});
+      fPlaneZ.push_back(z);
+    }
+    fPlanesBefore.push_back(fPlanes.size());
   }
-  if (!std::is_sorted(fS.begin(), fS.end())) std::sort(fS.begin(), fS.end());
 }
 
-/// The path has a point at every hit, for LumpedGeometry, and begins ahead of the first one, so
-/// that Refine has room to move it.
-void TrackChain::LayPath() {
-  CheckLength(fS.back() - fS.front());
-  if (IsBeam())
-    return FindSlabs(fGeometry, fFrame.Point(fS.front(), 0, 0), fFrame.Point(fS.back(), 0, 0),
-                     fS.front(), fSlabs);
-  const double gap = fGap / fFrame.Axis()[2];
-  fPathBegin = fS.front() - gap;
-  fPathEnd = fS.back() + fOptions.fBeyondLastHit * gap;
-  fPathPoints.clear();
-  fPathPoints.push_back(ToTVector3(fFrame.Point(fPathBegin, 0, 0)));
-  for (double s : fS) fPathPoints.push_back(ToTVector3(fFrame.Point(s, 0, 0)));
-  AddEnd(ToTVector3(fFrame.Point(fPathEnd, 0, 0)), fPathPoints);
-  fPath.emplace(fLumped, fPathPoints, fPathBegin);
-}
-
-/// The path coordinate of a hit is where the track crosses its plane, which is known after a first
-/// fit.
-void TrackChain::Refine() {
-  ClearFit(fOptions.fHypotheses.front(), fFirstPass);
-  const Refusal refusal = Guarded([&] {
-    PlacePlanes(fFirstPass.fPDG);
-    return SolveViews(fFirstPass) ? Refusal{} : Refusal{FitStatus::kSingular, ""};
-  });
-  if (refusal) return; // the hypotheses will tell
-  for (std::size_t i = 0; i < fTrackHits.size(); i++) MoveToTrack(HitPoint(i), fTrackHits[i]);
-  LoadViews();
-  if (!IsBeam() && (fS.front() < fPathBegin || fS.back() > fPathEnd)) LayPath();
-}
-
-Refusal TrackChain::FitHypothesis(HypothesisFit& fit) {
-  PlacePlanes(fit.fPDG);
-  if (!SolveViews(fit))
+Refusal TrackChain::FitHypothesis(std::size_t h, HypothesisFit& fit) {
+  FindWidths(h);
+  if (!SolveViews())
     return {FitStatus::kSingular,
             "the normal equations of a view have no solution; check the uncertainties of the hits "
             "and their spread in z"};
-  FillHypothesis(fit);
-  CheckLength(Length(fit));
+  FillHypothesis(h, fit);
   return {};
 }
 
-void TrackChain::PlacePlanes(int pdg) {
-  const std::size_t most = std::min(fView[0].fS.size(), fView[1].fS.size()) - 1;
-  if (!IsBeam()) return PlaceByLimits(*fPath, pdg, fS, fOptions, most, fPlanes);
-  const double p = fOptions.fBeamMomentum;
-  BeamTrack track{fS.front(),
-                  fS.back(),
-                  p / std::hypot(p, FindParticle(pdg)->fMass),
-                  p,
-                  fOptions.fScatteringFactor,
-                  fTrackHits.front().fSigA};
-  for (const TrackHit& hit : fTrackHits)
-    track.fSmallestSigma = std::min(track.fSmallestSigma, hit.fSigA);
-  PlaceInSlabs(fSlabs, track, most, fPlanes);
-}
-
-bool TrackChain::SolveViews(HypothesisFit& fit) {
-  double logLikelihood[2];
-  for (std::size_t v = 0; v < 2; v++)
-    if (!fSolver.Solve(fView[v], fPlanes, fAt, fit.fView[v], fState[v], logLikelihood[v]))
-      return false;
-  fit.fLogLikelihood = logLikelihood[0] + logLikelihood[1];
-  return true;
-}
-
-TrackPoint TrackChain::HitPoint(std::size_t i) const {
-  return PointAtPlane(fFrame, {fAt[i], {fState[0][i], fState[1][i]}}, fTrackHits[i].fZ);
-}
-
-void TrackChain::FillHypothesis(HypothesisFit& fit) const {
-  const auto& [x, y] = fit.fView;
-  fit.fNDF = x.fNDF + y.fNDF;
-  const double chi2 = x.fChi2 + x.fChi2Kink + y.fChi2 + y.fChi2Kink;
-  fit.fProb = fit.fNDF > 0 ? TMath::Prob(chi2, fit.fNDF) : 1;
+void TrackChain::FillHypothesis(std::size_t h, HypothesisFit& fit) {
+  FindCourse(fOwnCourse);
+  FillViews(fit);
+  FillHits(fit);
+  FillStart(fit);
   FillPlanes(fit);
-  fit.fHit.resize(fTrackHits.size());
-  for (std::size_t i = 0; i < fTrackHits.size(); i++)
-    FillHit(HitPoint(i), fTrackHits[i], fit.fHit[i]);
-  FillStart(fFrame, HitPoint(0), fit);
-  FillEnd(fit);
+  FillPath(fit);
+  FillKinematics(h, fit);
+}
+
+/// The width of a kink is Highland's with the momentum at its plane. The square of beta p grows
+/// nearly in proportion to the range that is left, and so is linear along a gap.
+void TrackChain::FindWidths(std::size_t particle) {
+  const double* T = fEnergy.T(particle);
+  const double mass = fMasses[particle];
+  const std::size_t n = fPlanes.size();
+  fSigAlpha.resize(n);
+  for (std::vector<double>& widths : fSigKink) widths.resize(n);
+  fBetaP2.resize(fHits.size());
+  for (std::size_t i = 0; i < fHits.size(); i++) fBetaP2[i] = BetaP2(T[i], mass);
+  for (std::size_t j = 0; j < n; j++) {
+    const Plane& plane = fPlanes[j];
+    const double up = fBetaP2[plane.fGap], down = fBetaP2[plane.fGap + 1];
+    fSigAlpha[j] = plane.fScale / std::sqrt(up + plane.fPart * (down - up));
+    for (std::size_t v = 0; v < 2; v++) fSigKink[v][j] = fSigAlpha[j] * plane.fSlopePerAngle[v];
+  }
+}
+
+bool TrackChain::SolveViews() {
+  for (std::size_t v = 0; v < 2; v++) {
+    const ViewHits& hits = fViewHits[v];
+    fSmoother[v].Load(static_cast<unsigned int>(hits.fZ.size()), hits.fZ.data(), hits.fU.data(),
+                      hits.fSig.data(), static_cast<unsigned int>(fPlaneZ.size()), fPlaneZ.data(),
+                      fSigKink[v].data());
+    fSmoother[v].Fit(nullptr, nullptr, nullptr, nullptr);
+    fLogLikelihood[v] = fSmoother[v].LogLikelihood(); // NaN where there is no solution
+  }
+  return std::isfinite(fLogLikelihood[0] + fLogLikelihood[1]);
+}
+
+/// Returns the line of a view at hit i.
+KinkPoint TrackChain::At(std::size_t view, std::size_t i) const {
+  return fSmoother[view].Between(static_cast<unsigned int>(fPlanesBefore[i]), fHits[i].fZ);
+}
+
+/// The way through a gap is longer than its extent in z by the mean stretch at both ends. To be
+/// called with ascending i.
+void TrackChain::SetStretch(std::size_t i, double stretch, Course& course) {
+  if (i > 0) course.fStretch[i - 1] = (course.fStretch[i - 1] + stretch) / 2;
+  course.fStretch[i] = stretch;
+}
+
+/// A slope that is uncertain by sigma adds to that on average: half of sigma^2 times the second
+/// derivative.
+void TrackChain::FindCourse(Course& course) const {
+  constexpr double kMost = 0.25; // where the slope is not known, nor is the stretch
+  const std::size_t n = fHits.size();
+  for (std::vector<double>& slopes : course.fSlope) slopes.resize(n);
+  course.fStretch.resize(n);
+  for (std::size_t i = 0; i < n; i++) {
+    const KinkPoint x = At(0, i), y = At(1, i);
+    const double a = 1 + x.fSlope * x.fSlope, b = 1 + y.fSlope * y.fSlope;
+    const double straight = Stretch(x.fSlope, y.fSlope);
+    const double bends = (b * x.fVarSlope + a * y.fVarSlope) / (2 * straight * straight * straight);
+    const double stretch = straight + std::min(bends, kMost * straight);
+    course.fSlope[0][i] = x.fSlope;
+    course.fSlope[1][i] = y.fSlope;
+    SetStretch(i, stretch, course);
+  }
+}
+
+void TrackChain::FillViews(HypothesisFit& fit) const {
+  double chi2 = 0;
+  for (std::size_t v = 0; v < 2; v++) {
+    const KinkSmoother& smoother = fSmoother[v];
+    ViewFit& view = fit.fView[v];
+    const KinkPoint start = smoother.Between(0, fHits[0].fZ);
+    view.fN = smoother.NMeas();
+    view.fIntercept = start.fX;
+    view.fSlope = start.fSlope;
+    view.fCov[0] = start.fVarX;
+    view.fCov[1] = start.fCovXSlope;
+    view.fCov[2] = start.fVarSlope;
+    view.fChi2 = smoother.Chi2XI();
+    view.fChi2Kink = smoother.Chi2Beta();
+    view.fNDF = static_cast<int>(view.fN) - 2; // each kink is a parameter and a measurement
+    view.fProb = view.fNDF > 0 ? TMath::Prob(view.fChi2 + view.fChi2Kink, view.fNDF) : 1;
+    chi2 += view.fChi2 + view.fChi2Kink;
+    fit.fNDF += view.fNDF;
+    fit.fLogLikelihood += fLogLikelihood[v];
+  }
+  fit.fProb = fit.fNDF > 0 ? TMath::Prob(chi2, fit.fNDF) : 1;
+}
+
+void TrackChain::FillHits(HypothesisFit& fit) const {
+  fit.fHit.resize(fHits.size());
+  for (std::size_t i = 0; i < fHits.size(); i++) {
+    const TrackHit& hit = fHits[i];
+    const KinkPoint line = At(hit.fView, i);
+    // A fitted coordinate is correlated with the hit itself, by its own variance.
+    const double variance = hit.fSig * hit.fSig - line.fVarX;
+    // A hit that the track goes through by necessity has no residual to compare.
+    const bool free = variance > 1e-9 * hit.fSig * hit.fSig;
+    const double residual = hit.fU - line.fX;
+    fit.fHit[i] = {static_cast<int>(hit.fView),
+                   hit.fZ,
+                   hit.fU,
+                   hit.fSigU,
+                   line.fX,
+                   std::sqrt(line.fVarX),
+                   residual,
+                   free ? residual / std::sqrt(variance) : 0,
+                   line.fSlope,
+                   std::sqrt(line.fVarSlope)};
+  }
+}
+
+/// The direction is (a, b, 1) / norm for the slopes a and b, with the derivatives
+///   d u_x / d a = (1 + b^2) / norm^3,  d u_x / d b = d u_y / d a = -a b / norm^3.
+void TrackChain::FillStart(HypothesisFit& fit) const {
+  const KinkPoint line[2] = {At(0, 0), At(1, 0)};
+  const double a = line[0].fSlope, b = line[1].fSlope;
+  const double norm = Stretch(a, b), cube = norm * norm * norm;
+  fit.fPosition.SetXYZ(line[0].fX, line[1].fX, fHits[0].fZ);
+  fit.fDirection.SetXYZ(a / norm, b / norm, 1 / norm);
+  // Of x, y, ux, uy by the position and by the slope of each view.
+  const double byX[2][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}};
+  const double bySlope[2][4] = {{0, 0, (1 + b * b) / cube, -a * b / cube},
+                                {0, 0, -a * b / cube, (1 + a * a) / cube}};
+  std::size_t k = 0;
+  for (std::size_t i = 0; i < 4; i++)
+    for (std::size_t j = i; j < 4; j++, k++) {
+      fit.fCov[k] = 0;
+      for (std::size_t v = 0; v < 2; v++)
+        fit.fCov[k] += byX[v][i] * byX[v][j] * line[v].fVarX +
+                       bySlope[v][i] * bySlope[v][j] * line[v].fVarSlope +
+                       (byX[v][i] * bySlope[v][j] + bySlope[v][i] * byX[v][j]) * line[v].fCovXSlope;
+    }
 }
 
 void TrackChain::FillPlanes(HypothesisFit& fit) const {
-  fit.fMaxDs = fPlanes.fMaxDs;
-  fit.fMaxDX0 = fPlanes.fMaxDX0;
-  fit.fMaxDT = fPlanes.fMaxDT;
-  fit.fPlaneS = fPlanes.fS;
-  fit.fPlaneSigAlpha = fPlanes.fSigAlpha;
-  fit.fPlanePoint.clear();
-  double s = 0;
-  double a[2] = {fit.fView[0].fIntercept, fit.fView[1].fIntercept};
-  double b[2] = {fit.fView[0].fSlope, fit.fView[1].fSlope};
-  for (std::size_t j = 0; j < fPlanes.fS.size(); j++) {
-    for (std::size_t v = 0; v < 2; v++) {
-      a[v] += b[v] * (fPlanes.fS[j] - s);
-      b[v] += fit.fView[v].fKink[j];
+  const std::size_t n = fPlanes.size();
+  fit.fPlaneS.resize(n);
+  fit.fPlanePoint.resize(n);
+  fit.fPlaneSigAlpha = fSigAlpha;
+  for (std::size_t v = 0; v < 2; v++) {
+    ViewFit& view = fit.fView[v];
+    view.fKink.resize(n);
+    view.fSigKink.resize(n);
+    for (std::size_t j = 0; j < n; j++) {
+      const double perSlope = 1 / fPlanes[j].fSlopePerAngle[v];
+      const unsigned int k = static_cast<unsigned int>(j);
+      view.fKink[j] = fSmoother[v].Kink(k) * perSlope;
+      view.fSigKink[j] = std::sqrt(fSmoother[v].VarKink(k)) * perSlope;
     }
-    s = fPlanes.fS[j];
-    fit.fPlanePoint.push_back(ToTVector3(fFrame.Point(s, a[0], a[1])));
+  }
+  double last[3] = {fit.fPosition.X(), fit.fPosition.Y(), fit.fPosition.Z()}, s = 0;
+  for (std::size_t j = 0; j < n; j++) {
+    const unsigned int k = static_cast<unsigned int>(j);
+    const double z = fPlaneZ[j];
+    const double x = fSmoother[0].Between(k, z).fX, y = fSmoother[1].Between(k, z).fX;
+    const double dx = x - last[0], dy = y - last[1], dz = z - last[2];
+    s += std::sqrt(dx * dx + dy * dy + dz * dz);
+    fit.fPlaneS[j] = s;
+    fit.fPlanePoint[j].SetXYZ(last[0] = x, last[1] = y, last[2] = z);
   }
 }
 
-void TrackChain::FillEnd(HypothesisFit& fit) const {
-  const TrackPoint last = HitPoint(fTrackHits.size() - 1);
-  const double beyond = IsBeam() ? 0 : fOptions.fBeyondLastHit * fGap / last.fTangent[2];
-  Vector end = last.fPoint;
-  for (std::size_t i = 0; i < 3; i++) end[i] += beyond * last.fTangent[i];
-  fit.fEnd = ToTVector3(end);
+void TrackChain::FillPath(HypothesisFit& fit) const {
+  const std::vector<double>& stretch = fOwnCourse.fStretch;
+  const std::vector<Gap>& gaps = fMaterial.Gaps();
+  const std::size_t last = gaps.size();
+  for (std::size_t i = 0; i < last; i++) {
+    fit.fLength += (gaps[i].fEnd - gaps[i].fBegin) * stretch[i];
+    fit.fRadLen += gaps[i].fRadLen * stretch[i];
+  }
+  const KinkPoint x = At(0, last), y = At(1, last);
+  fit.fEnd.SetXYZ(x.fX, y.fX, fHits[last].fZ);
+  if (IsBeam()) return;
+  const Gap& end = fMaterial.End();
+  const double beyond = end.fEnd - end.fBegin;
+  fit.fEnd += beyond * TVector3(x.fSlope, y.fSlope, 1);
+  fit.fLength += beyond * stretch[last];
+  fit.fSigLength = fEndSigma * stretch[last];
+  fit.fRadLen += end.fRadLen * stretch[last];
 }
 
-void TrackChain::FillKinematics(TrackFit& out) const {
-  const HypothesisFit& best = out.fHypothesis[static_cast<std::size_t>(out.fBest)];
+/// Returns the energy at the first hit of a particle that goes along its own fitted track.
+double TrackChain::OwnEnergy(std::size_t h) {
+  constexpr double kLittle = 0.01; // of the energy, a change that is right to first order
+  const double T = fEnergy.T(h)[0];
+  const double change = fEnergy.Change(fMaterial, h, fCourse.fStretch, fOwnCourse.fStretch);
+  if (std::abs(change) < kLittle * T) return T + change;
+  fOwnEnergy.Stop(fMaterial, fOwnCourse.fStretch);
+  return fOwnEnergy.T(h)[0];
+}
+
+void TrackChain::FillKinematics(std::size_t h, HypothesisFit& fit) {
+  const double m = fMasses[h];
+  fit.fT = fEnergy.T(h)[0];
+  double variance = fEnergy.Straggling(fMaterial, h, fCourse.fStretch);
   if (!IsBeam()) {
-    std::vector<TVector3> points{best.fPosition};
-    points.insert(points.end(), best.fPlanePoint.begin(), best.fPlanePoint.end());
-    AddEnd(best.fEnd, points);
-    return RangeOut(fLumped, points, best, out.fHypothesis);
+    fit.fT = OwnEnergy(h);
+    variance += fEnergy.EndVariance(fMaterial, h, fCourse.fStretch);
   }
-  for (HypothesisFit& fit : out.fHypothesis)
-    if (fit.fStatus == FitStatus::kFitted) FillBeam(Length(best), fit);
-}
-
-void TrackChain::FillBeam(double length, HypothesisFit& fit) const {
-  const double m = FindParticle(fit.fPDG)->fMass;
-  fit.fP = fOptions.fBeamMomentum;
-  const double e = std::hypot(fit.fP, m);
-  fit.fT = fit.fP * fit.fP / (e + m);
-  fit.fBeta = fit.fP / e;
-  fit.fGamma = e / m;
-  fit.fLength = length;
-  fit.fRadLen = 0;
-  for (const Slab& slab : fSlabs) fit.fRadLen += slab.fDX0;
+  fit.fP = std::sqrt(fit.fT * (fit.fT + 2 * m));
+  fit.fGamma = 1 + fit.fT / m;
+  fit.fBeta = fit.fP / (fit.fT + m);
+  fit.fSigT = std::hypot(std::sqrt(variance), fOptions.fSigBeamMomentum * fit.fBeta);
+  fit.fSigP = fit.fSigT / fit.fBeta;
 }
 
 void ClearFit(int pdg, HypothesisFit& fit) {

@@ -1,26 +1,44 @@
 #pragma once
 
+#include "fit/KinkSmoother.h"
 #include "func/HitList3D.h"
-#include "func/Path.h"
 #include "geo/GeometryBase.h"
-#include "track/CheckedGeometry.h"
+#include "track/EnergyAlong.h"
 #include "track/HitCheck.h"
-#include "track/PlanePlacement.h"
-#include "track/RangeOutGeometry.h"
-#include "track/TrackFit.h"
-#include "track/TrackFrame.h"
-#include "track/TrackPoint.h"
-#include "track/ViewSolver.h"
-
-#include <TVector3.h>
+#include "track/MaterialAlong.h"
+#include "track/TrackFitter.h"
 
 #include <array>
-#include <optional>
+#include <cstddef>
 #include <vector>
 
 namespace kelvo {
 
+/// The measurements of one view, by increasing z.
+struct ViewHits {
+  std::vector<double> fZ;   ///< [cm]
+  std::vector<double> fU;   ///< [cm]
+  std::vector<double> fSig; ///< uncertainties of fU at fZ [cm]
+
+  void Clear() {
+    fZ.clear();
+    fU.clear();
+    fSig.clear();
+  }
+  void Add(double z, double u, double sig) {
+    fZ.push_back(z);
+    fU.push_back(u);
+    fSig.push_back(sig);
+  }
+};
+
 /// The steps of a track fit, one after the other, with the memory they share from track to track.
+///
+/// Each view is a line against z, x(z) or y(z), that bends at thin planes: two between any two
+/// consecutive hits, of whichever views, that scatter like the material there (MaterialAlong). The
+/// detector is asked for the material once, along the hits; through it, all hypotheses are ranged
+/// out together. Each has the widths of its kinks from its energies, and from its own fitted track
+/// the length of the way and so its momentum.
 class TrackChain {
 public:
   /// Both arguments must outlive the object.
@@ -34,44 +52,72 @@ public:
 private:
   friend struct TrackChainStages; // the benchmark times the stages one by one
 
+  /// One hit on its way through the fit.
+  struct TrackHit {
+    std::size_t fView; // 0: x, 1: y
+    double fZ, fU;     // as measured [cm]
+    double fSigU, fSigZ;
+    double fSig; // of the position at the measured z [cm]
+  };
+
+  /// How a track runs, as far as path lengths and scattering widths depend on it.
+  struct Course {
+    std::array<std::vector<double>, 2> fSlope; // by view, at each hit
+    std::vector<double> fStretch;              // of each gap, and of the end behind the last hit
+  };
+
+  /// A thin plane that scatters.
+  struct Plane {
+    std::size_t fGap;         // where it is
+    double fPart;             // of the gap before it
+    double fScale;            // width of the angle times beta p [rad GeV]
+    double fSlopePerAngle[2]; // change of a view's slope per angle
+  };
+
   bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
-  void SortAndComplete(const HitList3D& hits);
-  Refusal MakeFrame();
-  void MakeHits();
-  void FindGap();
-  void LoadViews();
-  void LayPath();
-  void Refine();
-  Refusal FitHypothesis(HypothesisFit& fit);
-  void PlacePlanes(int pdg);
-  bool SolveViews(HypothesisFit& fit);
-  TrackPoint HitPoint(std::size_t i) const;
-  void FillHypothesis(HypothesisFit& fit) const;
+  void SortHits(const HitList3D& hits);
+  Refusal LayCourse();
+  void FindPoints();
+  void TraceMaterial();
+  void PlacePlanes();
+  Refusal FitHypothesis(std::size_t h, HypothesisFit& fit);
+  void FindWidths(std::size_t particle);
+  bool SolveViews();
+  KinkPoint At(std::size_t view, std::size_t i) const;
+  void FindCourse(Course& course) const;
+  static void SetStretch(std::size_t i, double stretch, Course& course);
+  void FillHypothesis(std::size_t h, HypothesisFit& fit);
+  void FillViews(HypothesisFit& fit) const;
+  void FillHits(HypothesisFit& fit) const;
+  void FillStart(HypothesisFit& fit) const;
   void FillPlanes(HypothesisFit& fit) const;
-  void FillEnd(HypothesisFit& fit) const;
-  void FillKinematics(TrackFit& out) const;
-  void FillBeam(double length, HypothesisFit& fit) const;
+  void FillPath(HypothesisFit& fit) const;
+  double OwnEnergy(std::size_t h);
+  void FillKinematics(std::size_t h, HypothesisFit& fit);
 
   const TrackFitOptions& fOptions;
-  CheckedGeometry fGeometry;
-  LumpedGeometry fLumped; // of fGeometry
-  ViewSolver fSolver;
+  std::vector<double> fMasses; // of the hypotheses [GeV]
+  MaterialAlong fMaterial;
+  EnergyAlong fEnergy;    // of all hypotheses along fCourse
+  EnergyAlong fOwnEnergy; // where fOwnCourse differs much
 
   // What belongs to the track at hand.
-  HitList3D fHits; // sorted by z, completed
-  TrackFrame fFrame;
-  std::vector<TrackHit> fTrackHits; // same order as fHits
-  double fGap = 0;                  // typical distance in z between hits [cm]
-  std::vector<double> fS;           // path coordinates of all hits, ascending [cm]
-  std::vector<double> fAt;          // just before each of fHits, in their order [cm]
-  std::array<ViewProblem, 2> fView;
-  std::vector<TVector3> fPathPoints;
-  std::optional<Path> fPath;                    // along the axis; none for beams
-  double fPathBegin = 0, fPathEnd = 0;          // its path coordinates [cm]
-  std::vector<Slab> fSlabs;                     // beams only
-  PlaneList fPlanes;                            // of the hypothesis at hand
-  std::array<std::vector<KinkPoint>, 2> fState; // its line by view, at fAt
-  HypothesisFit fFirstPass;
+  std::vector<TrackHit> fHits; // sorted by z
+  std::array<ViewHits, 2> fViewHits;
+  std::vector<WayPoint> fPoints; // one per hit
+  Course fCourse;                // of lines through neighbouring hits
+  double fEndSigma = 0;          // uncertainty of where the track ends, along z [cm]
+  Course fOwnCourse;             // of the hypothesis at hand
+  std::vector<Plane> fPlanes;
+  std::vector<double> fPlaneZ;            // of fPlanes [cm]
+  std::vector<std::size_t> fPlanesBefore; // number of planes before each hit
+
+  // What belongs to the hypothesis at hand.
+  std::vector<double> fBetaP2;   // square of velocity times momentum at each hit [GeV^2]
+  std::vector<double> fSigAlpha; // widths of the planes [rad]
+  std::array<std::vector<double>, 2> fSigKink; // widths of a view's slope, by plane
+  std::array<KinkSmoother, 2> fSmoother{KinkSmoother{1, 0}, KinkSmoother{1, 0}}; // by view
+  double fLogLikelihood[2] = {0, 0};                                             // by view
 };
 
 /// Makes a fit as new under a hypothesis, keeping its memory.

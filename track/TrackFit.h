@@ -10,24 +10,18 @@
 
 namespace kelvo {
 
-/// The least-squares solver of one view: both give the same answer.
-enum class Solver { kDense, kLinear };
-
 /// What a fit is to do. Every value has the default that users want for stopping particles.
 struct TrackFitOptions {
   std::vector<int> fHypotheses{kMuonPDG, kPionPDG, kProtonPDG}; ///< PDG codes
-  // The limits are a compromise found on tracks simulated with Geant4 in two detectors: finer steps
-  // give the same accuracy, coarser ones too small uncertainties of the slope.
-  double fMaxDs = 30;  ///< largest step between scattering planes [cm]
-  double fMaxDX0 = 3;  ///< largest step [radiation lengths]
-  double fMaxDT = 0.3; ///< largest product of a step's width and length [rad cm]
   /// Factor on the library's scattering widths. The square root of 3 makes them those of Highland's
   /// formula, for which the pulls of Geant4's tracks have a core of width 1.
   double fScatteringFactor = 1.7320508075688772;
   double fBeyondLastHit = 0.5; ///< where the track ends behind its last hit, as a fraction of the
-                               ///< way to where its next hit would have been; stopping particles
-  double fBeamMomentum = 0;    ///< known momentum of a beam [GeV/c]; 0: the particle stops
-  Solver fSolver = Solver::kLinear;
+                               ///< energy loss up to where its next hit would have been; stopping
+                               ///< particles
+  double fBeamMomentum = 0; ///< known momentum of a beam at its first hit [GeV/c]; 0: the particle
+                            ///< stops
+  double fSigBeamMomentum = 0; ///< its uncertainty [GeV/c]
 };
 
 /// Why a track, or a hypothesis of it, has no fit. 0 is success; the values are kept in files.
@@ -40,11 +34,11 @@ enum class FitStatus {
   kLibraryError = 5, ///< the fit library raised an error; the message says which
 };
 
-/// One view of a fitted track, in the track frame.
+/// One view of a fitted track: x or y against z.
 struct ViewFit {
   unsigned int fN = 0;   ///< measurements
-  double fIntercept = 0; ///< upstream segment at the frame's origin [cm]
-  double fSlope = 0;     ///< upstream segment, against the path coordinate
+  double fIntercept = 0; ///< at the plane of the track's first hit [cm]
+  double fSlope = 0;     ///< there, against z
   double fCov[3] = {};   ///< covariance: intercept-intercept, intercept-slope, slope-slope
   double fChi2 = 0;      ///< of the measurements
   double fChi2Kink = 0;  ///< of the kinks
@@ -77,10 +71,8 @@ struct HypothesisFit {
   int fNDF = 0;                       ///< of both views
   double fProb = 0;                   ///< of both views
   double fLogLikelihood = 0;          ///< marginal log-likelihood of the measurements
-  double fMaxDs = 0;                  ///< step limits that were used, after widening [cm]
-  double fMaxDX0 = 0;                 ///< [radiation lengths]
-  double fMaxDT = 0;                  ///< [rad cm]
-  std::vector<double> fPlaneS;        ///< path coordinates of the scattering planes [cm]
+  std::vector<double> fPlaneS;        ///< way along the track from its first hit to each scattering
+                                      ///< plane [cm]
   std::vector<TVector3> fPlanePoint;  ///< the fitted track at the planes, detector frame [cm]
   std::vector<double> fPlaneSigAlpha; ///< widths used, scattering factor included [rad]
   std::vector<HitFit> fHit;
@@ -89,12 +81,15 @@ struct HypothesisFit {
   TVector3 fEnd;       ///< where the track is taken to end, detector frame [cm]
   /// Covariance of (x, y, ux, uy) at fixed z there: upper triangle, row by row.
   std::array<double, 10> fCov{};
-  double fT = 0;      ///< kinetic energy at the first hit [GeV]
-  double fP = 0;      ///< momentum there [GeV/c]
-  double fBeta = 0;   ///< velocity there, in units of c
-  double fGamma = 0;  ///< Lorentz factor there
-  double fLength = 0; ///< path length from the first hit to the end of the track [cm]
-  double fRadLen = 0; ///< radiation lengths on that path
+  double fT = 0;         ///< kinetic energy at the first hit [GeV]
+  double fP = 0;         ///< momentum there [GeV/c]
+  double fSigT = 0;      ///< uncertainty of fT [GeV]
+  double fSigP = 0;      ///< uncertainty of fP [GeV/c]
+  double fBeta = 0;      ///< velocity there, in units of c
+  double fGamma = 0;     ///< Lorentz factor there
+  double fLength = 0;    ///< path length from the first hit to the end of the track [cm]
+  double fSigLength = 0; ///< its uncertainty [cm]
+  double fRadLen = 0;    ///< radiation lengths on that path
 };
 
 /// The fit of one track.

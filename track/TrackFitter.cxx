@@ -17,9 +17,6 @@ void CheckOptions(const TrackFitOptions& o) {
   for (int pdg : o.fHypotheses)
     CheckOption(FindParticle(pdg), "a code in fHypotheses", pdg,
                 ParticleCodes() + ", of either sign");
-  CheckOption(o.fMaxDs > 0, "fMaxDs", o.fMaxDs, "above 0 cm");
-  CheckOption(o.fMaxDX0 > 0, "fMaxDX0", o.fMaxDX0, "above 0 radiation lengths");
-  CheckOption(o.fMaxDT > 0, "fMaxDT", o.fMaxDT, "above 0 rad cm");
   CheckOption(o.fScatteringFactor > 0 && o.fScatteringFactor <= 100, "fScatteringFactor",
               o.fScatteringFactor, "above 0 and at most 100");
   CheckOption(o.fBeyondLastHit >= 0 && o.fBeyondLastHit <= 100, "fBeyondLastHit", o.fBeyondLastHit,
@@ -27,6 +24,8 @@ void CheckOptions(const TrackFitOptions& o) {
   CheckOption(o.fBeamMomentum == 0 || (o.fBeamMomentum >= 1e-3 && o.fBeamMomentum <= 1e6),
               "fBeamMomentum", o.fBeamMomentum,
               "0 (stopping particles) or between 0.001 and 1e+06 GeV/c");
+  CheckOption(o.fSigBeamMomentum >= 0 && o.fSigBeamMomentum <= 1e6, "fSigBeamMomentum",
+              o.fSigBeamMomentum, "between 0 and 1e+06 GeV/c");
 }
 
 void Refuse(const Refusal& refusal, TrackFit& out) {

@@ -49,9 +49,9 @@ class HypothesisFit:
     gamma: float  #: Lorentz factor there
     length: float  #: from there to the end of the track [cm]
     radlen: float  #: radiation lengths on that way
-    max_ds: float  #: step limits that were used [cm]
-    max_dx0: float  #: [radiation lengths]
-    max_dt: float  #: [rad cm]
+    sig_T: float  #: uncertainty of T [GeV]
+    sig_p: float  #: uncertainty of p [GeV/c]
+    sig_length: float  #: uncertainty of length [cm]
     cov: Floats  #: of (x, y, ux, uy) at fixed z: the upper triangle, row by row
     hit_view: npt.NDArray[np.int32]  #: per hit, by increasing z: 0 measures x, 1 measures y
     hit_z: Floats  #: [cm]

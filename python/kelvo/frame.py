@@ -33,7 +33,7 @@ def define_fit(
 
     columns: from a name above to the one in the frame
     prefix: of the new names; another one for a second fit in the same frame
-    fit_options: hypotheses, max_ds, ..., solver by name, see TrackFitOptions
+    fit_options: hypotheses, scattering_factor, ... by name, see TrackFitOptions
 
     Raises Error for missing columns, columns that are no vectors of numbers, and options that
     cannot be used. Switch threads on before the data frame is made.

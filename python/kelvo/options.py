@@ -5,7 +5,7 @@ from __future__ import annotations
 import dataclasses
 import inspect
 import math
-from typing import Any, Callable, Literal, Sequence, TypeVar, Union
+from typing import Any, Callable, Sequence, TypeVar, Union
 
 from ._arrays import is_number
 from ._particles import pdg_codes
@@ -22,20 +22,14 @@ class TrackFitOptions:
 
     hypotheses: Sequence[Hypothesis] = ("mu", "pi", "p")
     """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
-    max_ds: float = 30.0
-    """largest step between scattering planes [cm]"""
-    max_dx0: float = 3.0
-    """largest step [radiation lengths]"""
-    max_dt: float = 0.3
-    """largest product of a step's width and length [rad cm]"""
     scattering_factor: float = math.sqrt(3)
     """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
     beyond_last_hit: float = 0.5
-    """where a stopping track ends behind its last hit: fraction of the way to its next"""
+    """where a stopping track ends behind its last hit: fraction of the energy loss up to its next"""
     beam_momentum: float = 0.0
-    """known momentum of a beam [GeV/c]; 0: the particle stops"""
-    solver: Literal["linear", "dense"] = "linear"
-    """"linear" (fast) or "dense" (the reference): the same result"""
+    """known momentum of a beam at its first hit [GeV/c]; 0: the particle stops"""
+    sig_beam_momentum: float = 0.0
+    """its uncertainty [GeV/c]"""
 
     def _to_cpp(self) -> Any:
         options = cpp().TrackFitOptions()
@@ -48,7 +42,7 @@ class TrackFitOptions:
 
 
 def _in_small_letters(name: str) -> str:
-    """Returns the name of an option in C++, fMaxDX0 for max_dx0, in small letters."""
+    """Returns the name of an option in C++, fBeamMomentum for beam_momentum, in small letters."""
     return "f" + name.replace("_", "")
 
 
@@ -74,13 +68,7 @@ def _code(hypothesis: Hypothesis) -> int:
     return pdg_codes()[hypothesis]
 
 
-def _solver(name: str, value: Any) -> Any:
-    if value not in ("dense", "linear"):
-        raise Error(f'{name} is {value!r}; it must be "linear" or "dense"')
-    return getattr(cpp().Solver, f"k{value.capitalize()}")
-
-
-_CONVERSIONS = {"hypotheses": _hypotheses, "solver": _solver}
+_CONVERSIONS = {"hypotheses": _hypotheses}
 
 
 def takes_fit_options(function: Function) -> Function:

@@ -79,7 +79,7 @@ def fit_tracks(
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
     progress: called some ten times a second with the fraction of the input that is read, 0 to 1
-    fit_options: hypotheses, max_ds, ..., solver by name, see TrackFitOptions
+    fit_options: hypotheses, scattering_factor, ... by name, see TrackFitOptions
 
     What cannot be used is never guessed: such a track has a status above 0 and a message, the
     others are fitted, and a FitWarning tells the first problem. result.attrs["summary"] is a

@@ -37,11 +37,11 @@ using kelvo::PendingFile;
 using kelvo::TableFormat;
 
 const std::vector<std::string> kScalars{
-    "track",  "pdg",    "status",      "message",     "best",   "n_x",    "n_y",
-    "chi2_x", "chi2_y", "chi2_kink_x", "chi2_kink_y", "ndf",    "prob",   "log_likelihood",
-    "x",      "y",      "z",           "ux",          "uy",     "uz",     "T",
-    "p",      "beta",   "gamma",       "length",      "radlen", "max_ds", "max_dx0",
-    "max_dt"};
+    "track",     "pdg",    "status",      "message",     "best",   "n_x",   "n_y",
+    "chi2_x",    "chi2_y", "chi2_kink_x", "chi2_kink_y", "ndf",    "prob",  "log_likelihood",
+    "x",         "y",      "z",           "ux",          "uy",     "uz",    "T",
+    "p",         "beta",   "gamma",       "length",      "radlen", "sig_T", "sig_p",
+    "sig_length"};
 const std::vector<std::string> kVectors{
     "cov",  "hit_view", "hit_z",   "hit_u",   "hit_sigu", "fit_u",          "fit_sigu", "residual",
     "pull", "plane_s",  "plane_x", "plane_y", "plane_z",  "plane_sigalpha", "kink_x",   "kink_y"};

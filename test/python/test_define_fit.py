@@ -97,7 +97,8 @@ def test_mistakes_are_told_in_one_sentence(ROOT, folder):
          'columns={"sigu": "NAME"}'),
         (lambda: kelvo.define_fit(hits, DETECTOR, columns={"sigu": "track"}),
          "the data frame, column track: is of the type std::int64_t, which is no vector of numbers"),
-        (lambda: kelvo.define_fit(hits, DETECTOR, max_ds=0.0), "max_ds is 0; it must be above 0 cm"),
+        (lambda: kelvo.define_fit(hits, DETECTOR, scattering_factor=0.0),
+         "scattering_factor is 0; it must be above 0 and at most 100"),
         (lambda: kelvo.define_fit(hits, "nowhere.toml"),
          'cannot read the detector file "nowhere.toml": No such file or directory'),
     ]:

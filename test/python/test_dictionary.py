@@ -31,7 +31,7 @@ NAMES = {
     "kelvo.RejectOutliers(kelvo.KinkSmoother(4, 2))": 0,
     "kelvo.SimulationOptions().fEfficiency": 1,
     "kelvo.SimulatedTrack().fHits.size()": 0,
-    "kelvo.TrackFitOptions().fMaxDs": 30,
+    "kelvo.TrackFitOptions().fBeyondLastHit": 0.5,
     "kelvo.TrackFit().fBest": -1,
     "int(kelvo.FitStatus.kSingular)": 4,
     "kelvo.MaterialsWithTable().size() > 4": True,

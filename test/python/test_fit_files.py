@@ -20,7 +20,7 @@ TRACKS = 200
 
 SCALARS = (
     "track pdg status message best n_x n_y chi2_x chi2_y chi2_kink_x chi2_kink_y ndf prob "
-    "log_likelihood x y z ux uy uz T p beta gamma length radlen max_ds max_dx0 max_dt"
+    "log_likelihood x y z ux uy uz T p beta gamma length radlen sig_T sig_p sig_length"
 ).split()
 PER_HIT = "hit_view hit_z hit_u hit_sigu fit_u fit_sigu residual pull".split()
 PER_PLANE = "plane_s plane_x plane_y plane_z plane_sigalpha kink_x kink_y".split()

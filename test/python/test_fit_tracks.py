@@ -117,13 +117,10 @@ def test_numbers_alone_are_the_same_numbers(expected):
 
 def test_options_are_those_of_the_command(tmp_path, frame):
     options = {
-        "max_ds": 20.0,
-        "max_dx0": 2.0,
-        "max_dt": 0.2,
         "scattering_factor": 1.5,
         "beyond_last_hit": 0.4,
         "beam_momentum": 3.0,
-        "solver": "dense",
+        "sig_beam_momentum": 0.1,
     }
     words = [w for k, v in options.items() for w in ("--" + k.replace("_", "-"), str(v))]
     words += ["--hypothesis", "p,mu", "--limit", "20"]
@@ -312,8 +309,8 @@ MISTAKES = [
      "threads is 0; it must be a whole number of at least 1"),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, limit=-1),
      "limit is -1; it must be a whole number of at least 0"),
-    (lambda f: kelvo.fit_tracks(HITS, DETECTOR, max_dx0=0.0),
-     "max_dx0 is 0; it must be above 0 radiation lengths"),
+    (lambda f: kelvo.fit_tracks(HITS, DETECTOR, scattering_factor=0.0),
+     "scattering_factor is 0; it must be above 0 and at most 100"),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, hypotheses=()),
      "hypotheses is empty; name one or more of 13 (muon), 211 (pion) or 2212 (proton)"),
 ]

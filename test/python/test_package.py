@@ -230,7 +230,7 @@ def test_options_have_the_defaults_of_the_library():
     from kelvo._root import cpp
 
     ours, library = kelvo.TrackFitOptions()._to_cpp(), cpp().TrackFitOptions()
-    for name in "fMaxDs fMaxDX0 fMaxDT fScatteringFactor fBeyondLastHit fBeamMomentum fSolver".split():
+    for name in "fScatteringFactor fBeyondLastHit fBeamMomentum fSigBeamMomentum".split():
         assert getattr(ours, name) == getattr(library, name), name
     assert list(ours.fHypotheses) == list(library.fHypotheses)
 
@@ -283,7 +283,7 @@ def test_a_track_that_cannot_be_fitted_says_why():
 
 
 def test_options_and_results_travel_between_processes(track):
-    options = kelvo.TrackFitOptions(max_ds=10)
+    options = kelvo.TrackFitOptions(beyond_last_hit=0.4)
     assert pickle.loads(pickle.dumps(options)) == options
     fit = kelvo.TrackFitter(DETECTOR, options).Fit(track)
     for field in dataclasses.fields(kelvo.HypothesisFit):
@@ -357,14 +357,12 @@ MISTAKES = [
      "pdg is 11; it must be 13 (muon), 211 (pion) or 2212 (proton)"),
     (lambda: kelvo.ScatteringSurfaces(13, 1, 1, 1).MakeSurfaces(DETECTOR, THREE, 2 * THREE, np.ones(0)),
      4, 0, "s is empty; it needs the position of p0 at least"),
-    (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(max_ds=-1)), None, None,
-     "max_ds is -1; it must be above 0 cm"),
-    (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(max_dt="a")), None, None,
-     "max_dt is 'a'; it must be a number"),
+    (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(scattering_factor=-1)), None, None,
+     "scattering_factor is -1; it must be above 0 and at most 100"),
+    (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(beam_momentum="a")), None, None,
+     "beam_momentum is 'a'; it must be a number"),
     (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(("e",))), None, None,
      "hypothesis 'e' is none of mu, pi, p"),
-    (lambda: kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(solver="fast")), None, None,
-     "solver is 'fast'; it must be \"linear\" or \"dense\""),
     (lambda: kelvo.TrackFitter(DETECTOR).Fit([1, 2]), None, None,
      "hits is a list; TrackFitter.Fit takes a kelvo.HitList3D"),
     (lambda: kelvo.TrackFitter(3), None, None,

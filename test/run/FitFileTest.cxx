@@ -134,9 +134,7 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
   options.fInputs = {folder.Write("a \"b\".csv", "event,view,u,z,sigu\n")};
   options.fReader.fColumns = {{"track", "event"}};
   options.fFit.fHypotheses = {13, 2212};
-  options.fFit.fMaxDs = 12.5;
   options.fFit.fScatteringFactor = 1;
-  options.fFit.fSolver = kelvo::Solver::kDense;
   options.fScalarsOnly = true;
   kelvo::FitFile(Detector(), options);
   TFile file(options.fOutput.c_str());
@@ -146,13 +144,10 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
                          "\"]\n"
                          "column.track = \"event\"\n"
                          "hypotheses = [13, 2212]\n"
-                         "max_ds = 12.5\n"
-                         "max_dx0 = 3\n"
-                         "max_dt = 0.3\n"
                          "scattering_factor = 1\n"
                          "beyond_last_hit = 0.5\n"
                          "beam_momentum = 0\n"
-                         "solver = \"dense\"\n"
+                         "sig_beam_momentum = 0\n"
                          "limit = 150\n";
   EXPECT_EQ(TextIn(file, "options"), expected);
 }

@@ -354,9 +354,9 @@ TEST(FitFrame, RefusesWhatCannotBeFittedBeforeTheFirstTrack) {
   EXPECT_EQ(ErrorOf([&] { kelvo::DefineFit(frame, nullptr); }),
             "there is no detector: its pointer is null");
   kelvo::TrackFitOptions options;
-  options.fMaxDs = 0;
+  options.fScatteringFactor = 0;
   EXPECT_EQ(ErrorOf([&] { kelvo::DefineFit(frame, Fine(), options); }),
-            "fMaxDs is 0; it must be above 0 cm");
+            "fScatteringFactor is 0; it must be above 0 and at most 100");
   const auto telescope = std::make_shared<geo::PlaneDetector>(
       geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/telescope.toml"));
   EXPECT_EQ(ErrorOf([&] { kelvo::DefineFit(frame, telescope); }).substr(0, 49),

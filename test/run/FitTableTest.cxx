@@ -163,7 +163,7 @@ TEST(FitTable, OfOneTrackHasItsRows) {
 TEST(FitTable, RefusesOptionsOutOfRange) {
   SomeBad source;
   auto options = Options();
-  options.fFit.fMaxDs = -1;
+  options.fFit.fScatteringFactor = -1;
   EXPECT_THROW(FitTable(Detector(), source, options), std::invalid_argument);
 }
 

@@ -187,15 +187,13 @@ void ExpectMomentum(const Sample& sample, double tolerance) {
 }
 
 // Here nothing stands between the fit and its assumptions: layers without cell walls, so that the
-// material does not depend on a track's place, steps of two layers, whatever the widths are, and
-// tracks that do not get to the sides, where those with small kinks would be preferred.
+// material does not depend on a track's place, and tracks that do not get to the sides, where those
+// with small kinks would be preferred.
 TEST(SimulatedFit, IsExactWhereTracksAreWhatItAssumes) {
   const auto& detector = BundledDetector("range");
   SimulationOptions options = Muons(kelvo::ScatteringModel::kFit, 2);
   options.fSlope = 0.1;
   options.fStart[0] = options.fStart[1] = {{-50, 50}};
-  options.fFit.fMaxDs = 9;
-  options.fFit.fMaxDX0 = options.fFit.fMaxDT = 1e9;
   const Sample sample = Fitted(detector, options, kExactTracks, options.fFit.fScatteringFactor);
   ExpectUnitAtFirstHit(sample);
   sample.fMiddle.ExpectUnit("middle hit");
@@ -206,8 +204,8 @@ TEST(SimulatedFit, IsExactWhereTracksAreWhatItAssumes) {
   ExpectMomentum(sample, 0.01);
 }
 
-// With the default limits, and oblique tracks through cell walls, the fit of a measured track now
-// and then ends a step at another hit than that of the true one would, or finds more or less wall.
+// With oblique tracks through cell walls, the fit of a measured track finds more or less wall than
+// that of the true one.
 // The positions of hits feel it by half a percent of their uncertainty.
 TEST(SimulatedFit, HoldsWithItsDefaultsInBothDetectors) {
   for (const std::string name : {"fine", "range"}) {

@@ -6,34 +6,31 @@ namespace kelvo {
 
 /// Runs the stages of a track fit one by one, for timing them.
 struct TrackChainStages {
-  static constexpr const char* kNames[] = {"complete", "frame", "path",
-                                           "surfaces", "fit",   "range-out"};
+  static constexpr const char* kNames[] = {"hits",   "material", "energies",
+                                           "widths", "views",    "results"};
+  static constexpr int kCount = 6;
 
   /// Fits a track and calls done(i) after each piece of stage i.
   template <class Done>
   static void Fit(TrackChain& chain, const HitList3D& hits, TrackFit& out, Done&& done) {
-    chain.SortAndComplete(hits);
+    chain.SortHits(hits);
+    chain.LayCourse();
+    chain.FindPoints();
     done(0);
-    chain.MakeFrame();
-    chain.MakeHits();
-    chain.LoadViews();
+    chain.TraceMaterial();
+    chain.PlacePlanes();
     done(1);
-    chain.LayPath();
-    chain.fPath->Length(); // integrates it
+    chain.fEnergy.Stop(chain.fMaterial, chain.fCourse.fStretch);
     done(2);
-    chain.PlacePlanes(out.fHypothesis.front().fPDG);
-    done(3);
-    chain.Refine();
-    done(4); // with one more placing of planes, which is counted here
-    for (HypothesisFit& fit : out.fHypothesis) {
-      chain.PlacePlanes(fit.fPDG);
+    for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
+      chain.FindWidths(h);
       done(3);
-      chain.SolveViews(fit);
-      chain.FillHypothesis(fit);
+      chain.SolveViews();
       done(4);
+      chain.FillHypothesis(h, out.fHypothesis[h]);
+      done(5);
     }
     FindBest(out);
-    chain.FillKinematics(out);
     done(5);
   }
 };

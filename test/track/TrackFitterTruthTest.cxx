@@ -100,8 +100,6 @@ private:
   static TrackFitOptions Options() {
     TrackFitOptions options;
     options.fHypotheses = {13};
-    options.fMaxDs = 26; // four planes of hits, with room for bends
-    options.fMaxDX0 = options.fMaxDT = 1e9;
     options.fBeyondLastHit = 20; // slow particles bend so much that the model is not linear
     return options;
   }
@@ -192,6 +190,123 @@ TEST(TrackFitterTruthTest, CovariancesOfTheStartDescribeCorrelatedErrors) {
   ExpectStandard(behind, "20 cm behind");
 }
 
+/// Pions of a beam through a stack of layers with hits of both views in some planes. The particle
+/// scatters in slices, with a variance in proportion to their thickness.
+class Beam {
+public:
+  struct Layer {
+    double fThickness; // cm
+    const char* fMaterial;
+    double fRadLen; // cm
+    bool fHasHit;   // in its middle
+  };
+
+  Beam(std::vector<Layer> layers, double p, double sigma)
+      : fLayers(std::move(layers)),
+        fP(p),
+        fSigma(sigma),
+        fGeometry(Stack(fLayers)),
+        fFitter(fGeometry, Options(p)) {}
+
+  HypothesisFit Next(std::mt19937_64& random) {
+    std::normal_distribution<double> gauss;
+    double x[2] = {0.3, -0.2}, t[2] = {0.02 * gauss(random), 0.02 * gauss(random)};
+    HitList3D hits;
+    double z = 0;
+    std::vector<Slice> gap;
+    for (const Layer& layer : fLayers) {
+      if (layer.fHasHit) {
+        gap.push_back({z, layer.fThickness / 2, layer.fRadLen});
+        z += layer.fThickness / 2;
+        Cross(gap, z, x, t, random);
+        hits.AddHit(geo::kX, x[0] + fSigma * gauss(random), 0, z, 0, fSigma, 0, 0, 0, 1);
+        hits.AddHit(geo::kY, 0, x[1] + fSigma * gauss(random), z, 0, 0, fSigma, 0, 0, 1);
+        gap = {{z, layer.fThickness / 2, layer.fRadLen}};
+        z += layer.fThickness / 2;
+      } else {
+        gap.push_back({z, layer.fThickness, layer.fRadLen});
+        z += layer.fThickness;
+      }
+    }
+    return fFitter.Fit(hits).fHypothesis.at(0);
+  }
+
+private:
+  struct Slice {
+    double fZ, fThickness, fRadLen; // cm
+  };
+
+  static LayeredGeometry Stack(const std::vector<Layer>& layers) {
+    std::vector<LayeredGeometry::Layer> stack;
+    for (const Layer& layer : layers) stack.push_back({layer.fThickness, layer.fMaterial});
+    return LayeredGeometry(stack);
+  }
+
+  static TrackFitOptions Options(double p) {
+    TrackFitOptions options;
+    options.fHypotheses = {211};
+    options.fBeamMomentum = p;
+    return options;
+  }
+
+  /// Carries the particle to z, through the layers since the last hit.
+  void Cross(const std::vector<Slice>& gap, double z, double* x, double* t,
+             std::mt19937_64& random) const {
+    constexpr int kSlices = 40; // of a layer
+    std::normal_distribution<double> gauss;
+    double all = 0;
+    for (const Slice& layer : gap) all += layer.fThickness / layer.fRadLen;
+    const double betaP = fP * fP / std::hypot(fP, 0.13957);
+    const double theta = 0.0136 / betaP * (1 + 0.038 * std::log(all)); // per root of rad. lengths
+    double at = gap.front().fZ;
+    for (const Slice& layer : gap)
+      for (int i = 0; i < kSlices; i++) {
+        const double next = layer.fZ + (i + 0.5) * layer.fThickness / kSlices;
+        for (int v = 0; v < 2; v++) {
+          x[v] += (next - at) * t[v];
+          t[v] += theta * std::sqrt(layer.fThickness / kSlices / layer.fRadLen) * gauss(random);
+        }
+        at = next;
+      }
+    for (int v = 0; v < 2; v++) x[v] += (z - at) * t[v];
+  }
+
+  std::vector<Layer> fLayers;
+  double fP, fSigma;
+  LayeredGeometry fGeometry;
+  TrackFitter fFitter;
+};
+
+void ExpectFlatProbability(Beam& beam) {
+  constexpr int kTracks = 4000;
+  std::mt19937_64 random(6);
+  std::vector<double> probabilities;
+  for (int i = 0; i < kTracks / static_cast<int>(kStride); i++) {
+    const HypothesisFit fit = beam.Next(random);
+    ASSERT_EQ(fit.fStatus, kelvo::FitStatus::kFitted) << fit.fMessage;
+    probabilities.push_back(fit.fProb);
+  }
+  EXPECT_LT(Kolmogorov(probabilities), 1.95); // exceeded by one experiment in a thousand
+}
+
+TEST(TrackFitterTruthTest, ProbabilitiesAreFlatWithAThickScattererBetweenThinPlanes) {
+  const Beam::Layer plane{0.03, "Glue", 31.864, true}, gap{5, "Vacuum", 1e30, false},
+      steel{2, "Steel", 1.7584, false};
+  Beam beam({plane, gap, plane, gap, plane, gap, steel, gap, plane, gap, plane, gap, plane}, 5,
+            0.001);
+  ExpectFlatProbability(beam);
+}
+
+TEST(TrackFitterTruthTest, ProbabilitiesAreFlatInAStackOfSteelAndFilm) {
+  std::vector<Beam::Layer> layers;
+  for (int i = 0; i < 20; i++) {
+    layers.push_back({0.03, "Glue", 31.864, true});
+    layers.push_back({0.1, "Steel", 1.7584, false});
+  }
+  Beam beam(layers, 10, 3e-5);
+  ExpectFlatProbability(beam);
+}
+
 /// A sample made by Geant4, and what is expected of it.
 struct Sample {
   const char* fName;
@@ -213,12 +328,14 @@ double HalfWidth(const std::vector<double>& values) {
 struct Summary {
   std::size_t fLost = 0;
   std::vector<std::pair<double, double>> fMomenta; ///< true one, fitted over true one
-  std::vector<double> fPullU, fPullSlope;          ///< at the first hit
+  std::vector<double> fPullP;
+  std::vector<double> fPullU[3], fPullSlope[3]; ///< at the first, middle and last hit
 };
 
 Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitOptions& options) {
   const std::string name = sample.fName;
-  const geo::PlaneDetector& detector = BundledDetector(name.substr(0, name.find('_')));
+  const geo::PlaneDetector detector = geo::PlaneDetector::FromFile(
+      KELVO_SOURCE_DIR "/detectors/" + name.substr(0, name.find('_')) + ".toml");
   TrackFitter fitter(detector, options);
   Summary summary;
   TrackFit fit;
@@ -233,12 +350,16 @@ Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitO
       continue;
     }
     summary.fMomenta.emplace_back(track.fP, right->fP / track.fP);
-    const HitFit& first = right->fHit.front();
-    const Geant4Track::Point& truth = track.fTruth.front();
-    const bool isX = first.fView == 0;
-    summary.fPullU.push_back((first.fFitU - (isX ? truth.fX : truth.fY)) / first.fFitSigU);
-    summary.fPullSlope.push_back((first.fFitSlope - (isX ? truth.fDxDz : truth.fDyDz)) /
-                                 first.fFitSigSlope);
+    summary.fPullP.push_back((right->fP - track.fP) / right->fSigP);
+    const std::size_t last = right->fHit.size() - 1, places[] = {0, last / 2, last};
+    for (std::size_t k = 0; k < 3; k++) {
+      const HitFit& hit = right->fHit[places[k]];
+      const Geant4Track::Point& truth = track.fTruth[places[k]];
+      const bool isX = hit.fView == 0;
+      summary.fPullU[k].push_back((hit.fFitU - (isX ? truth.fX : truth.fY)) / hit.fFitSigU);
+      summary.fPullSlope[k].push_back((hit.fFitSlope - (isX ? truth.fDxDz : truth.fDyDz)) /
+                                      hit.fFitSigSlope);
+    }
   }
   return summary;
 }
@@ -254,7 +375,7 @@ protected:
 };
 
 TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
-  constexpr double kWhole = 0.01, kBin = 0.015; // of the median over the truth
+  constexpr double kWhole = 0.004, kBin = 0.009; // of the median over the truth
   for (const char* hits : {"smeared", "cell"}) {
     Summary summary = FitSample(GetParam(), hits, {});
     EXPECT_EQ(summary.fLost, 0u);
@@ -271,15 +392,27 @@ TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
   }
 }
 
-TEST_P(Geant4, TheDefaultFactorGivesPullsAtTheFirstHitACoreOfWidthOne) {
+TEST_P(Geant4, PullsHaveACoreOfWidthOneAllAlongTheTrack) {
   if (kStride > 1) GTEST_SKIP() << "too few tracks for a width";
-  const Summary full = FitSample(GetParam(), "smeared", {});
-  EXPECT_NEAR(HalfWidth(full.fPullU), 1, 0.1);
-  EXPECT_NEAR(HalfWidth(full.fPullSlope), 1, 0.15);
+  constexpr double kCore = 0.15; // 500 tracks give a width to 4 %
+  for (const char* hits : {"smeared", "cell"}) {
+    const Summary summary = FitSample(GetParam(), hits, {});
+    for (std::size_t k = 0; k < 3; k++) {
+      EXPECT_NEAR(HalfWidth(summary.fPullSlope[k]), 1, kCore) << hits << ", place " << k;
+      // Errors of cells repeat from plane to plane, so that positions are off.
+      const double core = hits == std::string("cell") ? 0.2 : kCore;
+      EXPECT_NEAR(HalfWidth(summary.fPullU[k]), 1, core) << hits << ", place " << k;
+    }
+    EXPECT_NEAR(HalfWidth(summary.fPullP), 1, 0.1) << hits;
+  }
+}
+
+TEST_P(Geant4, TheLibrarysOwnWidthsAreTooSmall) {
+  if (kStride > 1) GTEST_SKIP() << "too few tracks for a width";
   TrackFitOptions options;
   options.fScatteringFactor = 1;
   const Summary narrow = FitSample(GetParam(), "smeared", options);
-  EXPECT_GT(HalfWidth(narrow.fPullSlope), 1.35);
+  EXPECT_GT(HalfWidth(narrow.fPullSlope[0]), 1.35);
 }
 
 INSTANTIATE_TEST_SUITE_P(Samples, Geant4,

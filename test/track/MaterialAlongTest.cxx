@@ -1,0 +1,157 @@
+// The material along a track against sums by hand: what scatters like it, how much of it a shifted
+// way crosses, and where half of an energy loss is spent.
+
+#include "track/MaterialAlong.h"
+
+#include "test/support/TestGeometry.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace {
+
+using kelvo::DetectorMaterials;
+using kelvo::Gap;
+using kelvo::MaterialAlong;
+using kelvo::WayPoint;
+
+constexpr double kRounding = 1e-9;
+constexpr double kScintillator = 51.447, kSteel = 1.7584; // cm, radiation lengths
+
+MaterialAlong Along(const geo::GeometryBase& detector) {
+  return MaterialAlong(DetectorMaterials(detector, {13}, true));
+}
+
+WayPoint At(double z, double x = 0) {
+  return {{x, 0, z}, {0, 0}};
+}
+
+/// Integrals over the thickness of a stack of layers from its start, by small steps.
+struct Moments {
+  double f[4] = {};
+  explicit Moments(const std::vector<std::pair<double, double>>& layers) { // thickness, rad. length
+    constexpr int kSteps = 20000;
+    double z = 0;
+    for (const auto& [thickness, radLen] : layers)
+      for (int i = 0; i < kSteps; i++) {
+        const double middle = z + thickness / kSteps / 2;
+        for (int k = 0; k < 4; k++) f[k] += thickness / kSteps / radLen * std::pow(middle, k);
+        z += thickness / kSteps;
+      }
+  }
+};
+
+void ExpectMoments(const Gap& gap, const Moments& moments) {
+  ASSERT_EQ(gap.fNPlanes, 2u);
+  for (int k = 0; k < 4; k++) {
+    double sum = 0;
+    for (const kelvo::ThinPlane& plane : gap.fPlane)
+      sum += plane.fRadLen * std::pow(plane.fZ - gap.fBegin, k);
+    EXPECT_NEAR(sum / moments.f[k], 1, 1e-6) << "moment " << k;
+  }
+  for (const kelvo::ThinPlane& plane : gap.fPlane) {
+    EXPECT_GE(plane.fZ, gap.fBegin);
+    EXPECT_LE(plane.fZ, gap.fEnd);
+    EXPECT_GT(plane.fRadLen, 0);
+  }
+}
+
+TEST(MaterialAlong, AUniformGapIsTwoPlanesAt21And79Percent) {
+  const LayeredGeometry block({{100, "Scintillator"}});
+  MaterialAlong along = Along(block);
+  along.Trace({At(10), At(20), At(26)});
+  ASSERT_EQ(along.Gaps().size(), 2u);
+  const Gap& gap = along.Gaps()[0];
+  EXPECT_NEAR(gap.fPlane[0].fZ, 15 - 10 * std::sqrt(1. / 12), kRounding);
+  EXPECT_NEAR(gap.fPlane[1].fZ, 15 + 10 * std::sqrt(1. / 12), kRounding);
+  for (const kelvo::ThinPlane& plane : gap.fPlane)
+    EXPECT_NEAR(plane.fRadLen, 5 / kScintillator, kRounding);
+  ExpectMoments(gap, Moments({{10, kScintillator}}));
+}
+
+TEST(MaterialAlong, TwoPlanesHaveTheMomentsOfAnyStack) {
+  const LayeredGeometry stack(
+      {{10, "Vacuum"}, {0.5, "Scintillator"}, {2, "Steel"}, {3, "Vacuum"}, {4, "Scintillator"}});
+  MaterialAlong along = Along(stack);
+  along.Trace({At(10), At(19.5)});
+  ExpectMoments(along.Gaps()[0],
+                Moments({{0.5, kScintillator}, {2, kSteel}, {3, 1e30}, {4, kScintillator}}));
+}
+
+TEST(MaterialAlong, AFilmIsOnePlaneAndVacuumNone) {
+  const LayeredGeometry stack({{10, "Vacuum"}, {1e-5, "Steel"}, {20, "Vacuum"}});
+  MaterialAlong along = Along(stack);
+  along.Trace({At(8), At(13), At(15)});
+  ASSERT_EQ(along.Gaps()[0].fNPlanes, 1u);
+  EXPECT_NEAR(along.Gaps()[0].fPlane[0].fZ, 10, 1e-4);
+  EXPECT_NEAR(along.Gaps()[0].fPlane[0].fRadLen, 1e-5 / kSteel, kRounding);
+  EXPECT_EQ(along.Gaps()[1].fNPlanes, 0u);
+}
+
+TEST(MaterialAlong, ThicknessesAreAlongZWhateverTheSlope) {
+  const LayeredGeometry stack({{10, "Steel"}, {10, "Scintillator"}});
+  MaterialAlong along = Along(stack);
+  along.Trace({At(1, 0), At(14, 26)});
+  const Gap& gap = along.Gaps()[0];
+  EXPECT_NEAR(gap.fRadLen, 9 / kSteel + 4 / kScintillator, kRounding);
+  ASSERT_EQ(gap.fN, 2u);
+  EXPECT_NEAR(along.Layers(gap)[0].fThickness, 9, kRounding);
+  EXPECT_NEAR(along.Layers(gap)[1].fThickness, 4, kRounding);
+  EXPECT_NEAR(gap.fVarMipLoss, 0, 1e-15);
+}
+
+/// Steel where x is above 0, scintillator elsewhere.
+struct TwoHalves : geo::GeometryBase {
+  LayeredGeometry fSteel{{{1000, "Steel"}}}, fScintillator{{{1000, "Scintillator"}}};
+  void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
+                              std::vector<const TGeoMaterial*>& mats) const override {
+    (p0[0] + p1[0] > 0 ? fSteel : fScintillator).MaterialsBetweenPoints(p0, p1, ds, mats);
+  }
+};
+
+TEST(MaterialAlong, AWallIsAveragedOverTheUncertaintyOfItsPlace) {
+  // Half of the ways on each side; a uniform distribution of width sqrt(12) sigma around 0.5 has
+  // 0.5 + 0.5 / sqrt(12) of it above 0.
+  const TwoHalves halves;
+  MaterialAlong along = Along(halves);
+  std::vector<WayPoint> points;
+  for (int i = 0; i <= 400; i++) points.push_back({{0.5, 0, 10. + i}, {1, 1}});
+  along.Trace(points);
+  double steel = 0, all = 0, variance = 0;
+  for (const Gap& gap : along.Gaps()) {
+    variance += gap.fVarMipLoss;
+    for (std::size_t k = 0; k < gap.fN; k++) {
+      const kelvo::Layer& layer = along.Layers(gap)[k];
+      all += layer.fThickness;
+      if (along.Materials()[layer.fMaterial].fRadLen > 0.1) steel += layer.fThickness;
+    }
+  }
+  EXPECT_NEAR(all, 400, 1e-6);
+  EXPECT_NEAR(steel / all, 0.5 + 0.5 / std::sqrt(12.), 0.01);
+  EXPECT_GT(variance, 0);
+}
+
+TEST(MaterialAlong, TheEndLiesWhereAFractionOfTheEnergyLossIsSpent) {
+  const LayeredGeometry stack({{12, "Scintillator"}, {1, "Vacuum"}, {2, "Steel"}, {3, "Vacuum"}});
+  MaterialAlong along = Along(stack);
+  along.Trace({At(8), At(10)});
+  along.TraceEnd(At(10), {0, 0}, 8, 0.5);
+  const Gap& gap = along.Gaps()[0];
+  const double perScintillator = gap.fMipLoss / 2;
+  const double steel = along.EndMipLoss() - 2 * perScintillator;
+  EXPECT_GT(steel, 10 * perScintillator);
+  const double depth = (along.EndMipLoss() / 2 - 2 * perScintillator) / (steel / 2);
+  EXPECT_NEAR(along.End().fEnd, 13 + depth, 1e-6);
+  EXPECT_NEAR(along.End().fMipLoss, along.EndMipLoss() / 2, kRounding);
+}
+
+TEST(MaterialAlong, InVacuumTheEndIsAFractionOfTheWay) {
+  const LayeredGeometry stack({{12, "Scintillator"}, {30, "Vacuum"}});
+  MaterialAlong along = Along(stack);
+  along.Trace({At(8), At(12)});
+  along.TraceEnd(At(12), {0, 0}, 8, 0.25);
+  EXPECT_NEAR(along.End().fEnd, 14, kRounding);
+}
+
+} // namespace

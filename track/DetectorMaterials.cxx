@@ -1,0 +1,105 @@
+#include "track/DetectorMaterials.h"
+
+#include "func/dEdxTable.h"
+#include "geo/Matter.h"
+#include "matter/EnergyLoss.h"
+#include "track/Materials.h"
+#include "util/Particles.h"
+#include "util/Text.h"
+
+#include <TGeoMaterial.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <optional>
+
+namespace kelvo {
+namespace {
+
+constexpr const char* kVacuum = "Vacuum"; // the one material that needs no radiation length
+
+/// 2 pi m_e r_e^2 N_A, the factor of the Bethe formula and of Landau's xi (Particle Data Group,
+/// Review of Particle Physics, passage of particles through matter, table 34.1) [GeV cm2/mol].
+constexpr double kBetheScale = 0.1535375e-3;
+
+matter::Projectile ProjectileOf(int pdg) {
+  const bool plus = pdg > 0;
+  switch (std::abs(pdg)) {
+    case kMuonPDG:
+      return {matter::kMuon.fMass, plus ? -1 : 1, true, true};
+    case kPionPDG:
+      return {matter::kPion.fMass, plus ? 1 : -1, false, false};
+    default:
+      return {matter::kProton.fMass, plus ? 1 : -1, true, false};
+  }
+}
+
+/// Mean energy loss in a material [GeV/cm]: where the library has a table of that name, that table.
+matter::RangeTable::Function LossIn(const matter::Material& material, const std::string& name,
+                                    const matter::Projectile& particle) {
+  if (HasTable(name)) {
+    const double density = material.Density() / matter::Material::Named(name).Density();
+    return [table = dEdxTable(name.c_str()), density, mass = particle.fMass](double T) {
+      return density * table(T, mass);
+    };
+  }
+  return matter::EnergyLoss(material, particle);
+}
+
+} // namespace
+
+const std::vector<MaterialStep>& DetectorMaterials::Steps(const double* p0, const double* p1) {
+  fLengths.clear();
+  fOfLengths.clear();
+  fDetector->MaterialsBetweenPoints(p0, p1, fLengths, fOfLengths);
+  const std::size_t n = fLengths.size();
+  if (n != fOfLengths.size())
+    throw GeometryRefusal{"the detector reports " + std::to_string(n) + " lengths for " +
+                          std::to_string(fOfLengths.size()) + " materials on the track"};
+  const double x = p1[0] - p0[0], y = p1[1] - p0[1], z = p1[2] - p0[2];
+  const double perLength = z / std::sqrt(x * x + y * y + z * z);
+  fSteps.resize(n);
+  for (std::size_t k = 0; k < n; k++) {
+    if (!(std::isfinite(fLengths[k]) && fLengths[k] >= 0))
+      throw GeometryRefusal{"the detector reports a step of " + NumberText(fLengths[k]) +
+                            " cm on the track; it must be finite and not negative"};
+    fSteps[k] = {Index(fOfLengths[k]), fLengths[k] * perLength};
+  }
+  return fSteps;
+}
+
+std::size_t DetectorMaterials::Index(const TGeoMaterial* material) {
+  for (std::size_t i = 0; i < fMaterials.size(); i++)
+    if (fMaterials[i].fMaterial == material) return i;
+  if (!material) throw GeometryRefusal{"the detector reports a step without material on the track"};
+  fMaterials.push_back(Data(*material));
+  return fMaterials.size() - 1;
+}
+
+MaterialData DetectorMaterials::Data(const TGeoMaterial& material) const {
+  constexpr double kMipT = 0.2284; // GeV, of a muon of beta gamma 3
+  const std::string name = material.GetName();
+  if (name == kVacuum) return {&material, 0, 0, 0, {}};
+  const std::optional<matter::Material> matter = geo::MatterOf(material);
+  if (fNeedsLoss && !matter)
+    throw GeometryRefusal{"the track crosses the material \"" + name +
+                          "\", of which neither the name nor the elements are known; give it a "
+                          "composition or fit the track as a beam of known momentum"};
+  const double radlen = material.GetRadLen();
+  if (!(radlen > 0))
+    throw GeometryRefusal{"the track crosses the material \"" + name +
+                          "\", whose radiation length is " + NumberText(radlen) +
+                          " cm; it must be above 0"};
+  MaterialData data{&material, 1 / radlen, 0, 0, {}};
+  if (!matter) return data;
+  data.fMipLoss = LossIn(*matter, name, matter::kMuon)(kMipT);
+  data.fXi = kBetheScale * matter->Density() * matter->MolesOfElectrons();
+  for (int pdg : fHypotheses) {
+    const matter::Projectile particle = ProjectileOf(pdg);
+    data.fTables.emplace_back(
+        LossIn(*matter, name, particle), [](double) { return 0.; }, particle.fMass);
+  }
+  return data;
+}
+
+} // namespace kelvo

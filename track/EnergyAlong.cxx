@@ -1,0 +1,139 @@
+#include "track/EnergyAlong.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kelvo {
+namespace {
+
+constexpr double kElectronMass = 0.51099895e-3; // GeV; CODATA 2018
+
+/// Carries energies upstream through a gap, from its downstream end.
+void Upstream(const MaterialAlong& material, const Gap& gap, double stretch,
+              std::vector<double>& T) {
+  const Layer* layers = material.Layers(gap);
+  for (std::size_t k = gap.fN; k-- > 0;) {
+    const std::vector<matter::RangeTable>& tables =
+        material.Materials()[layers[k].fMaterial].fTables;
+    const double length = layers[k].fThickness * stretch;
+    for (std::size_t i = 0; i < tables.size(); i++)
+      T[i] = tables[i].Energy(tables[i].Range(T[i]) + length);
+  }
+}
+
+/// Carries energies downstream through a gap; 0 where a particle stops in it.
+void Downstream(const MaterialAlong& material, const Gap& gap, double stretch,
+                std::vector<double>& T) {
+  const Layer* layers = material.Layers(gap);
+  for (std::size_t k = 0; k < gap.fN; k++) {
+    const std::vector<matter::RangeTable>& tables =
+        material.Materials()[layers[k].fMaterial].fTables;
+    const double length = layers[k].fThickness * stretch;
+    for (std::size_t i = 0; i < tables.size(); i++)
+      T[i] = tables[i].Energy(std::max(tables[i].Range(T[i]) - length, 0.));
+  }
+}
+
+/// Velocity squared, and the largest energy that an electron can get in one collision [GeV]
+/// (Particle Data Group, passage of particles through matter, eq. 34.4).
+struct Collisions {
+  double fBeta2, fMax;
+  Collisions(double T, double mass) {
+    const double gamma = 1 + T / mass, ratio = kElectronMass / mass;
+    fBeta2 = 1 - 1 / (gamma * gamma);
+    fMax = 2 * kElectronMass * (gamma * gamma - 1) / (1 + 2 * gamma * ratio + ratio * ratio);
+  }
+};
+
+} // namespace
+
+void EnergyAlong::Stop(const MaterialAlong& material, const std::vector<double>& stretch) {
+  const std::vector<Gap>& gaps = material.Gaps();
+  fPoints = gaps.size() + 1;
+  fT.resize(fMasses.size() * fPoints);
+  fNow.assign(fMasses.size(), 0);
+  for (std::size_t i = fPoints; i-- > 0;) {
+    Upstream(material, i < gaps.size() ? gaps[i] : material.End(), stretch[i], fNow);
+    for (std::size_t p = 0; p < fNow.size(); p++) fT[p * fPoints + i] = fNow[p];
+  }
+}
+
+void EnergyAlong::Pass(const MaterialAlong& material, const std::vector<double>& stretch,
+                       double p) {
+  constexpr double kLeast = 0.01; // of the first energy
+  const std::vector<Gap>& gaps = material.Gaps();
+  fPoints = gaps.size() + 1;
+  fT.resize(fMasses.size() * fPoints);
+  fNow.clear();
+  for (double mass : fMasses) fNow.push_back(p * p / (std::hypot(p, mass) + mass));
+  for (std::size_t i = 0; i < fPoints; i++) {
+    if (i > 0) Downstream(material, gaps[i - 1], stretch[i - 1], fNow);
+    for (std::size_t k = 0; k < fNow.size(); k++) {
+      if (i > 0) fNow[k] = std::max(fNow[k], kLeast * fT[k * fPoints]);
+      fT[k * fPoints + i] = fNow[k];
+    }
+  }
+}
+
+// What follows is to first order. A particle that in a gap loses d more than it should, L in place
+// of the loss M of a minimum-ionising one, could have gone through d M / L more of the latter; had
+// that been missing at the first point, where the ratio is L0 / M0, its energy there would have
+// been (d M / L) (L0 / M0) less.
+
+double EnergyAlong::LossRatio(const MaterialAlong& material, std::size_t particle,
+                              const std::vector<double>& stretch) const {
+  const std::vector<Gap>& gaps = material.Gaps();
+  for (std::size_t i = 0; i < gaps.size(); i++) {
+    const double loss = T(particle)[i] - T(particle)[i + 1];
+    if (gaps[i].fMipLoss > 0 && loss > 0) return loss / (gaps[i].fMipLoss * stretch[i]);
+  }
+  return 0;
+}
+
+double EnergyAlong::Change(const MaterialAlong& material, std::size_t particle,
+                           const std::vector<double>& from, const std::vector<double>& to) const {
+  const std::vector<Gap>& gaps = material.Gaps();
+  double more = material.End().fMipLoss * (to.back() - from.back());
+  for (std::size_t i = 0; i < gaps.size(); i++) more += gaps[i].fMipLoss * (to[i] - from[i]);
+  return more * LossRatio(material, particle, from);
+}
+
+// The variance of the loss in a gap is xi T' (1 - beta^2 T' / (2 T_max)) / beta^2, where no
+// collision gives more than T'. With T' the largest transfer possible, T_max, that is all of it;
+// but where less than about one collision per track comes near that, these make a tail, and the
+// central part of the distribution is narrower:
+//   1 / T' = 1 / T_max + 1 / (11 sum of xi).
+// Its half width of 68 % is then right to 4 %, from Landau's distribution (xi << T_max), of 3.4 xi,
+// to a Gaussian.
+double EnergyAlong::Straggling(const MaterialAlong& material, std::size_t particle,
+                               const std::vector<double>& stretch) const {
+  constexpr double kLandau = 11;
+  const std::vector<Gap>& gaps = material.Gaps();
+  const double mass = fMasses[particle];
+  const double* energy = T(particle);
+  double sumXi = 0;
+  for (std::size_t i = 0; i < gaps.size(); i++)
+    sumXi += gaps[i].fXi * stretch[i] / Collisions((energy[i] + energy[i + 1]) / 2, mass).fBeta2;
+  double variance = 0;
+  for (std::size_t i = 0; i < gaps.size(); i++) {
+    const double mip = gaps[i].fMipLoss * stretch[i], loss = energy[i] - energy[i + 1];
+    if (!(mip > 0 && loss > 0)) continue;
+    const double ratio = loss / mip;
+    const Collisions most((energy[i] + energy[i + 1]) / 2, mass);
+    const double cut = 1 / (1 / most.fMax + 1 / (kLandau * sumXi));
+    variance += gaps[i].fXi * stretch[i] / most.fBeta2 * cut *
+                    (1 - most.fBeta2 * cut / (2 * most.fMax)) / (ratio * ratio) +
+                gaps[i].fVarMipLoss * stretch[i] * stretch[i];
+  }
+  const double ratio = LossRatio(material, particle, stretch);
+  return variance * ratio * ratio;
+}
+
+double EnergyAlong::EndVariance(const MaterialAlong& material, std::size_t particle,
+                                const std::vector<double>& stretch) const {
+  const double end =
+      material.EndMipLoss() * stretch.back() * LossRatio(material, particle, stretch);
+  return kEndVariance * end * end;
+}
+
+} // namespace kelvo

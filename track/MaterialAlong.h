@@ -1,0 +1,103 @@
+#pragma once
+
+#include "track/DetectorMaterials.h"
+
+#include <array>
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+namespace kelvo {
+
+/// A place on the way of a track: where it goes through, and how far it may be off.
+struct WayPoint {
+  std::array<double, 3> fX;   ///< [cm]
+  std::array<double, 2> fSig; ///< uncertainties of x and y [cm]
+};
+
+/// So much of one material between two planes along z, whatever the slope: a track at an angle
+/// crosses it on a way that is longer by its stretch, sqrt(1 + (dx/dz)^2 + (dy/dz)^2).
+struct Layer {
+  std::size_t fMaterial; ///< index in DetectorMaterials
+  double fThickness;     ///< along z [cm]
+};
+
+/// A thin scatterer.
+struct ThinPlane {
+  double fZ;      ///< [cm]
+  double fRadLen; ///< thickness along z [radiation lengths]
+};
+
+/// The material between two way points, or behind the last one.
+struct Gap {
+  double fBegin, fEnd;             ///< z [cm]
+  std::size_t fFirst, fN;          ///< its layers
+  std::array<ThinPlane, 2> fPlane; ///< what scatters like it
+  std::size_t fNPlanes;            ///< 0, 1 or 2 of them
+  double fRadLen;                  ///< thickness along z [radiation lengths]
+  double fMipLoss;                 ///< loss of a minimum-ionising particle along z [GeV]
+  double fVarMipLoss;              ///< variance of that, from where the track may be [GeV^2]
+  double fXi;                      ///< Landau's xi along z for beta = 1 [GeV]
+};
+
+/// The material along a track: asked for once, used by all hypotheses.
+///
+/// Where walls divide a detector into cells, the way points do not tell how much of the walls a
+/// track crosses; so the way is gone several times, shifted in parallel within the uncertainty of
+/// the points, and what is kept is the average.
+///
+/// A gap scatters exactly as two thin planes with the moments of its material along z, up to the
+/// third one: the two points and weights of the Gaussian quadrature with its radiation lengths as
+/// weight function. With the first three, the variances of a track's angle and displacement behind
+/// the gap and their covariance are those of the material (for a uniform gap the planes stand at 21
+/// and 79 % and share it equally). With the fourth this also holds to first order where momentum
+/// falls along the gap, and both planes lie within it.
+class MaterialAlong {
+public:
+  explicit MaterialAlong(DetectorMaterials materials) : fMaterials(std::move(materials)) {}
+
+  /// Finds the material between neighbouring points, one gap each.
+  /// @param points with ascending z
+  /// @throws what DetectorMaterials::Steps throws
+  void Trace(const std::vector<WayPoint>& points);
+
+  /// Finds the material from the last point up to a next plane, and cuts it where a fraction of its
+  /// energy loss is spent.
+  /// @param slopes dx/dz, dy/dz
+  /// @param length of the way to the next plane along z [cm]
+  /// @throws what DetectorMaterials::Steps throws
+  void TraceEnd(const WayPoint& from, const std::array<double, 2>& slopes, double length,
+                double fraction);
+
+  const std::vector<Gap>& Gaps() const { return fGaps; }
+  const Gap& End() const { return fEnd; }           ///< up to where the track ends
+  double EndMipLoss() const { return fEndMipLoss; } ///< up to the next plane [GeV]
+  const Layer* Layers(const Gap& gap) const { return fLayers.data() + gap.fFirst; }
+  const DetectorMaterials& Materials() const { return fMaterials; }
+
+private:
+  /// What the crossings of one gap add up to.
+  struct Sums {
+    double fMoment[4] = {}; // of radiation lengths, about the middle [cm to the power]
+    double fLoss = 0;       // of a minimum-ionising particle [GeV]
+    double fLoss2 = 0;      // squared, crossing by crossing
+    double fNow = 0;        // of the crossing at hand
+  };
+
+  const std::vector<MaterialStep>& Shifted(const WayPoint& from, const WayPoint& to);
+  void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
+  void Add(std::size_t gap, double middle, double begin, double end, std::size_t material);
+  void Close(std::size_t gap);
+  Gap Summary(std::size_t gap, double begin, double end);
+
+  DetectorMaterials fMaterials;
+  std::vector<Gap> fGaps;
+  std::vector<Layer> fLayers;
+  Gap fEnd{};
+  double fEndMipLoss = 0;
+  std::vector<Sums> fSums;        // by gap, and of the end
+  std::vector<double> fThickness; // by gap and material [cm], of all crossings
+  double fShift[2] = {0, 0};      // of the last crossing, fractions of the interval
+};
+
+} // namespace kelvo
