@@ -2,7 +2,7 @@
 """Write the tables and pictures of docs/validation.md.
 
     cmake --build --preset release --target fit-samples
-    build/release/bin/fit-samples > validation.csv
+    build/release/bin/fit-samples --tracks > validation.csv
     python tools/validation/document.py validation.csv docs
 
 Needs numpy and matplotlib.
@@ -37,25 +37,26 @@ matplotlib.rcParams.update(
 
 
 class Fits:
-    """The rows of fit-samples as columns."""
+    """The tracks of fit-samples as columns."""
 
     def __init__(self, path):
         with open(path, encoding="utf-8") as file:
             rows = list(csv.DictReader(file))
         self.columns = {name: np.array([row[name] for row in rows]) for name in rows[0]}
-        self.factors = sorted(set(self.columns["factor"]), key=float)
 
     def select(self, **wanted):
-        """Numbers of all columns of the fitted tracks with these values."""
-        mask = self.mask(**wanted) & (self.columns["status"] == "0")
-        text = ("detector", "particle", "hits", "factor")
-        return {k: v[mask].astype(float) for k, v in self.columns.items() if k not in text}
-
-    def mask(self, **wanted):
-        mask = np.ones(len(self.columns["status"]), bool)
+        """Numbers of all columns of the tracks with these values."""
+        mask = np.ones(len(self.columns["prob"]), bool)
         for name, value in wanted.items():
             mask &= self.columns[name] == value
-        return mask
+        text = ("detector", "particle", "hits")
+        return {k: v[mask].astype(float) for k, v in self.columns.items() if k not in text}
+
+    def pulls(self, quantity, place, **wanted):
+        """Pulls of both views together: of positions (u) or slopes."""
+        f = self.select(**wanted)
+        names = ("x", "y") if quantity == "u" else ("tx", "ty")
+        return np.concatenate([f[f"pull_{name}_{place}"] for name in names])
 
 
 def half_width(values):
@@ -76,34 +77,42 @@ def samples():
 
 
 def momentum_table(fits):
-    rows = [("sample", "hits", "tracks", "lost", "median", "68% half width", "low third",
-             "middle third", "high third")]
+    rows = [("sample", "hits", "tracks", "median", "68% half width", "low third", "middle third",
+             "high third", "pull: half width", "pull: beyond 3")]
     for detector, particle, hits in samples():
-        wanted = dict(detector=detector, particle=particle, hits=hits, factor=fits.factors[-1])
-        f = fits.select(**wanted)
+        f = fits.select(detector=detector, particle=particle, hits=hits)
         ratio = f["p_fit"] / f["p_true"]
         thirds = np.array_split(ratio[np.argsort(f["p_true"])], 3)
-        count = int(fits.mask(**wanted).sum())
-        rows.append((f"{detector} {particle}", hits, f"{count}", f"{count - len(ratio)}",
-                     f"{np.median(ratio):.4f}", f"{half_width(ratio):.4f}",
-                     *(f"{np.median(t):.4f}" for t in thirds)))
+        rows.append((f"{detector} {particle}", hits, f"{len(ratio)}", f"{np.median(ratio):.4f}",
+                     f"{half_width(ratio):.4f}", *(f"{np.median(t):.4f}" for t in thirds),
+                     f"{half_width(f['pull_p']):.2f}",
+                     f"{100 * np.mean(np.abs(f['pull_p']) > 3):.1f}%"))
     return table(*rows)
 
 
-def pull_table(fits, factor):
+def start_table(fits):
+    rows = [("sample", "hits", "x", "y", "ux", "uy", "length")]
+    for detector, particle, hits in samples():
+        f = fits.select(detector=detector, particle=particle, hits=hits)
+        rows.append((f"{detector} {particle}", hits,
+                     *(f"{half_width(f[f'pull_{q}']):.2f}" for q in ("x", "y", "ux", "uy", "length"))))
+    return table(*rows)
+
+
+def pull_table(fits):
     rows = [("sample", "hits", *(f"{q}, {place}" for q in ("position", "slope") for place in PLACES))]
     for detector, particle, hits in samples():
-        f = fits.select(detector=detector, particle=particle, hits=hits, factor=factor)
+        wanted = dict(detector=detector, particle=particle, hits=hits)
         rows.append((f"{detector} {particle}", hits,
-                     *(f"{half_width(f[f'pull_{q}_{p}']):.2f}" for q in QUANTITIES for p in PLACES)))
+                     *(f"{half_width(fits.pulls(q, p, **wanted)):.2f}"
+                       for q in QUANTITIES for p in PLACES)))
     return table(*rows)
 
 
 def probability_table(fits):
     rows = [("sample", "hits", "below 0.01", "below 0.1", "below 0.5", "above 0.9")]
     for detector, particle, hits in samples():
-        p = fits.select(detector=detector, particle=particle, hits=hits,
-                        factor=fits.factors[-1])["prob"]
+        p = fits.select(detector=detector, particle=particle, hits=hits)["prob"]
         rows.append((f"{detector} {particle}", hits, *(f"{100 * np.mean(p < x):.1f}%"
                                                        for x in (0.01, 0.1, 0.5)),
                      f"{100 * np.mean(p > 0.9):.1f}%"))
@@ -114,21 +123,20 @@ def hypothesis_table(fits):
     rows = [("sample", "hits", "best is mu", "best is pi", "best is p",
              "right of mu or pi against p")]
     for detector, particle, hits in samples():
-        f = fits.select(detector=detector, particle=particle, hits=hits, factor=fits.factors[-1])
-        share = [np.mean(f["best"] == h) for h in range(3)]
-        right = share[2] if particle == "p" else share[0] + share[1]
-        rows.append((f"{detector} {particle}", hits, *(f"{100 * s:.0f}%" for s in share),
+        f = fits.select(detector=detector, particle=particle, hits=hits)
+        fraction = [np.mean(f["best"] == h) for h in range(3)]
+        right = fraction[2] if particle == "p" else fraction[0] + fraction[1]
+        rows.append((f"{detector} {particle}", hits, *(f"{100 * s:.0f}%" for s in fraction),
                      f"{100 * right:.0f}%"))
     return table(*rows)
 
 
 def markdown(fits):
-    parts = [BEGIN, "### Momentum at the first hit, fitted over true\n", momentum_table(fits)]
-    for factor in fits.factors:
-        parts += [f"### 68% half widths of the pulls, scattering factor {float(factor):.3f}\n",
-                  pull_table(fits, factor)]
-    parts += ["### Probability of chi-square\n", probability_table(fits)]
-    parts += ["### The best hypothesis\n", hypothesis_table(fits), END]
+    parts = [BEGIN, "### Momentum at the first hit, fitted over true\n", momentum_table(fits),
+             "### 68% half widths of the pulls at the start of the track\n", start_table(fits),
+             "### 68% half widths of the pulls at hits, both views\n", pull_table(fits),
+             "### Probability of chi-square\n", probability_table(fits),
+             "### The best hypothesis\n", hypothesis_table(fits), END]
     return "\n".join(parts) + "\n"
 
 
@@ -137,8 +145,7 @@ def plot_momentum(fits, path):
     for row, detector in zip(axes, DETECTORS):
         for axis, hits in zip(row, HITS):
             for particle in PARTICLES:
-                f = fits.select(detector=detector, particle=particle, hits=hits,
-                                factor=fits.factors[-1])
+                f = fits.select(detector=detector, particle=particle, hits=hits)
                 axis.hist(f["p_fit"] / f["p_true"], np.linspace(0.85, 1.15, 61), density=True,
                           histtype="step", label=particle, linewidth=1.5, **STYLES[particle])
             axis.axvline(1, color="black", linewidth=0.8)
@@ -155,17 +162,17 @@ def plot_pulls(fits, path):
     grid = np.linspace(-5, 5, 201)
     for row, quantity in zip(axes, QUANTITIES):
         for axis, place in zip(row, PLACES):
-            for factor, style in zip(fits.factors, ("--", "-")):
-                f = fits.select(detector="fine", particle="mu", hits="smeared", factor=factor)
-                axis.hist(f[f"pull_{quantity}_{place}"], np.linspace(-5, 5, 51), density=True,
-                          histtype="step", linestyle=style, linewidth=1.5,
-                          label=f"factor {float(factor):.2f}")
+            for particle in PARTICLES:
+                pulls = fits.pulls(quantity, place, detector="fine", particle=particle,
+                                   hits="smeared")
+                axis.hist(pulls, np.linspace(-5, 5, 51), density=True, histtype="step",
+                          label=particle, linewidth=1.5, **STYLES[particle])
             axis.plot(grid, np.exp(-(grid**2) / 2) / np.sqrt(2 * np.pi), color="black",
                       linewidth=0.8, label="standard normal")
             name = "position" if quantity == "u" else "slope"
             axis.set_title(f"{name}, {place} hit")
             axis.set_xlabel("pull")
-    figure.legend(*axes[0][0].get_legend_handles_labels(), loc="outside upper center", ncols=3)
+    figure.legend(*axes[0][0].get_legend_handles_labels(), loc="outside upper center", ncols=4)
     save(figure, path)
 
 
@@ -173,8 +180,7 @@ def plot_probability(fits, path):
     figure, axes = plt.subplots(1, 2, figsize=(9, 3.5), sharey=True, layout="constrained")
     for axis, detector in zip(axes, DETECTORS):
         for particle in PARTICLES:
-            f = fits.select(detector=detector, particle=particle, hits="smeared",
-                            factor=fits.factors[-1])
+            f = fits.select(detector=detector, particle=particle, hits="smeared")
             axis.hist(f["prob"], np.linspace(0, 1, 21), density=True, histtype="step",
                       label=particle, linewidth=1.5, **STYLES[particle])
         axis.axhline(1, color="black", linewidth=0.8)
