@@ -19,10 +19,10 @@ void NoteSignal(int number) {
   gSignal = number;
 }
 
-// "a, b and c".
+/// "a, b and c".
 std::string Listed(const std::vector<std::string>& words, const std::string& last) {
   std::string text;
-  for (std::size_t i = 0; i < words.size(); ++i)
+  for (std::size_t i = 0; i < words.size(); i++)
     text += (i == 0 ? "" : i + 1 == words.size() ? last : ", ") + words[i];
   return text;
 }
@@ -32,7 +32,7 @@ void CatchSignals() {
   std::signal(SIGTERM, NoteSignal);
 }
 
-// The parser's words, without its way to begin and to end them.
+/// The parser's words, without its way to begin and to end them.
 std::string Reason(const CLI::Error& error) {
   std::string reason = error.what();
   const std::string required = " is required";
@@ -104,7 +104,7 @@ CLI::Validator PictureName() {
 
 std::string CommandLine(int argc, char** argv) {
   std::string line = "kelvo";
-  for (int i = 1; i < argc; ++i) {
+  for (int i = 1; i < argc; i++) {
     std::string word = argv[i];
     if (word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
                                "-_=+./,:@%") != std::string::npos ||

@@ -39,7 +39,7 @@ struct DedxArguments {
 
 std::vector<double> Energies(const std::vector<double>& perDecade) {
   std::vector<double> energies;
-  for (int power = -3; power < 4; ++power)
+  for (int power = -3; power < 4; power++)
     for (const double factor : perDecade) energies.push_back(factor * std::pow(10, power));
   energies.push_back(1e4);
   return energies;
@@ -61,7 +61,7 @@ std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<do
 
 std::vector<double> Fine() {
   std::vector<double> factors;
-  for (int i = 0; i < 20; ++i) factors.push_back(std::pow(10, i / 20.));
+  for (int i = 0; i < 20; i++) factors.push_back(std::pow(10, i / 20.));
   return factors;
 }
 
@@ -70,7 +70,7 @@ void Tell(const std::vector<EnergyLossCurve>& curves) {
     std::printf("%s%s in %s\n%12s %12s %12s %14s %12s\n", &curve == &curves[0] ? "" : "\n",
                 curve.fParticle.fWord, curve.fMaterial.c_str(), "T [GeV]", "p [GeV/c]",
                 "beta gamma", "dE/dx [MeV/cm]", "range [cm]");
-    for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
+    for (std::size_t i = 0; i < curve.fPoints.size(); i++) {
       const EnergyLossPoint& point = curve.fPoints[i];
       std::printf("%12.5g %12.5g %12.5g %14.5g %12.5g%s\n", point.fT, point.fP, point.fBetaGamma,
                   point.fLoss, point.fRange, i == curve.fMinimum ? "  least loss" : "");
@@ -78,7 +78,7 @@ void Tell(const std::vector<EnergyLossCurve>& curves) {
   }
 }
 
-// Some chemical names have a comma.
+/// Some chemical names have a comma.
 std::string CsvField(const std::string& name) {
   return name.find(',') == std::string::npos ? name : Quoted(name);
 }
@@ -89,7 +89,7 @@ void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& nam
   out << "material,particle,T,p,beta_gamma,dedx,range,least\n";
   out.precision(8);
   for (const EnergyLossCurve& curve : curves)
-    for (std::size_t i = 0; i < curve.fPoints.size(); ++i) {
+    for (std::size_t i = 0; i < curve.fPoints.size(); i++) {
       const EnergyLossPoint& point = curve.fPoints[i];
       out << CsvField(curve.fMaterial) << ',' << curve.fParticle.fName << ',' << point.fT << ','
           << point.fP << ',' << point.fBetaGamma << ',' << point.fLoss << ',' << point.fRange << ','

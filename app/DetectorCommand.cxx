@@ -36,7 +36,7 @@ struct DetectorArguments {
   std::string fOutput;
 };
 
-// Equal planes, of which a detector has many.
+/// Equal planes, of which a detector has many.
 struct PlaneKind {
   const geo::ActivePlane* fFirst;
   const geo::ActivePlane* fLast;
@@ -50,7 +50,7 @@ std::vector<PlaneKind> Kinds(const std::vector<geo::ActivePlane>& planes) {
     const auto [at, isNew] = known.emplace(plane.fName + '\n' + plane.View(), kinds.size());
     if (isNew) kinds.push_back({&plane, &plane, 0});
     kinds[at->second].fLast = &plane;
-    ++kinds[at->second].fCount;
+    kinds[at->second].fCount++;
   }
   return kinds;
 }
@@ -59,7 +59,7 @@ void TellPlanes(const geo::PlaneDetector& detector) {
   std::printf("\n%-20s %4s %6s %10s %10s %6s %9s %11s\n", "planes", "view", "number", "first z",
               "last z", "cells", "width", "resolution");
   for (const PlaneKind& kind : Kinds(detector.Planes()))
-    for (unsigned view = 0; view < 2; ++view) {
+    for (unsigned view = 0; view < 2; view++) {
       if (!kind.fFirst->Measures(view)) continue;
       const geo::CellRow& cells = kind.fFirst->fCells[view];
       std::printf("%-20s %4s %6u %10.4g %10.4g %6u %9.4g %11.4g\n", kind.fFirst->fName.c_str(),
@@ -127,7 +127,7 @@ void TellRay(const geo::GeometryBase& detector, const std::vector<double>& ray) 
               "rad. lengths");
   double length = 0;
   double radLengths = 0;
-  for (std::size_t i = 0; i < ds.size(); ++i) {
+  for (std::size_t i = 0; i < ds.size(); i++) {
     const double x0 = materials[i]->GetRadLen();
     length += ds[i];
     if (x0 > 0) radLengths += ds[i] / x0;

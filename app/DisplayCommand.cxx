@@ -30,7 +30,7 @@ struct DisplayArguments {
   std::string fOutput;
 };
 
-// What a file has of one track.
+/// What a file has of one track.
 struct FoundTrack {
   long long fEntry = -1;        // of the wanted hypothesis, -1: none
   long long fFirst = -1;        // any entry of the track, -1: none
@@ -40,13 +40,13 @@ struct FoundTrack {
 
 FoundTrack Find(FitReader& fits, long long track, const Particle* wanted) {
   FoundTrack found;
-  for (long long i = 0; i < fits.Entries(); ++i) {
+  for (long long i = 0; i < fits.Entries(); i++) {
     const FitRow& row = fits.Read(i, FitPart::kNames);
     if (row.fTrack != track) continue;
     const Particle* particle = FindParticle(row.fPDG);
     const std::string name = particle ? particle->fName : std::to_string(row.fPDG);
     const bool isWanted = wanted ? particle == wanted : row.fBest;
-    if (isWanted && found.fEntry >= 0) ++found.fMore;
+    if (isWanted && found.fEntry >= 0) found.fMore++;
     if (isWanted && found.fEntry < 0) found.fEntry = i;
     if (found.fFirst < 0) found.fFirst = i;
     if (found.fHypotheses.find(name) == std::string::npos)

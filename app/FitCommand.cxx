@@ -175,7 +175,7 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
   TellLine("tracks read", summary.fTracks);
   TellLine("hits read", summary.fHits);
   TellLine("tracks fitted", summary.fFitted);
-  for (std::size_t status = 1; status < summary.fByStatus.size(); ++status)
+  for (std::size_t status = 1; status < summary.fByStatus.size(); status++)
     if (summary.fByStatus[status] > 0)
       TellLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),
                summary.fByStatus[status]);
@@ -196,7 +196,7 @@ void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
               static_cast<double>(summary.fTracks) / summary.fSeconds, written.c_str());
 }
 
-// Tells of names that cannot be written, which should not be found out after hours.
+/// Tells of names that cannot be written, which should not be found out after hours.
 void CheckOutputs(const FitArguments& a) {
   std::error_code missing;
   if (std::filesystem::equivalent(a.fDetector, a.fFile.fOutput, missing))
@@ -204,7 +204,7 @@ void CheckOutputs(const FitArguments& a) {
   if (!a.fReport.empty()) PendingFile(a.fReport);
 }
 
-// What goes wrong here leaves the fits as they are.
+/// What goes wrong here leaves the fits as they are.
 void WriteReport(const FitArguments& a) try {
   FitReader fits(a.fFile.fOutput);
   kelvo::WriteReport(fits, a.fReport);

@@ -47,7 +47,7 @@ struct SimulateArguments {
   std::string fStart[3];
 };
 
-// "0.3..1.6" or "1".
+/// "0.3..1.6" or "1".
 std::optional<SimulationRange> RangeFrom(const std::string& text) {
   const std::size_t dots = text.find("..");
   const auto low = NumberFrom<double>(text.substr(0, dots));
@@ -119,7 +119,7 @@ void RegisterStart(CLI::App& simulate, SimulateArguments& a) {
                                "y [cm] (default: the face of the detector)",
                                "z [cm] (default: from 1 cm upstream of the detector to 50 cm, at "
                                "most half of its length, inside)"};
-  for (std::size_t k = 0; k < 3; ++k)
+  for (std::size_t k = 0; k < 3; k++)
     simulate.add_option(names[k], a.fStart[k], texts[k])
         ->check(RangeWithin(-1e5, 1e5, "from -100000 to 100000, the smaller number first"))
         ->type_name("MIN..MAX")
@@ -168,7 +168,7 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
   RegisterStart(simulate, a);
 }
 
-// Options that would be without effect are more likely a mistake than a wish.
+/// Options that would be without effect are more likely a mistake than a wish.
 void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
   const auto refuse = [&simulate](const char* option, const char* condition) {
     if (simulate.count(option) > 0)
@@ -185,7 +185,7 @@ void Complete(SimulateArguments& a) {
   s.fKineticEnergy = *RangeFrom(a.fEnergy);
   s.fScattering = a.fModel == "fit" ? ScatteringModel::kFit : ScatteringModel::kFull;
   s.fHits = a.fHits == "gauss" ? HitModel::kGaussian : HitModel::kCells;
-  for (std::size_t k = 0; k < 3; ++k)
+  for (std::size_t k = 0; k < 3; k++)
     if (!a.fStart[k].empty()) s.fStart[k] = RangeFrom(a.fStart[k]);
 }
 

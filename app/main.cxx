@@ -23,7 +23,7 @@ int Run(const kelvo::app::Command& command) {
   }
 }
 
-// The words for the parser, the last one first. It would take the name "[a,b]" for a list of two.
+/// The words for the parser, the last one first. It would take the name "[a,b]" for a list of two.
 std::vector<std::string> Words(int argc, char** argv) {
   std::vector<std::string> words;
   for (int i = argc - 1; i > 0; i--) {

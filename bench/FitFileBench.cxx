@@ -59,7 +59,7 @@ const std::string& PlainText() {
   return file;
 }
 
-// The reference: what a first program would do.
+/// The reference: what a first program would do.
 double SumWithStreams(const std::string& file) {
   std::ifstream in(file);
   std::string line;
@@ -109,7 +109,7 @@ void Fit(benchmark::State& state) {
   });
 }
 
-// What the stages of a fit take, in microseconds per track.
+/// What the stages of a fit take, in microseconds per track.
 void Stages(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;
   const kelvo::TrackFitOptions options;
@@ -137,7 +137,7 @@ void Stages(benchmark::State& state) {
         time[stage] / tracks * 1e6;
 }
 
-// All fits, as blocks of rows.
+/// All fits, as blocks of rows.
 const std::vector<std::vector<kelvo::FitRow>>& Rows() {
   static const auto rows = [] {
     std::vector<std::vector<kelvo::FitRow>> all;
@@ -168,7 +168,7 @@ void Write(benchmark::State& state, const kelvo::FitWriterOptions& options) {
       static_cast<double>(Tracks().size());
 }
 
-// The reference: the same columns by the calls of a first program.
+/// The reference: the same columns by the calls of a first program.
 void WriteWithFill(benchmark::State& state) {
   Measure(state, [] {
     TFile file(Folder().Path("filled.root").c_str(), "RECREATE", "", 401);

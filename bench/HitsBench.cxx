@@ -21,7 +21,7 @@ struct Track {
   explicit Track(std::size_t n) {
     std::mt19937 random(1);
     std::normal_distribution<double> noise;
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = 0; i < n; i++) {
       const double at = 6000.0 * static_cast<double>(i) / static_cast<double>(n);
       const double xi = 10 + 0.1 * at + noise(random), yi = -5 - 0.2 * at + noise(random);
       fList.AddHit(i % 2 ? geo::kX : geo::kY, xi, yi, at, 0, 1, 1, 1, 0, 1);
@@ -42,11 +42,11 @@ void MakeOurs(const Track& t, kelvo::TrackBasis& basis) {
 }
 
 void CompletePlain(const reference::HitArrays& hits, Numbers& coordinate, Numbers& sigma) {
-  for (std::size_t k = 0; k < hits.z.size(); ++k)
+  for (std::size_t k = 0; k < hits.z.size(); k++)
     reference::Complete(hits, k, &coordinate[k], &sigma[k]);
 }
 
-// The completion to the last bit; the frame to rounding, since the fits sum differently.
+/// The completion to the last bit; the frame to rounding, since the fits sum differently.
 bool Agrees(const Track& t) {
   const reference::HitArrays hits(t.fList);
   const std::size_t n = t.z.size();
@@ -54,7 +54,7 @@ bool Agrees(const Track& t) {
   CompletePlain(hits, coordinate, sigma);
   kelvo::HitList3D list = t.fList;
   list.CompleteOrtho();
-  for (std::size_t k = 0; k < n; ++k) {
+  for (std::size_t k = 0; k < n; k++) {
     const kelvo::Hit3D& h = list[k];
     if ((h.fView == geo::kX ? h.fY : h.fX) != coordinate[k]) return false;
     if ((h.fView == geo::kX ? h.fSigY : h.fSigX) != sigma[k]) return false;
@@ -64,20 +64,20 @@ bool Agrees(const Track& t) {
   kelvo::TrackBasis basis;
   MakeOurs(t, basis);
   const TVector3 axes[] = {basis.XAxis(), basis.YAxis(), basis.ZAxis()};
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j)
+  for (int i = 0; i < 3; i++)
+    for (int j = 0; j < 3; j++)
       if (std::fabs(axes[i](j) - f[i][j]) > 1e-14) return false;
   return true;
 }
 
-// Runs work once per iteration and reports the allocations of one call.
+/// Runs work once per iteration and reports the allocations of one call.
 template <class Work>
 void Measure(benchmark::State& state, Work work) {
   std::size_t calls = 0;
   const std::size_t before = bench::AllocationCount();
   for (auto _ : state) {
     work();
-    ++calls;
+    calls++;
   }
   state.counters["alloc/call"] =
       static_cast<double>(bench::AllocationCount() - before) / static_cast<double>(calls);
@@ -124,13 +124,13 @@ void MakeBasisPlain(benchmark::State& state) {
 }
 BENCHMARK(MakeBasisPlain)->Arg(50)->Arg(200)->Arg(1000);
 
-// Every hit of a track into its frame and back.
+/// Every hit of a track into its frame and back.
 void ThereAndBack(benchmark::State& state) {
   const Track t(static_cast<std::size_t>(state.range(0)));
   kelvo::TrackBasis basis;
   MakeOurs(t, basis);
   Measure(state, [&] {
-    for (std::size_t i = 0; i < t.z.size(); ++i) {
+    for (std::size_t i = 0; i < t.z.size(); i++) {
       double p[6], q[6];
       basis.DetToTrk(t.x[i], t.y[i], t.z[i], t.dx[i], t.dy[i], t.dz[i], p, p + 1, p + 2, p + 3,
                      p + 4, p + 5);

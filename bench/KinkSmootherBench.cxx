@@ -42,18 +42,18 @@ struct Readout {
 template <class Fitter>
 void FitAndRead(Fitter& fit, Readout& r) {
   fit.Fit(&r.fX0, &r.fSlope, r.fAlpha.data(), &r.fChi2);
-  for (unsigned int i = 0; i < r.fChi2XI.size(); ++i) r.fChi2XI[i] = fit.Chi2XIi(i);
-  for (unsigned int j = 0; j < r.fChi2Beta.size(); ++j) r.fChi2Beta[j] = fit.Chi2BetaJ(j);
+  for (unsigned int i = 0; i < r.fChi2XI.size(); i++) r.fChi2XI[i] = fit.Chi2XIi(i);
+  for (unsigned int j = 0; j < r.fChi2Beta.size(); j++) r.fChi2Beta[j] = fit.Chi2BetaJ(j);
   benchmark::ClobberMemory();
 }
 
 std::vector<LutzProblem> Problems(unsigned int n, unsigned int m) {
   std::vector<LutzProblem> problems;
-  for (unsigned int seed = 0; seed < kTracks; ++seed) problems.push_back(TrackProblem(n, m, seed));
+  for (unsigned int seed = 0; seed < kTracks; seed++) problems.push_back(TrackProblem(n, m, seed));
   return problems;
 }
 
-// Whether both fits give the same up to the dense one's rounding.
+/// Whether both fits give the same up to the dense one's rounding.
 bool Agree() {
   for (const auto& size : kSizes) {
     if (size[0] > 200) break;
@@ -68,18 +68,18 @@ bool Agree() {
     bool same = std::abs(found.fX0 - expected.fX0) < 1e-7 &&
                 std::abs(found.fSlope - expected.fSlope) < 1e-9 &&
                 std::abs(found.fChi2 / expected.fChi2 - 1) < 1e-8;
-    for (unsigned int j = 0; j < size[1]; ++j)
+    for (unsigned int j = 0; j < size[1]; j++)
       same = same && std::abs(found.fAlpha[j] - expected.fAlpha[j]) < 1e-9;
     if (!same) return false;
   }
   return true;
 }
 
-// Times function(track index), counts what one call takes from the heap, and prints the time per
-// element.
+/// Times function(track index), counts what one call takes from the heap, and prints the time per
+/// element.
 template <class Function>
 void Measure(benchmark::State& state, const Function& function) {
-  for (unsigned int t = 0; t < kTracks; ++t) function(t);
+  for (unsigned int t = 0; t < kTracks; t++) function(t);
   const std::size_t before = bench::AllocationCount();
   function(0);
   const std::size_t count = bench::AllocationCount() - before;
@@ -91,7 +91,7 @@ void Measure(benchmark::State& state, const Function& function) {
       benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-// An object per track, as the dense fit must be used.
+/// An object per track, as the dense fit must be used.
 template <class Fitter>
 void Anew(benchmark::State& state, unsigned int n, unsigned int m) {
   const std::vector<LutzProblem> problems = Problems(n, m);
@@ -113,7 +113,7 @@ void Linear(benchmark::State& state, unsigned int n, unsigned int m) {
   });
 }
 
-// With everything a KinkSmoother tells, at every measurement and plane.
+/// With everything a KinkSmoother tells, at every measurement and plane.
 void LinearEverything(benchmark::State& state, unsigned int n, unsigned int m) {
   const std::vector<LutzProblem> problems = Problems(n, m);
   Readout r(problems[0]);
@@ -122,15 +122,15 @@ void LinearEverything(benchmark::State& state, unsigned int n, unsigned int m) {
     Load(problems[t], fit);
     FitAndRead(fit, r);
     benchmark::DoNotOptimize(fit.LogLikelihood());
-    for (unsigned int i = 0; i < n; ++i) {
+    for (unsigned int i = 0; i < n; i++) {
       benchmark::DoNotOptimize(fit.Residual(i));
       benchmark::DoNotOptimize(fit.At(problems[t].fZ[i]));
     }
-    for (unsigned int j = 0; j < m; ++j) benchmark::DoNotOptimize(fit.VarKink(j));
+    for (unsigned int j = 0; j < m; j++) benchmark::DoNotOptimize(fit.VarKink(j));
   });
 }
 
-// All tracks in one call; the time is that of all.
+/// All tracks in one call; the time is that of all.
 void Batch(benchmark::State& state, unsigned int n, unsigned int m) {
   LutzProblem all;
   std::vector<std::int64_t> meas = {0}, scat = {0};

@@ -38,7 +38,7 @@ bool SameBits(double a, double b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-// Whether the fit and the plain program give the same bits at every size, step by step.
+/// Whether the fit and the plain program give the same bits at every size, step by step.
 bool Agree() {
   for (const auto& size : kSizes) {
     const LutzProblem p = kelvo::test::TrackProblem(size[0], size[1], 1);
@@ -58,14 +58,14 @@ bool Agree() {
     const kelvo::test::LutzSolution expected = plain.Solution();
     bool same = SameBits(LutzStages::A(fit), plain.A()) && SameBits(x0, expected.fX0) &&
                 SameBits(slope, expected.fSlope) && SameBits(chi2, expected.fChi2);
-    for (std::size_t j = 0; j < alpha.size(); ++j)
+    for (std::size_t j = 0; j < alpha.size(); j++)
       same = same && SameBits(alpha[j], expected.fAlpha[j]);
     if (!same || !fit.Succeeded()) return false;
   }
   return true;
 }
 
-// Counts what one call of the measured function takes from the heap.
+/// Counts what one call of the measured function takes from the heap.
 template <class Function>
 void Measure(benchmark::State& state, const Function& function) {
   function();
@@ -122,7 +122,7 @@ void NormalMatrixPlain(benchmark::State& state) {
   });
 }
 
-// With the copy of the normal matrix that is inverted.
+/// With the copy of the normal matrix that is inverted.
 void Inversion(benchmark::State& state) {
   const LutzProblem p = Problem(state);
   Lutz fit(p.NMeas(), p.NScat());
@@ -133,7 +133,7 @@ void Inversion(benchmark::State& state) {
   Measure(state, [&] { benchmark::DoNotOptimize(LutzStages::Invert(fit, a)); });
 }
 
-// Loading, lever arms, design matrix, parameters, fitted values and chi2.
+/// Loading, lever arms, design matrix, parameters, fitted values and chi2.
 void Rest(benchmark::State& state) {
   const LutzProblem p = Problem(state);
   Lutz fit(p.NMeas(), p.NScat());

@@ -26,11 +26,11 @@ const std::map<std::string, plain::Table>& Tables() {
   return tables;
 }
 
-// 15 m of cells: 1,000 material steps.
+/// 15 m of cells: 1,000 material steps.
 const LayeredGeometry& Geometry() {
   static const LayeredGeometry geo([] {
     std::vector<LayeredGeometry::Layer> layers;
-    for (int i = 0; i < kSteps / 4; ++i) {
+    for (int i = 0; i < kSteps / 4; i++) {
       layers.push_back({0.2, "PVC"});
       layers.push_back({5.55, "Scintillator"});
       layers.push_back({0.2, "PVC"});
@@ -41,7 +41,7 @@ const LayeredGeometry& Geometry() {
   return geo;
 }
 
-// The steps of one path, taken down once: what is timed is the integration, not the geometry.
+/// The steps of one path, taken down once: what is timed is the integration, not the geometry.
 class Recorded : public geo::GeometryBase {
 public:
   Recorded() {
@@ -96,7 +96,7 @@ void RequireAgreement() {
     path.MuonParams(s, &T[0], nullptr, nullptr, nullptr);
     path.PionParams(s, &T[1], nullptr, nullptr, nullptr);
     path.ProtonParams(s, &T[2], nullptr, nullptr, nullptr);
-    for (int h = 0; h < 3; ++h)
+    for (int h = 0; h < 3; h++)
       Require(T[h], plain::Lookup(s, reference.fS, reference.fT[h]), "path");
     Require(path.X0(s), plain::Lookup(s, reference.fS, reference.fX0), "radiation lengths");
   }
@@ -158,14 +158,14 @@ void QueriesOurs(benchmark::State& state) {
   const kelvo::Path path = LongPath();
   path.Integrate();
   for (auto _ : state)
-    for (int i = 0; i < 1000; ++i) benchmark::DoNotOptimize(path.X0(i * 1.5));
+    for (int i = 0; i < 1000; i++) benchmark::DoNotOptimize(path.X0(i * 1.5));
   state.SetItemsProcessed(state.iterations() * 1000);
 }
 
 void QueriesPlain(benchmark::State& state) {
   const plain::Path path(Steps(), Tables(), kPoints);
   for (auto _ : state)
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; i++)
       benchmark::DoNotOptimize(plain::Lookup(i * 1.5, path.fS, path.fX0));
   state.SetItemsProcessed(state.iterations() * 1000);
 }

@@ -27,10 +27,10 @@ struct Setup {
         fDetector(
             geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/" + fTruth.fName + ".toml")) {
     reference::Random random(1);
-    for (int i = 0; i < 200; ++i) fLines.push_back(reference::TrackThrough(fTruth, random));
+    for (int i = 0; i < 200; i++) fLines.push_back(reference::TrackThrough(fTruth, random));
   }
 
-  // Whether both list the same steps.
+  /// Whether both list the same steps.
   bool Agrees() const {
     std::vector<double> ds;
     std::vector<const TGeoMaterial*> mats;
@@ -38,7 +38,7 @@ struct Setup {
       fDetector.MaterialsBetweenPoints(line.fFrom, line.fTo, ds, mats);
       const auto truth = reference::Steps(fTruth, line.fFrom, line.fTo);
       if (truth.size() != ds.size()) return false;
-      for (std::size_t i = 0; i < ds.size(); ++i)
+      for (std::size_t i = 0; i < ds.size(); i++)
         if (std::abs(truth[i].fLength - ds[i]) > 1e-9 ||
             mats[i]->GetName() != std::string(reference::kNames[truth[i].fMaterial]))
           return false;
@@ -57,7 +57,7 @@ void Steps(benchmark::State& state, const Setup& setup) {
       setup.fDetector.MaterialsBetweenPoints(line.fFrom, line.fTo, ds, mats);
       benchmark::DoNotOptimize(ds.data());
       steps += ds.size();
-      ++rays;
+      rays++;
     }
     allocations += bench::AllocationCount() - before;
   }
@@ -66,7 +66,7 @@ void Steps(benchmark::State& state, const Setup& setup) {
   state.counters["alloc/ray"] = static_cast<double>(allocations) / static_cast<double>(rays);
 }
 
-// The track path asks with empty vectors for each leg.
+/// The track path asks with empty vectors for each leg.
 void StepsIntoEmptyVectors(benchmark::State& state, const Setup& setup) {
   std::size_t steps = 0, rays = 0;
   const std::size_t before = bench::AllocationCount();
@@ -77,7 +77,7 @@ void StepsIntoEmptyVectors(benchmark::State& state, const Setup& setup) {
       setup.fDetector.MaterialsBetweenPoints(line.fFrom, line.fTo, ds, mats);
       benchmark::DoNotOptimize(ds.data());
       steps += ds.size();
-      ++rays;
+      rays++;
     }
   const auto allocations = static_cast<double>(bench::AllocationCount() - before);
   state.SetItemsProcessed(static_cast<std::int64_t>(steps));

@@ -20,14 +20,14 @@ const TGeoMaterial gWall("PVC", 28, 14, 1.4, -20, -50);
 const double kStart[] = {0, 0, 0};
 const double kEnd[] = {0, 0, kSteps* kStep};
 
-// Steps of equal length, made by a loop over two vectors: the time of the geometry hardly counts.
+/// Steps of equal length, made by a loop over two vectors: the time of the geometry hardly counts.
 class Layers : public geo::GeometryBase {
 public:
   void MaterialsBetweenPoints(const double*, const double*, std::vector<double>& ds,
                               std::vector<const TGeoMaterial*>& mats) const override {
     ds.assign(kSteps, kStep);
     mats.resize(kSteps);
-    for (std::size_t i = 0; i < kSteps; ++i) mats[i] = i % 2 ? &gPlastic : &gWall;
+    for (std::size_t i = 0; i < kSteps; i++) mats[i] = i % 2 ? &gPlastic : &gWall;
   }
 };
 
@@ -35,12 +35,12 @@ const Layers gLayers;
 
 std::vector<double> Positions() {
   std::vector<double> s(kPositions);
-  for (std::size_t i = 0; i < kPositions; ++i)
+  for (std::size_t i = 0; i < kPositions; i++)
     s[i] = 0.999 * kEnd[2] * static_cast<double>(i) / (kPositions - 1);
   return s;
 }
 
-// Limits [cm], [radiation lengths], [rad cm] under which a step holds about seven positions.
+/// Limits [cm], [radiation lengths], [rad cm] under which a step holds about seven positions.
 struct Limits {
   double fDs = 60, fDX0 = 3, fDT = 10;
 };
@@ -54,7 +54,7 @@ bool Agrees() {
   reference::Surfaces(gLayers, kStart, kEnd, 13, limits.fDs, limits.fDX0, limits.fDT, s, where,
                       width);
   if (ours.N() != where.size()) return false;
-  for (unsigned int j = 0; j < ours.N(); ++j)
+  for (unsigned int j = 0; j < ours.N(); j++)
     if (ours.S(j) != where[j] || ours.SigAlpha(j) != width[j]) return false;
   return true;
 }
@@ -65,7 +65,7 @@ void Measure(benchmark::State& state, Work work) {
   const std::size_t before = bench::AllocationCount();
   for (auto _ : state) {
     surfaces += work();
-    ++calls;
+    calls++;
   }
   const auto n = static_cast<double>(calls);
   state.counters["alloc/call"] = static_cast<double>(bench::AllocationCount() - before) / n;
@@ -97,7 +97,7 @@ void MakeSurfacesPlain(benchmark::State& state) {
 }
 BENCHMARK(MakeSurfacesPlain)->Unit(benchmark::kMicrosecond);
 
-// The share of the integration, which both need.
+/// The share of the integration, which both need.
 void IntegrationPlain(benchmark::State& state) {
   Measure(state, [&] { return reference::Integrate(gLayers, kStart, kEnd).s.size(); });
 }

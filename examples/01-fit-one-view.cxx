@@ -63,7 +63,7 @@ View ReadView(const std::string& file) {
   std::ifstream in(file);
   if (!in) throw std::runtime_error(file + ": cannot be opened for reading");
   std::string text;
-  for (int line = 1; std::getline(in, text); ++line)
+  for (int line = 1; std::getline(in, text); line++)
     if (!text.empty() && text[0] != '#') ReadLine(view, line, text);
   return view;
 }
@@ -76,7 +76,7 @@ kelvo::Lutz Load(const View& view) {
     throw std::runtime_error(view.fFile + ": " + std::to_string(n) + " measurements cannot fix " +
                              std::to_string(m) + " kinks; give more measurements than planes");
   kelvo::Lutz fit(n, m);
-  for (unsigned int i = 0; i < n; ++i) {
+  for (unsigned int i = 0; i < n; i++) {
     const Measurement& meas = view.fMeasurements[i];
     try {
       fit.SetMeasurement(i, meas.fZ, meas.fX, meas.fSigX);
@@ -86,7 +86,7 @@ kelvo::Lutz Load(const View& view) {
                std::to_string(meas.fSigX));
     }
   }
-  for (unsigned int j = 0; j < m; ++j) {
+  for (unsigned int j = 0; j < m; j++) {
     const Plane& plane = view.fPlanes[j];
     try {
       fit.SetScatteringPlane(j, plane.fZ, plane.fSigAlpha);
@@ -108,13 +108,13 @@ void PrintTable(const View& view, const kelvo::Lutz& fit, double x0, double slop
   std::printf("chi2 %.2f (measurements %.2f, kinks %.2f) for %d degrees of freedom\n\n",
               fit.Chi2XI() + fit.Chi2Beta(), fit.Chi2XI(), fit.Chi2Beta(), fit.NDOF());
   std::printf("    z [cm]    x [cm]  fit [cm]  +- [cm]  chi2\n");
-  for (unsigned int i = 0; i < fit.NMeas(); ++i) {
+  for (unsigned int i = 0; i < fit.NMeas(); i++) {
     const Measurement& m = view.fMeasurements[i];
     std::printf("%10.2f %9.3f %9.3f %8.3f %5.2f\n", m.fZ, m.fX, fit.X(m.fZ),
                 std::sqrt(fit.VarX(m.fZ)), fit.Chi2XIi(i));
   }
   std::printf("\n  plane z [cm]  kink [mrad]  expected width [mrad]\n");
-  for (unsigned int j = 0; j < fit.NScat(); ++j)
+  for (unsigned int j = 0; j < fit.NScat(); j++)
     std::printf("%14.2f %12.2f %22.2f\n", view.fPlanes[j].fZ, 1e3 * kinks[j],
                 1e3 * view.fPlanes[j].fSigAlpha);
 }

@@ -19,7 +19,7 @@
 
 namespace {
 
-// One cylinder around the z axis, without the ones inside of it.
+/// One cylinder around the z axis, without the ones inside of it.
 struct Shell {
   double fRadius; // outer [cm]
   const TGeoMaterial* fMaterial;
@@ -35,11 +35,11 @@ public:
     const double length = std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
     if (length == 0) return;
     const std::vector<double> cuts = Cuts(p0, p1);
-    for (std::size_t i = 0; i + 1 < cuts.size(); ++i) {
+    for (std::size_t i = 0; i + 1 < cuts.size(); i++) {
       ds.push_back(length * (cuts[i + 1] - cuts[i]));
       const double middle = 0.5 * (cuts[i] + cuts[i + 1]);
       double p[3];
-      for (int k = 0; k < 3; ++k) p[k] = p0[k] + middle * (p1[k] - p0[k]);
+      for (int k = 0; k < 3; k++) p[k] = p0[k] + middle * (p1[k] - p0[k]);
       mats.push_back(Material(p));
     }
   }
@@ -47,7 +47,7 @@ public:
   //! [geometry]
 
 private:
-  // Where the line from p0 (0) to p1 (1) meets a surface, in order, with both ends.
+  /// Where the line from p0 (0) to p1 (1) meets a surface, in order, with both ends.
   std::vector<double> Cuts(const double* p0, const double* p1) const {
     std::vector<double> cuts{0, 1};
     const auto add = [&cuts](double t) {
@@ -100,7 +100,7 @@ void PrintSteps(const Drum& drum, const kelvo::Path& path, const double* start,
   drum.MaterialsBetweenPoints(start, stop, ds, mats);
   std::printf("material      length [cm]   to here [radiation lengths]\n");
   double s = 0;
-  for (std::size_t i = 0; i < ds.size(); ++i) {
+  for (std::size_t i = 0; i < ds.size(); i++) {
     s += ds[i];
     std::printf("%-12s %12.2f %29.3f\n", mats[i]->GetName(), ds[i], path.X0(s));
   }
@@ -132,7 +132,7 @@ bool ReadNumber(const char* text, double* number) {
 int main(int argc, char** argv) {
   double points[6] = {-40, 10, 20, 12, -5, 70};
   bool good = argc == 1 || argc == 7;
-  for (int i = 1; good && i < argc; ++i) good = ReadNumber(argv[i], &points[i - 1]);
+  for (int i = 1; good && i < argc; i++) good = ReadNumber(argv[i], &points[i - 1]);
   if (!good) {
     std::cerr << "usage: " << argv[0] << " [x y z  x y z], where it starts and stops in cm\n";
     return 2;

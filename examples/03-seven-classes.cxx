@@ -30,7 +30,7 @@ namespace {
 // of scattering width and length [rad cm].
 constexpr double kMaxDs = 30, kMaxDX0 = 3, kMaxDT = 0.5;
 
-// One hit in the track frame [cm]: position along the track, and across it in the hit's own view.
+/// One hit in the track frame [cm]: position along the track, and across it in the hit's own view.
 struct Measurement {
   geo::_plane_proj fView;
   double fZ, fU, fSigU;
@@ -47,7 +47,7 @@ kelvo::HitList3D ReadHits(const std::string& file) {
   if (!in) Fail(file + ": cannot be opened for reading");
   kelvo::HitList3D hits;
   std::string text;
-  for (int line = 1; std::getline(in, text); ++line) {
+  for (int line = 1; std::getline(in, text); line++) {
     if (text.empty() || text[0] == '#') continue;
     std::istringstream words(text);
     std::string view;
@@ -99,7 +99,7 @@ std::vector<Measurement> InFrame(const kelvo::HitList3D& hits, const kelvo::Trac
 
 //! [frame]
 
-// The fitted track before its first scattering plane, in one view of the track frame.
+/// The fitted track before its first scattering plane, in one view of the track frame.
 struct Line {
   double fX0 = 0, fSlope = 0; // at the frame's origin [cm]
 };
@@ -113,8 +113,8 @@ Line FitView(geo::_plane_proj view, const std::vector<Measurement>& all,
     if (m.fView == view) hits.push_back(m);
   const auto n = static_cast<unsigned int>(hits.size());
   kelvo::Lutz fit(n, surfaces.N());
-  for (unsigned int i = 0; i < n; ++i) fit.SetMeasurement(i, hits[i].fZ, hits[i].fU, hits[i].fSigU);
-  for (unsigned int j = 0; j < surfaces.N(); ++j)
+  for (unsigned int i = 0; i < n; i++) fit.SetMeasurement(i, hits[i].fZ, hits[i].fU, hits[i].fSigU);
+  for (unsigned int j = 0; j < surfaces.N(); j++)
     fit.SetScatteringPlane(j, surfaces.S(j), surfaces.SigAlpha(j));
 
   Line line;
@@ -131,7 +131,7 @@ Line FitView(geo::_plane_proj view, const std::vector<Measurement>& all,
 }
 //! [view]
 
-// The fitted track where it begins, in the detector again.
+/// The fitted track where it begins, in the detector again.
 void PrintBegin(const kelvo::TrackBasis& frame, const Line& x, const Line& y) {
   double at[3], next[3];
   frame.TrkToDet(x.fX0, y.fX0, 0, 0, 0, 0, &at[0], &at[1], &at[2], nullptr, nullptr, nullptr);
@@ -154,7 +154,7 @@ void PrintMomenta(const kelvo::Path& path, double s) {
   path.PionParams(s, &T[1], &p[1], &beta[1], nullptr);
   path.ProtonParams(s, &T[2], &p[2], &beta[2], nullptr);
   const kelvo::dEdxTable scintillator("Scintillator");
-  for (int i = 0; i < 3; ++i)
+  for (int i = 0; i < 3; i++)
     std::printf("%31s %9.3f %10.3f %7.4f %10.3f MeV/cm\n", names[i], T[i], p[i], beta[i],
                 1e3 * scintillator(T[i], masses[i]));
 }
@@ -182,7 +182,7 @@ void FitTrack(const geo::PlaneDetector& detector, kelvo::HitList3D hits, int pdg
   //! [planes]
 
   std::printf("\n%u scattering planes     s [cm]  width [mrad]\n", surfaces.N());
-  for (unsigned int j = 0; j < surfaces.N(); ++j)
+  for (unsigned int j = 0; j < surfaces.N(); j++)
     std::printf("%32.2f %13.2f\n", surfaces.S(j), 1e3 * surfaces.SigAlpha(j));
 
   std::printf(

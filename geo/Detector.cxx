@@ -13,7 +13,7 @@ namespace {
 // Begins the text of a detector that is not made of planes; no TOML can begin so.
 const std::string kGeometry = "the geometry \"";
 
-// Shares nothing: the object belongs to the caller.
+/// Shares nothing: the object belongs to the caller.
 template <typename Geometry>
 std::shared_ptr<const Geometry> Referred(const Geometry& geometry) {
   return {std::shared_ptr<void>(), &geometry};

@@ -9,11 +9,11 @@ namespace geo {
 
 namespace {
 
-// The part of the face that all planes measure, over the whole length.
+/// The part of the face that all planes measure, over the whole length.
 Box ActiveFace(const PlaneDetector& detector) {
   Box face = detector.Extent();
   for (const ActivePlane& plane : detector.Planes())
-    for (unsigned view = 0; view < 2; ++view) {
+    for (unsigned view = 0; view < 2; view++) {
       const CellRow& cells = plane.fCells[view];
       if (cells.fCount == 0) continue;
       const double first = cells.Centre(0) - cells.fWidth / 2;
@@ -24,7 +24,7 @@ Box ActiveFace(const PlaneDetector& detector) {
   return face;
 }
 
-// Adds what lies from z to z + length to the steps that it is in.
+/// Adds what lies from z to z + length to the steps that it is in.
 void Spread(double z, double length, double radLengths, const MaterialBudget& budget,
             std::vector<double>& steps) {
   const double width = (budget.fHigh - budget.fLow) / budget.fBins;
@@ -32,7 +32,7 @@ void Spread(double z, double length, double radLengths, const MaterialBudget& bu
   const auto bin = [&](double at) {
     return static_cast<std::size_t>(std::clamp(std::floor((at - budget.fLow) / width), 0., last));
   };
-  for (std::size_t i = bin(z); i <= bin(z + length); ++i) {
+  for (std::size_t i = bin(z); i <= bin(z + length); i++) {
     const double low = std::max(z, budget.fLow + static_cast<double>(i) * width);
     const double high = std::min(z + length, budget.fLow + static_cast<double>(i + 1) * width);
     if (high > low) steps[i] += radLengths * (high - low) / length;
@@ -64,7 +64,7 @@ MaterialBudget FindMaterialBudget(const PlaneDetector& detector, unsigned bins) 
   }
   std::vector<double> ds;
   std::vector<const TGeoMaterial*> materials;
-  for (int i = 0; i < kLines; ++i) {
+  for (int i = 0; i < kLines; i++) {
     const double shareX = std::fmod((i + 0.5) * kStepX, 1);
     const double shareY = std::fmod((i + 0.5) * kStepY, 1);
     const double x = box.fLow[0] + shareX * (box.fHigh[0] - box.fLow[0]);
@@ -73,7 +73,7 @@ MaterialBudget FindMaterialBudget(const PlaneDetector& detector, unsigned bins) 
     const double p1[] = {x, y, box.fHigh[2]};
     detector.MaterialsBetweenPoints(p0, p1, ds, materials);
     double z = box.fLow[2];
-    for (std::size_t k = 0; k < ds.size(); ++k) {
+    for (std::size_t k = 0; k < ds.size(); k++) {
       budget.fLength[materials[k]] += ds[k] / kLines;
       const double x0 = materials[k]->GetRadLen();
       if (x0 > 0) Spread(z, ds[k], ds[k] / x0 / kLines, budget, budget.fRadLengths[materials[k]]);

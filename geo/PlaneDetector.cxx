@@ -14,8 +14,8 @@ namespace geo {
 
 namespace {
 
-// ROOT's geometry manager, where there is one, takes every new material for its own and would
-// delete it at the end of the program.
+/// ROOT's geometry manager, where there is one, takes every new material for its own and would
+/// delete it at the end of the program.
 void KeepFromManager([[maybe_unused]] TGeoMaterial* material) {
 #if __has_include(<TGeoManager.h>)
   if (gGeoManager) gGeoManager->GetListOfMaterials()->Remove(material);
@@ -54,7 +54,7 @@ LayerContent MakeContent(const DetectorDescription::Part& part, const Materials&
 
 Box MakeBox(const DetectorDescription::Part& part, const DetectorDescription::Placed& placed) {
   Box box;
-  for (int k = 0; k < 2; ++k) {
+  for (int k = 0; k < 2; k++) {
     box.fLow[k] = placed.fCentre[k] - 0.5 * part.fSize[k];
     box.fHigh[k] = placed.fCentre[k] + 0.5 * part.fSize[k];
   }
@@ -103,7 +103,7 @@ std::vector<ActivePlane> MakePlanes(const DetectorDescription& d) {
 Box Around(const std::vector<PlaneStack::Layer>& layers) {
   Box all = layers.front().fBox;
   for (const auto& layer : layers)
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       all.fLow[k] = std::min(all.fLow[k], layer.fBox.fLow[k]);
       all.fHigh[k] = std::max(all.fHigh[k], layer.fBox.fHigh[k]);
     }
@@ -156,7 +156,7 @@ PlaneDetector::PlaneDetector(const DetectorDescription& d)
       fExtent(Around(fStack.Layers())) {
   const std::vector<bool> used = UsedMaterials(d);
   fUsed.push_back(fMaterials[d.fWorld].get());
-  for (std::size_t i = 0; i < used.size(); ++i)
+  for (std::size_t i = 0; i < used.size(); i++)
     if (used[i]) fUsed.push_back(fMaterials[i].get());
 }
 
@@ -187,7 +187,7 @@ std::vector<MaterialThickness> ThicknessBetweenPoints(const GeometryBase& geo, c
   std::vector<const TGeoMaterial*> mats;
   geo.MaterialsBetweenPoints(p0, p1, ds, mats);
   std::vector<MaterialThickness> sums;
-  for (std::size_t i = 0; i < ds.size(); ++i) {
+  for (std::size_t i = 0; i < ds.size(); i++) {
     const auto same = [&](const MaterialThickness& sum) { return sum.fMaterial == mats[i]; };
     auto sum = std::find_if(sums.begin(), sums.end(), same);
     if (sum == sums.end()) sum = sums.insert(sums.end(), {mats[i], 0, 0});

@@ -42,7 +42,7 @@ constexpr Range kAtomicNumber{"an atomic number from 1 to 120", 1, 120};
 constexpr Range kCellCount{"a whole number from 1 to 1000000", 1, 1e6};
 constexpr Range kRepeat{"a whole number from 1 to 100000", 1, kMaxParts};
 
-// Reads the file's tables into a description, in the order in which they refer to each other.
+/// Reads the file's tables into a description, in the order in which they refer to each other.
 class Reader {
 public:
   Reader(const toml::table& root, const std::string& file) : fRoot(file, root, "", {1, 1}) {}
@@ -61,7 +61,7 @@ public:
   }
 
 private:
-  // A part in its place, and the [[stack]] that put it there.
+  /// A part in its place, and the [[stack]] that put it there.
   struct Entry {
     Placed fPlaced;
     toml::source_position fAt;
@@ -69,7 +69,7 @@ private:
 
   template <typename Entries>
   static std::optional<unsigned> IndexOf(const Entries& entries, const std::string& name) {
-    for (std::size_t i = 0; i < entries.size(); ++i)
+    for (std::size_t i = 0; i < entries.size(); i++)
       if (entries[i].fName == name) return static_cast<unsigned>(i);
     return std::nullopt;
   }
@@ -106,7 +106,7 @@ private:
     fOut.fMaterials.push_back(material);
   }
 
-  // Of all materials only vacuum may do without, and those for which it can be calculated.
+  /// Of all materials only vacuum may do without, and those for which it can be calculated.
   static double ReadRadLength(const Table& table, const DetectorDescription::Material& material) {
     const bool given = table.Find("radiation_length");
     if (!given && material.fName == "Vacuum") return 0;
@@ -114,7 +114,7 @@ private:
     return table.Number("radiation_length", kRadLength);
   }
 
-  // Gives the matter what the file has of its own.
+  /// Gives the matter what the file has of its own.
   static void Complete(const Table& table, DetectorDescription::Material& material) {
     const toml::node* excitation = table.Find("I");
     if (excitation && !material.fMatter)
@@ -126,7 +126,7 @@ private:
     if (excitation) material.fMatter->SetExcitation(table.Number("I", kExcitation));
   }
 
-  // What a material is made of: by one of three keys, else by its name if that is a known one.
+  /// What a material is made of: by one of three keys, else by its name if that is a known one.
   std::optional<matter::Material> ReadMatter(const Table& table, const std::string& name) const {
     const toml::node* first = nullptr;
     std::optional<matter::Material> matter;
@@ -195,7 +195,7 @@ private:
     fOut.fParts.push_back(part);
   }
 
-  // Cells side by side along one axis.
+  /// Cells side by side along one axis.
   void ReadCells(const Table& table, int axis, Part& part) const {
     const Table cell = table.Sub("cell", "a table { width, length, depth }");
     cell.AllowOnly({"width", "length", "depth"});
@@ -236,7 +236,7 @@ private:
     part.fGap = gap.Number("width", kLength);
   }
 
-  // Cells side by side along both axes, of one material.
+  /// Cells side by side along both axes, of one material.
   static void ReadPixels(const Table& table, Part& part) {
     for (const char* key : {"wall", "gap"})
       if (table.Find(key)) table.Fail(table.Find(key), key, "not possible with view \"XY\"");
@@ -245,7 +245,7 @@ private:
     const toml::array& counts = table.Values("count", 2, 2, "two whole numbers [x, y]");
     cell.Vector("width", kLength, part.fWidth);
     part.fSize[2] = cell.Number("depth", kLength);
-    for (unsigned axis = 0; axis < 2; ++axis) {
+    for (unsigned axis = 0; axis < 2; axis++) {
       part.fCount[axis] = table.ToCount(counts[axis], "count", kCellCount);
       part.fSize[axis] = part.fCount[axis] * part.fWidth[axis];
       CheckTotal(table, part.fSize[axis]);
@@ -264,7 +264,7 @@ private:
     const double start = fZ;
     double length = 0;
     const std::vector<Placed> parts = ReadParts(table, group, length);
-    for (unsigned r = 0; r < repeat; ++r)
+    for (unsigned r = 0; r < repeat; r++)
       for (Placed placed : parts) {
         placed.fZLow += start + r * length;
         placed.fZHigh += start + r * length;
@@ -273,7 +273,7 @@ private:
     fZ = start + repeat * length;
   }
 
-  // The parts of a group, with z counted from the group's start; length is the group's.
+  /// The parts of a group, with z counted from the group's start; length is the group's.
   std::vector<Placed> ReadParts(const Table& table, const Placed& group, double& length) const {
     std::vector<Placed> placed;
     const toml::array& parts =
@@ -291,7 +291,7 @@ private:
       const Part& part = fOut.fParts[*index];
       Placed next = group;
       next.fPart = *index;
-      for (int k = 0; k < 2; ++k) next.fCentre[k] += part.fCentre[k] + group.fOffset[k];
+      for (int k = 0; k < 2; k++) next.fCentre[k] += part.fCentre[k] + group.fOffset[k];
       next.fZLow = length + group.fOffset[2];
       length += part.fSize[2];
       next.fZHigh = length + group.fOffset[2];
@@ -321,7 +321,7 @@ private:
       fRoot.Fail(fRoot.Find("stack"), "stack", "expected at least one [[plane]] among the parts");
   }
 
-  // Sorts the parts by z; those that touch share the coordinate of the face.
+  /// Sorts the parts by z; those that touch share the coordinate of the face.
   void CheckOverlap() {
     const auto below = [](const Entry& a, const Entry& b) {
       return a.fPlaced.fZLow < b.fPlaced.fZLow;

@@ -21,7 +21,7 @@ constexpr double kParallel = 1e-150;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-// Stretch of the line, as distances from its start [cm]. Empty unless fIn < fOut.
+/// Stretch of the line, as distances from its start [cm]. Empty unless fIn < fOut.
 struct Stretch {
   double fIn;
   double fOut;
@@ -37,11 +37,11 @@ double Distance(double dx, double dy, double dz) {
   return std::hypot(dx, dy, dz); // slower, but without overflow
 }
 
-// The line r(s) = a + u s, 0 <= s <= L.
+/// The line r(s) = a + u s, 0 <= s <= L.
 class Ray {
 public:
   Ray(const double* a, const double* b, double length) : fLength(length) {
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       const double d = b[k] - a[k];
       fStart[k] = a[k];
       fDir[k] = std::abs(d) > kParallel * length ? d / length : 0;
@@ -53,7 +53,7 @@ public:
   double At(unsigned axis, double s) const { return fStart[axis] + fDir[axis] * s; }
   double Dir(unsigned axis) const { return fDir[axis]; }
 
-  // Where low <= r < high along one axis.
+  /// Where low <= r < high along one axis.
   Stretch Between(unsigned axis, double low, double high) const {
     const double a = fStart[axis];
     if (fDir[axis] == 0) {
@@ -72,7 +72,7 @@ private:
   double fLength;
 };
 
-// Collects the steps: told where a material begins, it closes the step before.
+/// Collects the steps: told where a material begins, it closes the step before.
 class StepList {
 public:
   StepList(const TGeoMaterial* first, double length, std::vector<double>& ends,
@@ -88,7 +88,7 @@ public:
     fCurrent = material;
   }
 
-  // Ends the last step and turns the ends into lengths.
+  /// Ends the last step and turns the ends into lengths.
   void Finish() {
     if (fEnds.empty() || fLength - Start() > kShortest) Push(fLength);
     fEnds.back() = fLength;
@@ -114,7 +114,7 @@ private:
   std::vector<const TGeoMaterial*>& fMats;
 };
 
-// The cells of one layer, along the stretch of the line inside the layer's box.
+/// The cells of one layer, along the stretch of the line inside the layer's box.
 void WalkCells(const Ray& ray, const Box& box, const LayerContent& c, Stretch in, StepList& steps) {
   const unsigned across = c.fAxis;
   const unsigned along = 1 - across;
@@ -152,8 +152,8 @@ void WalkCells(const Ray& ray, const Box& box, const LayerContent& c, Stretch in
   }
 }
 
-// Absent walls and gaps take the material of their neighbour, so that the walk needs no cases and
-// the rounding of a boundary shows no material that is not there.
+/// Absent walls and gaps take the material of their neighbour, so that the walk needs no cases and
+/// the rounding of a boundary shows no material that is not there.
 LayerContent Completed(LayerContent c) {
   if (c.fCount == 0) return c;
   if (c.fWall == 0) c.fWallMaterial = c.fFilling;
@@ -195,7 +195,7 @@ void PlaneStack::Steps(const double* p0, const double* p1, std::vector<double>& 
 
   StepList steps(fWorld, length, ds, mats);
   auto i = static_cast<size_t>(std::upper_bound(fZHigh.begin(), fZHigh.end(), z) - fZHigh.begin());
-  for (; i < fLayers.size(); ++i) {
+  for (; i < fLayers.size(); i++) {
     const Box& box = fLayers[i].fBox;
     const Stretch layer = Common(ray.Between(2, box.fLow[2], box.fHigh[2]), {0, length});
     if (layer.fIn >= length) break;

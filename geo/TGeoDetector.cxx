@@ -65,11 +65,11 @@ void AddMaterials(const TGeoVolume& volume, std::set<const TGeoVolume*>& seen,
   if (material && !volume.IsAssembly() && !IsEmpty(*material) &&
       std::find(names.begin(), names.end(), material->GetName()) == names.end())
     names.emplace_back(material->GetName());
-  for (int i = 0; i < volume.GetNdaughters(); ++i)
+  for (int i = 0; i < volume.GetNdaughters(); i++)
     AddMaterials(*volume.GetNode(i)->GetVolume(), seen, names);
 }
 
-// Collects steps: tiny ones are added to a neighbour, and those of one material to each other.
+/// Collects steps: tiny ones are added to a neighbour, and those of one material to each other.
 class StepList {
 public:
   StepList(std::vector<double>& ds, std::vector<const TGeoMaterial*>& mats)
@@ -89,7 +89,7 @@ public:
     }
   }
 
-  // Makes the lengths add up to the distance; what is missing are rounding errors.
+  /// Makes the lengths add up to the distance; what is missing are rounding errors.
   void Close(double distance) {
     if (fMats.empty()) {
       fDs.push_back(distance);
@@ -107,12 +107,12 @@ private:
   const TGeoMaterial* fFirst = nullptr; // the material of the last of them
 };
 
-// A straight way, from one boundary to the next.
+/// A straight way, from one boundary to the next.
 class Walk {
 public:
   Walk(TGeoNavigator& navigator, const double* p0, const double* p1, double distance)
       : fNavigator(navigator), fDistance(distance) {
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; i++) {
       fStart[i] = p0[i];
       fDirection[i] = (p1[i] - p0[i]) / distance;
     }
@@ -122,7 +122,7 @@ public:
   const TGeoNavigator& Navigator() const { return fNavigator; }
   bool AtEnd() const { return fDone >= fDistance; }
 
-  // Goes on to the next boundary, or to the end, and returns the length.
+  /// Goes on to the next boundary, or to the end, and returns the length.
   double Step() {
     const double left = fDistance - fDone;
     fNavigator.FindNextBoundaryAndStep(left);
@@ -155,7 +155,7 @@ private:
   double fPush = kPush;
 };
 
-// A file under a name of which ROOT can make nothing else: it takes '#', '?', '|' and '$' apart.
+/// A file under a name of which ROOT can make nothing else: it takes '#', '?', '|' and '$' apart.
 class OpenFile {
 public:
   explicit OpenFile(const std::string& file)
@@ -172,7 +172,7 @@ private:
   int fDescriptor;
 };
 
-// ROOT tells on the screen what it reads, and what it cannot read.
+/// ROOT tells on the screen what it reads, and what it cannot read.
 std::unique_ptr<TGeoManager> Import(const std::string& file) {
   const int level = gErrorIgnoreLevel;
   gErrorIgnoreLevel = std::max<int>(level, kFatal);
@@ -228,8 +228,8 @@ void TGeoDetector::CheckManager() const {
                         "\" was deleted or replaced by another one, but is still in use");
 }
 
-// ROOT numbers threads one by one and never takes a number back, while a new thread may have the
-// identifier of one that ended: having a navigator does not mean having a number that serves.
+/// ROOT numbers threads one by one and never takes a number back, while a new thread may have the
+/// identifier of one that ended: having a navigator does not mean having a number that serves.
 void TGeoDetector::CheckThread() const {
   if (fManager.IsMultiThread() && TGeoManager::ThreadId() >= fManager.GetMaxThreads())
     throw DetectorError("the geometry \"" + fName + "\" serves " +

@@ -22,7 +22,7 @@
 
 namespace geo::tomlfile {
 
-// What a number must be.
+/// What a number must be.
 struct Range {
   const char* fExpected;
   double fLow;
@@ -31,7 +31,7 @@ struct Range {
 
 using kelvo::Quoted;
 
-// Ten digits: what a user wrote, without the rounding of sums.
+/// Ten digits: what a user wrote, without the rounding of sums.
 inline std::string ToText(double value) {
   return fmt::format(FMT_STRING("{:.10g}"), value);
 }
@@ -62,18 +62,18 @@ inline std::string Place(const std::string& file, const toml::source_position& a
   return fmt::format(FMT_STRING("{}:{}:{}: "), file, at.line, at.column);
 }
 
-// Refuses characters outside of ASCII but in comments and texts, where alone TOML allows them:
-// toml++ 3.3 has undefined behaviour on them elsewhere. So that comments and texts are told apart
-// in a few lines, a text must be on one line.
+/// Refuses characters outside of ASCII but in comments and texts, where alone TOML allows them:
+/// toml++ 3.3 has undefined behaviour on them elsewhere. So that comments and texts are told apart
+/// in a few lines, a text must be on one line.
 class CharacterCheck {
 public:
   CharacterCheck(const std::string& text, const std::string& file) : fText(text), fFile(file) {}
 
   void Check() {
     const bool mark = fText.compare(0, 3, "\xEF\xBB\xBF") == 0; // byte-order mark
-    for (fI = mark ? 3 : 0; fI < fText.size(); ++fI) {
+    for (fI = mark ? 3 : 0; fI < fText.size(); fI++) {
       const char c = fText[fI];
-      if ((c & 0xC0) != 0x80) ++fAt.column; // not inside of a character of several bytes
+      if ((c & 0xC0) != 0x80) fAt.column++; // not inside of a character of several bytes
       if (c == '\n')
         NextLine();
       else if (fOpen == 0)
@@ -88,15 +88,15 @@ public:
 private:
   void NextLine() {
     fOpen = 0;
-    ++fAt.line;
+    fAt.line++;
     fAt.column = 0;
   }
 
-  // What follows a backslash does not end the text.
+  /// What follows a backslash does not end the text.
   void Escape() {
     if (fI + 1 == fText.size() || fText[fI + 1] == '\n') return;
-    ++fI;
-    ++fAt.column;
+    fI++;
+    fAt.column++;
   }
 
   void Outside(char c) {
@@ -119,8 +119,8 @@ private:
   char fOpen = 0; // the quotation mark or # that is open, 0: none
 };
 
-// A table of the file, and how to read its fields: each function throws a DetectorError that tells
-// the place and what was expected.
+/// A table of the file, and how to read its fields: each function throws a DetectorError that tells
+/// the place and what was expected.
 class Table {
 public:
   // path: the table's name as a prefix of its fields' names, such as "plane."
@@ -143,7 +143,7 @@ public:
     throw DetectorError(Place(fFile, at) + message);
   }
 
-  // An error of the table as a whole, which is not the root.
+  /// An error of the table as a whole, which is not the root.
   [[noreturn]] void Fail(const std::string& message) const {
     FailAt(fAt, fPath.substr(0, fPath.size() - 1) + ": " + message);
   }
@@ -206,7 +206,7 @@ public:
     return ToCount(Get(key, range.fExpected), key, range);
   }
 
-  // The values of an array of a given length, which the message calls "expected".
+  /// The values of an array of a given length, which the message calls "expected".
   const toml::array& Values(const char* key, std::size_t least, std::size_t most,
                             const std::string& expected) const {
     const toml::node& node = Get(key, expected);
@@ -215,12 +215,12 @@ public:
     return *array;
   }
 
-  // x and y, and z where it is allowed and given; what is absent is left alone.
+  /// x and y, and z where it is allowed and given; what is absent is left alone.
   void Vector(const char* key, const Range& range, double* values, std::size_t most = 2) const {
     const std::string expected =
         most == 2 ? "two numbers [x, y]" : "two or three numbers [x, y, z]";
     const toml::array& array = Values(key, 2, most, expected);
-    for (std::size_t k = 0; k < array.size(); ++k) values[k] = ToNumber(array[k], key, range);
+    for (std::size_t k = 0; k < array.size(); k++) values[k] = ToNumber(array[k], key, range);
   }
 
   Table Sub(const char* key, const std::string& expected) const {
@@ -230,7 +230,7 @@ public:
     return Inner(*table, key);
   }
 
-  // All tables [[key]]; "least" says how many there must be.
+  /// All tables [[key]]; "least" says how many there must be.
   std::vector<Table> Tables(const char* key, std::size_t least) const {
     const std::string header = fmt::format(FMT_STRING("[[{}]]"), key);
     const toml::node* node = Find(key);

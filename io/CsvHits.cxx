@@ -140,7 +140,7 @@ bool CsvHits::ParseNumber(HitColumn column, double& value) {
   if (field.empty()) return Fail(column, "is empty, a number is expected");
   const char* begin = field.data();
   const char* end = begin + field.size();
-  if (*begin == '+' && field.size() > 1 && begin[1] != '-') ++begin;
+  if (*begin == '+' && field.size() > 1 && begin[1] != '-') begin++;
   const auto [stop, error] = std::from_chars(begin, end, value);
   if (error == std::errc::result_out_of_range)
     return Fail(column, Shown(field) + " is too large or too small for a number");

@@ -33,7 +33,7 @@ namespace {
 constexpr const char* kTable = "fits";
 constexpr const char* kFirstVector = "hit_view";
 
-// Whether the vectors of a row belong together, so that whoever uses them need not ask.
+/// Whether the vectors of a row belong together, so that whoever uses them need not ask.
 bool Consistent(const FitRow& row) {
   const std::size_t hits = row.fHitZ.size();
   for (const std::size_t n :
@@ -49,7 +49,7 @@ bool Consistent(const FitRow& row) {
   return row.fStatus != 0 || hits >= 4; // two in each view at least
 }
 
-// A row and the functions that fetch its columns, in groups by how often they are wanted.
+/// A row and the functions that fetch its columns, in groups by how often they are wanted.
 class RowColumns {
 public:
   /// @param bind returns the function that fetches one column: bind(name, member)
@@ -72,7 +72,7 @@ public:
   bool HasVectors() const { return fHasVectors; }
 
   const FitRow& Fetch(long long entry, FitPart columns) {
-    for (std::size_t group = 0; group <= static_cast<std::size_t>(columns); ++group)
+    for (std::size_t group = 0; group <= static_cast<std::size_t>(columns); group++)
       for (const auto& fetch : fFetches[group]) fetch(entry);
     if (columns == FitPart::kAll && fHasVectors && !Consistent(fRow))
       throw FileError(fPlace + ", entry " + std::to_string(entry) +

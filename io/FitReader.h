@@ -30,7 +30,7 @@ public:
 /// Reads what FitFile wrote, in memory that does not grow with the number of entries.
 ///
 ///     FitReader reader("fits.root");
-///     for (long long i = 0; i < reader.Entries(); ++i)
+///     for (long long i = 0; i < reader.Entries(); i++)
 ///       if (reader.Read(i, FitPart::kScalars).fBest) ...
 class FitReader {
 public:

@@ -38,7 +38,7 @@ void SetScalars(const HypothesisFit& fit, FitRow& row) {
   row.fSigLength = fit.fSigLength;
 }
 
-// Numbers of hits per view are known for a failed fit, too; all else is not.
+/// Numbers of hits per view are known for a failed fit, too; all else is not.
 void SetNothing(const HitList3D& hits, FitRow& row) {
   VisitScalars([&row](const char*, auto member) {
     if constexpr (std::is_same_v<decltype(member), double FitRow::*>) row.*member = kNone;

@@ -27,7 +27,7 @@ void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
 
 HitColumns::HitColumns(const std::string& place, const std::vector<std::string>& inFile,
                        const std::map<std::string, std::string>& mapping, bool numbered) {
-  for (std::size_t c = 0; c < kHitColumns; ++c) {
+  for (std::size_t c = 0; c < kHitColumns; c++) {
     std::string& name = fNames[c];
     name = HitColumnNames()[c];
     if (const auto other = mapping.find(name); other != mapping.end()) name = other->second;

@@ -14,7 +14,7 @@ int ViewOf(double value) {
   return -1;
 }
 
-// Which column has another length than that of z; empty if none has.
+/// Which column has another length than that of z; empty if none has.
 std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) {
   const std::size_t n = numbers[kHitZ].fSize;
   for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {

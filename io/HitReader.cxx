@@ -42,7 +42,7 @@ std::string TrackHits::Place() const {
 }
 
 void TrackHits::AddProblem(const std::string& sentence) {
-  ++fBadLines;
+  fBadLines++;
   if (fProblems.size() < kProblemsKept) fProblems.push_back(sentence);
 }
 

@@ -53,7 +53,7 @@ public:
                              : MakeTreeTable(*fRootFile, table.fName, place);
     fColumns = HitColumns(place, fTable->Columns(), options.fColumns);
     fTable->BindNumber(fColumns.Name(kHitTrack), fTrack);
-    for (std::size_t c = 0; c < kHitColumns; ++c)
+    for (std::size_t c = 0; c < kHitColumns; c++)
       if (c != kHitTrack && Has(c)) fTable->BindVector(fColumns.Name(Column(c)), fValues[c]);
     fEntries = fTable->Entries();
   }
@@ -67,10 +67,10 @@ public:
     track.fPlace = static_cast<unsigned long long>(fEntry);
     track.fPlaceWord = "entry";
     HitNumbers numbers;
-    for (std::size_t c = 0; c < kHitColumns; ++c)
+    for (std::size_t c = 0; c < kHitColumns; c++)
       numbers[c] = {fValues[c].data(), fValues[c].size()};
     AddEntry(fColumns, numbers, track);
-    ++fEntry;
+    fEntry++;
     return true;
   }
 

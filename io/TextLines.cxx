@@ -79,7 +79,7 @@ bool TextLines::Next(std::string_view& line) {
     searched = size;
     fAtEnd = !Fill();
   }
-  ++fNumber;
+  fNumber++;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (fNumber == 1 && line.substr(0, 3) == kByteOrderMark) line.remove_prefix(3);
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);

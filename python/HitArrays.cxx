@@ -27,7 +27,7 @@ struct HitArrays::Rows {
 
   HitNumbers Slice(std::size_t row) const {
     HitNumbers slice;
-    for (std::size_t c = 0; c < kHitColumns; ++c) {
+    for (std::size_t c = 0; c < kHitColumns; c++) {
       const std::int64_t* offsets = fOffsets[c];
       if (!offsets) continue;
       slice[c] = {fNumbers[c].fData + offsets[row],
@@ -37,7 +37,7 @@ struct HitArrays::Rows {
   }
 
   void CheckComplete() const {
-    for (std::size_t c = 0; c < kHitColumns; ++c) {
+    for (std::size_t c = 0; c < kHitColumns; c++) {
       const auto column = static_cast<HitColumn>(c);
       const bool isSet = fNumbers[c].fData && (fLayout == HitLayout::kRowIsHit || fOffsets[c]);
       if (c != kHitTrack && fColumns.Has(column) && !isSet && fN > 0)
@@ -98,7 +98,7 @@ void HitArrays::AddRowsOfTrack(TrackHits& track) {
         FMT_STRING(
             "{}, column {}: track {} had rows further up; the rows of a track must stand together"),
         fRows->Place(row), fRows->fColumns.Name(kHitTrack), track.fTrack));
-  for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; ++row) {
+  for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; row++) {
     const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track.fHits);
     if (!problem.empty()) track.AddProblem(fRows->Place(row) + ", " + problem);
   }

@@ -24,7 +24,7 @@ namespace {
 using ROOT::RDF::RNode;
 using Values = ROOT::RVec<double>;
 
-// The fit of one entry: a row per hypothesis, of which the shown one has its vectors.
+/// The fit of one entry: a row per hypothesis, of which the shown one has its vectors.
 struct EntryFit {
   std::vector<FitRow> fRows;
   std::size_t fShown = 0;
@@ -32,7 +32,7 @@ struct EntryFit {
   const FitRow& Shown() const { return fRows[fShown]; }
 };
 
-// Fits the entries of one slot.
+/// Fits the entries of one slot.
 class SlotFitter {
 public:
   SlotFitter(const RowFitter& fitter, HitColumns columns)
@@ -55,13 +55,13 @@ private:
   HitColumns fColumns;
 };
 
-// All that fits a data frame. Slots lie apart, so that their threads do not share memory.
+/// All that fits a data frame. Slots lie apart, so that their threads do not share memory.
 struct FrameFitter {
   std::shared_ptr<const geo::GeometryBase> fDetector;
   std::vector<std::unique_ptr<SlotFitter>> fSlots;
 };
 
-// ROOT keeps columns of such names out of what users see and store.
+/// ROOT keeps columns of such names out of what users see and store.
 std::string Hidden(const std::string& prefix, const std::string& name) {
   return "rdf_" + prefix + name + "_";
 }
@@ -97,7 +97,7 @@ RNode DefineNumbers(RNode frame, const std::string& column, bool isStd, const st
   return DefineNumbers<ROOT::RVec<T>>(frame, column, name);
 }
 
-// Gives a column of any vectors the name and double precision.
+/// Gives a column of any vectors the name and double precision.
 RNode DefineNumbers(RNode frame, const std::string& column, const std::string& name) {
   const std::string type = frame.GetColumnType(column);
   std::string element;
@@ -121,7 +121,7 @@ RNode DefineNumbers(RNode frame, const std::string& column, const std::string& n
   return frame;
 }
 
-// The names of the columns with the values of the hits, by HitColumn without the track.
+/// The names of the columns with the values of the hits, by HitColumn without the track.
 std::vector<std::string> DefineHits(RNode& frame, const HitColumns& columns,
                                     const std::string& prefix) {
   const std::string none = Hidden(prefix, "none");
@@ -163,7 +163,8 @@ std::shared_ptr<FrameFitter> MakeFitter(const std::shared_ptr<const geo::Geometr
 // A column of the data frame for each value of a hit, by HitColumn without the track.
 constexpr std::size_t kValues = kHitColumns - 1;
 
-// Returns the function that fits an entry; index makes its parameters as many as there are columns.
+/// Returns the function that fits an entry; index makes its parameters as many as there are
+/// columns.
 template <std::size_t... index>
 auto EntryFitter(const std::shared_ptr<FrameFitter>& fitter, std::index_sequence<index...>) {
   return [fitter](unsigned slot, const std::enable_if_t<(index < kValues), Values>&... values) {

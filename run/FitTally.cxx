@@ -18,25 +18,25 @@ FitTally::FitTally(const std::vector<int>& hypotheses) : fChi2(hypotheses.size()
 
 void FitTally::Add(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes) AddOutcome(outcome);
-  for (std::size_t i = 0; i < block.fRows.size(); ++i)
+  for (std::size_t i = 0; i < block.fRows.size(); i++)
     AddRow(block.fRows[i], i % fSummary.fHypotheses.size());
 }
 
 FitSummary FitTally::Summary(double seconds) const {
   FitSummary summary = fSummary;
   summary.fSeconds = seconds;
-  for (std::size_t h = 0; h < fChi2.size(); ++h)
+  for (std::size_t h = 0; h < fChi2.size(); h++)
     summary.fHypotheses[h].fMedianChi2PerNDF = fChi2[h].Median();
   return summary;
 }
 
 void FitTally::AddOutcome(const TrackOutcome& outcome) {
-  ++fSummary.fTracks;
+  fSummary.fTracks++;
   fSummary.fHits += outcome.fHits;
   fSummary.fBadLines += outcome.fBadLines;
   fSummary.fProblemCount += outcome.fBadLines > 0 ? outcome.fBadLines : outcome.fProblems.size();
   ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];
-  if (outcome.fBestPDG != 0) ++fSummary.fFitted;
+  if (outcome.fBestPDG != 0) fSummary.fFitted++;
   for (const std::string& problem : outcome.fProblems)
     if (fSummary.fProblems.size() < kProblemsKept) fSummary.fProblems.push_back(problem);
 }
@@ -44,8 +44,8 @@ void FitTally::AddOutcome(const TrackOutcome& outcome) {
 void FitTally::AddRow(const FitRow& row, std::size_t h) {
   if (row.fStatus != 0) return;
   HypothesisSummary& hypothesis = fSummary.fHypotheses[h];
-  ++hypothesis.fFitted;
-  if (row.fBest) ++hypothesis.fBest;
+  hypothesis.fFitted++;
+  if (row.fBest) hypothesis.fBest++;
   if (row.fNDF > 0) fChi2[h].Add(row.Chi2() / row.fNDF);
 }
 

@@ -54,7 +54,7 @@ private:
 
   double ComputedIntLen() const { return IsVacuum() ? kLong : 35. * std::cbrt(fA) / fDensity; }
 
-  // Contribution of the atomic electrons.
+  /// Contribution of the atomic electrons.
   double Xi() const {
     return std::log(1440. / std::pow(fZ, 2. / 3.)) /
            (std::log(183. / std::cbrt(fZ)) - CoulombCorrection());

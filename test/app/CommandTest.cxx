@@ -22,7 +22,7 @@ using test::Outcome;
 
 class Command : public testing::Test {
 protected:
-  // Runs the program in the temporary folder.
+  /// Runs the program in the temporary folder.
   Outcome Run(const std::string& arguments, const std::string& before = "") {
     return test::RunIn(fFolder, KELVO_COMMAND, arguments, before);
   }
@@ -33,7 +33,7 @@ protected:
 
   bool Exists(const std::string& name) const { return std::filesystem::exists(fFolder.Path(name)); }
 
-  // What is there besides the two files with the program's words.
+  /// What is there besides the two files with the program's words.
   long Results() const { return fFolder.Files() - Exists(".out") - Exists(".err"); }
 
   test::TempFolder fFolder;
@@ -106,7 +106,7 @@ TEST_F(Command, TellsWhatCouldNotBeUsedAndEndsWithStatus1) {
 
 TEST_F(Command, ShowsTheFirstTenOfManyBadLines) {
   std::string text = "track,view,u,z,sigu\n";
-  for (int i = 0; i < 40; ++i) text += std::to_string(i) + ",X,?,3,0.3\n";
+  for (int i = 0; i < 40; i++) text += std::to_string(i) + ",X,?,3,0.3\n";
   fFolder.Write("hits.csv", text);
   const Outcome run = Fit("hits.csv");
   EXPECT_EQ(run.fStatus, 1);
@@ -245,8 +245,8 @@ TEST_F(Command, SaysWhatIsWrongWithFiles) {
 
 TEST_F(Command, FitsABeamInAFileWithNamesOfItsOwn) {
   std::string text = "event,plane,z,x,y,sigma_x,sigma_y\n";
-  for (int event = 0; event < 5; ++event)
-    for (int plane = 0; plane < 4; ++plane)
+  for (int event = 0; event < 5; event++)
+    for (int plane = 0; plane < 4; plane++)
       text += std::to_string(event) + "," + std::to_string(plane) + "," + std::to_string(plane) +
               ",1.0,0.9,0.0072,0.0014\n";
   fFolder.Write("beam.csv", text);
@@ -345,7 +345,7 @@ TEST_F(Command, TellsThatAFileCannotBeWrittenToItsEnd) {
   }
 }
 
-// Starts the program with a terminal as its standard error stream; returns what it writes there.
+/// Starts the program with a terminal as its standard error stream; returns what it writes there.
 std::string OnATerminal(const std::string& output, int& status, bool interrupt) {
   int terminal = -1;
   const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);

@@ -18,7 +18,7 @@ const std::string kOtherFormat = " --format rntuple";
 const std::string kOtherFormat;
 #endif
 
-// The contents of all files in a folder but the program's words.
+/// The contents of all files in a folder but the program's words.
 std::map<std::string, std::string> Contents(const test::TempFolder& folder) {
   std::map<std::string, std::string> contents;
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path(""))) {
@@ -34,7 +34,7 @@ std::string ShellWord(const std::string& text) {
   return word + '\'';
 }
 
-// Names with one beginning and many ends.
+/// Names with one beginning and many ends.
 class HostileNames : public testing::TestWithParam<std::string> {
 protected:
   void SetUp() override {
@@ -48,7 +48,7 @@ protected:
   std::string Name(const std::string& end) const { return GetParam() + end; }
   std::string Word(const std::string& end) const { return ShellWord(Name(end)); }
 
-  // Runs a command that makes files of these ends and no others.
+  /// Runs a command that makes files of these ends and no others.
   void Expect(const std::string& arguments, const std::vector<std::string>& ends) {
     const auto before = Contents(fFolder);
     const test::Outcome run = test::RunIn(fFolder, KELVO_COMMAND, arguments);

@@ -79,7 +79,7 @@ TEST(Picture, IsStoredInTheFormatOfItsEnding) {
   EXPECT_EQ(folder.Files(), 3);
 }
 
-// From the first to the last column of dots with ink [pixels], in the rows of one text.
+/// From the first to the last column of dots with ink [pixels], in the rows of one text.
 struct Ink {
   double fLeft;
   double fRight;

@@ -30,7 +30,7 @@ const geo::PlaneDetector& Detector() {
   return detector;
 }
 
-// The rows of 60 tracks, of which the fit of the last two failed.
+/// The rows of 60 tracks, of which the fit of the last two failed.
 const std::vector<FitRow>& Rows() {
   static const std::vector<FitRow> rows = [] {
     std::vector<FitRow> all;

@@ -54,13 +54,13 @@ std::vector<std::size_t> HitsOfView(const kelvo::FitRow& row, std::size_t view) 
   return hits;
 }
 
-// An upright line [pixels].
+/// An upright line [pixels].
 struct Bar {
   double fMiddle;
   double fLength;
 };
 
-// The black lines, which come in the order of the views and their hits.
+/// The black lines, which come in the order of the views and their hits.
 std::vector<Bar> HitBars(const test::SvgShapes& svg, const kelvo::FitRow& row, std::size_t view) {
   std::vector<Bar> bars;
   for (const auto& line : svg.fLines) {

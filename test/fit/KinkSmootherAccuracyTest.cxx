@@ -30,7 +30,7 @@ Parameters Fit(const Problem& problem, Fitter& fitter) {
   return p;
 }
 
-// The largest error of all parameters in units of their standard deviations.
+/// The largest error of all parameters in units of their standard deviations.
 double Error(const Parameters& p, const reference::BandedFit& expected, const KinkSmoother& fit) {
   const KinkPoint before = fit.At(-1000);
   const double varX0 =
@@ -41,7 +41,7 @@ double Error(const Parameters& p, const reference::BandedFit& expected, const Ki
   };
   double error =
       std::max(off(p.x0, expected.x0, varX0), off(p.slope, expected.slope, before.fVarSlope));
-  for (unsigned j = 0; j < p.alpha.size(); ++j)
+  for (unsigned j = 0; j < p.alpha.size(); j++)
     error = std::max(error, off(p.alpha[j], expected.kinks[j], fit.VarKink(j)));
   return error;
 }
@@ -57,16 +57,16 @@ TEST(KinkSmootherReference, BandedFitAgreesWithTheDenseOne) {
     };
     expectNear(dense.Parameter(0), banded.x0);
     expectNear(dense.Parameter(1), banded.slope);
-    for (unsigned j = 0; j < m; ++j) expectNear(dense.Parameter(j + 2), banded.kinks[j]);
+    for (unsigned j = 0; j < m; j++) expectNear(dense.Parameter(j + 2), banded.kinks[j]);
   }
 }
 
-// Widths of planes over five decades, sigmas of measurements over three.
+/// Widths of planes over five decades, sigmas of measurements over three.
 void Sweep(unsigned n, unsigned m, int problems, bool besideLutz) {
   SCOPED_TRACE(testing::Message() << "n = " << n << ", m = " << m);
   std::mt19937_64 random(n);
   testing::internal::CaptureStderr(); // Lutz says when it gives up
-  for (int i = 0; i < problems; ++i) {
+  for (int i = 0; i < problems; i++) {
     const Problem problem = reference::RandomProblem(n, m, random);
     const reference::BandedFit expected(problem);
     KinkSmoother fit(n, m);

@@ -62,7 +62,7 @@ struct Results {
 Tracks RandomTracks() {
   std::mt19937_64 random(3);
   Tracks tracks;
-  for (unsigned m = 0; m < 20; ++m)
+  for (unsigned m = 0; m < 20; m++)
     tracks.Add(reference::RandomProblem(m + 1 + m % 4, m, random)); // m = 0: one measurement
   tracks.Add({{1, 2, 3}, {1, 2, 3}, {1, 1, kInfinity}, {0}, {kInfinity}});
   return tracks;
@@ -77,7 +77,7 @@ TEST(KinkSmootherBatch, GivesTheBitsOfOneTrackAtATime) {
   const Tracks tracks = RandomTracks();
   Results found(tracks);
   KinkSmootherBatch().Fit(tracks.Input(), found.Output());
-  for (std::size_t t = 0; t < tracks.problems.size(); ++t) {
+  for (std::size_t t = 0; t < tracks.problems.size(); t++) {
     SCOPED_TRACE(t);
     const Problem& problem = tracks.problems[t];
     KinkSmoother fit(static_cast<unsigned>(problem.z.size()),
@@ -91,14 +91,14 @@ TEST(KinkSmootherBatch, GivesTheBitsOfOneTrackAtATime) {
     const double expected[] = {
         x0,           slope,          start.fVarX,        start.fCovXSlope, start.fVarSlope,
         fit.Chi2XI(), fit.Chi2Beta(), fit.LogLikelihood()};
-    for (std::size_t i = 0; i < 8; ++i) ExpectSameBits(found.perTrack[i][t], expected[i]);
+    for (std::size_t i = 0; i < 8; i++) ExpectSameBits(found.perTrack[i][t], expected[i]);
     const std::size_t meas = static_cast<std::size_t>(tracks.measOffset[t]);
-    for (unsigned i = 0; i < fit.NMeas(); ++i) {
+    for (unsigned i = 0; i < fit.NMeas(); i++) {
       ExpectSameBits(found.perMeas[0][meas + i], fit.XFit(i));
       ExpectSameBits(found.perMeas[1][meas + i], fit.Residual(i).fPull);
     }
     const std::size_t plane = static_cast<std::size_t>(tracks.scatOffset[t]);
-    for (unsigned j = 0; j < fit.NScat(); ++j) {
+    for (unsigned j = 0; j < fit.NScat(); j++) {
       ExpectSameBits(found.perPlane[0][plane + j], fit.Kink(j));
       ExpectSameBits(found.perPlane[1][plane + j], fit.VarKink(j));
     }
@@ -147,7 +147,7 @@ void ExpectThrow(const Tracks& tracks, unsigned code, double value) {
 TEST(KinkSmootherBatch, StopsAtTheFirstTrackWithBadInput) {
   const Problem good{{1, 2, 3}, {1, 2, 3}, {1, 1, 1}, {1.5}, {0.1}};
   Tracks tracks;
-  for (int i = 0; i < 3; ++i) tracks.Add(good);
+  for (int i = 0; i < 3; i++) tracks.Add(good);
   Tracks bad = tracks;
   bad.sigx[4] = -2;
   ExpectThrow(bad, kBadSigX, -2);

@@ -31,7 +31,7 @@ double Sqrt(Real x) {
   return std::sqrt(static_cast<double>(x));
 }
 
-// |value - expected| over sigma.
+/// |value - expected| over sigma.
 double Off(double value, Real expected, double sigma) {
   return std::abs(static_cast<double>(static_cast<Real>(value) - expected)) / sigma;
 }
@@ -57,11 +57,11 @@ KinkSmoother Fitted(const Problem& problem) {
   return fit;
 }
 
-// Calls check(problem, fit, dense) for random problems of all small sizes.
+/// Calls check(problem, fit, dense) for random problems of all small sizes.
 template <class Check>
 void ForRandomProblems(unsigned seed, Check check) {
   std::mt19937_64 random(seed);
-  for (unsigned m = 0; m <= 12; ++m)
+  for (unsigned m = 0; m <= 12; m++)
     for (unsigned extra = 1; extra < 10; extra += 3) {
       const Problem problem = reference::RandomProblem(m + 1 + extra, m, random);
       SCOPED_TRACE(testing::Message() << "m = " << m << ", n = " << m + 1 + extra);
@@ -85,7 +85,7 @@ TEST(KinkSmootherReference, DenseFitIsTheLineThroughTwoPoints) {
 TEST(KinkSmoother, StraightTrackHasNoKinks) {
   Problem problem{{0, 1, 2, 4, 8}, {1, 3, 5, 9, 17}, {1, 1, 2, 1, 1}, {0.5, 3, 6}, {1, 2, 1e-3}};
   const KinkSmoother fit = Fitted(problem);
-  for (unsigned j = 0; j < 3; ++j) EXPECT_NEAR(fit.Kink(j), 0, 1e-15);
+  for (unsigned j = 0; j < 3; j++) EXPECT_NEAR(fit.Kink(j), 0, 1e-15);
   EXPECT_NEAR(fit.Chi2XI() + fit.Chi2Beta(), 0, 1e-28);
   EXPECT_NEAR(fit.X(100), 201, 1e-12);
 }
@@ -117,8 +117,8 @@ TEST(KinkSmoother, OrderOfInputChangesNoBit) {
   problem.z[7] = problem.s[3];
   const KinkSmoother one = Fitted(problem);
   std::vector<unsigned> at(40), plane(20);
-  for (unsigned i = 0; i < 40; ++i) at[i] = i;
-  for (unsigned j = 0; j < 20; ++j) plane[j] = j;
+  for (unsigned i = 0; i < 40; i++) at[i] = i;
+  for (unsigned j = 0; j < 20; j++) plane[j] = j;
   std::sort(at.begin(), at.end(),
             [&](unsigned a, unsigned b) { return problem.z[a] < problem.z[b]; });
   std::sort(plane.begin(), plane.end(),
@@ -135,11 +135,11 @@ TEST(KinkSmoother, OrderOfInputChangesNoBit) {
   }
   const KinkSmoother two = Fitted(sorted);
   EXPECT_EQ(one.X(0), two.X(0));
-  for (unsigned i = 0; i < 40; ++i) {
+  for (unsigned i = 0; i < 40; i++) {
     EXPECT_EQ(one.XFit(at[i]), two.XFit(i));
     EXPECT_EQ(one.Residual(at[i]).fPull, two.Residual(i).fPull);
   }
-  for (unsigned j = 0; j < 20; ++j) EXPECT_EQ(one.Kink(plane[j]), two.Kink(j));
+  for (unsigned j = 0; j < 20; j++) EXPECT_EQ(one.Kink(plane[j]), two.Kink(j));
 }
 
 TEST(KinkSmoother, MirroredInputGivesTheMirroredTrack) {
@@ -157,7 +157,7 @@ TEST(KinkSmoother, MirroredInputGivesTheMirroredTrack) {
     EXPECT_LT(Off(here.fSlope, -there.fSlope, std::sqrt(here.fVarSlope)), kOfSigma);
     EXPECT_NEAR(here.fVarX / there.fVarX, 1, kRelative);
   }
-  for (unsigned j = 0; j < 12; ++j)
+  for (unsigned j = 0; j < 12; j++)
     EXPECT_LT(Off(one.Kink(j), two.Kink(j), std::sqrt(one.VarKink(j))), kOfSigma);
 }
 
@@ -169,16 +169,16 @@ TEST(KinkSmoother, AgreesWithTheDenseFitInParametersAndCovariance) {
              : p == 1 ? fit.Slope(-1e3)
                       : fit.Kink(p - 2);
     };
-    for (unsigned p = 0; p < dense.Size(); ++p) {
+    for (unsigned p = 0; p < dense.Size(); p++) {
       const double sigma = Sqrt(dense.Covariance(p, p));
       EXPECT_LT(Off(value(p), dense.Parameter(p), sigma), kOfSigma) << p;
-      for (unsigned q = 0; q < dense.Size(); ++q)
+      for (unsigned q = 0; q < dense.Size(); q++)
         EXPECT_LT(Off(c(static_cast<int>(p), static_cast<int>(q)), dense.Covariance(p, q),
                       sigma * Sqrt(dense.Covariance(q, q))),
                   kRelative)
             << p << ' ' << q;
     }
-    for (unsigned j = 0; j < fit.NScat(); ++j)
+    for (unsigned j = 0; j < fit.NScat(); j++)
       EXPECT_NEAR(fit.VarKink(j) / static_cast<double>(dense.Covariance(j + 2, j + 2)), 1,
                   kRelative);
     const double chi2 = static_cast<double>(dense.Chi2());
@@ -205,14 +205,14 @@ TEST(KinkSmoother, AgreesWithTheDenseFitAtAnyPosition) {
       EXPECT_EQ(fit.X(z), point.fX);
       EXPECT_EQ(fit.Slope(z), point.fSlope);
     }
-    for (unsigned i = 0; i < fit.NMeas(); ++i) EXPECT_EQ(fit.XFit(i), fit.X(problem.z[i]));
+    for (unsigned i = 0; i < fit.NMeas(); i++) EXPECT_EQ(fit.XFit(i), fit.X(problem.z[i]));
   });
 }
 
 TEST(KinkSmoother, UnbiasedResidualsAreThoseOfTheFitWithoutTheMeasurement) {
   ForRandomProblems(3, [](const Problem& problem, const KinkSmoother& fit, const DenseFit& dense) {
     if (fit.NMeas() < 3) return; // without one measurement there is no fit
-    for (unsigned i = 0; i < fit.NMeas(); ++i) {
+    for (unsigned i = 0; i < fit.NMeas(); i++) {
       Problem without = problem;
       without.sigx[i] = kInfinity;
       const DenseFit others(without);
@@ -238,15 +238,15 @@ TEST(KinkSmoother, UnbiasedResidualsAreThoseOfTheFitWithoutTheMeasurement) {
   });
 }
 
-// -1/2 [log det V + log det H^T V^-1 H + r^T V^-1 r + (n - 2) log 2 pi] with the n x n covariance V
-// of the measurements about a straight line H: no kink is a parameter here.
+/// -1/2 [log det V + log det H^T V^-1 H + r^T V^-1 r + (n - 2) log 2 pi] with the n x n covariance
+/// V of the measurements about a straight line H: no kink is a parameter here.
 double MarginalLogLikelihood(const Problem& problem) {
   const std::size_t n = problem.z.size();
   std::vector<Real> v(n * n);
-  for (std::size_t i = 0; i < n; ++i)
-    for (std::size_t k = 0; k < n; ++k) {
+  for (std::size_t i = 0; i < n; i++)
+    for (std::size_t k = 0; k < n; k++) {
       Real sum = i == k ? 1 / DenseFit::Weight(problem.sigx[i]) : 0;
-      for (std::size_t j = 0; j < problem.s.size(); ++j) {
+      for (std::size_t j = 0; j < problem.s.size(); j++) {
         const double lever = std::min(problem.z[i], problem.z[k]) - problem.s[j];
         if (lever > 0)
           sum += (static_cast<Real>(problem.z[i]) - static_cast<Real>(problem.s[j])) *
@@ -261,7 +261,7 @@ double MarginalLogLikelihood(const Problem& problem) {
   const auto dot = [&](const std::vector<Real>& a, const std::vector<Real>& b) {
     const std::vector<Real> c = factor.Solve(b);
     Real sum = 0;
-    for (std::size_t i = 0; i < n; ++i) sum += a[i] * c[i];
+    for (std::size_t i = 0; i < n; i++) sum += a[i] * c[i];
     return sum;
   };
   const Real a = dot(one, one), b = dot(one, z), c = dot(z, z), determinant = a * c - b * b;
@@ -309,10 +309,10 @@ TEST(KinkSmoother, TakesUnsetInfiniteCoincidentAndOutlyingInputAsLutzDoes) {
   EXPECT_NEAR(found.slope, expected.slope, 1e-11);
   EXPECT_NEAR(found.chi2, expected.chi2, 1e-10);
   EXPECT_EQ(fit.NDOF(), lutz.NDOF());
-  for (unsigned j = 0; j < m; ++j) EXPECT_NEAR(found.alpha[j], expected.alpha[j], 1e-11);
+  for (unsigned j = 0; j < m; j++) EXPECT_NEAR(found.alpha[j], expected.alpha[j], 1e-11);
   const TMatrixDSym c = fit.Covariance(), expectedC = lutz.Covariance();
-  for (int p = 0; p < 8; ++p)
-    for (int q = 0; q < 8; ++q)
+  for (int p = 0; p < 8; p++)
+    for (int q = 0; q < 8; q++)
       EXPECT_NEAR(c(p, q), expectedC(p, q), 1e-11 * std::sqrt(expectedC(p, p) * expectedC(q, q)));
   for (double z = -3; z < 22; z += 0.5) {
     EXPECT_NEAR(fit.X(z), lutz.X(z), 1e-10);
@@ -335,7 +335,7 @@ TEST(KinkSmoother, SaysWhyAProblemIsSingularAndGivesTheNullResult) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     if (fit.Status() != KinkStatus::kSucceeded && fit.Status() != KinkStatus::kNotFinite) {
       double chi2 = 0;
-      for (std::size_t i = 0; i < problem.z.size(); ++i)
+      for (std::size_t i = 0; i < problem.z.size(); i++)
         chi2 += problem.x[i] * problem.x[i] / (problem.sigx[i] * problem.sigx[i]);
       EXPECT_EQ(r.x0, 0);
       EXPECT_EQ(r.slope, 0);
@@ -348,7 +348,7 @@ TEST(KinkSmoother, SaysWhyAProblemIsSingularAndGivesTheNullResult) {
       EXPECT_TRUE(std::isnan(fit.LogLikelihood()));
       EXPECT_TRUE(std::isnan(fit.Residual(0).fPull));
       EXPECT_TRUE(std::isnan(fit.Covariance()(0, 1)));
-      for (unsigned j = 0; j < fit.NScat(); ++j) EXPECT_TRUE(std::isnan(fit.VarKink(j)));
+      for (unsigned j = 0; j < fit.NScat(); j++) EXPECT_TRUE(std::isnan(fit.VarKink(j)));
     }
     return fit.Status();
   };
@@ -380,7 +380,7 @@ TEST(KinkSmoother, SaysWhyAProblemIsSingularAndGivesTheNullResult) {
 
 TEST(KinkSmoother, AMeasurementThatAloneFixesTheTrackHasNoPull) {
   const KinkSmoother fit = Fitted({{0, 1}, {3, 5}, {0.1, 0.2}, {}, {}});
-  for (unsigned i = 0; i < 2; ++i) {
+  for (unsigned i = 0; i < 2; i++) {
     const KinkResidual r = fit.Residual(i);
     EXPECT_EQ(r.fPull, 0);
     EXPECT_EQ(r.fUnbiased, 0);
@@ -426,7 +426,7 @@ struct Pulls {
   double fN = 0, fSum = 0, fSquares = 0;
 };
 
-// Bounds are five standard deviations of the estimate.
+/// Bounds are five standard deviations of the estimate.
 void ExpectStandard(const Pulls& pulls, const char* name) {
   EXPECT_LT(std::abs(pulls.Mean()) * std::sqrt(pulls.fN), 5) << name;
   EXPECT_LT(std::abs(pulls.Rms() - 1) * std::sqrt(2 * pulls.fN), 5) << name;
@@ -439,7 +439,7 @@ TEST(KinkSmoother, UncertaintiesAreThoseOfSimulatedTracks) {
   std::vector<int> probability(10);
   const int tracks = 4000;
   const unsigned n = 20, m = 8;
-  for (int track = 0; track < tracks; ++track) {
+  for (int track = 0; track < tracks; track++) {
     Problem problem = reference::RandomProblem(n, m, random);
     const reference::Truth truth = reference::Draw(problem, random);
     const KinkSmoother fit = Fitted(problem);
@@ -451,7 +451,7 @@ TEST(KinkSmoother, UncertaintiesAreThoseOfSimulatedTracks) {
     const KinkPoint inside = fit.At(432), outside = fit.At(1500);
     between.Add((inside.fX - truth.X(problem, 432)) / std::sqrt(inside.fVarX));
     double trueSlope = truth.slope;
-    for (unsigned j = 0; j < m; ++j)
+    for (unsigned j = 0; j < m; j++)
       if (problem.s[j] < 432) trueSlope += truth.kinks[j];
     slopeBetween.Add((inside.fSlope - trueSlope) / std::sqrt(inside.fVarSlope));
     beyond.Add((outside.fX - truth.X(problem, 1500)) / std::sqrt(outside.fVarX));
@@ -459,13 +459,13 @@ TEST(KinkSmoother, UncertaintiesAreThoseOfSimulatedTracks) {
     residual.Add(r.fUnbiased / std::sqrt(r.fVarUnbiased));
     biased.Add(r.fBiased / std::sqrt(r.fVarBiased));
     chi2 += fit.Chi2XI() + fit.Chi2Beta();
-    for (unsigned i = 0; i < n; ++i) leverage += fit.Residual(i).fLeverage;
-    for (unsigned j = 0; j < m; ++j) leverage += fit.VarKink(j) / std::pow(problem.sigAlpha[j], 2);
+    for (unsigned i = 0; i < n; i++) leverage += fit.Residual(i).fLeverage;
+    for (unsigned j = 0; j < m; j++) leverage += fit.VarKink(j) / std::pow(problem.sigAlpha[j], 2);
     const double p = TMath::Prob(fit.Chi2XI() + fit.Chi2Beta(), fit.NDOF());
     ++probability[std::min(static_cast<std::size_t>(10 * p), std::size_t{9})];
     Problem wrong = problem;
     for (double& width : wrong.sigAlpha) width *= 3;
-    if (fit.LogLikelihood() > Fitted(wrong).LogLikelihood()) ++better;
+    if (fit.LogLikelihood() > Fitted(wrong).LogLikelihood()) better++;
   }
   ExpectStandard(x0, "x0");
   ExpectStandard(slope, "slope");

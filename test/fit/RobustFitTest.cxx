@@ -22,14 +22,14 @@ KinkSmoother Loaded(const Problem& problem) {
   return fit;
 }
 
-// n measurements 5 cm apart, sigma 3 mm, and m planes of 3 mrad among them.
+/// n measurements 5 cm apart, sigma 3 mm, and m planes of 3 mrad among them.
 Problem Detector(unsigned n, unsigned m) {
   Problem problem;
-  for (unsigned i = 0; i < n; ++i) {
+  for (unsigned i = 0; i < n; i++) {
     problem.z.push_back(5.0 * i);
     problem.sigx.push_back(0.3);
   }
-  for (unsigned j = 0; j < m; ++j) {
+  for (unsigned j = 0; j < m; j++) {
     problem.s.push_back((j + 0.4) * 5 * n / m);
     problem.sigAlpha.push_back(3e-3);
   }
@@ -84,7 +84,7 @@ TEST(RobustFit, ConvergesToWeightsThatItsOwnPullsGive) {
     const RobustResult result = FitRobustly(fit, options);
     EXPECT_TRUE(result.fConverged);
     EXPECT_LT(result.fIterations, 100);
-    for (unsigned i = 0; i < fit.NMeas(); ++i)
+    for (unsigned i = 0; i < fit.NMeas(); i++)
       EXPECT_NEAR(fit.WeightFactor(i),
                   RobustWeightFactor(weight, fit.Residual(i).fPull, StandardThreshold(weight)),
                   1e-8);
@@ -118,7 +118,7 @@ TEST(RobustFit, RejectionTakesOutTheDisplacedMeasurementAndNoOther) {
   problem.x[25] += 6;
   KinkSmoother fit = Loaded(problem);
   EXPECT_EQ(RejectOutliers(fit, 5), 2u);
-  for (unsigned i = 0; i < 30; ++i) EXPECT_EQ(fit.WeightFactor(i), i == 11 || i == 25 ? 0 : 1) << i;
+  for (unsigned i = 0; i < 30; i++) EXPECT_EQ(fit.WeightFactor(i), i == 11 || i == 25 ? 0 : 1) << i;
   EXPECT_EQ(fit.NDOF(), 26);
   EXPECT_EQ(RejectOutliers(fit, 5, 1), 1u) << "it starts anew, and stops at the limit";
 }
@@ -157,17 +157,17 @@ struct Pulls {
   double x0 = 0, slope = 0, middle = 0, end = 0;
 };
 
-// Root mean squares of the pulls of 2,000 tracks; each hit is displaced by 20 sigma, to either
-// side, with probability 10%.
+/// Root mean squares of the pulls of 2,000 tracks; each hit is displaced by 20 sigma, to either
+/// side, with probability 10%.
 Pulls WithOutliers(const std::function<void(KinkSmoother&)>& fitIt) {
   const int tracks = 2000;
   std::mt19937_64 random(5);
   std::uniform_real_distribution<double> uniform;
   Problem problem = Detector(50, 20);
   Pulls squares;
-  for (int track = 0; track < tracks; ++track) {
+  for (int track = 0; track < tracks; track++) {
     const reference::Truth truth = reference::Draw(problem, random);
-    for (std::size_t i = 0; i < problem.z.size(); ++i)
+    for (std::size_t i = 0; i < problem.z.size(); i++)
       if (uniform(random) < 0.1)
         problem.x[i] += (uniform(random) < 0.5 ? -20 : 20) * problem.sigx[i];
     KinkSmoother fit = Loaded(problem);

@@ -65,7 +65,7 @@ TEST(HitList3D, AddHitSetsEveryField) {
   const Hit3D& h = list[0];
   EXPECT_EQ(h.fView, kY);
   const double fields[] = {h.fX, h.fY, h.fZ, h.fT, h.fSigX, h.fSigY, h.fSigZ, h.fSigT, h.fW};
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(fields[i], i + 1);
+  for (int i = 0; i < 9; i++) EXPECT_EQ(fields[i], i + 1);
 }
 
 TEST(HitList3D, SetHitSetsEveryFieldButTheUncertaintyOfTheTime) {
@@ -75,7 +75,7 @@ TEST(HitList3D, SetHitSetsEveryFieldButTheUncertaintyOfTheTime) {
   const Hit3D& h = list[1];
   EXPECT_EQ(h.fView, kX);
   const double fields[] = {h.fX, h.fY, h.fZ, h.fT, h.fSigX, h.fSigY, h.fSigZ};
-  for (int i = 0; i < 7; ++i) EXPECT_EQ(fields[i], i + 1);
+  for (int i = 0; i < 7; i++) EXPECT_EQ(fields[i], i + 1);
   EXPECT_EQ(h.fSigT, 0);
   EXPECT_EQ(h.fW, 9);
   list[1].fSigT = 0.125;
@@ -125,7 +125,7 @@ TEST(CompleteOrtho, SortsAndPutsEveryHitOfAStraightTrackOntoIt) {
     i % 2 ? AddX(list, z, 3 + 0.1 * z) : AddY(list, z, -2 - 0.2 * z);
   }
   list.CompleteOrtho();
-  for (std::size_t i = 0; i < list.size(); ++i) {
+  for (std::size_t i = 0; i < list.size(); i++) {
     const Hit3D& h = list[i];
     EXPECT_EQ(h.fZ, 10.0 * static_cast<double>(i));
     EXPECT_NEAR(h.fX, 3 + 0.1 * h.fZ, 1e-10);
@@ -136,7 +136,7 @@ TEST(CompleteOrtho, SortsAndPutsEveryHitOfAStraightTrackOntoIt) {
 TEST(CompleteOrtho, AddsTheSlopeTimesTheZUncertaintyToTheHitsOwnUncertainty) {
   HitList3D list;
   AddX(list, 0, 1);
-  for (int i = 1; i <= 8; ++i) AddY(list, 10.0 * i, 20.0 * i);
+  for (int i = 1; i <= 8; i++) AddY(list, 10.0 * i, 20.0 * i);
   list[0].fSigZ = 0.75;
   list[0].fSigX = 2;
   list.CompleteOrtho();
@@ -184,13 +184,13 @@ TEST(CompleteOrtho, TwoHitsOfTheOtherViewMakeTheLineThroughThem) {
   EXPECT_NEAR(At(list, 10).fY, 1.6, 1e-13);
 }
 
-// A hit of the x view at 0 among the given numbers of y hits at y = 1 within 100 cm and within
-// 200 cm, and one more at the given y within 400 cm. Returns its completed y.
+/// A hit of the x view at 0 among the given numbers of y hits at y = 1 within 100 cm and within
+/// 200 cm, and one more at the given y within 400 cm. Returns its completed y.
 double CompletedAmong(int near, int middle, double yFar) {
   HitList3D list;
   AddX(list, 0, 0);
-  for (int i = 0; i < near; ++i) AddY(list, 10.0 * (i + 1), 1);
-  for (int i = 0; i < middle; ++i) AddY(list, -150 - i, 1);
+  for (int i = 0; i < near; i++) AddY(list, 10.0 * (i + 1), 1);
+  for (int i = 0; i < middle; i++) AddY(list, -150 - i, 1);
   AddY(list, 350, yFar);
   list.CompleteOrtho();
   return At(list, 0).fY;
@@ -207,7 +207,7 @@ TEST(CompleteOrtho, AWindowExcludesItsEdge) {
   // Six hits within 100 cm on y = 1 when the one at the edge counts, five when not.
   HitList3D list;
   AddX(list, 0, 0);
-  for (int i = 1; i <= 5; ++i) AddY(list, 10 * i, 1);
+  for (int i = 1; i <= 5; i++) AddY(list, 10 * i, 1);
   AddY(list, 100, 1);
   AddY(list, -199, 60);
   HitList3D inside = list;
@@ -223,7 +223,7 @@ TEST(CompleteOrtho, EachOfTheThreeWindowsExcludesItsEdge) {
   for (const double edge : {100.0, 200.0, 400.0}) {
     HitList3D list;
     AddX(list, 0, 0);
-    for (int i = 1; i <= 5; ++i) AddY(list, -i, 1);
+    for (int i = 1; i <= 5; i++) AddY(list, -i, 1);
     AddY(list, edge, 50);
     HitList3D inside = list;
     list.CompleteOrtho();
@@ -243,7 +243,7 @@ TEST(CompleteOrtho, HitsOfTheSameViewNeverContribute) {
   AddY(list, -20, 1);
   AddY(list, 30, 2);
   HitList3D crowded = list;
-  for (int i = 0; i < 50; ++i) AddX(crowded, 1 + 0.01 * i, 1000 + i);
+  for (int i = 0; i < 50; i++) AddX(crowded, 1 + 0.01 * i, 1000 + i);
   list.CompleteOrtho();
   crowded.CompleteOrtho();
   EXPECT_TRUE(SameBits(At(crowded, 0).fY, At(list, 0).fY));
@@ -292,12 +292,12 @@ TEST(CompleteOrtho, FollowsTheSizeThatTheCallersFunctionLeaves) {
 TEST(CompleteOrtho, EqualsThePlainProgramBitForBit) {
   std::mt19937 random(51);
   std::uniform_real_distribution<double> unit(0, 1);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 3000; round++) {
     HitList3D list;
     const int n = static_cast<int>(random() % 60);
     const double length = 50 + 3000 * unit(random);
     const bool onGrid = round % 3 == 0; // equal z, and distances of exactly a window
-    for (int i = 0; i < n; ++i) {
+    for (int i = 0; i < n; i++) {
       double z = length * unit(random) - 500;
       if (onGrid) z = 50 * std::floor(z / 50);
       const double w = round % 2 ? 1 : unit(random);
@@ -307,7 +307,7 @@ TEST(CompleteOrtho, EqualsThePlainProgramBitForBit) {
     list.SortByZ();
     const reference::HitArrays hits(list);
     for (Hit3D& h : list) gsDefaultInterp(h, list);
-    for (std::size_t k = 0; k < list.size(); ++k) {
+    for (std::size_t k = 0; k < list.size(); k++) {
       double c, sigma;
       reference::Complete(hits, k, &c, &sigma);
       const Hit3D& h = list[k];

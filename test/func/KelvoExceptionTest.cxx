@@ -36,7 +36,7 @@ TEST(KelvoException, PrintsTheMessageOfEachCode) {
                             "too few planes in one view",
                             "tracking failure",
                             "UNKNOWN"};
-  for (unsigned code = 0; code < 14; ++code)
+  for (unsigned code = 0; code < 14; code++)
     EXPECT_EQ(Printed({"func/Lutz", 42, code, -0.5}), Report(messages[code], "-0.5")) << code;
   EXPECT_EQ(Printed({"func/Lutz", 42, 4294967295u, 1}), Report("UNKNOWN", "1"));
 }
@@ -46,7 +46,7 @@ TEST(KelvoException, NamesItsCodesInOrder) {
   const unsigned codes[] = {kBadKE,   kBadRadLength, kBadNScat,     kIndexProblem,
                             kNaN,     kBadSigX,      kBadSigSJ,     kBadP,
                             kBadBeta, kNDOFTooSmall, kTooFewPlanes, kTrackingFailure};
-  for (unsigned i = 0; i < 12; ++i) EXPECT_EQ(codes[i], i + 1);
+  for (unsigned i = 0; i < 12; i++) EXPECT_EQ(codes[i], i + 1);
 }
 
 TEST(KelvoException, PrintsValuesAsAStreamDoesByDefault) {

@@ -62,7 +62,7 @@ LutzSolution Solve(const LutzProblem& p) {
   s.fAlpha.resize(p.NScat());
   fit.Fit(&s.fX0, &s.fSlope, s.fAlpha.data(), &s.fChi2);
   s.fSucceeded = fit.Succeeded();
-  for (unsigned int i = 0; i < p.NMeas(); ++i) {
+  for (unsigned int i = 0; i < p.NMeas(); i++) {
     s.fXfit.push_back(fit.X(std::isnan(p.fSigX[i]) ? 0 : p.fZ[i])); // slots never loaded are at 0
     s.fChi2XI.push_back(fit.Chi2XIi(i));
   }
@@ -78,20 +78,20 @@ LutzSolution Solve(const LutzProblem& p) {
     return ::testing::AssertionFailure() << what << " " << std::hexfloat << a << " plain " << b;
   };
   ::testing::AssertionResult result = compare("x0", fit.fX0, plain.fX0);
-  for (std::size_t k = 0; result && k < plain.fA.size(); ++k)
+  for (std::size_t k = 0; result && k < plain.fA.size(); k++)
     result = compare("normal matrix", fit.fA[k], plain.fA[k]);
   if (result) result = compare("slope", fit.fSlope, plain.fSlope);
   if (result) result = compare("chi2", fit.fChi2, plain.fChi2);
-  for (std::size_t j = 0; result && j < plain.fAlpha.size(); ++j)
+  for (std::size_t j = 0; result && j < plain.fAlpha.size(); j++)
     result = compare("kink", fit.fAlpha[j], plain.fAlpha[j]);
-  for (std::size_t i = 0; result && i < plain.fXfit.size(); ++i) {
+  for (std::size_t i = 0; result && i < plain.fXfit.size(); i++) {
     result = compare("chi2 of a measurement", fit.fChi2XI[i], plain.fChi2XI[i]);
     // A null result times an infinite position is no number, but the fitted value is 0.
     if (result && plain.fSucceeded) result = compare("fitted x", fit.fXfit[i], plain.fXfit[i]);
   }
   const std::size_t size = plain.fAlpha.size() + 2;
-  for (std::size_t p = 0; result && plain.fSucceeded && p < size; ++p)
-    for (std::size_t q = 0; result && q < size; ++q) {
+  for (std::size_t p = 0; result && plain.fSucceeded && p < size; p++)
+    for (std::size_t q = 0; result && q < size; q++) {
       const double a = plain.fAinv[p * size + q], b = plain.fAinv[q * size + p];
       result = compare("covariance", fit.fAinv[p * size + q], p == q ? a : 0.5 * (a + b));
     }
@@ -110,11 +110,11 @@ LutzProblem RandomProblem(unsigned int m, std::mt19937_64& random) {
     return grid ? std::round(z) : z;
   };
   LutzProblem p;
-  for (unsigned int j = 0; j < m; ++j) {
+  for (unsigned int j = 0; j < m; j++) {
     p.fS.push_back(j > 0 && random() % 16 == 0 ? p.fS[random() % j] : position());
     p.fSigAlpha.push_back(std::pow(10, -4 + 3 * uniform(random)));
   }
-  for (unsigned int i = 0; i < n; ++i) {
+  for (unsigned int i = 0; i < n; i++) {
     p.fZ.push_back(m > 0 && random() % 8 == 0 ? p.fS[random() % m] : position());
     p.fX.push_back(200 * (uniform(random) - 0.5));
     p.fSigX.push_back(std::pow(10, -2 + 3 * uniform(random)));
@@ -140,7 +140,7 @@ void ExpectSameBits(const LutzProblem& p) {
 TEST(LutzNumericsTest, EveryNumberOfPlanesGivesTheBitsOfThePlainProgram) {
   const QuietFailures quiet;
   std::mt19937_64 random(20);
-  for (unsigned int m = 0; m <= 120; ++m) {
+  for (unsigned int m = 0; m <= 120; m++) {
     const LutzProblem p = RandomProblem(m, random);
     ASSERT_NO_FATAL_FAILURE(ExpectSameBits(p));
   }
@@ -150,11 +150,11 @@ TEST(LutzNumericsTest, ThousandsOfProblemsGiveTheBitsOfThePlainProgram) {
   const QuietFailures quiet;
   std::mt19937_64 random(21);
   int succeeded = 0;
-  for (unsigned int k = 0; k < 3000; ++k) {
+  for (unsigned int k = 0; k < 3000; k++) {
     LutzProblem p = RandomProblem(k % 31, random);
     if (k % 2 == 0) LoseSome(p, random);
     ASSERT_NO_FATAL_FAILURE(ExpectSameBits(p));
-    if (Solve(p).fSucceeded) ++succeeded;
+    if (Solve(p).fSucceeded) succeeded++;
   }
   EXPECT_GT(succeeded, 2000);
 }
@@ -162,7 +162,7 @@ TEST(LutzNumericsTest, ThousandsOfProblemsGiveTheBitsOfThePlainProgram) {
 TEST(LutzNumericsTest, InfinitePositionsAndValuesGiveTheBitsOfThePlainProgram) {
   const QuietFailures quiet;
   std::mt19937_64 random(22);
-  for (unsigned int k = 0; k < 500; ++k) {
+  for (unsigned int k = 0; k < 500; k++) {
     LutzProblem p = RandomProblem(k % 21, random);
     const double infinity = random() % 2 ? INFINITY : -INFINITY;
     const std::size_t i = random() % p.fZ.size();
@@ -177,7 +177,7 @@ TEST(LutzNumericsTest, InfinitePositionsAndValuesGiveTheBitsOfThePlainProgram) {
 TEST(LutzNumericsTest, OverflowingSumsGiveTheBitsOfThePlainProgram) {
   const QuietFailures quiet;
   std::mt19937_64 random(23);
-  for (unsigned int k = 0; k < 200; ++k) {
+  for (unsigned int k = 0; k < 200; k++) {
     LutzProblem p = RandomProblem(k % 21, random);
     for (double& z : p.fZ) z *= 1e150;
     for (double& s : p.fS) s *= 1e150;
@@ -209,7 +209,7 @@ double ExpectPrecise(const LutzProblem& p) {
   EXPECT_TRUE(fit.Succeeded());
   const TMatrixDSym c = fit.Covariance();
   double worst = 0;
-  for (std::size_t a = 0; a < q.size(); ++a) {
+  for (std::size_t a = 0; a < q.size(); a++) {
     EXPECT_NEAR(q[a], static_cast<double>(precise.Parameter(a)), kUlps * precise.ParameterUlp(a))
         << "parameter " << a;
     const double sigma = std::sqrt(static_cast<double>(precise.Covariance(a, a)));
@@ -223,9 +223,9 @@ double ExpectPrecise(const LutzProblem& p) {
   for (const double z : {p.fZ.front(), p.fZ.back(), p.fZ.front() - 7, p.fZ.back() + 11}) {
     const std::vector<long double> h = precise.Levers(z);
     double tolerance = 0, tolerance2 = 0;
-    for (std::size_t a = 0; a < q.size(); ++a) {
+    for (std::size_t a = 0; a < q.size(); a++) {
       tolerance += static_cast<double>(std::abs(h[a])) * precise.ParameterUlp(a);
-      for (std::size_t b = 0; b < q.size() && q.size() < 200; ++b)
+      for (std::size_t b = 0; b < q.size() && q.size() < 200; b++)
         tolerance2 += static_cast<double>(std::abs(h[a] * h[b])) * precise.CovarianceUlp(a, b);
     }
     EXPECT_NEAR(fit.X(z), static_cast<double>(precise.X(z)), kUlps * tolerance) << "x at " << z;
@@ -253,19 +253,19 @@ TEST(LutzNumericsTest, ExtendedPrecisionFindsTheMinimumOfChi2) {
   const LutzProblem p = test::TrackProblem(12, 5, 3);
   const LutzPrecise precise(p);
   std::vector<long double> slope(p.fS.size() + 2); // of chi2 in each parameter
-  for (std::size_t i = 0; i < p.fZ.size(); ++i)
-    for (std::size_t a = 0; a < slope.size(); ++a)
+  for (std::size_t i = 0; i < p.fZ.size(); i++)
+    for (std::size_t a = 0; a < slope.size(); a++)
       slope[a] += (p.fX[i] - precise.X(p.fZ[i])) * precise.Levers(p.fZ[i])[a] / (0.3L * 0.3L);
-  for (std::size_t j = 0; j < p.fS.size(); ++j) slope[j + 2] -= precise.Parameter(j + 2) / 1e-6L;
+  for (std::size_t j = 0; j < p.fS.size(); j++) slope[j + 2] -= precise.Parameter(j + 2) / 1e-6L;
   for (const long double each : slope) EXPECT_NEAR(static_cast<double>(each), 0, 1e-9);
 }
 
 TEST(LutzNumericsTest, RandomProblemsAgreeWithExtendedPrecision) {
   std::mt19937_64 random(24);
   int sharp = 0;
-  for (unsigned int k = 0; k < 410; ++k) {
+  for (unsigned int k = 0; k < 410; k++) {
     SCOPED_TRACE("problem " + std::to_string(k));
-    if (ExpectPrecise(RandomProblem(k % 41, random)) < 0.1) ++sharp;
+    if (ExpectPrecise(RandomProblem(k % 41, random)) < 0.1) sharp++;
   }
   EXPECT_GT(sharp, 205) << "tolerances too wide to test anything";
 }

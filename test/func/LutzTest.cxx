@@ -39,7 +39,7 @@ void ExpectThrow(unsigned int code, double value, const Statement& statement) {
     EXPECT_STREQ(e.fFile, "func/Lutz");
     std::ifstream source(KELVO_SOURCE_DIR "/func/Lutz.cxx");
     std::string line;
-    for (unsigned int i = 0; i < e.fLine; ++i) std::getline(source, line);
+    for (unsigned int i = 0; i < e.fLine; i++) std::getline(source, line);
     EXPECT_NE(line.find("throw KelvoException"), std::string::npos) << e.fLine << ": " << line;
   }
 }
@@ -90,7 +90,7 @@ Result Fit(Lutz& fit) {
 Lutz Example(double shift = 0, double scale = 1) {
   Lutz fit(5, 2);
   const double x[] = {1.0, 1.9, 3.2, 4.9, 7.1};
-  for (unsigned int i = 0; i < 5; ++i)
+  for (unsigned int i = 0; i < 5; i++)
     fit.SetMeasurement(i, shift + 10.0 * i, scale * x[i], std::abs(scale) * 0.1);
   fit.SetScatteringPlane(0, shift + 15, 0.02);
   fit.SetScatteringPlane(1, shift + 25, 0.03);
@@ -100,7 +100,7 @@ Lutz Example(double shift = 0, double scale = 1) {
 /// Measurements that no straight line can be fitted to, since all stand at one place.
 Lutz Singular() {
   Lutz fit(3, 0);
-  for (unsigned int i = 0; i < 3; ++i) fit.SetMeasurement(i, 0, 1.0 + i, 0.5);
+  for (unsigned int i = 0; i < 3; i++) fit.SetMeasurement(i, 0, 1.0 + i, 0.5);
   return fit;
 }
 
@@ -230,7 +230,7 @@ TEST(LutzTest, WithoutPlanesItIsTheWeightedStraightLine) {
 
 TEST(LutzTest, EqualWeightsGiveTheVarianceOfTheMeanAtTheCentre) {
   Lutz fit(4, 0);
-  for (unsigned int i = 0; i < 4; ++i) fit.SetMeasurement(i, 2.0 * i - 3, 1.0 + i, 0.5);
+  for (unsigned int i = 0; i < 4; i++) fit.SetMeasurement(i, 2.0 * i - 3, 1.0 + i, 0.5);
   Fit(fit);
   EXPECT_NEAR(fit.VarX(0), 0.25 / 4, kRounding);
   EXPECT_NEAR(fit.VarX(3), 0.25 / 4 + 9 * 0.25 / 20, kRounding); // sum of z^2 is 20
@@ -238,7 +238,7 @@ TEST(LutzTest, EqualWeightsGiveTheVarianceOfTheMeanAtTheCentre) {
 
 TEST(LutzTest, CollinearMeasurementsHaveNoKink) {
   Lutz fit(3, 1);
-  for (unsigned int i = 0; i < 3; ++i) fit.SetMeasurement(i, 10.0 * i, 1 + 2.0 * i, 0.1);
+  for (unsigned int i = 0; i < 3; i++) fit.SetMeasurement(i, 10.0 * i, 1 + 2.0 * i, 0.1);
   fit.SetScatteringPlane(0, 15, 0.01);
   const Result r = Fit(fit);
   EXPECT_NEAR(r.fAlpha[0], 0, kRounding);
@@ -287,7 +287,7 @@ TEST(LutzTest, AMeasurementAtAPlaneDoesNotFeelItsKink) {
 TEST(LutzTest, APlaneBeyondAllMeasurementsHasNoKinkAndCostsNothing) {
   Lutz without(4, 0);
   Lutz with(4, 1);
-  for (unsigned int i = 0; i < 4; ++i) {
+  for (unsigned int i = 0; i < 4; i++) {
     without.SetMeasurement(i, i, i * i, 0.1);
     with.SetMeasurement(i, i, i * i, 0.1);
   }
@@ -313,13 +313,13 @@ TEST(LutzTest, Chi2IsTheSumOfItsTerms) {
   const Result r = Fit(fit);
   const double x[] = {1.0, 1.9, 3.2, 4.9, 7.1};
   double xi = 0;
-  for (unsigned int i = 0; i < 5; ++i) {
+  for (unsigned int i = 0; i < 5; i++) {
     xi += fit.Chi2XIi(i);
     const double residual = x[i] - fit.X(10.0 * i);
     EXPECT_EQ(fit.Chi2XIi(i), residual * residual * (1 / (0.1 * 0.1)));
   }
   double beta = 0;
-  for (unsigned int j = 0; j < 2; ++j) beta += fit.Chi2BetaJ(j);
+  for (unsigned int j = 0; j < 2; j++) beta += fit.Chi2BetaJ(j);
   EXPECT_EQ(fit.Chi2BetaJ(0), r.fAlpha[0] * r.fAlpha[0] * (1 / (0.02 * 0.02)));
   EXPECT_EQ(fit.Chi2XI(), xi);
   EXPECT_EQ(fit.Chi2Beta(), beta);
@@ -329,7 +329,7 @@ TEST(LutzTest, Chi2IsTheSumOfItsTerms) {
 
 TEST(LutzTest, AMeasurementOfInfiniteSigmaIsIgnored) {
   Lutz fit(4, 0);
-  for (unsigned int i = 0; i < 3; ++i) fit.SetMeasurement(i, i, 1.0 + i, 0.1);
+  for (unsigned int i = 0; i < 3; i++) fit.SetMeasurement(i, i, 1.0 + i, 0.1);
   fit.SetMeasurement(3, 7, 1e6, kInfinity);
   const Result r = Fit(fit);
   EXPECT_NEAR(r.fX0, 1, kRounding);
@@ -339,7 +339,7 @@ TEST(LutzTest, AMeasurementOfInfiniteSigmaIsIgnored) {
 
 TEST(LutzTest, AMeasurementNeverLoadedIsIgnored) {
   Lutz fit(4, 0);
-  for (unsigned int i = 0; i < 3; ++i) fit.SetMeasurement(i, i, 1.0 + i, 0.1);
+  for (unsigned int i = 0; i < 3; i++) fit.SetMeasurement(i, i, 1.0 + i, 0.1);
   const Result r = Fit(fit);
   EXPECT_NEAR(r.fX0, 1, kRounding);
   EXPECT_NEAR(r.fChi2, 0, kRounding);
@@ -370,7 +370,7 @@ TEST(LutzTest, TheOrderOfLoadingAndOfPlanesDoesNotMatter) {
   other.SetScatteringPlane(0, 25, 0.03);
   other.SetScatteringPlane(1, 15, 0.02);
   const double x[] = {1.0, 1.9, 3.2, 4.9, 7.1};
-  for (unsigned int i = 0; i < 5; ++i) other.SetMeasurement(i, 40 - 10.0 * i, x[4 - i], 0.1);
+  for (unsigned int i = 0; i < 5; i++) other.SetMeasurement(i, 40 - 10.0 * i, x[4 - i], 0.1);
   const Result a = Fit(fit), b = Fit(other);
   EXPECT_NEAR(b.fX0, a.fX0, kRounding);
   EXPECT_NEAR(b.fAlpha[0], a.fAlpha[1], kRounding);
@@ -416,7 +416,7 @@ TEST(LutzTest, ASingularProblemSaysSoAndGivesZeros) {
   EXPECT_EQ(r.fX0, 0);
   EXPECT_EQ(r.fSlope, 0);
   EXPECT_EQ(r.fChi2, (1 + 4 + 9) * 4);
-  for (unsigned int i = 0; i < 3; ++i) EXPECT_EQ(fit.Chi2XIi(i), (1.0 + i) * (1.0 + i) * 4);
+  for (unsigned int i = 0; i < 3; i++) EXPECT_EQ(fit.Chi2XIi(i), (1.0 + i) * (1.0 + i) * 4);
   EXPECT_EQ(fit.Chi2Beta(), 0);
   EXPECT_EQ(fit.X(3), 0);
   EXPECT_TRUE(std::isnan(fit.VarX(3)));
@@ -424,10 +424,10 @@ TEST(LutzTest, ASingularProblemSaysSoAndGivesZeros) {
 }
 
 TEST(LutzTest, ASingularProblemOfAnySizeSaysSoAndGivesZeroKinks) {
-  for (unsigned int m = 1; m < 12; ++m) {
+  for (unsigned int m = 1; m < 12; m++) {
     Lutz fit(m + 3, m);
-    for (unsigned int i = 0; i < m + 3; ++i) fit.SetMeasurement(i, i, 1 + i % 3, 0.5);
-    for (unsigned int j = 0; j + 1 < m; ++j) fit.SetScatteringPlane(j, j + 0.5, 0.1);
+    for (unsigned int i = 0; i < m + 3; i++) fit.SetMeasurement(i, i, 1 + i % 3, 0.5);
+    for (unsigned int j = 0; j + 1 < m; j++) fit.SetScatteringPlane(j, j + 0.5, 0.1);
     fit.SetScatteringPlane(m - 1, 100, kInfinity); // nothing at all constrains this kink
     const ErrorLines errors;
     const Result r = Fit(fit);
@@ -488,8 +488,8 @@ TEST(LutzTest, ADeterminantThatIsNoNumberCountsAsSuccess) {
 TEST(LutzTest, ADeterminantThatOverflowsCountsAsSuccess) {
   const unsigned int m = 40;
   Lutz fit(m + 1, m);
-  for (unsigned int i = 0; i < m + 1; ++i) fit.SetMeasurement(i, i, 2.0 * i, 1);
-  for (unsigned int j = 0; j < m; ++j) fit.SetScatteringPlane(j, j + 0.5, 1e-5);
+  for (unsigned int i = 0; i < m + 1; i++) fit.SetMeasurement(i, i, 2.0 * i, 1);
+  for (unsigned int j = 0; j < m; j++) fit.SetScatteringPlane(j, j + 0.5, 1e-5);
   EXPECT_NEAR(Fit(fit).fSlope, 2, 1e-9);
   EXPECT_TRUE(fit.Succeeded());
 }
@@ -497,8 +497,8 @@ TEST(LutzTest, ADeterminantThatOverflowsCountsAsSuccess) {
 TEST(LutzTest, ADeterminantThatUnderflowsCountsAsFailure) {
   const unsigned int m = 60;
   Lutz fit(m + 1, m);
-  for (unsigned int i = 0; i < m + 1; ++i) fit.SetMeasurement(i, i, 2.0 * i, 1);
-  for (unsigned int j = 0; j < m; ++j) fit.SetScatteringPlane(j, 1000, 1e6); // weights of 1e-12
+  for (unsigned int i = 0; i < m + 1; i++) fit.SetMeasurement(i, i, 2.0 * i, 1);
+  for (unsigned int j = 0; j < m; j++) fit.SetScatteringPlane(j, 1000, 1e6); // weights of 1e-12
   const ErrorLines errors;
   Fit(fit);
   EXPECT_TRUE(IsFailureLine(errors.Text())) << errors.Text();
@@ -508,8 +508,8 @@ TEST(LutzTest, ADeterminantThatUnderflowsCountsAsFailure) {
 TEST(LutzTest, WeightsBelowThePivotLimitCountAsFailureFromFivePlanesOn) {
   for (const unsigned int m : {4u, 5u}) {
     Lutz fit(m + 1, m);
-    for (unsigned int i = 0; i < m + 1; ++i) fit.SetMeasurement(i, i, 2.0 * i, 1);
-    for (unsigned int j = 0; j < m; ++j) fit.SetScatteringPlane(j, 1000, 1e9); // weights of 1e-18
+    for (unsigned int i = 0; i < m + 1; i++) fit.SetMeasurement(i, i, 2.0 * i, 1);
+    for (unsigned int j = 0; j < m; j++) fit.SetScatteringPlane(j, 1000, 1e9); // weights of 1e-18
     const ErrorLines errors;
     Fit(fit);
     EXPECT_EQ(fit.Succeeded(), m == 4) << m;
@@ -559,8 +559,8 @@ TEST(LutzTest, SizesAndDegreesOfFreedomCountWhatIsConstrained) {
 TEST(LutzTest, CovarianceIsSymmetricAndGivesTheVarianceOfTheTrajectory) {
   const unsigned int m = 10;
   Lutz fit(m + 4, m);
-  for (unsigned int i = 0; i < m + 4; ++i) fit.SetMeasurement(i, 5.0 * i, 1 + i % 3, 0.3);
-  for (unsigned int j = 0; j < m; ++j) fit.SetScatteringPlane(j, 5.0 * j + 2, 0.01);
+  for (unsigned int i = 0; i < m + 4; i++) fit.SetMeasurement(i, 5.0 * i, 1 + i % 3, 0.3);
+  for (unsigned int j = 0; j < m; j++) fit.SetScatteringPlane(j, 5.0 * j + 2, 0.01);
   Fit(fit);
   const TMatrixDSym c = fit.Covariance();
   EXPECT_TRUE(c.IsSymmetric());
@@ -581,21 +581,21 @@ TEST(LutzTest, SimulatedTracksHaveTheExpectedChi2AndPulls) {
   std::normal_distribution<double> gauss;
   double sumChi2 = 0, sumPull2 = 0;
   int ndof = 0;
-  for (int track = 0; track < kTracks; ++track) {
+  for (int track = 0; track < kTracks; track++) {
     Lutz fit(12, 5);
     const double x0 = 10 * gauss(random), slope = gauss(random);
     double kink[5];
-    for (unsigned int j = 0; j < 5; ++j) {
+    for (unsigned int j = 0; j < 5; j++) {
       fit.SetScatteringPlane(j, 8 + 20.0 * j, 0.01);
       kink[j] = 0.01 * gauss(random);
     }
     const auto truth = [&](double z) {
       double x = x0 + slope * z;
-      for (unsigned int j = 0; j < 5; ++j)
+      for (unsigned int j = 0; j < 5; j++)
         if (z > 8 + 20.0 * j) x += kink[j] * (z - 8 - 20.0 * j);
       return x;
     };
-    for (unsigned int i = 0; i < 12; ++i) {
+    for (unsigned int i = 0; i < 12; i++) {
       const double z = 10.0 * i;
       fit.SetMeasurement(i, z, truth(z) + 0.2 * gauss(random), 0.2);
     }

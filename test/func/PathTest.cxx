@@ -63,7 +63,7 @@ Params Muon(const Path& path, double s) {
   return q;
 }
 
-// A detector of ten layers, in which all materials occur.
+/// A detector of ten layers, in which all materials occur.
 std::vector<LayeredGeometry::Layer> MixedLayers() {
   return {{5, "Scintillator"}, {0.2, "PVC"},  {2.5, "Steel"}, {0.05, "Glue"}, {25, "Scintillator"},
           {0, "Glue"},         {3, "Vacuum"}, {41, "PVC"},    {2.5, "Steel"}, {8, "Glue"}};
@@ -168,28 +168,28 @@ TEST(Path, DividesAStepIntoAPowerOfTwoOfSubSteps) {
   for (const auto& c : cases) {
     double T = 0.02;
     const double h = c.fLength / c.fSteps;
-    for (int i = 0; i < c.fSteps; ++i)
+    for (int i = 0; i < c.fSteps; i++)
       T = T + h * plain::dEdx(steel, T + (h / 2) * plain::dEdx(steel, T, kMuon), kMuon);
     EXPECT_TRUE(SameBits(path.IntegrateT(c.fLength, "Steel", kMuon, 0.02), T)) << c.fLength;
   }
   EXPECT_EQ(path.IntegrateT(0, "Steel", kMuon, 0.02), 0.02);
 }
 
-// The exact range-out: classical Runge-Kutta of fourth order in long double with sub-steps so small
-// that only the tables matter.
+/// The exact range-out: classical Runge-Kutta of fourth order in long double with sub-steps so
+/// small that only the tables matter.
 long double Exact(const plain::Table& table, double length, double m, double T0, int steps) {
   const auto f = [&](long double T) {
     const long double r = T / m;
     const long double x = (std::sqrt((2 + r) * r + 1) - 1) * 0.1056583568L;
     std::size_t i = 0;
-    while (i + 2 < table.fT.size() && table.fT[i + 1] <= x) ++i;
+    while (i + 2 < table.fT.size() && table.fT[i + 1] <= x) i++;
     const long double slope = std::log((long double)table.fdEdx[i + 1] / table.fdEdx[i]) /
                               std::log((long double)table.fT[i + 1] / table.fT[i]);
     return table.fdEdx[i] * std::pow(x / table.fT[i], slope) * 0.001L * table.fDensity;
   };
   long double T = T0;
   const long double h = (long double)length / steps;
-  for (int i = 0; i < steps; ++i) {
+  for (int i = 0; i < steps; i++) {
     const long double k1 = f(T);
     const long double k2 = f(T + h / 2 * k1);
     const long double k3 = f(T + h / 2 * k2);
@@ -204,7 +204,7 @@ TEST(Path, AgreesWithAFineIntegrationOfTheSameTables) {
   // the particle is slowest.
   for (const char* name : {"Scintillator", "PVC", "Glue", "Steel"}) {
     std::vector<LayeredGeometry::Layer> layers;
-    for (int i = 0; i < 800; ++i) layers.push_back({0.25, name});
+    for (int i = 0; i < 800; i++) layers.push_back({0.25, name});
     const LayeredGeometry geo(layers);
     const Path path = StraightAlongZ(geo, 0, 200);
     const double exact =
@@ -219,7 +219,7 @@ TEST(Path, IsOfSecondOrderInTheStepLength) {
   const double exact = static_cast<double>(Exact(Tables().at("Steel"), 80, kProton, 0.3, 200000));
   const auto error = [&](int steps) {
     double T = 0.3;
-    for (int i = 0; i < steps; ++i) T = path.IntegrateT(80. / steps, "Steel", kProton, T);
+    for (int i = 0; i < steps; i++) T = path.IntegrateT(80. / steps, "Steel", kProton, T);
     return std::abs(T - exact);
   };
   // Halving the step divides the error by four, up to the kinks of the interpolated tables.
@@ -232,7 +232,7 @@ TEST(Path, EqualsThePlainIntegrationOnRandomPaths) {
   std::uniform_real_distribution<double> z(-10, 100);
   std::uniform_int_distribution<int> points(2, 6);
   const LayeredGeometry geo(MixedLayers());
-  for (int trial = 0; trial < 1000; ++trial) {
+  for (int trial = 0; trial < 1000; trial++) {
     std::vector<TVector3> x(static_cast<std::size_t>(points(rng)));
     for (TVector3& point : x) point.SetXYZ(xy(rng), xy(rng), z(rng));
     const double s0 = xy(rng);
@@ -240,7 +240,7 @@ TEST(Path, EqualsThePlainIntegrationOnRandomPaths) {
     const plain::Path reference(geo, Tables(), x);
     ASSERT_TRUE(SameBits(path.Length(), reference.fS.back()));
     std::uniform_real_distribution<double> s(-0.001, 1);
-    for (int query = 0; query < 30; ++query) {
+    for (int query = 0; query < 30; query++) {
       // Sorted queries, then scattered ones: where a lookup starts must not matter.
       const double fraction = query < 15 ? query / 14. : s(rng);
       const double at = s0 + fraction * path.Length();
@@ -249,7 +249,7 @@ TEST(Path, EqualsThePlainIntegrationOnRandomPaths) {
       path.MuonParams(at, &T[0], nullptr, nullptr, nullptr);
       path.PionParams(at, &T[1], nullptr, nullptr, nullptr);
       path.ProtonParams(at, &T[2], nullptr, nullptr, nullptr);
-      for (int h = 0; h < 3; ++h)
+      for (int h = 0; h < 3; h++)
         ASSERT_TRUE(SameBits(T[h], plain::Lookup(at - s0, reference.fS, reference.fT[h])));
     }
   }
@@ -263,7 +263,7 @@ TEST(Path, EqualsThePlainIntegrationOnRandomSteps) {
   const char* names[] = {"Scintillator", "PVC", "Glue", "Steel", "Vacuum"};
   const LayeredGeometry geo({{1, "Steel"}});
   const Path path = StraightAlongZ(geo, 0, 1);
-  for (int i = 0; i < 10000; ++i) {
+  for (int i = 0; i < 10000; i++) {
     const char* name = names[i % 5];
     const double T = std::exp(lnT(rng));
     const double ds = length(rng);
@@ -274,7 +274,7 @@ TEST(Path, EqualsThePlainIntegrationOnRandomSteps) {
   }
 }
 
-// Energies at s under the three hypotheses.
+/// Energies at s under the three hypotheses.
 std::vector<double> Energies(const Path& path, double s) {
   std::vector<double> T(3);
   path.MuonParams(s, &T[0], nullptr, nullptr, nullptr);
@@ -293,9 +293,9 @@ TEST(Path, ServesManyThreadsOnceItIsIntegrated) {
   std::thread other([&] {
     for (int i = 87; i >= 0; --i) down.push_back(path.X0(i));
   });
-  for (int i = 0; i <= 87; ++i) up.push_back(path.X0(i));
+  for (int i = 0; i <= 87; i++) up.push_back(path.X0(i));
   other.join();
-  for (std::size_t i = 0; i <= 87; ++i) {
+  for (std::size_t i = 0; i <= 87; i++) {
     const Path fresh = StraightAlongZ(geo, 0, 87);
     const double expected = fresh.X0(static_cast<double>(i));
     ASSERT_TRUE(SameBits(up[i], expected)) << i;
@@ -349,7 +349,7 @@ TEST(Path, AdvancesTheRunningTotalsOfALeg) {
   EXPECT_TRUE(SameBits(T[2], path.IntegrateT(7, "Steel", kProton, 0.3)));
 }
 
-// One layer whose radiation length the test chooses.
+/// One layer whose radiation length the test chooses.
 class OneMaterial : public geo::GeometryBase {
 public:
   OneMaterial(const char* name, double radLength) : fMaterial(name, radLength) {}
@@ -384,7 +384,7 @@ TEST(Path, ReportsAnUnknownMaterialForEachStepAndHypothesis) {
         path.Integrate();
         std::cerr.rdbuf(original);
         std::string expected;
-        for (int i = 0; i < 10; ++i)
+        for (int i = 0; i < 10; i++)
           expected += "func/dEdxTable:50 Have no table for material Butter Defaulting to Vacuum." +
                       std::string(i == 9 ? " Last warning.\n" : "\n");
         const std::vector<double> T0 = Energies(path, 0);
@@ -401,7 +401,7 @@ TEST(Path, RefusesMaterialWithoutAPositiveRadiationLength) {
   for (double radLength : {0., -3.}) {
     const OneMaterial geo("Steel", radLength);
     Path path = StraightAlongZ(geo, 0, 5);
-    for (int again = 0; again < 2; ++again) {
+    for (int again = 0; again < 2; again++) {
       ExpectThrow([&] { path.Length(); }, kelvo::kBadRadLength, radLength);
       ExpectThrow([&] { path.X0(0); }, kelvo::kBadRadLength, radLength);
       ExpectThrow([&] { path.Dir(0); }, kelvo::kBadRadLength, radLength);

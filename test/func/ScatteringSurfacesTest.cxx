@@ -58,7 +58,7 @@ ScatteringSurfaces Made(const ScatteringSurfaces& empty, const Positions& s,
 
 void ExpectPositions(const ScatteringSurfaces& surfaces, const Positions& expected) {
   ASSERT_EQ(surfaces.N(), expected.size());
-  for (unsigned j = 0; j < surfaces.N(); ++j) EXPECT_DOUBLE_EQ(surfaces.S(j), expected[j]);
+  for (unsigned j = 0; j < surfaces.N(); j++) EXPECT_DOUBLE_EQ(surfaces.S(j), expected[j]);
 }
 
 template <class F>
@@ -143,7 +143,7 @@ TEST(ScatteringSurfaces, ASinglePositionGivesOneSurfaceOfLeastWidth) {
 
 TEST(ScatteringSurfaces, AnEmptyListIsRefusedBeforeAnythingIsTouched) {
   ScatteringSurfaces surfaces = Made({13, 0, 0, 0}, {0, 10, 20});
-  for (int which = 0; which < 2; ++which) {
+  for (int which = 0; which < 2; which++) {
     const KelvoException e = Thrown([&] {
       which ? surfaces.ForceOnePlane(Uniform(), {})
             : surfaces.MakeSurfaces(gUniform, kStart, kEnd, {});
@@ -193,7 +193,7 @@ TEST(ScatteringSurfaces, PositionsKeepTheCallersCoordinate) {
   const ScatteringSurfaces there =
       Made({13, 25, kNoLimit, kNoLimit}, {1024, 1034, 1044, 1054, 1064});
   ExpectPositions(there, {1034, 1054});
-  for (unsigned j = 0; j < 2; ++j) EXPECT_NEAR(there.SigAlpha(j) / here.SigAlpha(j), 1, 1e-12);
+  for (unsigned j = 0; j < 2; j++) EXPECT_NEAR(there.SigAlpha(j) / here.SigAlpha(j), 1, 1e-12);
 }
 
 TEST(ScatteringSurfaces, GoodStepIsTheStrictTestOfAllThreeLimits) {
@@ -214,7 +214,7 @@ TEST(ScatteringSurfaces, AllOutputsOfAStepMayBeNull) {
   const reference::Step plain =
       reference::StepBetween(reference::Integrate(gUniform, kStart, kEnd), 13, 0, 30);
   const double expected[] = {plain.ds, plain.sMid, plain.dX0, plain.sigAlpha, plain.dT};
-  for (int only = 0; only < 5; ++only) {
+  for (int only = 0; only < 5; only++) {
     double value = -99;
     double* out[5] = {};
     out[only] = &value;
@@ -265,7 +265,7 @@ TEST(ScatteringWidth, ANegativeOneIsReportedAndReturned) {
 TEST(ScatteringWidth, OfAnyValidTrackIsPositiveAndSilent) {
   testing::internal::CaptureStdout();
   const ScatteringSurfaces s = Made({2212, 0, 0, 0}, {0, 1e-5, 1e-4, 1e-3, 1, 50, 99.99999, 100});
-  for (unsigned j = 0; j < s.N(); ++j) EXPECT_GT(s.SigAlpha(j), 0);
+  for (unsigned j = 0; j < s.N(); j++) EXPECT_GT(s.SigAlpha(j), 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
@@ -282,7 +282,7 @@ TEST(ScatteringSurfaces, TheSignOfTheHypothesisDoesNotMatter) {
     const ScatteringSurfaces plus = Made({pdg, 22, kNoLimit, kNoLimit}, s);
     const ScatteringSurfaces minus = Made({-pdg, 22, kNoLimit, kNoLimit}, s);
     ASSERT_EQ(plus.N(), minus.N());
-    for (unsigned j = 0; j < plus.N(); ++j) EXPECT_EQ(plus.SigAlpha(j), minus.SigAlpha(j));
+    for (unsigned j = 0; j < plus.N(); j++) EXPECT_EQ(plus.SigAlpha(j), minus.SigAlpha(j));
   }
 }
 
@@ -301,10 +301,10 @@ TEST(ScatteringSurfaces, EqualsThePlainProgramBitForBit) {
   const TGeoMaterial* materials[] = {&gPlastic, &gSteel, &gVacuum};
   const int codes[] = {13, 211, 2212};
   unsigned total = 0;
-  for (int round = 0; round < 4000; ++round) {
+  for (int round = 0; round < 4000; round++) {
     std::vector<reference::Slab> slabs;
     double z = 0;
-    for (std::size_t k = 0, n = 1 + random() % 6; k < n; ++k)
+    for (std::size_t k = 0, n = 1 + random() % 6; k < n; k++)
       slabs.push_back({z += 20 * unit(random), materials[random() % 3]});
     const Slabs geometry(slabs);
     const double p0[] = {unit(random), unit(random), unit(random)};
@@ -312,7 +312,7 @@ TEST(ScatteringSurfaces, EqualsThePlainProgramBitForBit) {
     const double length = std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
     const double s0 = 100 * unit(random) - 50;
     Positions s{s0};
-    for (std::size_t k = 0, n = random() % 20; k < n; ++k) s.push_back(s0 + length * unit(random));
+    for (std::size_t k = 0, n = random() % 20; k < n; k++) s.push_back(s0 + length * unit(random));
     if (random() % 2 && s.size() > 1) s.back() = s[random() % s.size()];
     std::sort(s.begin(), s.end());
     const double limits[] = {round % 2 ? kNoLimit : 40 * unit(random),
@@ -325,7 +325,7 @@ TEST(ScatteringSurfaces, EqualsThePlainProgramBitForBit) {
     reference::Surfaces(geometry, p0, p1, pdg, limits[0], limits[1], limits[2], s, where, width);
     ASSERT_EQ(made.N(), where.size()) << "round " << round;
     total += made.N();
-    for (unsigned j = 0; j < made.N(); ++j) {
+    for (unsigned j = 0; j < made.N(); j++) {
       ASSERT_TRUE(SameBits(made.S(j), where[j])) << "round " << round;
       ASSERT_TRUE(SameBits(made.SigAlpha(j), width[j])) << "round " << round;
     }
@@ -428,8 +428,8 @@ TEST(ScatteringSurfaces, WhatThePathThrowsPassesThroughAndThePartialListStays) {
   ExpectPositions(s, {5, 20});
 }
 
-// What the process has written to the standard output arrives unbuffered where the death test
-// reads, so that nothing is lost in the abort.
+/// What the process has written to the standard output arrives unbuffered where the death test
+/// reads, so that nothing is lost in the abort.
 void ShowStandardOutput() {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   setvbuf(stdout, nullptr, _IONBF, 0);

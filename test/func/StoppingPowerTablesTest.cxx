@@ -33,14 +33,14 @@ struct Material {
 const std::array<Material, 4> kMaterials{
     {{"Scintillator", 0.859}, {"PVC", 1.49}, {"Glue", 1.34}, {"Steel", 7.87}}};
 
-// Energy of grid point i [GeV] with the six digits of the tables.
+/// Energy of grid point i [GeV] with the six digits of the tables.
 double GridEnergy(int i) {
   char text[32];
   std::snprintf(text, sizeof text, "%.6g", std::pow(10.0, -5.0 + 9.0 * i / 89.0));
   return std::stod(text);
 }
 
-// Mass stopping power [MeV cm2/g] of a muon of kinetic energy T [GeV].
+/// Mass stopping power [MeV cm2/g] of a muon of kinetic energy T [GeV].
 double StoppingPower(const Material& material, double T) {
   const kelvo::dEdxTable table(material.name);
   return table(T, kMuonMass) / (0.001 * material.density);
@@ -54,8 +54,8 @@ std::string SixDigits(double value) {
 
 // --- Bethe formula with density effect ---
 
-// A medium with the parameters of R. M. Sternheimer, M. J. Berger, S. M. Seltzer, At. Data Nucl.
-// Data Tables 30 (1984) 261: Z/A, mean excitation energy [eV], -C, x0, x1, a, m.
+/// A medium with the parameters of R. M. Sternheimer, M. J. Berger, S. M. Seltzer, At. Data Nucl.
+/// Data Tables 30 (1984) 261: Z/A, mean excitation energy [eV], -C, x0, x1, a, m.
 struct Medium {
   double zOverA, excitation, c, x0, x1, a, m;
 };
@@ -74,8 +74,8 @@ double DensityEffect(const Medium& medium, double betaGamma) {
   return x < medium.x1 ? asymptote + medium.a * std::pow(medium.x1 - x, medium.m) : asymptote;
 }
 
-// Mean ionisation loss [MeV cm2/g] of a muon of kinetic energy T [MeV] (Particle Data Group,
-// "Passage of particles through matter", Bethe equation).
+/// Mean ionisation loss [MeV cm2/g] of a muon of kinetic energy T [MeV] (Particle Data Group,
+/// "Passage of particles through matter", Bethe equation).
 double Bethe(const Medium& medium, double T) {
   constexpr double kK = 0.307075;          // MeV cm2/mol
   constexpr double kElectron = 0.51099895; // MeV
@@ -93,8 +93,8 @@ double Bethe(const Medium& medium, double T) {
   return kK * medium.zOverA / beta2 * (logarithm - beta2 - 0.5 * delta);
 }
 
-// Bragg's additivity of the compounds that make up each material, by mass. The scintillator's
-// 12.1 % of hydrogen lie between those of polyethylene (14.4 %) and vinyltoluene (8.5 %).
+/// Bragg's additivity of the compounds that make up each material, by mass. The scintillator's
+/// 12.1 % of hydrogen lie between those of polyethylene (14.4 %) and vinyltoluene (8.5 %).
 double Ionisation(const Material& material, double T) {
   const std::string name = material.name;
   if (name == "Scintillator")
@@ -105,8 +105,8 @@ double Ionisation(const Material& material, double T) {
 
 // --- radiation ---
 
-// b of bremsstrahlung and pair production together [1e-6 cm2/g] in standard rock (Z = 11, A = 22)
-// at 10 GeV, 100 GeV, 1 TeV and 10 TeV; linear in the logarithm of the energy between them.
+/// b of bremsstrahlung and pair production together [1e-6 cm2/g] in standard rock (Z = 11, A = 22)
+/// at 10 GeV, 100 GeV, 1 TeV and 10 TeV; linear in the logarithm of the energy between them.
 double RockRadiation(double energy) {
   constexpr std::array<double, 4> kB{1.40, 2.63, 3.51, 3.89};
   const double x = std::log10(energy) - 4.0;
@@ -114,7 +114,7 @@ double RockRadiation(double energy) {
   return kB[i] + (x - static_cast<double>(i)) * (kB[i + 1] - kB[i]);
 }
 
-// Dependence of the radiation on the element: Z (Z + 1) / A ln(183 Z^-1/3).
+/// Dependence of the radiation on the element: Z (Z + 1) / A ln(183 Z^-1/3).
 double RadiationScale(double z, double a) {
   return z * (z + 1.0) / a * std::log(183.0 / std::cbrt(z));
 }
@@ -131,19 +131,19 @@ double RadiationScale(const Material& material) {
   return 0.121 * RadiationScale(1, 1.008) + 0.879 * RadiationScale(6, 12.011);
 }
 
-// Loss by radiation [MeV cm2/g] at total energy E [MeV].
+/// Loss by radiation [MeV cm2/g] at total energy E [MeV].
 double Radiation(const Material& material, double energy) {
   return 1e-6 * RockRadiation(energy) * energy * RadiationScale(material) / RadiationScale(11, 22);
 }
 
 // --- range ---
 
-// Path [g/cm2] on which a muon slows down from high to low [MeV], stopping power in MeV cm2/g.
+/// Path [g/cm2] on which a muon slows down from high to low [MeV], stopping power in MeV cm2/g.
 double Range(const std::function<double(double)>& stoppingPower, double low, double high) {
   constexpr int kSteps = 2000; // Simpson's rule in ln T
   const double step = std::log(high / low) / kSteps;
   double sum = 0.0;
-  for (int i = 0; i <= kSteps; ++i) {
+  for (int i = 0; i <= kSteps; i++) {
     const double T = low * std::exp(step * i);
     const double weight = (i == 0 || i == kSteps) ? 1.0 : (i % 2 == 1 ? 4.0 : 2.0);
     sum += weight * T / stoppingPower(T);
@@ -159,10 +159,10 @@ double TableRange(const Material& material, double low, double high) {
 const std::vector<std::array<double, 2>> kPublishedIron{
     {{10, 5.494}, {14, 4.321}, {20, 3.399}, {30, 2.654}, {40, 2.274}, {80, 1.717}, {100, 1.616}}};
 
-// Between the published points their ratio to the Bethe formula, near 1, is linear in ln T.
+/// Between the published points their ratio to the Bethe formula, near 1, is linear in ln T.
 double PublishedIron(double T) {
   std::size_t i = 0;
-  while (i + 2 < kPublishedIron.size() && kPublishedIron[i + 1][0] <= T) ++i;
+  while (i + 2 < kPublishedIron.size() && kPublishedIron[i + 1][0] <= T) i++;
   const auto ratio = [](std::size_t k) {
     return kPublishedIron[k][1] / Bethe(kIron, kPublishedIron[k][0]);
   };
@@ -195,7 +195,7 @@ TEST(StoppingPowerTables, KnownRowsAreReproducedInAllSixDigits) {
                               {89, 10000, {26.6083, 45.6867, 27.0978, 79.8329}}};
   for (const Row& row : rows) {
     EXPECT_EQ(GridEnergy(row.index), row.T);
-    for (std::size_t k = 0; k < kMaterials.size(); ++k) {
+    for (std::size_t k = 0; k < kMaterials.size(); k++) {
       EXPECT_EQ(SixDigits(StoppingPower(kMaterials[k], row.T)), SixDigits(row.stopping[k]))
           << kMaterials[k].name << " at " << row.T << " GeV";
     }
@@ -205,11 +205,11 @@ TEST(StoppingPowerTables, KnownRowsAreReproducedInAllSixDigits) {
 TEST(StoppingPowerTables, ExtremesLieAtTheKnownRows) {
   const std::array<int, 4> maxima{0, 1, 1, 3};
   const std::array<int, 4> minima{45, 44, 44, 44};
-  for (std::size_t k = 0; k < kMaterials.size(); ++k) {
+  for (std::size_t k = 0; k < kMaterials.size(); k++) {
     int largest = 0;
     int smallest = 0;
     const auto at = [&](int i) { return StoppingPower(kMaterials[k], GridEnergy(i)); };
-    for (int i = 1; i < kGridPoints; ++i) {
+    for (int i = 1; i < kGridPoints; i++) {
       if (at(i) > at(largest)) largest = i;
       if (at(i) < at(smallest)) smallest = i;
     }
@@ -223,7 +223,7 @@ TEST(StoppingPowerTables, ExtremesLieAtTheKnownRows) {
 
 TEST(StoppingPowerTables, FollowBetheWithDensityEffectFrom10MeVTo10GeV) {
   for (const Material& material : kMaterials) {
-    for (int i = 0; i < kGridPoints; ++i) {
+    for (int i = 0; i < kGridPoints; i++) {
       const double T = GridEnergy(i);
       if (T < 0.01 || T > 10.0) continue;
       const double energy = 1e3 * (T + kMuonMass);
@@ -236,7 +236,7 @@ TEST(StoppingPowerTables, FollowBetheWithDensityEffectFrom10MeVTo10GeV) {
 
 TEST(StoppingPowerTables, RadiateLikeScaledRockUpTo10TeV) {
   for (const Material& material : kMaterials) {
-    for (int i = 0; i < kGridPoints; ++i) {
+    for (int i = 0; i < kGridPoints; i++) {
       const double T = GridEnergy(i);
       if (T < 10.0) continue;
       const double energy = 1e3 * (T + kMuonMass);
@@ -251,7 +251,7 @@ TEST(StoppingPowerTables, NoPointStandsOutFromItsNeighbours) {
   // A point wrong by 2 % raises the fourth difference of ln S above 0.12. Between good points it
   // is 0.06 at most, in steel where the shell correction has corners.
   for (const Material& material : kMaterials) {
-    for (int i = 2; i + 2 < kGridPoints; ++i) {
+    for (int i = 2; i + 2 < kGridPoints; i++) {
       const auto at = [&](int k) { return std::log(StoppingPower(material, GridEnergy(k))); };
       const double fourth = at(i - 2) - 4.0 * at(i - 1) + 6.0 * at(i) - 4.0 * at(i + 1) + at(i + 2);
       EXPECT_LT(std::fabs(fourth), 0.07) << material.name << " at " << GridEnergy(i) << " GeV";
@@ -287,7 +287,7 @@ TEST(StoppingPowerTables, RangesInIronAndPVCAreThosePublishedWithATransportCode)
   const std::array<double, 3> energy{100.0, 1000.0, 10000.0}; // MeV
   const std::array<double, 3> iron{42.945, 641.21, 5536.0};
   const std::array<double, 3> pvc{34.829, 533.31, 4749.5};
-  for (std::size_t i = 0; i < energy.size(); ++i) {
+  for (std::size_t i = 0; i < energy.size(); i++) {
     EXPECT_NEAR(TableRange(kMaterials[3], 10.0, energy[i]) / iron[i], 1.0, 0.006) << energy[i];
     EXPECT_NEAR(TableRange(kMaterials[1], 10.0, energy[i]) / pvc[i], 1.0, 0.006) << energy[i];
   }

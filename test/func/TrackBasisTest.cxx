@@ -42,10 +42,10 @@ TVector3 Axis(const Hits& h) {
   return axis;
 }
 
-// Hits every 10 cm along (sx, sy, 1) through the origin.
+/// Hits every 10 cm along (sx, sy, 1) through the origin.
 Hits Straight(double sx, double sy, int first = 0, int last = 9) {
   Hits h;
-  for (int i = first; i <= last; ++i) h.Add(10 * sx * i, 10 * sy * i, 10 * i);
+  for (int i = first; i <= last; i++) h.Add(10 * sx * i, 10 * sy * i, 10 * i);
   return h;
 }
 
@@ -73,15 +73,15 @@ Point ToDet(const TrackBasis& b, const Point& p) {
   return q;
 }
 
-// Rows of the rotation, read through the transformation back: it multiplies by 1 and adds zeros.
+/// Rows of the rotation, read through the transformation back: it multiplies by 1 and adds zeros.
 void ReadRotation(const TrackBasis& basis, double r[3][3]) {
   TrackBasis unshifted = basis;
   unshifted.SetOrigin(0, 0, 0);
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 3; i++) {
     Point unit{};
     unit.v[i] = 1;
     const Point back = ToDet(unshifted, unit);
-    for (int j = 0; j < 3; ++j) r[i][j] = back.v[j];
+    for (int j = 0; j < 3; j++) r[i][j] = back.v[j];
   }
 }
 
@@ -90,7 +90,7 @@ TEST(TrackBasis, BeginsWithZeroVectorsAndTheIdentity) {
   EXPECT_EQ(b.Origin(), TVector3(0, 0, 0));
   ExpectAxes(b, {0, 0, 0}, {0, 0, 0}, {0, 0, 0});
   const Point p{{1, -2, 3, 0.5, 0.25, 0.125}};
-  for (int i = 0; i < 6; ++i) {
+  for (int i = 0; i < 6; i++) {
     EXPECT_EQ(ToTrk(b, p).v[i], p.v[i]);
     EXPECT_EQ(ToDet(b, p).v[i], p.v[i]);
   }
@@ -98,25 +98,25 @@ TEST(TrackBasis, BeginsWithZeroVectorsAndTheIdentity) {
 
 TEST(TrackBasis, ATrackAlongZHasTheAxesOfTheDetector) {
   Hits h;
-  for (int i = 0; i < 8; ++i) h.Add(3.7, -1.3, 10 + i, 0.5, 0.7, 0.3);
+  for (int i = 0; i < 8; i++) h.Add(3.7, -1.3, 10 + i, 0.5, 0.7, 0.3);
   TrackBasis b;
   Make(b, h, 3, -1, 2);
   ExpectAxes(b, {1, 0, 0}, {0, 1, 0}, {0, 0, 1});
   EXPECT_EQ(b.Origin(), TVector3(3, -1, 2));
   const Point q = ToTrk(b, {{3.7, -1.3, 14, 0.5, 0.7, 0.3}});
   const double expected[] = {3.7 - 3, -1.3 + 1, 12, 0.5, 0.7, 0.3};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(q.v[i], expected[i]);
+  for (int i = 0; i < 6; i++) EXPECT_EQ(q.v[i], expected[i]);
 }
 
 TEST(TrackBasis, AnOriginBehindTheHitsTurnsTheFrame) {
   Hits h;
-  for (int i = 0; i < 8; ++i) h.Add(3.7, -1.3, 10 + i);
+  for (int i = 0; i < 8; i++) h.Add(3.7, -1.3, 10 + i);
   TrackBasis b;
   Make(b, h, 0, 0, 100);
   ExpectAxes(b, {1, 0, 0}, {0, -1, 0}, {0, 0, -1});
   const Point q = ToTrk(b, {{1, 2, 90, 1, 2, 3}});
   const double expected[] = {1, -2, 10, 1, 2, 3};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(q.v[i], expected[i]);
+  for (int i = 0; i < 6; i++) EXPECT_EQ(q.v[i], expected[i]);
   const Point p = ToDet(b, q);
   EXPECT_EQ(p.v[0], 1);
   EXPECT_EQ(p.v[1], 2);
@@ -183,8 +183,8 @@ void ExpectOrthonormal(const TrackBasis& b) {
     return static_cast<long double>(a.X()) * c.X() + static_cast<long double>(a.Y()) * c.Y() +
            static_cast<long double>(a.Z()) * c.Z();
   };
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j <= i; ++j)
+  for (int i = 0; i < 3; i++)
+    for (int j = 0; j <= i; j++)
       ASSERT_LT(std::fabs(static_cast<double>(dot(axes[i], axes[j]) - (i == j))), 1e-15)
           << i << ' ' << j << " for slopes " << axes[2].X() / axes[2].Z() << ", "
           << axes[2].Y() / axes[2].Z();
@@ -195,7 +195,7 @@ TEST(TrackBasis, IsOrthonormalAndRightHandedForEveryDirection) {
   std::mt19937 random(52);
   std::normal_distribution<double> normal;
   TrackBasis b;
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 100000; i++) {
     double d[] = {normal(random), normal(random), normal(random)};
     if (i % 10 == 1) d[i % 3] *= 1e-9;                // near a coordinate plane
     if (i % 10 == 2) d[0] = d[1] = 1e-7 * d[0];       // near the pole along z
@@ -227,10 +227,10 @@ TEST(TrackBasis, AShallowDirectionGoesByTheSlopesOfTheTwoViews) {
 TEST(TrackBasis, FindsTheAxisWithTheVariancesOfAMixedRule) {
   std::mt19937 random(53);
   std::uniform_real_distribution<double> unit(0, 1);
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 1000; round++) {
     Hits h;
     Numbers wx, wy;
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 12; i++) {
       h.Add(10 * unit(random), 10 * unit(random), 100 * unit(random), unit(random), unit(random),
             unit(random));
       wx.push_back(h.dx.back() * h.dx.back() + h.dz.back() + h.dz.back());
@@ -278,8 +278,8 @@ TEST(TrackBasis, AFailureLeavesTheNewOriginAndTheOldAxes) {
   EXPECT_EQ(b.Origin(), TVector3(4, 5, 6));
   ExpectAxes(b, x, y, z);
   ReadRotation(b, after);
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) EXPECT_TRUE(SameBits(after[i][j], before[i][j]));
+  for (int i = 0; i < 3; i++)
+    for (int j = 0; j < 3; j++) EXPECT_TRUE(SameBits(after[i][j], before[i][j]));
 }
 
 TEST(TrackBasis, ReadsZUncertaintiesBelowTheFloorAsTheFloor) {
@@ -311,7 +311,7 @@ TEST(TrackBasis, SetOriginMovesTheOriginAlone) {
   b.SetOrigin(1, 2, 3000); // the hits are now behind, and the frame stays
   EXPECT_EQ(b.Origin(), TVector3(1, 2, 3000));
   ExpectAxes(b, x, y, z);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(ToTrk(b, {{1, 2, 3000, 0, 0, 0}}).v[i], 0);
+  for (int i = 0; i < 3; i++) EXPECT_EQ(ToTrk(b, {{1, 2, 3000, 0, 0, 0}}).v[i], 0);
 }
 
 TEST(TrackBasis, ACopyIsABasisOfItsOwn) {
@@ -329,7 +329,7 @@ TEST(TrackBasis, HitsOfTheTrackLieOnTheThirdAxis) {
   const Hits h = Straight(0.3, -0.8, 1, 9);
   TrackBasis b;
   Make(b, h);
-  for (std::size_t i = 0; i < h.x.size(); ++i) {
+  for (std::size_t i = 0; i < h.x.size(); i++) {
     const Point q = ToTrk(b, {{h.x[i], h.y[i], h.z[i], 0, 0, 0}});
     EXPECT_NEAR(q.v[0], 0, 1e-12);
     EXPECT_NEAR(q.v[1], 0, 1e-12);
@@ -342,7 +342,7 @@ TEST(TrackBasis, SkipsNullOutputs) {
   Make(b, Straight(0.3, 0.4), 1, 2, 3);
   const Point p{{4, 5, 6, 0.1, 0.2, 0.3}};
   const Point trk = ToTrk(b, p), det = ToDet(b, p);
-  for (int only = 0; only < 6; ++only) {
+  for (int only = 0; only < 6; only++) {
     double value = -99;
     double* out[6] = {};
     out[only] = &value;
@@ -359,11 +359,11 @@ TEST(TrackBasis, ThereAndBackIsWhereItBegan) {
   std::mt19937 random(54);
   std::uniform_real_distribution<double> place(-500, 500), slope(-3, 3);
   TrackBasis b;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 2000; i++) {
     Make(b, Straight(slope(random), slope(random)), place(random), place(random), place(random));
     const Point p{{place(random), place(random), place(random), 0, 0, 0}};
     const Point q = ToDet(b, ToTrk(b, p));
-    for (int j = 0; j < 3; ++j) ASSERT_NEAR(q.v[j], p.v[j], 2e-12);
+    for (int j = 0; j < 3; j++) ASSERT_NEAR(q.v[j], p.v[j], 2e-12);
   }
 }
 
@@ -371,11 +371,11 @@ TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
   std::mt19937 random(55);
   std::uniform_real_distribution<double> place(-500, 500), sigma(0, 4), slope(-3, 3);
   TrackBasis b;
-  for (int i = 0; i < 5000; ++i) {
+  for (int i = 0; i < 5000; i++) {
     const double o[] = {place(random), place(random), place(random)};
     Make(b, Straight(slope(random), slope(random)), o[0], o[1], o[2]);
     double r[3][3];
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       const TVector3 axis[] = {b.XAxis(), b.YAxis(), b.ZAxis()};
       r[k][0] = axis[k].X();
       r[k][1] = axis[k].Y();
@@ -385,7 +385,7 @@ TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
         {place(random), place(random), place(random), sigma(random), sigma(random), sigma(random)}};
     const Point trk = ToTrk(b, p), det = ToDet(b, p);
     const double shifted[] = {p.v[0] - o[0], p.v[1] - o[1], p.v[2] - o[2]};
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       double value, uncertainty;
       reference::Rotate(r[k], shifted, p.v + 3, &value, &uncertainty);
       ASSERT_TRUE(SameBits(trk.v[k], value));
@@ -401,9 +401,9 @@ TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
 TEST(TrackBasis, BuildsTheFrameOfThePlainProgramBitForBit) {
   std::mt19937 random(56);
   std::uniform_real_distribution<double> place(-500, 500), sigma(0, 4), slope(-3, 3), noise(-1, 1);
-  for (int i = 0; i < 5000; ++i) {
+  for (int i = 0; i < 5000; i++) {
     Hits h = Straight(slope(random), slope(random), -5, 6);
-    for (std::size_t k = 0; k < h.x.size(); ++k) {
+    for (std::size_t k = 0; k < h.x.size(); k++) {
       h.x[k] += noise(random);
       h.y[k] += noise(random);
       h.dx[k] = sigma(random);
@@ -418,8 +418,8 @@ TEST(TrackBasis, BuildsTheFrameOfThePlainProgramBitForBit) {
     TrackBasis b;
     Make(b, h, o[0], o[1], o[2]);
     const TVector3 axes[] = {b.XAxis(), b.YAxis(), b.ZAxis()};
-    for (int k = 0; k < 3; ++k)
-      for (int l = 0; l < 3; ++l) ASSERT_EQ(axes[k](l), f[k][l]) << "case " << i << ' ' << k << l;
+    for (int k = 0; k < 3; k++)
+      for (int l = 0; l < 3; l++) ASSERT_EQ(axes[k](l), f[k][l]) << "case " << i << ' ' << k << l;
   }
 }
 

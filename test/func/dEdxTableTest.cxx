@@ -27,8 +27,8 @@ const std::map<std::string, plain::Table>& Tables() {
   return tables;
 }
 
-// What an unknown name makes depends on how many came before it in the process, so every test of
-// it runs in a process of its own.
+/// What an unknown name makes depends on how many came before it in the process, so every test of
+/// it runs in a process of its own.
 void Exit(bool good) {
   std::exit(good ? 0 : 1);
 }
@@ -47,7 +47,7 @@ TEST(dEdxTable, HoldsNinetyPointsOnAnEvenLogarithmicGrid) {
     const plain::Table& table = Tables().at(name);
     ASSERT_EQ(table.fT.size(), 90u) << name;
     ASSERT_EQ(table.fdEdx.size(), 90u) << name;
-    for (int i = 0; i < 90; ++i) {
+    for (int i = 0; i < 90; i++) {
       const double exact = std::pow(10, -5 + 9. * i / 89);
       EXPECT_NEAR(table.fT[static_cast<std::size_t>(i)] / exact, 1, 5e-6) << name << ' ' << i;
     }
@@ -58,7 +58,7 @@ TEST(dEdxTable, ReturnsEachRowAtItsGridEnergy) {
   for (const char* name : {"Scintillator", "PVC", "Glue", "Steel"}) {
     const plain::Table& rows = Tables().at(name);
     const dEdxTable table(name);
-    for (std::size_t i = 0; i < 90; ++i) {
+    for (std::size_t i = 0; i < 90; i++) {
       const double expected = rows.fdEdx[i] * 0.001 * rows.fDensity;
       EXPECT_NEAR(table(rows.fT[i], kMuon) / expected, 1, 1e-12) << name << ' ' << i;
     }
@@ -139,7 +139,7 @@ TEST(dEdxTable, EqualsThePlainLookupToTheLastBit) {
   std::uniform_real_distribution<double> lnT(std::log(1e-8), std::log(1e7));
   std::uniform_real_distribution<double> lnM(std::log(5e-4), std::log(4.));
   std::uniform_int_distribution<int> material(0, 4);
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 100000; i++) {
     const char* name = kMaterials[material(rng)];
     const double T = std::exp(lnT(rng));
     const double M = i % 3 == 0 ? kMuon : std::exp(lnM(rng));
@@ -176,7 +176,7 @@ TEST(dEdxTable, EqualsThePlainLookupBesideEveryGridPoint) {
     for (double t : rows.fT) {
       // Rounding may move the muon energy off the grid point; one of these hits it exactly.
       double T = t * (1 - 4e-15);
-      for (int i = 0; i < 100; ++i, T = std::nextafter(T, 2 * t))
+      for (int i = 0; i < 100; i++, T = std::nextafter(T, 2 * t))
         ASSERT_TRUE(SameBits(table(T, kMuon), plain::dEdx(rows, T, kMuon))) << name << ' ' << T;
     }
   }
@@ -209,9 +209,9 @@ TEST(dEdxTable, WarnsTenTimesAndIsEmptyFromTheEleventhNameOn) {
         bool good = true;
         const std::string line =
             "func/dEdxTable:50 Have no table for material X Defaulting to Vacuum.";
-        for (int i = 0; i < 9; ++i) good = good && WarningOf("X") == line + "\n";
+        for (int i = 0; i < 9; i++) good = good && WarningOf("X") == line + "\n";
         good = good && WarningOf("X") == line + " Last warning.\n";
-        for (int i = 0; i < 5; ++i) {
+        for (int i = 0; i < 5; i++) {
           double lookup = 1;
           good = good && WarningOf("X", &lookup).empty() && lookup == 0;
         }

@@ -15,7 +15,7 @@ using geo::DetectorError;
 using geo::MatterOf;
 using geo::PlaneDetector;
 
-// A detector whose cells are filled with the material that is tested; its keys are on line 6 on.
+/// A detector whose cells are filled with the material that is tested; its keys are on line 6 on.
 std::string WithKeys(const std::string& name, const std::string& keys) {
   return "name = \"test\"\nworld = \"Vacuum\"\n\n[[material]]\nname = \"" + name + "\"\n" + keys +
          R"(

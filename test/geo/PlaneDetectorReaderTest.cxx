@@ -387,7 +387,7 @@ TEST(DetectorFile, TellsWhatDoesNotFit) {
       "test.toml:44:1: stack: expected at least one [[plane]] among the parts");
 }
 
-// A file with slips in it: characters and lines exchanged, lost and doubled.
+/// A file with slips in it: characters and lines exchanged, lost and doubled.
 std::string Mutated(std::string text, reference::Random& random) {
   const char alphabet[] = "[]{}=,.\"'\n #+-0123456789eEinfaXY_\\\x80\xff";
   for (auto n = 1 + random.Below(4); n > 0; --n) {
@@ -416,10 +416,10 @@ std::string Mutated(std::string text, reference::Random& random) {
 }
 
 void ExpectUsable(const PlaneDetector& detector, reference::Random& random) {
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 3; i++) {
     double p[2][3], sum = 0;
     for (auto& point : p)
-      for (int k = 0; k < 3; ++k)
+      for (int k = 0; k < 3; k++)
         point[k] = random(detector.Extent().fLow[k] - 1, detector.Extent().fHigh[k] + 1);
     std::vector<double> ds;
     std::vector<const TGeoMaterial*> mats;
@@ -434,12 +434,12 @@ TEST(DetectorFile, IsReadOrRefusedHoweverItIsDamaged) {
   reference::Random random(2718);
   int read = 0;
   constexpr int kFiles = 20000;
-  for (int i = 0; i < kFiles; ++i) {
+  for (int i = 0; i < kFiles; i++) {
     const std::string text = Mutated(kGood, random);
     try {
       const PlaneDetector detector = PlaneDetector::FromText(text, "test.toml");
       ExpectUsable(detector, random);
-      ++read;
+      read++;
     } catch (const DetectorError& e) {
       ASSERT_EQ(std::string(e.what()).rfind("test.toml:", 0), 0u) << e.what();
     }

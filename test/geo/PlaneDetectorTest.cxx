@@ -53,9 +53,9 @@ double LengthOf(const Line& line) {
                     line.fTo[2] - line.fFrom[2]);
 }
 
-// Point at distance s from the line's start.
+/// Point at distance s from the line's start.
 void At(const Line& line, double s, double* p) {
-  for (int k = 0; k < 3; ++k)
+  for (int k = 0; k < 3; k++)
     p[k] = line.fFrom[k] + s / LengthOf(line) * (line.fTo[k] - line.fFrom[k]);
 }
 
@@ -77,11 +77,11 @@ Line Reversed(const Line& l) {
   return {{l.fTo[0], l.fTo[1], l.fTo[2]}, {l.fFrom[0], l.fFrom[1], l.fFrom[2]}};
 }
 
-// What holds for every line: positive finite lengths that add up, no two neighbours alike.
+/// What holds for every line: positive finite lengths that add up, no two neighbours alike.
 void ExpectSoundSteps(const StepList& steps, const Line& line) {
   ASSERT_EQ(steps.fLengths.size(), steps.fMaterials.size());
   double sum = 0;
-  for (std::size_t i = 0; i < steps.fLengths.size(); ++i) {
+  for (std::size_t i = 0; i < steps.fLengths.size(); i++) {
     ASSERT_GT(steps.fLengths[i], 0) << Print(line);
     ASSERT_TRUE(std::isfinite(steps.fLengths[i])) << Print(line);
     if (i > 0) {
@@ -94,7 +94,7 @@ void ExpectSoundSteps(const StepList& steps, const Line& line) {
 
 void ExpectSteps(const StepList& steps, const std::vector<std::pair<double, std::string>>& truth) {
   ASSERT_EQ(steps.fLengths.size(), truth.size());
-  for (std::size_t i = 0; i < truth.size(); ++i) {
+  for (std::size_t i = 0; i < truth.size(); i++) {
     EXPECT_NEAR(steps.fLengths[i], truth[i].first, kStepTolerance) << "step " << i;
     EXPECT_EQ(steps.Name(i), truth[i].second) << "step " << i;
   }
@@ -109,11 +109,11 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Detectors, Bundled, testing::Values(reference::Fine(), reference::Range()),
                          [](const auto& detector) { return detector.param.fName; });
 
-// Each step in its middle and just behind its beginning and before its end.
+/// Each step in its middle and just behind its beginning and before its end.
 void ExpectMaterialsOfThePoints(const StepList& steps, const reference::Detector& truth,
                                 const Line& line) {
   double start = 0;
-  for (std::size_t i = 0; i < steps.fLengths.size(); ++i) {
+  for (std::size_t i = 0; i < steps.fLengths.size(); i++) {
     const double length = steps.fLengths[i];
     if (length > 4 * kBeside) {
       for (double s : {kBeside, 0.5 * length, length - kBeside})
@@ -125,7 +125,7 @@ void ExpectMaterialsOfThePoints(const StepList& steps, const reference::Detector
 
 TEST_P(Bundled, HasTheMaterialOfEverySampledPointOn100000RandomRays) {
   Random random(20240601);
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 100000; i++) {
     const Line line = i % 50 == 0 ? TrackThrough(fTruth, random) : AnyWay(fTruth, random);
     const StepList steps = StepsOf(fDetector, line);
     ExpectSoundSteps(steps, line);
@@ -136,12 +136,12 @@ TEST_P(Bundled, HasTheMaterialOfEverySampledPointOn100000RandomRays) {
 
 TEST_P(Bundled, HasTheMaterialOfEveryPointOfADenseSampling) {
   Random random(7);
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 100; i++) {
     const Line line = TrackThrough(fTruth, random);
     const StepList steps = StepsOf(fDetector, line);
     std::size_t step = 0;
     double end = steps.fLengths[0];
-    for (int k = 0; k < 4000; ++k) {
+    for (int k = 0; k < 4000; k++) {
       const double s = (k + 0.5) / 4000 * LengthOf(line);
       while (s > end) end += steps.fLengths[++step];
       if (end - s < kBeside || s - (end - steps.fLengths[step]) < kBeside) continue;
@@ -152,12 +152,12 @@ TEST_P(Bundled, HasTheMaterialOfEveryPointOfADenseSampling) {
 
 TEST_P(Bundled, ListsTheStepsOfAPlainSortOfAllFaces) {
   Random random(99);
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 1000; i++) {
     const Line line = i % 5 == 0 ? TrackThrough(fTruth, random) : AnyWay(fTruth, random);
     const StepList steps = StepsOf(fDetector, line);
     const auto truth = reference::Steps(fTruth, line.fFrom, line.fTo);
     ASSERT_EQ(steps.fLengths.size(), truth.size()) << Print(line);
-    for (std::size_t k = 0; k < truth.size(); ++k) {
+    for (std::size_t k = 0; k < truth.size(); k++) {
       ASSERT_NEAR(steps.fLengths[k], truth[k].fLength, kStepTolerance) << Print(line);
       ASSERT_EQ(steps.Name(k), reference::kNames[truth[k].fMaterial]) << Print(line);
     }
@@ -172,9 +172,9 @@ TEST_P(Bundled, TakesOneOfTheSidesOnEveryBoundary) {
     const auto& faces = fTruth.fFaces[k];
     return faces[random.Below(faces.size())];
   };
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 20000; i++) {
     Line line = AnyWay(fTruth, random);
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       if (random.Below(2) == 0) line.fFrom[k] = coordinate(k);
       if (random.Below(3) == 0) line.fTo[k] = coordinate(k);
       if (random.Below(3) == 0) line.fTo[k] = line.fFrom[k];
@@ -183,13 +183,13 @@ TEST_P(Bundled, TakesOneOfTheSidesOnEveryBoundary) {
     ExpectSoundSteps(steps, line);
     if (HasFatalFailure()) return;
     double start = 0;
-    for (std::size_t n = 0; n < steps.fLengths.size(); ++n) {
+    for (std::size_t n = 0; n < steps.fLengths.size(); n++) {
       double p[3];
       At(line, start + 0.5 * steps.fLengths[n], p);
       start += steps.fLengths[n];
       if (steps.fLengths[n] < kBeside) continue;
       bool found = false;
-      for (int side = 0; side < 8; ++side) {
+      for (int side = 0; side < 8; side++) {
         const double d = 1e-9; // cm, above the rounding of coordinates
         const auto m = fTruth.fAt(p[0] + (side & 1 ? d : -d), p[1] + (side & 2 ? d : -d),
                                   p[2] + (side & 4 ? d : -d));
@@ -202,7 +202,7 @@ TEST_P(Bundled, TakesOneOfTheSidesOnEveryBoundary) {
 
 TEST_P(Bundled, GivesTheSameNumbersBackwards) {
   Random random(5);
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 2000; i++) {
     const Line line = i % 2 == 0 ? TrackThrough(fTruth, random) : AnyWay(fTruth, random);
     StepList back = StepsOf(fDetector, Reversed(line));
     std::reverse(back.fLengths.begin(), back.fLengths.end());
@@ -218,7 +218,7 @@ TEST_P(Bundled, ServesTwoThreadsAtOnce) {
     Random random(77);
     StepList steps;
     double total = 0;
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 500; i++) {
       steps = StepsOf(fDetector, TrackThrough(fTruth, random));
       total = std::accumulate(steps.fLengths.begin(), steps.fLengths.end(), total);
     }
@@ -242,7 +242,7 @@ TEST_F(FineDetector, HasWallFillingWallAndSheetInEachPlaneOnTheWayAlongACell) {
   // x and y of the centre of cell 16
   const StepList steps = StepsOf(fDetector, {{2.025, 2.025, -1}, {2.025, 2.025, 776.35}});
   std::vector<std::pair<double, std::string>> truth{{1, "Vacuum"}};
-  for (int plane = 0; plane < 128; ++plane) {
+  for (int plane = 0; plane < 128; plane++) {
     truth.insert(truth.end(), {{0.2, "PVC"}, {5.6, "Scintillator"}, {0.2, "PVC"}});
     if (plane < 127) truth.push_back({0.05, "Glue"});
   }
@@ -256,7 +256,7 @@ TEST_F(FineDetector, MergesTheGlueBetweenCellsWithTheSheets) {
 
 TEST_F(FineDetector, HasGlueAndWallsOnTheWayAcrossAPlane) {
   std::vector<std::pair<double, std::string>> truth{{5.175, "Vacuum"}, {0.05, "Glue"}};
-  for (int cell = 0; cell < 32; ++cell)
+  for (int cell = 0; cell < 32; cell++)
     truth.insert(truth.end(), {{0.2, "PVC"}, {3.6, "Scintillator"}, {0.2, "PVC"}, {0.05, "Glue"}});
   truth.push_back({5.175, "Vacuum"});
   ExpectSteps(StepsOf(fDetector, {{-70, 1, 3}, {70, 1, 3}}), truth);
@@ -285,7 +285,7 @@ TEST_F(FineDetector, HasTheSharesOfMaterialsThatFollowFromTheCellsOnObliqueWays)
   // 4 x 6, the rest glue.
   constexpr int kN = 405;
   std::map<std::string, double> share;
-  for (int i = 0; i < kN; ++i) {
+  for (int i = 0; i < kN; i++) {
     const double shift = 4.05 * i / kN;
     const Line line{{-40 + shift, -50 + shift, 0}, {30 + shift, 40 + shift, 127 * 6.05}};
     for (const auto& t : geo::ThicknessBetweenPoints(fDetector, line.fFrom, line.fTo))
@@ -302,7 +302,7 @@ TEST_F(FineDetector, HasTheSharesOfMaterialsThatFollowFromTheCellsOnObliqueWays)
 
 TEST_F(FineDetector, ListsItsPlanesWithTheirCells) {
   ASSERT_EQ(fDetector.Planes().size(), 128u);
-  for (unsigned p = 0; p < 128; ++p) {
+  for (unsigned p = 0; p < 128; p++) {
     const geo::ActivePlane& plane = fDetector.Planes()[p];
     EXPECT_STREQ(plane.View(), p % 2 == 0 ? "X" : "Y");
     EXPECT_NEAR(plane.fZLow, 6.05 * p, kStepTolerance);
@@ -316,14 +316,14 @@ TEST_F(FineDetector, ListsItsPlanesWithTheirCells) {
     EXPECT_EQ(cells.fPitch, 4.05);
     EXPECT_EQ(cells.fLength, 140);
     EXPECT_DOUBLE_EQ(cells.fResolution, 4 / std::sqrt(12.));
-    for (unsigned i = 0; i < 32; ++i)
+    for (unsigned i = 0; i < 32; i++)
       EXPECT_NEAR(cells.Centre(i), -62.775 + 4.05 * i, kStepTolerance);
   }
 }
 
 TEST_F(FineDetector, FindsTheCellOfACoordinate) {
   const geo::CellRow& cells = fDetector.Planes()[0].fCells[0];
-  for (unsigned i = 0; i < 32; ++i)
+  for (unsigned i = 0; i < 32; i++)
     for (double u : {-2.02, -1.9, 0., 2.02})
       EXPECT_EQ(cells.Cell(cells.Centre(i) + u), static_cast<int>(i));
   EXPECT_EQ(cells.Cell(-64.9), -1);
@@ -334,7 +334,7 @@ TEST_F(FineDetector, FindsTheCellOfACoordinate) {
 }
 
 TEST_F(FineDetector, FindsThePlaneNearestToAZ) {
-  for (unsigned p = 0; p < 128; ++p)
+  for (unsigned p = 0; p < 128; p++)
     for (double dz : {-3.02, 0., 3.02}) EXPECT_EQ(fDetector.NearestPlane(6.05 * p + 3 + dz), p);
   EXPECT_EQ(fDetector.NearestPlane(-1e9), 0u);
   EXPECT_EQ(fDetector.NearestPlane(1e9), 127u);
@@ -345,7 +345,7 @@ TEST_F(FineDetector, TellsItsNameTextSizeAndMaterials) {
   const std::string text((std::istreambuf_iterator<char>(in)), {});
   EXPECT_EQ(fDetector.Name(), "fine");
   EXPECT_EQ(fDetector.Text(), text);
-  for (int k = 0; k < 2; ++k) {
+  for (int k = 0; k < 2; k++) {
     EXPECT_EQ(fDetector.Extent().fLow[k], -70);
     EXPECT_EQ(fDetector.Extent().fHigh[k], 70);
   }
@@ -373,12 +373,12 @@ TEST(RangeDetector, HasTheRadiationLengthsOfSteelAndScintillatorInEachLayer) {
   EXPECT_EQ(layer[2].fRadLengths, 0.5 / 1e30);
 
   ASSERT_EQ(detector.Planes().size(), 60u);
-  for (unsigned k = 0; k < 60; ++k) {
+  for (unsigned k = 0; k < 60; k++) {
     EXPECT_NEAR(detector.Planes()[k].ZMid(), 4 * k + 3, kStepTolerance);
     const geo::CellRow& strips = detector.Planes()[k].fCells[k % 2];
     EXPECT_EQ(strips.fCount, 100u);
     EXPECT_EQ(strips.fPitch, 3);
-    for (unsigned i = 0; i < 100; ++i) EXPECT_EQ(strips.Centre(i), -148.5 + 3 * i);
+    for (unsigned i = 0; i < 100; i++) EXPECT_EQ(strips.Centre(i), -148.5 + 3 * i);
     EXPECT_DOUBLE_EQ(strips.fResolution, 3 / std::sqrt(12.));
   }
   EXPECT_NEAR(detector.Extent().fHigh[2], 239.5, kStepTolerance);
@@ -424,7 +424,7 @@ TEST(PlaneDetector, RefusesPointsThatAreNotFinite) {
   };
   const double inf = std::numeric_limits<double>::infinity();
   for (double bad : {std::nan(""), inf, -inf})
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       Line line{{0, 0, 0}, {1, 1, 1}};
       line.fFrom[k] = bad;
       EXPECT_EQ(message(line), "material steps between two points: a coordinate is not finite");
@@ -446,7 +446,7 @@ TEST(PlaneDetector, KeepsItsMaterialsWhenMoved) {
 TEST(Telescope, MeasuresBothCoordinatesInShiftedPlanes) {
   const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "telescope.toml");
   ASSERT_EQ(detector.Planes().size(), 4u);
-  for (unsigned p = 0; p < 4; ++p) {
+  for (unsigned p = 0; p < 4; p++) {
     const geo::ActivePlane& plane = detector.Planes()[p];
     EXPECT_STREQ(plane.View(), "XY");
     EXPECT_NEAR(plane.ZMid(), p, kStepTolerance);
@@ -466,7 +466,7 @@ TEST(Telescope, MeasuresBothCoordinatesInShiftedPlanes) {
   EXPECT_NEAR(thickness[1].fRadLengths, 0.16 / 9.37, 1e-9);
 }
 
-// The columns x, y of the four hits of each track, or nothing where the data are not at hand.
+/// The columns x, y of the four hits of each track, or nothing where the data are not at hand.
 std::vector<std::vector<double>> TelescopeTracks() {
   const char* folder = std::getenv("KELVO_SHARED_DATA");
   const std::string shared = folder ? folder : KELVO_SOURCE_DIR "/../shared";
@@ -491,24 +491,24 @@ TEST(Telescope, HasOffsetsThatCentreTheResidualsOfStraightLines) {
   for (const auto& track : tracks) {
     double residual[4][2];
     bool good = true;
-    for (int view = 0; view < 2; ++view) {
+    for (int view = 0; view < 2; view++) {
       double u[4], mean = 0, slope = 0;
-      for (unsigned p = 0; p < 4; ++p) {
+      for (unsigned p = 0; p < 4; p++) {
         u[p] = track[2 * p + view] + detector.Planes()[p].fOffset[view];
         mean += u[p] / 4;
         slope += (p - 1.5) * u[p] / 5; // planes at 0, 1, 2, 3: sum of (z - 1.5)^2 is 5
       }
-      for (unsigned p = 0; p < 4; ++p) {
+      for (unsigned p = 0; p < 4; p++) {
         residual[p][view] = u[p] - mean - slope * (p - 1.5);
         good = good && std::abs(residual[p][view]) < 0.03; // cm, far beyond the widths
       }
     }
     if (!good) continue;
-    ++used;
-    for (int k = 0; k < 8; ++k) sums[k / 2][k % 2] += residual[k / 2][k % 2];
+    used++;
+    for (int k = 0; k < 8; k++) sums[k / 2][k % 2] += residual[k / 2][k % 2];
   }
   EXPECT_GT(used, 1800);
-  for (int k = 0; k < 8; ++k) EXPECT_NEAR(sums[k / 2][k % 2] / used, 0, 3e-4) << k;
+  for (int k = 0; k < 8; k++) EXPECT_NEAR(sums[k / 2][k % 2] / used, 0, 3e-4) << k;
 }
 
 } // namespace

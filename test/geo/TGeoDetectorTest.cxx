@@ -42,7 +42,7 @@ Steps StepsOf(const geo::GeometryBase& detector, const Point& from, const Point&
   detector.MaterialsBetweenPoints(from.data(), to.data(), ds, mats);
   EXPECT_EQ(ds.size(), mats.size());
   Steps steps;
-  for (std::size_t i = 0; i < ds.size(); ++i) steps.emplace_back(mats[i]->GetName(), ds[i]);
+  for (std::size_t i = 0; i < ds.size(); i++) steps.emplace_back(mats[i]->GetName(), ds[i]);
   return steps;
 }
 
@@ -51,11 +51,11 @@ double Sum(const Steps& steps) {
                          [](double sum, const auto& step) { return sum + step.second; });
 }
 
-// What a detector owes its callers, on any way.
+/// What a detector owes its callers, on any way.
 void ExpectSound(const Steps& steps, const Point& from, const Point& to) {
   const double distance = Distance(from, to);
   EXPECT_NEAR(Sum(steps), distance, 1e-12 * (1 + distance));
-  for (std::size_t i = 0; i < steps.size(); ++i) {
+  for (std::size_t i = 0; i < steps.size(); i++) {
     EXPECT_GT(steps[i].second, 0);
     if (i > 0) {
       EXPECT_NE(steps[i].first, steps[i - 1].first);
@@ -65,13 +65,13 @@ void ExpectSound(const Steps& steps, const Point& from, const Point& to) {
 
 void ExpectSame(const Steps& a, const Steps& b) {
   ASSERT_EQ(a.size(), b.size());
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (std::size_t i = 0; i < a.size(); i++) {
     EXPECT_EQ(a[i].first, b[i].first) << "step " << i;
     EXPECT_NEAR(a[i].second, b[i].second, kBoundary) << "step " << i;
   }
 }
 
-// Each test has a manager of its own, which owns all that is made here.
+/// Each test has a manager of its own, which owns all that is made here.
 class TGeoDetectorTest : public testing::Test {
 protected:
   ~TGeoDetectorTest() override { delete gGeoManager; }
@@ -90,12 +90,12 @@ protected:
     return world;
   }
 
-  // Ten pairs of 2.5 cm of steel and 1.5 cm of scintillator, 20 cm x 30 cm, from z = 0 on.
+  /// Ten pairs of 2.5 cm of steel and 1.5 cm of scintillator, 20 cm x 30 cm, from z = 0 on.
   static void MakeStack() {
     TGeoVolume* world = MakeWorld(100, 100, 100);
     TGeoVolume* steel = gGeoManager->MakeBox("steel", Steel(), 10, 15, 1.25);
     TGeoVolume* strips = gGeoManager->MakeBox("strips", Scintillator(), 10, 15, 0.75);
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 10; i++) {
       world->AddNode(steel, i, new TGeoTranslation(0, 0, 4 * i + 1.25));
       world->AddNode(strips, i, new TGeoTranslation(0, 0, 4 * i + 3.25));
     }
@@ -141,7 +141,7 @@ TEST_F(TGeoDetectorTest, GivesTheStepsOfTheSameDetectorDescribedAsPlanes) {
   const geo::PlaneDetector reference = SameStack();
   std::mt19937 random(1);
   std::uniform_real_distribution<double> x(-12, 12), y(-17, 17), z(-5, 45);
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 2000; i++) {
     const Point from{x(random), y(random), z(random)};
     const Point to{x(random), y(random), z(random)};
     const Steps steps = StepsOf(detector, from, to);
@@ -210,7 +210,7 @@ TEST_F(TGeoDetectorTest, MergesVolumesOfOneMaterial) {
   TGeoVolume* world = MakeWorld(50, 50, 50);
   TGeoMedium* steel = Steel();
   TGeoVolume* plate = gGeoManager->MakeBox("plate", steel, 10, 10, 1);
-  for (int i = 0; i < 5; ++i) world->AddNode(plate, i, new TGeoTranslation(0, 0, 2 * i));
+  for (int i = 0; i < 5; i++) world->AddNode(plate, i, new TGeoTranslation(0, 0, 2 * i));
   gGeoManager->CloseGeometry();
   const geo::TGeoDetector detector(*gGeoManager);
   ExpectSame(StepsOf(detector, {0, 0, -10}, {0, 0, 20}),
@@ -257,11 +257,11 @@ TEST_F(TGeoDetectorTest, LooksIntoAssembliesOnSeveralThreads) {
   ExpectSame(StepsOf(detector, {1, 1, -10}, {1, 1, 10}), expected);
   std::vector<std::thread> threads;
   std::atomic<int> same{0};
-  for (int t = 0; t < 4; ++t)
+  for (int t = 0; t < 4; t++)
     threads.emplace_back([&] {
-      for (int i = 0; i < 500; ++i) {
+      for (int i = 0; i < 500; i++) {
         const Steps steps = StepsOf(detector, {1, 1, -10}, {1, 1, 10});
-        if (steps.size() == expected.size()) ++same;
+        if (steps.size() == expected.size()) same++;
       }
     });
   for (std::thread& thread : threads) thread.join();
@@ -276,20 +276,20 @@ TEST_F(TGeoDetectorTest, GivesEveryThreadTheSameSteps) {
   std::vector<std::pair<Point, Point>> ways;
   std::mt19937 random(2);
   std::uniform_real_distribution<double> x(-12, 12), z(-5, 45);
-  for (int i = 0; i < 500; ++i)
+  for (int i = 0; i < 500; i++)
     ways.push_back({{x(random), x(random), z(random)}, {x(random), x(random), z(random)}});
   std::vector<Steps> alone;
   for (const auto& [from, to] : ways) alone.push_back(StepsOf(detector, from, to));
 
   std::atomic<int> same{0};
   const auto work = [&] {
-    for (std::size_t i = 0; i < ways.size(); ++i)
-      if (StepsOf(detector, ways[i].first, ways[i].second) == alone[i]) ++same;
+    for (std::size_t i = 0; i < ways.size(); i++)
+      if (StepsOf(detector, ways[i].first, ways[i].second) == alone[i]) same++;
   };
   // Twice, since the second four threads may be known by the numbers of the first.
-  for (int round = 0; round < 2; ++round) {
+  for (int round = 0; round < 2; round++) {
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) threads.emplace_back(work);
+    for (int t = 0; t < 4; t++) threads.emplace_back(work);
     work();
     for (std::thread& thread : threads) thread.join();
   }

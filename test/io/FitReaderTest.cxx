@@ -21,12 +21,12 @@ using kelvo::FitRow;
 using kelvo::FitWriterOptions;
 using kelvo::TableFormat;
 
-// Rows as fits make them, with numbers that mean nothing; every fifth is of a failed fit.
+/// Rows as fits make them, with numbers that mean nothing; every fifth is of a failed fit.
 std::vector<FitRow> SomeRows(std::size_t n) {
   std::mt19937 random(5);
   const auto number = [&random] { return std::uniform_real_distribution<double>(-1, 1)(random); };
   std::vector<FitRow> rows(n);
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < n; i++) {
     FitRow& row = rows[i];
     kelvo::VisitScalars([&](const char*, auto member) {
       using T = std::decay_t<decltype(row.*member)>;
@@ -53,7 +53,7 @@ std::vector<FitRow> SomeRows(std::size_t n) {
   return rows;
 }
 
-// The members' bytes; a text's own.
+/// The members' bytes; a text's own.
 template <typename T>
 void Append(std::string& bytes, const T& value) {
   if constexpr (std::is_same_v<T, std::string>)
@@ -78,7 +78,7 @@ std::string Bytes(const FitRow& row, bool withVectors) {
 std::string ErrorOf(const std::string& file) {
   try {
     FitReader reader(file);
-    for (long long i = 0; i < reader.Entries(); ++i) reader.Read(i, FitPart::kAll);
+    for (long long i = 0; i < reader.Entries(); i++) reader.Read(i, FitPart::kAll);
   } catch (const kelvo::FileError& e) {
     return e.what();
   }

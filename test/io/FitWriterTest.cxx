@@ -46,7 +46,7 @@ const std::vector<std::string> kVectors{
     "cov",  "hit_view", "hit_z",   "hit_u",   "hit_sigu", "fit_u",          "fit_sigu", "residual",
     "pull", "plane_s",  "plane_x", "plane_y", "plane_z",  "plane_sigalpha", "kink_x",   "kink_y"};
 
-// Rows of numbers without a pattern, some of them as of a fit that failed.
+/// Rows of numbers without a pattern, some of them as of a fit that failed.
 class RandomRows {
 public:
   std::vector<FitRow> Make(int n) {
@@ -79,7 +79,7 @@ private:
   std::mt19937 fRandom{11};
 };
 
-// Type is the frame's name for a column of this type of member.
+/// Type is the frame's name for a column of this type of member.
 template <typename Type, typename T>
 void ExpectColumn(ROOT::RDataFrame& table, const char* name, const std::vector<FitRow>& rows,
                   T FitRow::*member) {
@@ -137,7 +137,7 @@ TEST(FitWriter, NamesTheColumnsAsOthersReadThem) {
   }
 }
 
-// The names in the first cells of a table of the document, whose header begins with this word.
+/// The names in the first cells of a table of the document, whose header begins with this word.
 std::vector<std::string> DocumentedColumns(const std::string& header) {
   std::ifstream document(KELVO_SOURCE_DIR "/docs/files.md");
   std::string line;
@@ -187,7 +187,7 @@ TEST(FitWriter, WritesATableWithoutRows) {
 #endif
 }
 
-// The clusters of a table, which are the unit of work of threads that read it.
+/// The clusters of a table, which are the unit of work of threads that read it.
 std::vector<long long> Clusters(const std::string& name, TableFormat format) {
   std::vector<long long> sizes;
 #ifdef KELVO_HAS_RNTUPLE
@@ -221,7 +221,7 @@ TEST(FitWriter, LeavesThreadsThatReadTheFileSomeClustersToShare) {
   }
 }
 
-// A text beside the table.
+/// A text beside the table.
 std::string TextIn(TFile& file, const char* name) {
   const std::unique_ptr<TObjString> text(file.Get<TObjString>(name));
   return text ? text->GetString().Data() : "none";
@@ -287,8 +287,8 @@ void WriteAs(TableFormat format, const std::string& name) {
   test::WriteRows(name, RandomRows().Make(3000), options);
 }
 
-// A limit on the size of files acts as a full disk or a quota does. The process ends with status 0
-// if it has caught the error.
+/// A limit on the size of files acts as a full disk or a quota does. The process ends with status 0
+/// if it has caught the error.
 template <typename Work>
 [[noreturn]] void RunWithin(rlim_t bytes, Work work) {
   std::signal(SIGXFSZ, SIG_IGN);
@@ -341,7 +341,7 @@ TEST(FitCsvWriter, WritesUnderTheNameAsItStands) {
     }
 }
 
-// Splits CSV with quoted fields, as RFC 4180 has it.
+/// Splits CSV with quoted fields, as RFC 4180 has it.
 std::vector<std::vector<std::string>> ParseCsv(const std::string& text) {
   std::vector<std::vector<std::string>> lines(1, {""});
   bool quoted = false;

@@ -264,7 +264,7 @@ TEST(HitReader, SaysWhatIsWrongWithAnOptionalColumn) {
 TEST(HitReader, CountsEveryBadLineAndKeepsTheFirstTen) {
   const test::TempFolder folder;
   std::string text = "track,view,u,z,sigu\n";
-  for (int i = 0; i < 25; ++i) text += "1,X,?,2,0.3\n";
+  for (int i = 0; i < 25; i++) text += "1,X,?,2,0.3\n";
   const auto tracks = ReadAll({folder.Write("hits.csv", text)});
   EXPECT_EQ(tracks.at(0).fBadLines, 25u);
   EXPECT_EQ(tracks.at(0).fProblems.size(), 10u);
@@ -318,7 +318,7 @@ TEST(HitReader, NamesTheLineAtWhichATrackReturns) {
 TEST(HitReader, RemembersTracksInWhateverOrderTheyCome) {
   const test::TempFolder folder;
   std::vector<int> numbers(2000);
-  for (int i = 0; i < 2000; ++i) numbers[static_cast<std::size_t>(i)] = 3 * (i / 2) + i % 2 - 1000;
+  for (int i = 0; i < 2000; i++) numbers[static_cast<std::size_t>(i)] = 3 * (i / 2) + i % 2 - 1000;
   std::shuffle(numbers.begin(), numbers.end(), std::mt19937(4));
   std::string text = "track,view,u,z,sigu\n";
   for (const int number : numbers) text += std::to_string(number) + ",X,1,2,0.3\n";
@@ -329,7 +329,7 @@ TEST(HitReader, RemembersTracksInWhateverOrderTheyCome) {
   for (const int number : numbers) text += std::to_string(number) + ",X,1,2,0.3\n";
   tracks = ReadAll({folder.Write("hits.csv", text)});
   ASSERT_EQ(tracks.size(), 2 * numbers.size());
-  for (std::size_t i = 0; i < tracks.size(); ++i)
+  for (std::size_t i = 0; i < tracks.size(); i++)
     EXPECT_EQ(tracks[i].Good(), i < numbers.size()) << i;
 }
 
@@ -380,12 +380,12 @@ TEST(HitReader, RefusesFilesThatCannotBeRead) {
             folder.Path("folder") + ": is a folder, a file of hits is expected");
 }
 
-// Many lines that do not compress well, so that there is something behind each cut.
+/// Many lines that do not compress well, so that there is something behind each cut.
 std::string LongTable() {
   std::mt19937 random(5);
   std::uniform_real_distribution<double> coordinate(-60, 60);
   std::string text = "track,view,u,z,sigu\n";
-  for (int i = 0; i < 20000; ++i)
+  for (int i = 0; i < 20000; i++)
     text += std::to_string(i / 10) + ",X," + std::to_string(coordinate(random)) + "," +
             std::to_string(i % 10) + ",0.3\n";
   return text;
@@ -408,7 +408,7 @@ TEST(HitReader, ReportsDamagedCompressedData) {
   const test::TempFolder folder;
   folder.WriteGzip("whole.gz", LongTable());
   std::string damaged = folder.Read("whole.gz");
-  for (std::size_t i = damaged.size() / 2; i < damaged.size() / 2 + 200; ++i) damaged[i] ^= 0x55;
+  for (std::size_t i = damaged.size() / 2; i < damaged.size() / 2 + 200; i++) damaged[i] ^= 0x55;
   const std::string file = folder.Write("damaged.gz", damaged);
   const std::string error = ErrorOf({file});
   EXPECT_EQ(error.find(file + ": cannot be read on after line "), 0u) << error;
@@ -444,7 +444,7 @@ TEST(HitReader, KnowsHowFarItIs) {
   EXPECT_EQ(reader.Share(), 1);
 }
 
-// The numbers that begin lines, by another way: what a reader must not lose.
+/// The numbers that begin lines, by another way: what a reader must not lose.
 std::set<long long> TrackNumbers(const std::string& text) {
   std::set<long long> numbers;
   std::istringstream lines(text);
@@ -466,15 +466,15 @@ TEST(HitReader, LosesNoTrackInDamagedFiles) {
   std::mt19937 random(6);
   const std::string header = "track,view,u,z,sigu\n";
   std::string good;
-  for (int i = 0; i < 300; ++i)
+  for (int i = 0; i < 300; i++)
     good += std::to_string(100 + i / 6) + (i % 2 ? ",X," : ",Y,") + std::to_string(i * 0.37) + "," +
             std::to_string(i % 6) + ".5,0.3\n";
   // Blanks and quotes around a number are taken off by the reader and not by the other way.
   const std::string bytes = "0123456789.,,,\n\n\rXYxy-+eE#nainf\0\x80z;\xFF";
-  for (int round = 0; round < 500; ++round) {
+  for (int round = 0; round < 500; round++) {
     std::string body = good;
     const int damages = 1 + static_cast<int>(random() % 20);
-    for (int d = 0; d < damages; ++d) {
+    for (int d = 0; d < damages; d++) {
       const std::size_t at = random() % body.size();
       const char byte = bytes[random() % bytes.size()];
       switch (random() % 4) {

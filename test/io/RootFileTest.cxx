@@ -129,7 +129,7 @@ void LimitFiles(rlim_t bytes) {
   setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-// A limit on the size of files acts as a full disk does.
+/// A limit on the size of files acts as a full disk does.
 [[noreturn]] void WriteWithin(rlim_t bytes, const std::string& name) {
   std::signal(SIGXFSZ, SIG_IGN);
   LimitFiles(bytes);

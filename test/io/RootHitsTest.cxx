@@ -40,7 +40,7 @@ std::string ErrorOf(const std::string& file, const kelvo::HitReaderOptions& opti
   return "no error";
 }
 
-// Three tracks with 2, 0 and 3 hits. All numbers are exact in single precision.
+/// Three tracks with 2, 0 and 3 hits. All numbers are exact in single precision.
 struct Table {
   std::vector<long long> fTrack{4, 5, 1LL << 40};
   std::vector<std::vector<double>> fU{{1.5, -2.25}, {}, {3, 4, 5}};
@@ -51,12 +51,12 @@ struct Table {
 void ExpectTable(const std::vector<TrackHits>& tracks) {
   const Table table;
   ASSERT_EQ(tracks.size(), 3u);
-  for (std::size_t i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; i++) {
     EXPECT_EQ(tracks[i].fTrack, table.fTrack[i]);
     EXPECT_TRUE(tracks[i].Good());
     EXPECT_EQ(tracks[i].fPlace, i);
     ASSERT_EQ(tracks[i].fHits.size(), table.fU[i].size());
-    for (std::size_t j = 0; j < table.fU[i].size(); ++j) {
+    for (std::size_t j = 0; j < table.fU[i].size(); j++) {
       const kelvo::Hit3D& hit = tracks[i].fHits[j];
       const bool isX = table.fView[i][j] == 0;
       EXPECT_EQ(hit.fView, isX ? geo::kX : geo::kY);
@@ -68,7 +68,7 @@ void ExpectTable(const std::vector<TrackHits>& tracks) {
   }
 }
 
-// Writes the table with vectors of these types.
+/// Writes the table with vectors of these types.
 template <typename Vector, typename Views, typename Track>
 std::string WriteTree(const std::string& file, const std::function<void(int, Views&)>& addView,
                       const char* name = "hits") {
@@ -83,13 +83,13 @@ std::string WriteTree(const std::string& file, const std::function<void(int, Vie
   tree->Branch("sigu", &sigu);
   tree->Branch("view", &view);
   const Table table;
-  for (std::size_t i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; i++) {
     track = static_cast<Track>(table.fTrack[i]);
     u.clear();
     z.clear();
     sigu.clear();
     view.clear();
-    for (std::size_t j = 0; j < table.fU[i].size(); ++j) {
+    for (std::size_t j = 0; j < table.fU[i].size(); j++) {
       using T = typename Vector::value_type;
       u.push_back(static_cast<T>(table.fU[i][j]));
       z.push_back(static_cast<T>(table.fZ[i][j]));
@@ -144,10 +144,10 @@ TEST(RootHits, ReadsTreesOfArraysWithALengthOfTheirOwn) {
     tree->Branch("sigu", sigu, "sigu[n]/F");
     tree->Branch("view", view, "view[n]/B");
     const Table table;
-    for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < 3; i++) {
       track = table.fTrack[i];
       n = static_cast<Int_t>(table.fU[i].size());
-      for (std::size_t j = 0; j < table.fU[i].size(); ++j) {
+      for (std::size_t j = 0; j < table.fU[i].size(); j++) {
         u[j] = table.fU[i][j];
         z[j] = table.fZ[i][j];
         view[j] = static_cast<Char_t>(table.fView[i][j]);
@@ -238,7 +238,7 @@ TEST(RootHits, SaysWhatIsWrongWithAnEntry) {
       z = zz;
       sigu = ss;
       view = vv;
-      ++track;
+      track++;
       tree->Fill();
     };
     const double nan = std::numeric_limits<double>::quiet_NaN();
@@ -279,7 +279,7 @@ std::string WriteNTuple(const std::string& file, const std::function<View(int)>&
   auto view = model->MakeField<std::vector<View>>("view");
   const auto writer = ROOT::RNTupleWriter::Recreate(std::move(model), "hits", file);
   const Table table;
-  for (std::size_t i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; i++) {
     *track = static_cast<Track>(table.fTrack[i]);
     u->assign(table.fU[i].begin(), table.fU[i].end());
     z->assign(table.fZ[i].begin(), table.fZ[i].end());

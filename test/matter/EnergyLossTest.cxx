@@ -111,7 +111,7 @@ void Print(const Differences& differences) {
   }
 }
 
-// Of slow protons in two elements the shell corrections leave more than elsewhere.
+/// Of slow protons in two elements the shell corrections leave more than elsewhere.
 double SlowPercent(const std::string& name, const std::string& particle) {
   if (particle != "proton") return 3;
   return name == "W" ? 8 : name == "lAr" ? 5 : 3;

@@ -20,8 +20,8 @@ constexpr double kMuon = 0.105658;
 constexpr double kPion = 0.13957;
 constexpr double kProton = 0.938272;
 
-// A loss of T^-0.75 has closed forms: range T^1.75 / 1.75, and with a constant variance the range's
-// variance is T^3.25 / 3.25.
+/// A loss of T^-0.75 has closed forms: range T^1.75 / 1.75, and with a constant variance the
+/// range's variance is T^3.25 / 3.25.
 RangeTable PowerLaw() {
   return RangeTable([](double T) { return std::pow(T, -0.75); }, [](double) { return 1.0; }, kMuon);
 }
@@ -78,8 +78,8 @@ TEST(RangeTableTest, RangeAndEnergyRiseStrictly) {
   }
 }
 
-// Carries a particle a length upstream, by Runge and Kutta's rule in steps of at most 0.01 cm, in
-// which it loses no more than a hundredth of its energy.
+/// Carries a particle a length upstream, by Runge and Kutta's rule in steps of at most 0.01 cm, in
+/// which it loses no more than a hundredth of its energy.
 double Upstream(const kelvo::dEdxTable& loss, double mass, double T, double length) {
   for (double done = 0; done < length;) {
     const double k1 = loss(T, mass);

@@ -35,10 +35,10 @@ std::vector<TrackHits> ReadFile(const std::string& text) {
 
 void ExpectSameHits(const std::vector<TrackHits>& a, const std::vector<TrackHits>& b) {
   ASSERT_EQ(a.size(), b.size());
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (std::size_t i = 0; i < a.size(); i++) {
     EXPECT_EQ(a[i].fTrack, b[i].fTrack);
     ASSERT_EQ(a[i].fHits.size(), b[i].fHits.size()) << i;
-    for (std::size_t j = 0; j < a[i].fHits.size(); ++j) {
+    for (std::size_t j = 0; j < a[i].fHits.size(); j++) {
       const kelvo::Hit3D& p = a[i].fHits[j];
       const kelvo::Hit3D& q = b[i].fHits[j];
       EXPECT_EQ(p.fView, q.fView);
@@ -50,7 +50,7 @@ void ExpectSameHits(const std::vector<TrackHits>& a, const std::vector<TrackHits
   }
 }
 
-// Two tracks of two hits and one of one.
+/// Two tracks of two hits and one of one.
 struct Hits {
   std::vector<std::int64_t> fTrack{7, 7, -2, -2, 9};
   Column fView{'X', 'y', 0, 1, '1'};

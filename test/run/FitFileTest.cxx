@@ -46,17 +46,17 @@ std::string ErrorOf(const kelvo::FitFileOptions& options,
   return "no error";
 }
 
-// All that a tree holds, entry by entry, as the bytes in its branches.
+/// All that a tree holds, entry by entry, as the bytes in its branches.
 std::string Content(const std::string& name) {
   TFile file(name.c_str());
   auto* tree = file.Get<TTree>("fits");
   std::ostringstream text;
-  for (Long64_t i = 0; i < tree->GetEntries(); ++i) {
+  for (Long64_t i = 0; i < tree->GetEntries(); i++) {
     tree->GetEntry(i);
     for (const TObject* object : *tree->GetListOfLeaves()) {
       const auto& leaf = static_cast<const TLeaf&>(*object);
       text << leaf.GetName() << std::hexfloat;
-      for (int k = 0; k < leaf.GetLen(); ++k) text << ' ' << leaf.GetValue(k);
+      for (int k = 0; k < leaf.GetLen(); k++) text << ' ' << leaf.GetValue(k);
     }
     text << '\n';
   }
@@ -112,7 +112,7 @@ TEST(FitFile, SumsUpWhatCameOut) {
     std::istringstream row(line);
     for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
     double chi2 = 0;
-    for (std::size_t i = 7; i < 11; ++i) chi2 += std::stod(fields[i]);
+    for (std::size_t i = 7; i < 11; i++) chi2 += std::stod(fields[i]);
     if (fields[1] == "13") ratios.push_back(chi2 / std::stod(fields[11]));
   }
   std::sort(ratios.begin(), ratios.end());
@@ -122,7 +122,7 @@ TEST(FitFile, SumsUpWhatCameOut) {
   EXPECT_LT(summary.fHypotheses[0].fMedianChi2PerNDF, 1.005 * above);
 }
 
-// A text beside the table.
+/// A text beside the table.
 std::string TextIn(TFile& file, const char* name) {
   const std::unique_ptr<TObjString> text(file.Get<TObjString>(name));
   return text ? text->GetString().Data() : "none";

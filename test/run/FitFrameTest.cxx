@@ -36,21 +36,21 @@ std::string ReadText(const std::string& file) {
   return text.str();
 }
 
-// The hits of one track, as columns.
+/// The hits of one track, as columns.
 struct Track {
   std::vector<int> fView;
   std::vector<double> fU, fZ, fSigU;
 };
 
-// Nearly straight tracks of 4 to 23 planes. All numbers are exact in single precision. Of twenty,
-// one has a single hit and one a hit that cannot be used.
+/// Nearly straight tracks of 4 to 23 planes. All numbers are exact in single precision. Of twenty,
+/// one has a single hit and one a hit that cannot be used.
 std::vector<Track> MakeTracks(std::size_t n) {
   std::mt19937 random(7);
   std::normal_distribution<double> gauss(0, 0.25);
   std::vector<Track> tracks(n);
-  for (std::size_t i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < n; i++) {
     const std::size_t planes = i % 20 == 13 ? 1 : 4 + i % 20;
-    for (std::size_t p = 0; p < planes; ++p) {
+    for (std::size_t p = 0; p < planes; p++) {
       const double z = 3 + 6 * static_cast<double>(p);
       tracks[i].fView.push_back(p % 2 == 0 ? 0 : 1);
       tracks[i].fZ.push_back(z);
@@ -62,7 +62,7 @@ std::vector<Track> MakeTracks(std::size_t n) {
   return tracks;
 }
 
-// Writes them as a tree of several clusters, so that threads share its entries.
+/// Writes them as a tree of several clusters, so that threads share its entries.
 std::string WriteTree(const std::string& name, const std::vector<Track>& tracks) {
   TFile file(name.c_str(), "RECREATE");
   auto* tree = new TTree("hits", "");
@@ -77,7 +77,7 @@ std::string WriteTree(const std::string& name, const std::vector<Track>& tracks)
   for (const Track& one : tracks) {
     track = one;
     tree->Fill();
-    ++number;
+    number++;
   }
   file.Write();
   return name;
@@ -93,12 +93,12 @@ std::vector<FitRow> FitFromFileToFile(const test::TempFolder& folder, const std:
   kelvo::FitFile(detector, options);
   kelvo::FitReader reader(options.fOutput);
   std::vector<FitRow> rows;
-  for (long long i = 0; i < reader.Entries(); ++i)
+  for (long long i = 0; i < reader.Entries(); i++)
     rows.push_back(reader.Read(i, kelvo::FitPart::kAll));
   return rows;
 }
 
-// Messages of a file begin with the place of the track in it.
+/// Messages of a file begin with the place of the track in it.
 std::string WithoutPlace(const std::string& message) {
   const std::size_t hit = message.find(", hit ");
   return hit == std::string::npos ? message : message.substr(hit + 2);
@@ -108,8 +108,8 @@ const T& WithoutPlace(const T& value) {
   return value;
 }
 
-// Compares the columns of a frame with the rows of a file. What is booked is compared later, when
-// all columns can be had in one go.
+/// Compares the columns of a frame with the rows of a file. What is booked is compared later, when
+/// all columns can be had in one go.
 class Comparison {
 public:
   Comparison(RNode fits, const std::vector<FitRow>& rows, std::size_t hypotheses)
@@ -132,7 +132,7 @@ private:
   }
 
   std::size_t Best(std::size_t i) {
-    for (std::size_t h = 0; h < fEach; ++h)
+    for (std::size_t h = 0; h < fEach; h++)
       if (Row(i, h).fBest) return h;
     return 0;
   }
@@ -141,16 +141,16 @@ private:
   void Book(const std::string& name, T FitRow::*member) {
     auto best = fFits.Take<T>("fit_" + name);
     fComparisons.push_back([=]() mutable {
-      for (std::size_t i = 0; i < fTrack->size(); ++i)
+      for (std::size_t i = 0; i < fTrack->size(); i++)
         EXPECT_TRUE(test::SameColumn<T>(best->at(i), WithoutPlace(Row(i, Best(i)).*member)))
             << name << ", track " << fTrack->at(i);
     });
     if constexpr (kEach) {
       auto each = fFits.Take<ROOT::RVec<T>>("fit_each_" + name);
       fComparisons.push_back([=]() mutable {
-        for (std::size_t i = 0; i < fTrack->size(); ++i) {
+        for (std::size_t i = 0; i < fTrack->size(); i++) {
           ASSERT_EQ(each->at(i).size(), fEach);
-          for (std::size_t h = 0; h < fEach; ++h)
+          for (std::size_t h = 0; h < fEach; h++)
             EXPECT_TRUE(test::SameColumn<T>(each->at(i)[h], WithoutPlace(Row(i, h).*member)))
                 << name << ", track " << fTrack->at(i) << ", hypothesis " << h;
         }
@@ -203,7 +203,7 @@ TEST(FitFrame, AddsTheOffsetsOfPlanesToTheirHits) {
   Compare(kelvo::DefineFit(ROOT::RDataFrame("hits", hits), detector), rows);
 }
 
-// A frame without a file, whose columns are of the types that are asked for.
+/// A frame without a file, whose columns are of the types that are asked for.
 template <typename Vector, typename Views>
 RNode FrameOf(const std::vector<Track>& tracks) {
   const auto column = [&tracks](auto member, auto vector) {
@@ -249,7 +249,7 @@ TEST(FitFrame, ReadsColumnsOfOtherNames) {
   auto fits = kelvo::DefineFit(renamed, Fine(), {}, {{"u", "measured"}});
   auto x = fits.Take<double>("fit_x");
   auto here = kelvo::DefineFit(frame, Fine()).Take<double>("fit_x");
-  for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(x->at(i), here->at(i) + 100, 0.5);
+  for (std::size_t i = 0; i < 3; i++) EXPECT_NEAR(x->at(i), here->at(i) + 100, 0.5);
 }
 
 TEST(FitFrame, ReadsPlanesThatMeasureBothCoordinates) {
@@ -301,7 +301,7 @@ TEST(FitFrame, SaysWhatIsWrongWithATrack) {
   EXPECT_EQ(message->at(2), "column u: has 5 values where column z has 6");
   EXPECT_EQ(message->at(4), "hit 0, column sigu: is not above 0");
   EXPECT_EQ(message->at(5), "");
-  for (std::size_t i = 0; i < 5; ++i) {
+  for (std::size_t i = 0; i < 5; i++) {
     EXPECT_TRUE(std::isnan(p->at(i)));
     EXPECT_TRUE(pulls->at(i).empty());
   }
@@ -405,7 +405,7 @@ TEST(FitFrame, HasRoomForASecondFit) {
   auto one = both.Take<ROOT::RVecI>("pion_each_pdg");
   auto p = both.Take<double>("pion_p");
   auto alone = kelvo::DefineFit(frame, Fine(), pion).Take<double>("fit_p");
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; i++) {
     EXPECT_EQ(three->at(i).size(), 3u);
     EXPECT_EQ(one->at(i).size(), 1u);
     EXPECT_EQ(p->at(i), alone->at(i));

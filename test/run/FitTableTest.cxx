@@ -25,7 +25,7 @@ const geo::PlaneDetector& Detector() {
   return detector;
 }
 
-// Tracks of a file, every 30th of which is made a bad one.
+/// Tracks of a file, every 30th of which is made a bad one.
 class SomeBad : public kelvo::HitSource {
 public:
   bool Next(kelvo::TrackHits& track) override {
@@ -77,13 +77,13 @@ bool Holds(const FitColumn& column, std::size_t at, const T& value) {
 void ExpectRows(const kelvo::FitColumns& columns, const std::vector<FitRow>& rows,
                 bool withVectors) {
   ASSERT_EQ(columns.Rows(), rows.size());
-  for (std::size_t i = 0; i < rows.size(); ++i) {
+  for (std::size_t i = 0; i < rows.size(); i++) {
     std::size_t c = 0;
     const auto compare = [&](const char* name, auto member) {
       ASSERT_LT(c, columns.Size());
       EXPECT_EQ(columns.Column(c).fName, name);
       EXPECT_TRUE(Holds(columns.Column(c), i, rows[i].*member)) << name << ", row " << i;
-      ++c;
+      c++;
     };
     kelvo::VisitScalars(compare);
     if (withVectors) kelvo::VisitVectors(compare);
@@ -99,7 +99,7 @@ TEST(FitTable, HoldsTheRowsOfALoopForAnyNumberOfThreads) {
     options.fThreads = threads;
     FitTable table(Detector(), source, options);
     int pieces = 1;
-    while (table.Fit(0)) ++pieces;
+    while (table.Fit(0)) pieces++;
     EXPECT_GT(pieces, 2);
     ExpectRows(table.Columns(), Rows(), true);
     EXPECT_FALSE(table.Fit(0)) << "a fit that is over stays so";
@@ -119,7 +119,7 @@ TEST(FitTable, LeavesOutTheVectors) {
 TEST(FitTable, NamesTheTypesOfItsColumns) {
   const kelvo::FitColumns columns(true);
   const auto typeOf = [&](const std::string& name) {
-    for (std::size_t i = 0; i < columns.Size(); ++i)
+    for (std::size_t i = 0; i < columns.Size(); i++)
       if (columns.Column(i).fName == name) return columns.Column(i).fType;
     return std::string();
   };

@@ -32,19 +32,19 @@ kelvo::RowFitter Fitter() {
   return {kelvo::TrackFitter(Detector()), nullptr};
 }
 
-// Nearly straight tracks of 4 to 23 planes; every 50th has a line that could not be read, and every
-// 70th a single hit.
+/// Nearly straight tracks of 4 to 23 planes; every 50th has a line that could not be read, and
+/// every 70th a single hit.
 std::vector<TrackHits> MakeTracks(int n) {
   std::mt19937 random(3);
   std::normal_distribution<double> gauss(0, 0.3);
   std::vector<TrackHits> tracks;
-  for (int i = 0; i < n; ++i) {
+  for (int i = 0; i < n; i++) {
     TrackHits track;
     track.fTrack = 1000 - i;
     track.fFile = "hits.csv";
     track.fPlace = static_cast<unsigned long long>(i);
     const int planes = i % 70 == 69 ? 1 : 4 + i % 20;
-    for (int p = 0; p < planes; ++p) {
+    for (int p = 0; p < planes; p++) {
       const double z = 3 + 6.05 * p;
       const double u = 0.1 * z + gauss(random);
       const bool isX = p % 2 == 0;
@@ -82,7 +82,7 @@ Result FitAll(const std::function<bool(TrackHits&)>& next, unsigned threads) {
 
 void ExpectSameRows(const std::vector<FitRow>& a, const std::vector<FitRow>& b) {
   ASSERT_EQ(a.size(), b.size());
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (std::size_t i = 0; i < a.size(); i++) {
     const auto compare = [&](const char* name, auto member) {
       EXPECT_TRUE(test::SameColumn(a[i].*member, b[i].*member)) << name << ", row " << i;
     };
@@ -107,7 +107,7 @@ TEST(FittedBlocks, KeepEveryTrackFittedOrNot) {
   const auto tracks = MakeTracks(400);
   const Result result = FitAll(From(tracks), 2);
   ASSERT_EQ(result.fOutcomes.size(), tracks.size());
-  for (std::size_t i = 0; i < tracks.size(); ++i) {
+  for (std::size_t i = 0; i < tracks.size(); i++) {
     const auto& outcome = result.fOutcomes[i];
     EXPECT_EQ(result.fRows[3 * i].fTrack, tracks[i].fTrack);
     EXPECT_EQ(outcome.fHits, tracks[i].fHits.size());
@@ -132,7 +132,7 @@ TEST(FittedBlocks, KeepEveryTrackFittedOrNot) {
 TEST(FittedBlocks, LeaveNothingInAFitThatFailed) {
   const auto tracks = MakeTracks(70);
   const Result result = FitAll(From(tracks), 1);
-  for (std::size_t h = 0; h < 3; ++h) {
+  for (std::size_t h = 0; h < 3; h++) {
     const FitRow& row = result.fRows[3 * 69 + h];
     EXPECT_NE(row.fStatus, 0);
     EXPECT_FALSE(row.fBest);
@@ -151,14 +151,14 @@ TEST(FittedBlocks, LeaveNothingInAFitThatFailed) {
 
 TEST(FittedBlocks, MarkOneBestHypothesisOfAFittedTrack) {
   const Result result = FitAll(From(MakeTracks(40)), 2);
-  for (std::size_t i = 0; i < 40; ++i) {
+  for (std::size_t i = 0; i < 40; i++) {
     int best = 0;
-    for (std::size_t h = 0; h < 3; ++h) {
+    for (std::size_t h = 0; h < 3; h++) {
       const FitRow& row = result.fRows[3 * i + h];
       if (!row.fBest) continue;
-      ++best;
+      best++;
       EXPECT_EQ(row.fPDG, result.fOutcomes[i].fBestPDG);
-      for (std::size_t k = 0; k < 3; ++k)
+      for (std::size_t k = 0; k < 3; k++)
         EXPECT_GE(row.fLogLikelihood + kTie, result.fRows[3 * i + k].fLogLikelihood);
     }
     EXPECT_EQ(best, 1) << i;

@@ -17,7 +17,7 @@ Work::Source Numbers(int n) {
   };
 }
 
-// Takes longer for some numbers than for others.
+/// Takes longer for some numbers than for others.
 int SquareOf(int number) {
   for (int i = 0; i < number * 7919 % 50; i++) std::this_thread::yield();
   return number * number;
@@ -27,7 +27,7 @@ std::vector<Work::Worker> Workers(unsigned threads, const Work::Worker& worker) 
   return std::vector<Work::Worker>(threads, worker);
 }
 
-// The results up to the end or an error, whose text comes behind them.
+/// The results up to the end or an error, whose text comes behind them.
 std::pair<std::vector<int>, std::string> ResultsOf(Work& work) {
   std::vector<int> results;
   try {

@@ -44,7 +44,7 @@ SimulationFileOptions Options(const std::string& file) {
 std::vector<SimulatedTrack> Tracks() {
   kelvo::Simulator simulator(Detector(), Options("").fSimulation);
   std::vector<SimulatedTrack> tracks;
-  for (int i = 0; i < kTracks; ++i) tracks.push_back(simulator.Make(i));
+  for (int i = 0; i < kTracks; i++) tracks.push_back(simulator.Make(i));
   return tracks;
 }
 
@@ -56,7 +56,7 @@ void ExpectHits(const std::string& file) {
     ASSERT_TRUE(read.Good());
     EXPECT_EQ(read.fTrack, track.fTrack);
     ASSERT_EQ(read.fHits.size(), track.fHits.size());
-    for (std::size_t i = 0; i < read.fHits.size(); ++i) {
+    for (std::size_t i = 0; i < read.fHits.size(); i++) {
       const kelvo::Hit3D& hit = read.fHits[i];
       EXPECT_EQ(hit.fView, track.fHits[i].fView);
       EXPECT_EQ(hit.fView == geo::kX ? hit.fX : hit.fY, track.fHits[i].fU);
@@ -67,7 +67,7 @@ void ExpectHits(const std::string& file) {
   EXPECT_FALSE(reader.Next(read));
 }
 
-// The numbers of a line.
+/// The numbers of a line.
 std::vector<double> Numbers(std::string_view line) {
   std::vector<double> numbers;
   for (std::size_t begin = 0; begin <= line.size();) {
@@ -141,7 +141,7 @@ TEST(SimulationFile, RootFileHoldsAllTables) {
   const char* const columns[] = {"x0", "y0", "z0", "px", "py",    "pz",
                                  "T",  "xe", "ye", "ze", "length"};
   double values[std::size(columns)] = {};
-  for (std::size_t i = 0; i < std::size(columns); ++i)
+  for (std::size_t i = 0; i < std::size(columns); i++)
     truth->SetBranchAddress(columns[i], &values[i]);
   long long track = 0;
   int pdg = 0;
@@ -150,7 +150,7 @@ TEST(SimulationFile, RootFileHoldsAllTables) {
   std::vector<double>* x = nullptr;
   hits->SetBranchAddress("x", &x);
   const auto tracks = Tracks();
-  for (int i = 0; i < kTracks; ++i) {
+  for (int i = 0; i < kTracks; i++) {
     truth->GetEntry(i);
     std::vector<double> read{static_cast<double>(track), static_cast<double>(pdg)};
     read.insert(read.end(), std::begin(values), std::end(values));
@@ -158,7 +158,7 @@ TEST(SimulationFile, RootFileHoldsAllTables) {
     hits->GetEntry(i);
     const auto& trueHits = tracks[static_cast<std::size_t>(i)].fHits;
     ASSERT_EQ(x->size(), trueHits.size());
-    for (std::size_t k = 0; k < x->size(); ++k) EXPECT_EQ((*x)[k], trueHits[k].fTrue.X());
+    for (std::size_t k = 0; k < x->size(); k++) EXPECT_EQ((*x)[k], trueHits[k].fTrue.X());
   }
   hits->ResetBranchAddresses();
   delete x;
@@ -176,7 +176,7 @@ TEST(SimulationFile, LeavesThreadsThatReadTheFileSomeClustersToShare) {
   const std::string name = folder.Path("hits.root");
   const auto writer = kelvo::MakeSimulationWriter(name, true, {});
   const auto tracks = Tracks();
-  for (std::size_t i = 0; i < 3500; ++i) writer->Write(tracks[i % tracks.size()]);
+  for (std::size_t i = 0; i < 3500; i++) writer->Write(tracks[i % tracks.size()]);
   writer->Commit();
   TFile file(name.c_str());
   for (const char* table : {"hits", "truth", "hittruth"}) {

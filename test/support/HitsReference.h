@@ -34,7 +34,7 @@ inline void Complete(const HitArrays& h, std::size_t k, double* coordinate, doub
   for (double window = 100; window <= 400; window *= 2) {
     s = sz = szz = sc = szc = 0;
     int count = 0;
-    for (std::size_t i = 0; i < h.z.size(); ++i) {
+    for (std::size_t i = 0; i < h.z.size(); i++) {
       if (h.view[i] == h.view[k] || std::fabs(h.z[i] - h.z[k]) >= window) continue;
       const double c = h.view[i] == 0 ? h.x[i] : h.y[i];
       s += h.w[i];
@@ -42,7 +42,7 @@ inline void Complete(const HitArrays& h, std::size_t k, double* coordinate, doub
       szz += h.w[i] * h.z[i] * h.z[i];
       sc += h.w[i] * c;
       szc += h.w[i] * h.z[i] * c;
-      ++count;
+      count++;
     }
     if (count > 5) break;
   }
@@ -81,19 +81,19 @@ inline void Frame(const double w[3], const double o[3], const std::vector<double
   const double* c = fromY ? c2 : fromX ? c1 : c3;
   const double length = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
   double* a = f[fromX ? 1 : 0];
-  for (int k = 0; k < 3; ++k) {
+  for (int k = 0; k < 3; k++) {
     a[k] = c[k] / length;
     f[2][k] = w[k];
   }
   const double* left = fromX ? a : w;
   const double* right = fromX ? w : a;
-  for (int k = 0; k < 3; ++k) {
+  for (int k = 0; k < 3; k++) {
     const int k1 = (k + 1) % 3, k2 = (k + 2) % 3;
     f[fromX ? 0 : 1][k] = left[k1] * right[k2] - left[k2] * right[k1];
   }
 
   double sum = 0, sumZ = 0;
-  for (std::size_t k = 0; k < x.size(); ++k) {
+  for (std::size_t k = 0; k < x.size(); k++) {
     const double p[] = {x[k] - o[0], y[k] - o[1], z[k] - o[2]};
     const double sigma[] = {dx[k], dy[k], dz[k]};
     double Z, sigmaZ;
@@ -103,7 +103,7 @@ inline void Frame(const double w[3], const double o[3], const std::vector<double
     sumZ += weight * Z;
   }
   if (sumZ / sum < 0)
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < 3; k++) {
       f[1][k] = -f[1][k];
       f[2][k] = -f[2][k];
     }
@@ -113,12 +113,12 @@ inline void Frame(const double w[3], const double o[3], const std::vector<double
 inline double Slope(const std::vector<double>& x, const std::vector<double>& y,
                     const std::vector<double>& variance) {
   double s = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     s += 1 / variance[i];
     sx += x[i] / variance[i];
     sy += y[i] / variance[i];
   }
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     const double u = x[i] - sx / s;
     sxx += u * u / variance[i];
     sxy += u * (y[i] - sy / s) / variance[i];
@@ -131,9 +131,9 @@ inline void Frame(const double o[3], const std::vector<double>& x, const std::ve
                   const std::vector<double>& z, const std::vector<double>& dx,
                   const std::vector<double>& dy, const std::vector<double>& dz, double f[3][3]) {
   std::vector<double> variance(z.size());
-  for (std::size_t i = 0; i < z.size(); ++i) variance[i] = dx[i] * dx[i] + dz[i] + dz[i];
+  for (std::size_t i = 0; i < z.size(); i++) variance[i] = dx[i] * dx[i] + dz[i] + dz[i];
   const double mx = Slope(z, x, variance);
-  for (std::size_t i = 0; i < z.size(); ++i) variance[i] = dy[i] * dy[i] + dz[i] + dz[i];
+  for (std::size_t i = 0; i < z.size(); i++) variance[i] = dy[i] * dy[i] + dz[i] + dz[i];
   const double my = Slope(z, y, variance);
   const double length = std::sqrt(mx * mx + my * my + 1);
   const double w[] = {mx / length, my / length, 1 / length};

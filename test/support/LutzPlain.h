@@ -38,9 +38,9 @@ inline std::vector<double> Elements(const TMatrixDSym& a) {
 
 /// Loads the problem into a fit of its size.
 inline void Load(const LutzProblem& p, Lutz& fit) {
-  for (unsigned int i = 0; i < p.NMeas(); ++i)
+  for (unsigned int i = 0; i < p.NMeas(); i++)
     if (!std::isnan(p.fSigX[i])) fit.SetMeasurement(i, p.fZ[i], p.fX[i], p.fSigX[i]);
-  for (unsigned int j = 0; j < p.NScat(); ++j)
+  for (unsigned int j = 0; j < p.NScat(); j++)
     if (!std::isnan(p.fSigAlpha[j])) fit.SetScatteringPlane(j, p.fS[j], p.fSigAlpha[j]);
 }
 
@@ -50,16 +50,16 @@ inline LutzProblem TrackProblem(unsigned int n, unsigned int m, unsigned int see
   std::normal_distribution<double> gauss;
   LutzProblem p;
   const double length = 5.0 * n;
-  for (unsigned int j = 0; j < m; ++j) {
+  for (unsigned int j = 0; j < m; j++) {
     p.fS.push_back((j + 0.4) * length / m);
     p.fSigAlpha.push_back(1e-3);
   }
   std::vector<double> kink;
-  for (unsigned int j = 0; j < m; ++j) kink.push_back(p.fSigAlpha[j] * gauss(random));
-  for (unsigned int i = 0; i < n; ++i) {
+  for (unsigned int j = 0; j < m; j++) kink.push_back(p.fSigAlpha[j] * gauss(random));
+  for (unsigned int i = 0; i < n; i++) {
     const double z = 5.0 * i;
     double x = 3 + 0.1 * z;
-    for (unsigned int j = 0; j < m; ++j)
+    for (unsigned int j = 0; j < m; j++)
       if (z > p.fS[j]) x += kink[j] * (z - p.fS[j]);
     p.fZ.push_back(z);
     p.fX.push_back(x + 0.3 * gauss(random));
@@ -93,14 +93,14 @@ public:
         fXfit(fN) {}
 
   void Load(const LutzProblem& p) {
-    for (int i = 0; i < fN; ++i) {
+    for (int i = 0; i < fN; i++) {
       const std::size_t k = static_cast<std::size_t>(i);
       if (std::isnan(p.fSigX[k])) continue;
       fZ(i) = p.fZ[k];
       fX(i) = p.fX[k];
       fW(i) = 1 / (p.fSigX[k] * p.fSigX[k]);
     }
-    for (int j = 0; j < fM; ++j) {
+    for (int j = 0; j < fM; j++) {
       const std::size_t k = static_cast<std::size_t>(j);
       if (std::isnan(p.fSigAlpha[k])) continue;
       fS(j) = p.fS[k];
@@ -109,43 +109,43 @@ public:
   }
 
   void Prepare() {
-    for (int i = 0; i < fN; ++i)
-      for (int j = 0; j < fM; ++j) {
+    for (int i = 0; i < fN; i++)
+      for (int j = 0; j < fM; j++) {
         fZeta(i, j) = fZ(i) - fS(j);
         if (0 > fZeta(i, j)) fZeta(i, j) = 0;
       }
-    for (int i = 0; i < fN; ++i) {
+    for (int i = 0; i < fN; i++) {
       fD(0, i) = fW(i);
       fD(1, i) = fW(i) * fZ(i);
-      for (int j = 0; j < fM; ++j) fD(j + 2, i) = fW(i) * fZeta(i, j);
+      for (int j = 0; j < fM; j++) fD(j + 2, i) = fW(i) * fZeta(i, j);
     }
   }
 
   void FillA() {
     double sum = 0.0;
-    for (int i = 0; i < fN; ++i) sum += fW(i);
+    for (int i = 0; i < fN; i++) sum += fW(i);
     fA(0, 0) = sum;
     sum = 0.0;
-    for (int i = 0; i < fN; ++i) sum += fW(i) * fZ(i);
+    for (int i = 0; i < fN; i++) sum += fW(i) * fZ(i);
     fA(0, 1) = sum;
     fA(1, 0) = sum;
     sum = 0.0;
-    for (int i = 0; i < fN; ++i) sum += (fW(i) * fZ(i)) * fZ(i);
+    for (int i = 0; i < fN; i++) sum += (fW(i) * fZ(i)) * fZ(i);
     fA(1, 1) = sum;
-    for (int j = 0; j < fM; ++j) {
+    for (int j = 0; j < fM; j++) {
       sum = 0.0;
-      for (int i = 0; i < fN; ++i) sum += fW(i) * fZeta(i, j);
+      for (int i = 0; i < fN; i++) sum += fW(i) * fZeta(i, j);
       fA(0, j + 2) = sum;
       fA(j + 2, 0) = sum;
       sum = 0.0;
-      for (int i = 0; i < fN; ++i) sum += (fW(i) * fZeta(i, j)) * fZ(i);
+      for (int i = 0; i < fN; i++) sum += (fW(i) * fZeta(i, j)) * fZ(i);
       fA(1, j + 2) = sum;
       fA(j + 2, 1) = sum;
     }
-    for (int j = 0; j < fM; ++j)
-      for (int k = j; k < fM; ++k) {
+    for (int j = 0; j < fM; j++)
+      for (int k = j; k < fM; k++) {
         sum = 0.0;
-        for (int i = 0; i < fN; ++i) sum += (fW(i) * fZeta(i, j)) * fZeta(i, k);
+        for (int i = 0; i < fN; i++) sum += (fW(i) * fZeta(i, j)) * fZeta(i, k);
         if (j == k) sum += fV(j);
         fA(j + 2, k + 2) = sum;
         fA(k + 2, j + 2) = sum;
@@ -166,26 +166,26 @@ public:
   void Solve() {
     fX0 = 0;
     fSlope = 0;
-    for (int j = 0; j < fM; ++j) fAlpha(j) = 0;
-    for (int i = 0; i < fN; ++i) fXfit(i) = 0;
+    for (int j = 0; j < fM; j++) fAlpha(j) = 0;
+    for (int i = 0; i < fN; i++) fXfit(i) = 0;
     if (!fSucceeded) return;
     std::vector<double> y(static_cast<std::size_t>(fM) + 2), q(y.size());
-    for (int p = 0; p < fM + 2; ++p) {
+    for (int p = 0; p < fM + 2; p++) {
       double sum = 0.0;
-      for (int i = 0; i < fN; ++i) sum += fD(p, i) * fX(i);
+      for (int i = 0; i < fN; i++) sum += fD(p, i) * fX(i);
       y[static_cast<std::size_t>(p)] = sum;
     }
-    for (int p = 0; p < fM + 2; ++p) {
+    for (int p = 0; p < fM + 2; p++) {
       double sum = 0.0;
-      for (int r = 0; r < fM + 2; ++r) sum += fA(p, r) * y[static_cast<std::size_t>(r)];
+      for (int r = 0; r < fM + 2; r++) sum += fA(p, r) * y[static_cast<std::size_t>(r)];
       q[static_cast<std::size_t>(p)] = sum;
     }
     fX0 = q[0];
     fSlope = q[1];
-    for (int j = 0; j < fM; ++j) fAlpha(j) = q[static_cast<std::size_t>(j) + 2];
-    for (int i = 0; i < fN; ++i) {
+    for (int j = 0; j < fM; j++) fAlpha(j) = q[static_cast<std::size_t>(j) + 2];
+    for (int i = 0; i < fN; i++) {
       fXfit(i) = fSlope * fZ(i) + fX0;
-      for (int j = 0; j < fM; ++j)
+      for (int j = 0; j < fM; j++)
         if (fZeta(i, j) > 0) fXfit(i) += fAlpha(j) * fZeta(i, j);
     }
   }
@@ -199,9 +199,9 @@ public:
 
   double Chi2() const {
     double sumX = 0.0;
-    for (int i = 0; i < fN; ++i) sumX += (fX(i) - fXfit(i)) * (fX(i) - fXfit(i)) * fW(i);
+    for (int i = 0; i < fN; i++) sumX += (fX(i) - fXfit(i)) * (fX(i) - fXfit(i)) * fW(i);
     double sumAlpha = 0.0;
-    for (int j = 0; j < fM; ++j) sumAlpha += (0 - fAlpha(j)) * (0 - fAlpha(j)) * fV(j);
+    for (int j = 0; j < fM; j++) sumAlpha += (0 - fAlpha(j)) * (0 - fAlpha(j)) * fV(j);
     return sumX + sumAlpha;
   }
 
@@ -211,8 +211,8 @@ public:
     solution.fX0 = fX0;
     solution.fSlope = fSlope;
     solution.fChi2 = Chi2();
-    for (int j = 0; j < fM; ++j) solution.fAlpha.push_back(fAlpha(j));
-    for (int i = 0; i < fN; ++i) {
+    for (int j = 0; j < fM; j++) solution.fAlpha.push_back(fAlpha(j));
+    for (int i = 0; i < fN; i++) {
       solution.fXfit.push_back(fXfit(i));
       solution.fChi2XI.push_back((fX(i) - fXfit(i)) * (fX(i) - fXfit(i)) * fW(i));
     }

@@ -62,7 +62,7 @@ inline double Interp(double T, double M, const std::vector<double>& t,
   else if (x >= t[n - 1])
     i = n - 2;
   else
-    for (i = 0; i + 2 < n; ++i)
+    for (i = 0; i + 2 < n; i++)
       if (t[i] <= x && t[i + 1] > x) break;
   const double value =
       std::exp((std::log(x) - std::log(t[i])) * (std::log(dedx[i + 1]) - std::log(dedx[i])) /
@@ -82,7 +82,7 @@ inline double IntegrateT(const Table& table, double ds, double m, double T) {
     n *= 2;
     h = ds / n;
   }
-  for (unsigned int k = 0; k < n; ++k) {
+  for (unsigned int k = 0; k < n; k++) {
     const double mid = T + (h / 2) * dEdx(table, T, m);
     T = T + h * dEdx(table, mid, m);
   }
@@ -97,7 +97,7 @@ inline double Lookup(double x, const std::vector<double>& xs, const std::vector<
   } else if (x >= xs[last]) {
     i = last - 1;
   } else {
-    for (i = 0; i < last; ++i)
+    for (i = 0; i < last; i++)
       if (xs[i] <= x && x < xs[i + 1]) break;
   }
   const double y = ys[i] + (ys[i + 1] - ys[i]) * (x - xs[i]) / (xs[i + 1] - xs[i]);
@@ -123,11 +123,11 @@ struct Path {
       std::vector<double> ds;
       std::vector<const TGeoMaterial*> mats;
       geo.MaterialsBetweenPoints(from, to, ds, mats);
-      for (std::size_t k = 0; k < ds.size(); ++k) {
+      for (std::size_t k = 0; k < ds.size(); k++) {
         const std::string name = mats[k]->GetName();
         s += ds[k];
         x0 += ds[k] / (name == "Vacuum" ? 1e30 : mats[k]->GetRadLen());
-        for (int h = 0; h < 3; ++h) T[h] = IntegrateT(tables.at(name), ds[k], mass[h], T[h]);
+        for (int h = 0; h < 3; h++) T[h] = IntegrateT(tables.at(name), ds[k], mass[h], T[h]);
         Append(s, x0, T);
       }
     }
@@ -140,7 +140,7 @@ struct Path {
   void Append(double s, double x0, const double* T) {
     fS.push_back(s);
     fX0.push_back(x0);
-    for (int h = 0; h < 3; ++h) fT[h].push_back(T[h]);
+    for (int h = 0; h < 3; h++) fT[h].push_back(T[h]);
   }
 };
 

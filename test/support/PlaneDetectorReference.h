@@ -55,14 +55,14 @@ inline void PrintTo(const Detector& d, std::ostream* out) {
 
 inline Detector Fine() {
   Detector d{"fine", FineAt, 70, 774.35, {}};
-  for (int p = 0; p < 128; ++p)
+  for (int p = 0; p < 128; p++)
     for (double depth : {0., 0.2, 5.8, 6.}) d.fFaces[2].push_back(6.05 * p + depth);
-  for (int k = 0; k < 2; ++k) {
+  for (int k = 0; k < 2; k++) {
     for (double edge : {70., 69.8, 64.825}) {
       d.fFaces[k].push_back(edge);
       d.fFaces[k].push_back(-edge);
     }
-    for (int i = 0; i < 32; ++i)
+    for (int i = 0; i < 32; i++)
       for (double u : {-2., -1.8, 1.8, 2.}) d.fFaces[k].push_back(-62.775 + 4.05 * i + u);
   }
   return d;
@@ -70,7 +70,7 @@ inline Detector Fine() {
 
 inline Detector Range() {
   Detector d{"range", RangeAt, 150, 239.5, {{-150, 150}, {-150, 150}, {}}};
-  for (int k = 0; k < 60; ++k)
+  for (int k = 0; k < 60; k++)
     for (double depth : {0., 2.5, 3.5}) d.fFaces[2].push_back(4 * k + depth);
   return d;
 }
@@ -83,7 +83,7 @@ struct Step {
 /// All faces that the line crosses, sorted; what is between two of them is asked at its middle.
 inline std::vector<Step> Steps(const Detector& d, const double* p0, const double* p1) {
   std::vector<double> t{0, 1};
-  for (int k = 0; k < 3; ++k)
+  for (int k = 0; k < 3; k++)
     for (double face : d.fFaces[k]) {
       const double crossing = (face - p0[k]) / (p1[k] - p0[k]);
       if (crossing > 0 && crossing < 1) t.push_back(crossing);
@@ -91,7 +91,7 @@ inline std::vector<Step> Steps(const Detector& d, const double* p0, const double
   std::sort(t.begin(), t.end());
   const double length = std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
   std::vector<Step> steps;
-  for (std::size_t i = 0; i + 1 < t.size(); ++i) {
+  for (std::size_t i = 0; i + 1 < t.size(); i++) {
     if ((t[i + 1] - t[i]) * length < 1e-10) continue;
     const double mid = 0.5 * (t[i] + t[i + 1]);
     const Material m = d.fAt(p0[0] + mid * (p1[0] - p0[0]), p0[1] + mid * (p1[1] - p0[1]),
@@ -128,7 +128,7 @@ inline Line TrackThrough(const Detector& d, Random& random) {
   Line line{};
   const double start = random(0, 0.2 * d.fLength);
   const double length = random(0.2, 0.8) * d.fLength;
-  for (int k = 0; k < 2; ++k) {
+  for (int k = 0; k < 2; k++) {
     line.fFrom[k] = random(-0.9, 0.9) * d.fHalf;
     line.fTo[k] = line.fFrom[k] + random(-0.3, 0.3) * length;
   }
@@ -140,7 +140,7 @@ inline Line TrackThrough(const Detector& d, Random& random) {
 /// A short way of any direction, in and around the detector.
 inline Line AnyWay(const Detector& d, Random& random) {
   Line line{};
-  for (int k = 0; k < 3; ++k) {
+  for (int k = 0; k < 3; k++) {
     line.fFrom[k] = k < 2 ? random(-1.1, 1.1) * d.fHalf : random(-0.1, 1.1) * d.fLength;
     line.fTo[k] = line.fFrom[k] + random(-20, 20);
   }

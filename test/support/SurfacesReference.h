@@ -21,7 +21,7 @@ struct Slab {
   const TGeoMaterial* fMaterial;
 };
 
-// Slabs one behind the other along z; beyond either end the outer slab goes on.
+/// Slabs one behind the other along z; beyond either end the outer slab goes on.
 class Slabs : public geo::GeometryBase {
 public:
   explicit Slabs(std::vector<Slab> slabs) : fSlabs(std::move(slabs)) {}
@@ -31,7 +31,7 @@ public:
     const double length = std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
     const double low = std::min(p0[2], p1[2]), high = std::max(p0[2], p1[2]);
     double z = low;
-    for (std::size_t i = 0; i < fSlabs.size(); ++i) {
+    for (std::size_t i = 0; i < fSlabs.size(); i++) {
       const bool last = i + 1 == fSlabs.size();
       const double end = last ? high : std::min(high, fSlabs[i].fEnd);
       if (end <= z && !(last && mats.empty())) continue;
@@ -64,8 +64,8 @@ inline Tables Integrate(const geo::GeometryBase& geometry, const double* p0, con
   t.s.assign(n + 1, 0);
   t.x0.assign(n + 1, 0);
   const double end[3] = {0.00105658, 0.0013957, 0.00938272};
-  for (int h = 0; h < 3; ++h) t.T[h].assign(n + 1, end[h]);
-  for (std::size_t k = 0; k < n; ++k) { // entry n is the end of the track, entry 0 its start
+  for (int h = 0; h < 3; h++) t.T[h].assign(n + 1, end[h]);
+  for (std::size_t k = 0; k < n; k++) { // entry n is the end of the track, entry 0 its start
     const std::size_t from = n - k, to = from - 1;
     const bool vacuum = std::strcmp(mats[k]->GetName(), "Vacuum") == 0;
     t.s[to] = t.s[from] + ds[k];
@@ -73,10 +73,10 @@ inline Tables Integrate(const geo::GeometryBase& geometry, const double* p0, con
     int parts = 1;
     while (ds[k] / parts > 10.0) parts *= 2;
     const double step = ds[k] / parts;
-    for (int h = 0; h < 3; ++h) {
+    for (int h = 0; h < 3; h++) {
       const kelvo::dEdxTable table(mats[k]->GetName());
       double T = t.T[h][from];
-      for (int i = 0; i < parts; ++i) {
+      for (int i = 0; i < parts; i++) {
         const double middle = T + (step / 2) * table(T, kMass[h]);
         T = T + step * table(middle, kMass[h]);
       }
@@ -84,7 +84,7 @@ inline Tables Integrate(const geo::GeometryBase& geometry, const double* p0, con
     }
   }
   const double length = t.s[0], thickness = t.x0[0];
-  for (std::size_t k = 0; k <= n; ++k) {
+  for (std::size_t k = 0; k <= n; k++) {
     t.s[k] = length - t.s[k];
     t.x0[k] = thickness - t.x0[k];
   }
@@ -97,7 +97,7 @@ inline double Lookup(double s, const std::vector<double>& xs, const std::vector<
   if (s >= xs[last])
     i = last - 1;
   else if (s >= xs[0])
-    while (!(xs[i] <= s && s < xs[i + 1])) ++i;
+    while (!(xs[i] <= s && s < xs[i + 1])) i++;
   const double y = ys[i] + (ys[i + 1] - ys[i]) * (s - xs[i]) / (xs[i + 1] - xs[i]);
   return y < 0 ? 0 : y;
 }
@@ -106,7 +106,7 @@ struct Step {
   double ds, sMid, dX0, sigAlpha, dT;
 };
 
-// The step between two path coordinates; origin is the one of the first point.
+/// The step between two path coordinates; origin is the one of the first point.
 inline Step StepBetween(const Tables& t, int pdg, double s0, double s1, double origin = 0) {
   Step step;
   step.sMid = (s0 + s1) * 0.5;
@@ -141,7 +141,7 @@ inline void Surfaces(const geo::GeometryBase& geometry, const double* p0, const 
         if (j > i + 1) --j;
         break;
       }
-      ++j;
+      j++;
     }
     const Step step = StepBetween(tables, pdg, s[i], s[j], s[0]);
     if (step.ds != 0) {

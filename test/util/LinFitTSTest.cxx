@@ -23,10 +23,10 @@ Line Fit(const Numbers& x, const Numbers& y, const Numbers& w, int mode) {
   return line;
 }
 
-// The normal equations, uncentred, with the weights themselves.
+/// The normal equations, uncentred, with the weights themselves.
 Line NormalEquations(const Numbers& x, const Numbers& y, const Numbers& weights) {
   long double s = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     const long double w = weights[i];
     s += w;
     sx += w * x[i];
@@ -53,7 +53,7 @@ std::string MessageOf(const Numbers& x, const Numbers& y, const Numbers& w, int 
 
 TEST(LinFitTS, PointsOnALineGiveThatLineInEveryMode) {
   const Numbers x{-2, 0, 1, 5}, y{-4, 2, 5, 17}, w{1, 2, 0.5, 4};
-  for (int mode = 0; mode < 3; ++mode) {
+  for (int mode = 0; mode < 3; mode++) {
     const Line line = Fit(x, y, w, mode);
     EXPECT_NEAR(line.fM, 3, 1e-14) << mode;
     EXPECT_NEAR(line.fC, 2, 1e-14) << mode;
@@ -78,10 +78,10 @@ TEST(LinFitTS, ThreePointsGiveTheLineWorkedOutByHand) {
 TEST(LinFitTS, AgreesWithTheNormalEquationsInLongDouble) {
   std::mt19937 random(11);
   std::uniform_real_distribution<double> place(-50, 50), variance(0.01, 4);
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 2000; round++) {
     const std::size_t n = 3 + random() % 30;
     Numbers x(n), y(n), var(n), weights(n), ones(n, 1.0);
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = 0; i < n; i++) {
       x[i] = place(random);
       y[i] = place(random);
       var[i] = variance(random);
@@ -89,7 +89,7 @@ TEST(LinFitTS, AgreesWithTheNormalEquationsInLongDouble) {
     }
     const Line expected[] = {NormalEquations(x, y, ones), NormalEquations(x, y, var),
                              NormalEquations(x, y, weights)};
-    for (int mode = 0; mode < 3; ++mode) {
+    for (int mode = 0; mode < 3; mode++) {
       const Line line = Fit(x, y, var, mode);
       EXPECT_NEAR(line.fM, expected[mode].fM, 1e-12 * (1 + std::fabs(expected[mode].fM)));
       EXPECT_NEAR(line.fC, expected[mode].fC, 1e-12 * (50 + std::fabs(expected[mode].fC)));
@@ -100,7 +100,7 @@ TEST(LinFitTS, AgreesWithTheNormalEquationsInLongDouble) {
 TEST(LinFitTS, KeepsItsDigitsFarFromZero) {
   // Abscissae one apart at 1e9: the uncentred sums would have lost every digit of the slope.
   Numbers x, y, w;
-  for (int i = 0; i < 10; ++i) {
+  for (int i = 0; i < 10; i++) {
     x.push_back(1e9 + i);
     y.push_back(0.25 * i + (i % 2 ? 1 : -1));
     w.push_back(1);
@@ -130,19 +130,19 @@ TEST(LinFitTS, EqualAbscissaeGiveTheWeightedMean) {
 TEST(LinFitTS, EqualAbscissaeGiveASlopeOfExactlyZeroWhateverTheRounding) {
   std::mt19937 random(13);
   std::uniform_real_distribution<double> number(0.01, 10);
-  for (int round = 0; round < 1000; ++round) {
+  for (int round = 0; round < 1000; round++) {
     const Numbers x(7, number(random));
     Numbers y(7), w(7);
-    for (std::size_t i = 0; i < 7; ++i) {
+    for (std::size_t i = 0; i < 7; i++) {
       y[i] = number(random);
       w[i] = number(random);
     }
-    for (int mode = 0; mode < 3; ++mode) ASSERT_EQ(Fit(x, y, w, mode).fM, 0);
+    for (int mode = 0; mode < 3; mode++) ASSERT_EQ(Fit(x, y, w, mode).fM, 0);
   }
 }
 
 TEST(LinFitTS, OnePointGivesItsOrdinateAndNoneGivesZero) {
-  for (int mode = 0; mode < 3; ++mode) {
+  for (int mode = 0; mode < 3; mode++) {
     EXPECT_EQ(Fit({5}, {3.5}, {2}, mode).fM, 0);
     EXPECT_EQ(Fit({5}, {3.5}, {2}, mode).fC, 3.5);
     EXPECT_EQ(Fit({}, {}, {}, mode).fM, 0);
@@ -182,7 +182,7 @@ TEST(LinFitTS, PointsWithoutPositiveWeightDoNotCount) {
 
 TEST(LinFitTS, ScalingAllWeightsChangesNothing) {
   const Numbers x{0, 1, 2, 4}, y{0, 3, 1, 5}, w{0.5, 2, 1, 8};
-  for (int mode = 1; mode < 3; ++mode) {
+  for (int mode = 1; mode < 3; mode++) {
     const Line line = Fit(x, y, w, mode);
     for (const double factor : {1e-300, 1e-10, 1e300}) {
       Numbers scaled(w);
@@ -208,10 +208,10 @@ TEST(LinFitTS, FiniteInputNeverGivesNaN) {
                          0.1};
   std::mt19937 random(12);
   const auto pick = [&] { return ends[random() % std::size(ends)]; };
-  for (int round = 0; round < 200000; ++round) {
+  for (int round = 0; round < 200000; round++) {
     const std::size_t n = random() % 6;
     Numbers x(n), y(n), w(n);
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = 0; i < n; i++) {
       x[i] = pick();
       y[i] = pick();
       w[i] = pick();

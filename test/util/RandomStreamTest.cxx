@@ -23,10 +23,10 @@ constexpr double kLeastProbability = 1e-3; // of a test with a fixed seed
 template <typename Draw, typename Distribution>
 double KolmogorovProbability(Draw draw, Distribution cumulative) {
   std::vector<double> x;
-  for (int i = 0; i < kNumbers; ++i) x.push_back(cumulative(draw()));
+  for (int i = 0; i < kNumbers; i++) x.push_back(cumulative(draw()));
   std::sort(x.begin(), x.end());
   double distance = 0;
-  for (std::size_t i = 0; i < x.size(); ++i) {
+  for (std::size_t i = 0; i < x.size(); i++) {
     const double below = static_cast<double>(i) / kNumbers;
     distance = std::max({distance, std::abs(x[i] - below), std::abs(x[i] - below - 1. / kNumbers)});
   }
@@ -71,8 +71,8 @@ TEST(RandomStream, GammaNumbersFollowTheIncompleteGammaFunction) {
 
 TEST(RandomStream, SeedAndStreamTogetherPickTheNumbers) {
   std::set<double> first;
-  for (std::uint64_t seed = 0; seed < 100; ++seed)
-    for (std::uint64_t stream = 0; stream < 100; ++stream)
+  for (std::uint64_t seed = 0; seed < 100; seed++)
+    for (std::uint64_t stream = 0; stream < 100; stream++)
       first.insert(RandomStream(seed, stream).Uniform());
   EXPECT_EQ(first.size(), 10'000u);
   EXPECT_EQ(RandomStream(4, 5).Uniform(), RandomStream(4, 5).Uniform());
