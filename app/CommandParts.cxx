@@ -111,7 +111,7 @@ std::string CommandLine(int argc, char** argv) {
         word.empty()) {
       for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
         word.replace(at, 1, "'\\''");
-      word = "'" + word + "'";
+      word = fmt::format(FMT_STRING("'{}'"), word);
     }
     line += " " + word;
   }

@@ -61,11 +61,12 @@ std::vector<EnergyLossCurve> Curves(const DedxArguments& a, const std::vector<do
 
 std::vector<double> Fine() {
   std::vector<double> factors;
+  factors.reserve(20);
   for (int i = 0; i < 20; i++) factors.push_back(std::pow(10, i / 20.));
   return factors;
 }
 
-void Tell(const std::vector<EnergyLossCurve>& curves) {
+void Print(const std::vector<EnergyLossCurve>& curves) {
   for (const EnergyLossCurve& curve : curves) {
     std::printf("%s%s in %s\n%12s %12s %12s %14s %12s\n", &curve == &curves[0] ? "" : "\n",
                 curve.fParticle.fWord, curve.fMaterial.c_str(), "T [GeV]", "p [GeV/c]",
@@ -107,7 +108,7 @@ bool IsCsv(const std::string& name) {
 int Run(const DedxArguments& a) {
   Check(a);
   if (a.fOutput.empty()) {
-    Tell(Curves(a, Energies({1, 2, 5})));
+    Print(Curves(a, Energies({1, 2, 5})));
     return 0;
   }
   const std::vector<EnergyLossCurve> curves = Curves(a, Energies(Fine()));

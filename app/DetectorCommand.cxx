@@ -55,7 +55,7 @@ std::vector<PlaneKind> Kinds(const std::vector<geo::ActivePlane>& planes) {
   return kinds;
 }
 
-void TellPlanes(const geo::PlaneDetector& detector) {
+void PrintPlanes(const geo::PlaneDetector& detector) {
   std::printf("\n%-20s %4s %6s %10s %10s %6s %9s %11s\n", "planes", "view", "number", "first z",
               "last z", "cells", "width", "resolution");
   for (const PlaneKind& kind : Kinds(detector.Planes()))
@@ -69,7 +69,7 @@ void TellPlanes(const geo::PlaneDetector& detector) {
   std::printf("z of the middle of a plane, width of a cell and resolution in cm\n");
 }
 
-void TellOffsets(const geo::PlaneDetector& detector) {
+void PrintOffsets(const geo::PlaneDetector& detector) {
   bool any = false;
   for (const geo::ActivePlane& plane : detector.Planes()) {
     const double* offset = plane.fOffset;
@@ -91,7 +91,7 @@ std::string RadLenText(const TGeoMaterial& material) {
   return fmt::format(FMT_STRING("{:.5g}"), material.GetRadLen());
 }
 
-void TellMaterials(const geo::PlaneDetector& detector) {
+void PrintMaterials(const geo::PlaneDetector& detector) {
   const geo::MaterialBudget budget = geo::FindMaterialBudget(detector, 1);
   std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "share",
               "rad. len.");
@@ -110,14 +110,14 @@ void TellMaterials(const geo::PlaneDetector& detector) {
   std::printf("mean over the face that all planes measure\n");
 }
 
-void TellMissingTables(const geo::Detector& detector) {
+void PrintMissingTables(const geo::Detector& detector) {
   const auto unknown = MaterialsWithoutTable(detector.MaterialNames());
   if (unknown.empty()) return;
   std::printf("\nno stopping-power table: %s; only beams of known momentum can be fitted\n",
               Joined(unknown).c_str());
 }
 
-void TellRay(const geo::GeometryBase& detector, const std::vector<double>& ray) {
+void PrintRay(const geo::GeometryBase& detector, const std::vector<double>& ray) {
   std::vector<double> ds;
   std::vector<const TGeoMaterial*> materials;
   detector.MaterialsBetweenPoints(&ray[0], &ray[3], ds, materials);
@@ -137,22 +137,22 @@ void TellRay(const geo::GeometryBase& detector, const std::vector<double>& ray) 
   if (ds.empty()) std::printf("nothing: the points are the same\n");
 }
 
-void TellExtent(const geo::PlaneDetector& planes) {
+void PrintExtent(const geo::PlaneDetector& planes) {
   const geo::Box& box = planes.Extent();
   std::printf(": %zu planes, x %g to %g, y %g to %g, z %g to %g cm\n", planes.Planes().size(),
               box.fLow[0], box.fHigh[0], box.fLow[1], box.fHigh[1], box.fLow[2], box.fHigh[2]);
 }
 
-void TellParts(const geo::Detector& detector) {
+void PrintParts(const geo::Detector& detector) {
   if (detector.Planes()) {
-    TellPlanes(*detector.Planes());
-    TellOffsets(*detector.Planes());
-    TellMaterials(*detector.Planes());
+    PrintPlanes(*detector.Planes());
+    PrintOffsets(*detector.Planes());
+    PrintMaterials(*detector.Planes());
   } else {
     std::printf("\nmaterials: %s\n", Joined(detector.MaterialNames()).c_str());
     std::printf("a geometry of ROOT's knows no planes; --ray lists the materials on a way\n");
   }
-  TellMissingTables(detector);
+  PrintMissingTables(detector);
 }
 
 void Draw(const geo::Detector& detector, const std::string& output) {
@@ -167,13 +167,13 @@ int Run(const DetectorArguments& arguments) {
   const geo::Detector detector = geo::Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
   if (detector.Planes())
-    TellExtent(*detector.Planes());
+    PrintExtent(*detector.Planes());
   else
     std::printf("\n");
   if (arguments.fRay.empty())
-    TellParts(detector);
+    PrintParts(detector);
   else
-    TellRay(detector.Geometry(), arguments.fRay);
+    PrintRay(detector.Geometry(), arguments.fRay);
   if (!arguments.fOutput.empty()) Draw(detector, arguments.fOutput);
   return 0;
 }

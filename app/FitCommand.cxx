@@ -158,7 +158,7 @@ void Complete(FitArguments& a) {
   a.fFile.fFormat = a.fFormat == "rntuple" ? TableFormat::kRNTuple : TableFormat::kTTree;
 }
 
-void TellProblems(const FitSummary& summary) {
+void PrintProblems(const FitSummary& summary) {
   if (summary.fProblems.empty()) return;
   std::cerr << "kelvo: some of the input could not be used";
   if (summary.fProblemCount > summary.fProblems.size())
@@ -167,19 +167,19 @@ void TellProblems(const FitSummary& summary) {
   for (const std::string& problem : summary.fProblems) std::cerr << "  " << problem << '\n';
 }
 
-void TellLine(const char* what, unsigned long long count) {
+void PrintLine(const char* what, unsigned long long count) {
   std::printf("  %-36s %10llu\n", what, count);
 }
 
-void TellSummary(const FitSummary& summary, const FitArguments& arguments) {
-  TellLine("tracks read", summary.fTracks);
-  TellLine("hits read", summary.fHits);
-  TellLine("tracks fitted", summary.fFitted);
+void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
+  PrintLine("tracks read", summary.fTracks);
+  PrintLine("hits read", summary.fHits);
+  PrintLine("tracks fitted", summary.fFitted);
   for (std::size_t status = 1; status < summary.fByStatus.size(); status++)
     if (summary.fByStatus[status] > 0)
-      TellLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),
-               summary.fByStatus[status]);
-  if (summary.fBadLines > 0) TellLine("lines that could not be used", summary.fBadLines);
+      PrintLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),
+                summary.fByStatus[status]);
+  if (summary.fBadLines > 0) PrintLine("lines that could not be used", summary.fBadLines);
 
   std::printf("\n  %-12s %10s %10s   %s\n", "hypothesis", "fitted", "best",
               "median chi-square per degree of freedom");
@@ -221,8 +221,8 @@ int Fit(const geo::Detector& detector, const FitArguments& arguments, ProgressLi
   };
   const FitSummary summary = FitFile(detector, arguments.fFile, show);
   line.Clear();
-  TellProblems(summary);
-  TellSummary(summary, arguments);
+  PrintProblems(summary);
+  PrintSummary(summary, arguments);
   if (!arguments.fReport.empty()) WriteReport(arguments);
   return summary.AllUsed() ? 0 : kSomeUnusable;
 }

@@ -117,8 +117,8 @@ void RegisterStart(CLI::App& simulate, SimulateArguments& a) {
   const char* const names[] = {"--start-x", "--start-y", "--start-z"};
   const char* const texts[] = {"x [cm] (default: the face of the detector)",
                                "y [cm] (default: the face of the detector)",
-                               "z [cm] (default: from 1 cm upstream of the detector to 50 cm, at "
-                               "most half of its length, inside)"};
+                               ("z [cm] (default: from 1 cm upstream of the detector to 50 cm, at "
+                                "most half of its length, inside)")};
   for (std::size_t k = 0; k < 3; k++)
     simulate.add_option(names[k], a.fStart[k], texts[k])
         ->check(RangeWithin(-1e5, 1e5, "from -100000 to 100000, the smaller number first"))
@@ -189,7 +189,7 @@ void Complete(SimulateArguments& a) {
     if (!a.fStart[k].empty()) s.fStart[k] = RangeFrom(a.fStart[k]);
 }
 
-void TellSummary(const SimulationSummary& summary) {
+void PrintSummary(const SimulationSummary& summary) {
   std::printf("  %llu tracks, %llu hits, mean kinetic energy at the first hit %.4g GeV\n",
               summary.fTracks, summary.fHits, summary.fMeanT);
   std::printf("  %.1f s, %.0f tracks/s; written:", summary.fSeconds,
@@ -209,7 +209,7 @@ int Run(const CLI::App& simulate, SimulateArguments& arguments) {
     };
     const SimulationSummary summary = SimulateFile(detector, arguments.fFile, show);
     line.Clear();
-    TellSummary(summary);
+    PrintSummary(summary);
     return 0;
   });
 }

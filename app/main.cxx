@@ -13,16 +13,6 @@
 
 namespace {
 
-int Run(const kelvo::app::Command& command) {
-  const kelvo::app::RootMessages messages;
-  try {
-    return command.fRun();
-  } catch (const std::exception& e) {
-    std::cerr << "kelvo: " << e.what() << '\n';
-    return kelvo::app::kUsageOrFiles;
-  }
-}
-
 /// The words for the parser, the last one first. It would take the name "[a,b]" for a list of two.
 std::vector<std::string> Words(int argc, char** argv) {
   std::vector<std::string> words;
@@ -35,11 +25,8 @@ std::vector<std::string> Words(int argc, char** argv) {
   return words;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  // A file that becomes too large gives an error to be told, not the end.
-  std::signal(SIGXFSZ, SIG_IGN);
+/// Runs the command that the words name.
+int Run(int argc, char** argv) {
   CLI::App program{
       "kelvo fits the tracks of particles in detectors made of planes.\n"
       "'kelvo COMMAND --help' explains a command and shows how it is used.",
@@ -63,6 +50,20 @@ int main(int argc, char** argv) {
     return kelvo::app::kUsageOrFiles;
   }
   for (const auto& command : commands)
-    if (command.fOptions->parsed()) return Run(command);
+    if (command.fOptions->parsed()) return command.fRun();
   return kelvo::app::kUsageOrFiles;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  // A file that becomes too large gives an error to be told, not the end.
+  std::signal(SIGXFSZ, SIG_IGN);
+  const kelvo::app::RootMessages messages;
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& e) {
+    std::cerr << "kelvo: " << e.what() << '\n';
+    return kelvo::app::kUsageOrFiles;
+  }
 }

@@ -1,6 +1,6 @@
 // From a file of hits to a file of fits, on the bundled muons: reading beside a plain reader with
-// string streams, writing beside plain calls of TTree::Fill, and the whole with the share of each
-// stage. Times are per track.
+// string streams, writing beside plain calls of TTree::Fill, and the whole with the fraction of
+// each stage. Times are per track.
 #include "io/FitWriter.h"
 #include "io/HitReader.h"
 #include "run/FitFile.h"
@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <sstream>
 
@@ -212,9 +213,7 @@ bool ReadersAgree() {
   return std::abs(a - b) < 1e-6 * std::abs(a) && SumWithReader(kHits) == a;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   if (!ReadersAgree()) {
     std::fprintf(stderr, "the readers do not give the same hits\n");
     return 1;
@@ -255,4 +254,15 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "%s\n", e.what());
+    return 1;
+  }
 }

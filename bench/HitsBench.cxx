@@ -144,7 +144,7 @@ BENCHMARK(ThereAndBack)->Arg(200);
 } // namespace
 
 int main(int argc, char** argv) {
-  for (const std::size_t n : {50, 200, 1000})
+  for (const std::size_t n : {50UL, 200UL, 1000UL})
     if (!Agrees(Track(n))) {
       std::fprintf(stderr, "HitsBench: ours and the plain program differ for %zu hits\n", n);
       return 1;

@@ -146,7 +146,7 @@ void Batch(benchmark::State& state, unsigned int n, unsigned int m) {
   const kelvo::KinkBatchInput input = {kTracks,       meas.data(),         all.fZ.data(),
                                        all.fX.data(), all.fSigX.data(),    scat.data(),
                                        all.fS.data(), all.fSigAlpha.data()};
-  std::vector<double> perTrack(4 * kTracks), alpha(all.fS.size()), xfit(all.fZ.size());
+  std::vector<double> perTrack(std::size_t{4} * kTracks), alpha(all.fS.size()), xfit(all.fZ.size());
   kelvo::KinkBatchOutput output;
   output.fX0 = perTrack.data();
   output.fSlope = output.fX0 + kTracks;

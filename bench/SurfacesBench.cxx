@@ -97,7 +97,7 @@ void MakeSurfacesPlain(benchmark::State& state) {
 }
 BENCHMARK(MakeSurfacesPlain)->Unit(benchmark::kMicrosecond);
 
-/// The share of the integration, which both need.
+/// The fraction of the integration, which both need.
 void IntegrationPlain(benchmark::State& state) {
   Measure(state, [&] { return reference::Integrate(gLayers, kStart, kEnd).s.size(); });
 }

@@ -181,6 +181,7 @@ void Plot::Line(const std::vector<Point>& points, const LineStyle& style) {
 
 void Plot::Area(const std::vector<Point>& corners, const std::string& fill) {
   std::vector<Point> at;
+  at.reserve(corners.size());
   for (const Point& corner : corners) at.push_back(At(corner.fX, corner.fY));
   fPicture.Area(at, fill);
 }
@@ -196,6 +197,7 @@ void Plot::Box(Point corner, Point opposite, const std::string& fill) {
 
 void Plot::Marks(const std::vector<Point>& points, const MarkStyle& style) {
   std::vector<Point> at;
+  at.reserve(points.size());
   for (const Point& point : points) at.push_back(At(point.fX, point.fY));
   fPicture.Marks(at, style);
 }

@@ -21,7 +21,7 @@ std::shared_ptr<const Geometry> Referred(const Geometry& geometry) {
 
 } // namespace
 
-Detector::Detector(std::shared_ptr<const PlaneDetector> planes)
+Detector::Detector(const std::shared_ptr<const PlaneDetector>& planes)
     : fGeometry(planes),
       fPlanes(planes.get()),
       fName(planes->Name()),

@@ -58,7 +58,7 @@ public:
   const std::vector<std::string>& MaterialNames() const { return fMaterialNames; }
 
 private:
-  Detector(std::shared_ptr<const PlaneDetector> planes);
+  Detector(const std::shared_ptr<const PlaneDetector>& planes);
 
   std::shared_ptr<const GeometryBase> fGeometry;
   const PlaneDetector* fPlanes = nullptr;

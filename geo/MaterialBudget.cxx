@@ -65,10 +65,10 @@ MaterialBudget FindMaterialBudget(const PlaneDetector& detector, unsigned bins) 
   std::vector<double> ds;
   std::vector<const TGeoMaterial*> materials;
   for (int i = 0; i < kLines; i++) {
-    const double shareX = std::fmod((i + 0.5) * kStepX, 1);
-    const double shareY = std::fmod((i + 0.5) * kStepY, 1);
-    const double x = box.fLow[0] + shareX * (box.fHigh[0] - box.fLow[0]);
-    const double y = box.fLow[1] + shareY * (box.fHigh[1] - box.fLow[1]);
+    const double fractionX = std::fmod((i + 0.5) * kStepX, 1);
+    const double fractionY = std::fmod((i + 0.5) * kStepY, 1);
+    const double x = box.fLow[0] + fractionX * (box.fHigh[0] - box.fLow[0]);
+    const double y = box.fLow[1] + fractionY * (box.fHigh[1] - box.fLow[1]);
     const double p0[] = {x, y, box.fLow[2]};
     const double p1[] = {x, y, box.fHigh[2]};
     detector.MaterialsBetweenPoints(p0, p1, ds, materials);

@@ -13,19 +13,19 @@ namespace geo {
 struct DetectorDescription {
   struct Material {
     std::string fName;
-    double fDensity;                         ///< [g/cm3]
-    double fRadLength;                       ///< [cm]; 0: none given, "Vacuum" only
-    double fA;                               ///< [g/mole]; 0: none given
-    double fZ;                               ///< 0: none given
+    double fDensity = 0;                     ///< [g/cm3]
+    double fRadLength = 0;                   ///< [cm]; 0: none given, "Vacuum" only
+    double fA = 0;                           ///< [g/mole]; 0: none given
+    double fZ = 0;                           ///< 0: none given
     std::optional<matter::Material> fMatter; ///< as dense, with this radiation length; if known
   };
 
   /// A slab, or a plane with cells along x, y or both.
   struct Part {
     std::string fName;
-    double fSize[3];                ///< x, y, z [cm]
-    double fCentre[2];              ///< x, y [cm]
-    unsigned fMaterial;             ///< of a slab, or of a cell's filling
+    double fSize[3] = {};           ///< x, y, z [cm]
+    double fCentre[2] = {};         ///< x, y [cm]
+    unsigned fMaterial = 0;         ///< of a slab, or of a cell's filling
     unsigned fCount[2] = {0, 0};    ///< cells along x, y; 0: this coordinate is not measured
     double fWidth[2] = {0, 0};      ///< of a cell, along x, y [cm]
     double fResolution[2] = {0, 0}; ///< along x, y [cm]
@@ -37,16 +37,16 @@ struct DetectorDescription {
 
   /// A part in its place.
   struct Placed {
-    unsigned fPart;
-    double fCentre[2]; ///< x, y of the part's middle, all shifts included [cm]
-    double fZLow;      ///< [cm]
-    double fZHigh;     ///< [cm]
-    double fOffset[3]; ///< x, y, z [cm]
+    unsigned fPart = 0;
+    double fCentre[2] = {}; ///< x, y of the part's middle, all shifts included [cm]
+    double fZLow = 0;       ///< [cm]
+    double fZHigh = 0;      ///< [cm]
+    double fOffset[3] = {}; ///< x, y, z [cm]
   };
 
   std::string fName;
   std::string fText; ///< the file, byte for byte
-  unsigned fWorld;
+  unsigned fWorld = 0;
   std::vector<Material> fMaterials;
   std::vector<Part> fParts;
   std::vector<Placed> fPlaced; ///< by increasing z, without overlap; touching ones share the number

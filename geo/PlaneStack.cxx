@@ -66,9 +66,9 @@ public:
   }
 
 private:
-  double fStart[3];
-  double fDir[3];
-  double fPerCm[3]; // 1/u [cm of way per cm along the axis], 0 for u = 0
+  double fStart[3] = {};
+  double fDir[3] = {};
+  double fPerCm[3] = {}; // 1/u [cm of way per cm along the axis], 0 for u = 0
   double fLength;
 };
 

@@ -12,20 +12,21 @@ namespace geo {
 /// along x or y. A cell is as long and as deep as the box. It has a wall of the same thickness on
 /// all six sides, and the filling inside of it.
 struct LayerContent {
-  const TGeoMaterial* fMaterial; ///< of the whole box, or of what is between the cells; not null
-  unsigned fCount = 0;           ///< number of cells; 0: one material throughout, nothing below
-  unsigned fAxis = 0;            ///< the cells lie side by side along x (0) or y (1)
-  double fWidth = 0;             ///< of a cell with its walls, along that axis [cm], > 0
-  double fGap = 0;               ///< between cells and at both ends [cm], 0: none
-  double fWall = 0;              ///< thickness of the walls [cm], 0: none
+  const TGeoMaterial* fMaterial =
+      nullptr;         ///< of the whole box, or of what is between the cells; not null
+  unsigned fCount = 0; ///< number of cells; 0: one material throughout, nothing below
+  unsigned fAxis = 0;  ///< the cells lie side by side along x (0) or y (1)
+  double fWidth = 0;   ///< of a cell with its walls, along that axis [cm], > 0
+  double fGap = 0;     ///< between cells and at both ends [cm], 0: none
+  double fWall = 0;    ///< thickness of the walls [cm], 0: none
   const TGeoMaterial* fWallMaterial = nullptr; ///< null without walls
   const TGeoMaterial* fFilling = nullptr;      ///< not null with cells
 };
 
 /// A box with its sides along the axes, from fLow to fHigh [cm].
 struct Box {
-  double fLow[3];  ///< x, y, z
-  double fHigh[3]; ///< x, y, z
+  double fLow[3] = {};  ///< x, y, z
+  double fHigh[3] = {}; ///< x, y, z
 };
 
 /// Layers along z in a world of one material, and the exact list of material steps along a
@@ -38,7 +39,7 @@ class PlaneStack {
 public:
   struct Layer {
     Box fBox;
-    unsigned fContent; ///< index into the list of contents
+    unsigned fContent = 0; ///< index into the list of contents
   };
 
   /// @param world    material outside of all layers; not null, not owned

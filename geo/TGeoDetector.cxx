@@ -26,7 +26,7 @@ constexpr double kEmpty = 1e-15; // g/cm3; the interstellar gas of simulations h
 constexpr double kTiny = 1e-10;  // cm; shorter steps count as part of their neighbour
 constexpr double kStuck = 1e-8;  // cm, the size of an atom; shorter steps may be no progress
 constexpr double kPush = 1e-9;   // cm; first push over a boundary that is not crossed
-constexpr int kMostThreads = 256;
+constexpr int kMaxThreads = 256;
 
 bool IsEmpty(const TGeoMaterial& material) {
   return material.GetDensity() < kEmpty;
@@ -148,8 +148,8 @@ private:
   }
 
   TGeoNavigator& fNavigator;
-  double fStart[3];
-  double fDirection[3];
+  double fStart[3] = {};
+  double fDirection[3] = {};
   double fDistance;
   double fDone = 0;
   double fPush = kPush;
@@ -245,7 +245,7 @@ TGeoNavigator* TGeoDetector::FindNavigator() const {
 
 void TGeoDetector::AddNavigator() const {
   const std::unique_lock lock(fMutex);
-  if (!fNavigators.empty() && !fManager.IsMultiThread()) fManager.SetMaxThreads(kMostThreads);
+  if (!fNavigators.empty() && !fManager.IsMultiThread()) fManager.SetMaxThreads(kMaxThreads);
   fNavigators[std::this_thread::get_id()] = fManager.AddNavigator();
 }
 

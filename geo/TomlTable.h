@@ -44,6 +44,7 @@ std::string List(const Names& names) {
 template <typename Entries>
 std::string ListOfNames(const Entries& entries) {
   std::vector<std::string> names;
+  names.reserve(entries.size());
   for (const auto& entry : entries) names.push_back(entry.fName);
   return List(names);
 }
@@ -207,19 +208,18 @@ public:
   }
 
   /// The values of an array of a given length, which the message calls "expected".
-  const toml::array& Values(const char* key, std::size_t least, std::size_t most,
+  const toml::array& Values(const char* key, std::size_t min, std::size_t max,
                             const std::string& expected) const {
     const toml::node& node = Get(key, expected);
     const toml::array* array = node.as_array();
-    if (!array || array->size() < least || array->size() > most) FailExpected(node, key, expected);
+    if (!array || array->size() < min || array->size() > max) FailExpected(node, key, expected);
     return *array;
   }
 
   /// x and y, and z where it is allowed and given; what is absent is left alone.
-  void Vector(const char* key, const Range& range, double* values, std::size_t most = 2) const {
-    const std::string expected =
-        most == 2 ? "two numbers [x, y]" : "two or three numbers [x, y, z]";
-    const toml::array& array = Values(key, 2, most, expected);
+  void Vector(const char* key, const Range& range, double* values, std::size_t max = 2) const {
+    const std::string expected = max == 2 ? "two numbers [x, y]" : "two or three numbers [x, y, z]";
+    const toml::array& array = Values(key, 2, max, expected);
     for (std::size_t k = 0; k < array.size(); k++) values[k] = ToNumber(array[k], key, range);
   }
 
@@ -230,16 +230,16 @@ public:
     return Inner(*table, key);
   }
 
-  /// All tables [[key]]; "least" says how many there must be.
-  std::vector<Table> Tables(const char* key, std::size_t least) const {
+  /// All tables [[key]]; "min" says how many there must be.
+  std::vector<Table> Tables(const char* key, std::size_t min) const {
     const std::string header = fmt::format(FMT_STRING("[[{}]]"), key);
     const toml::node* node = Find(key);
-    if (!node && least > 0)
+    if (!node && min > 0)
       Fail(nullptr, key, "expected at least one table " + header + ", but there is none");
     if (!node) return {};
     const std::string expected = "tables that begin with " + header;
     const toml::array* array = node->as_array();
-    if (!array || array->size() < least) FailExpected(*node, key, expected);
+    if (!array || array->size() < min) FailExpected(*node, key, expected);
     std::vector<Table> tables;
     for (const toml::node& entry : *array) {
       if (!entry.is_table()) FailExpected(entry, key, expected);

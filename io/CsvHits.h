@@ -31,7 +31,7 @@ public:
   CsvHits(const std::string& file, const std::map<std::string, std::string>& columns);
 
   bool Next(TrackHits& track) override;
-  double Share() const override { return fLines.Share(); }
+  double Fraction() const override { return fLines.Fraction(); }
 
 private:
   struct Line {

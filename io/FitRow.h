@@ -17,6 +17,7 @@ namespace kelvo {
 /// What was measured and the coordinates of the fit are kept in double precision, the rest per hit
 /// and plane in single precision: seven digits are far below any resolution, and the files are
 /// smaller by a third.
+// NOLINTNEXTLINE(bugprone-exception-escape): RVec allocates where it is moved
 struct FitRow {
   long long fTrack = 0;
   int fPDG = 0;

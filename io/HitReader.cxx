@@ -67,12 +67,12 @@ bool HitReader::Next(TrackHits& track) {
   }
 }
 
-double HitReader::Share() const {
+double HitReader::Fraction() const {
   const double all = std::accumulate(fSizes.begin(), fSizes.end(), 0.0);
   if (all == 0) return 0;
   const std::size_t opened = fNext;
   double read = std::accumulate(fSizes.begin(), fSizes.begin() + static_cast<long>(opened), 0.0);
-  if (fSource) read -= fSizes[opened - 1] * (1 - fSource->Share());
+  if (fSource) read -= fSizes[opened - 1] * (1 - fSource->Fraction());
   return read / all;
 }
 

@@ -43,8 +43,8 @@ public:
   virtual ~HitSource() = default;
   /// Gives the next track. @return false at the end. @throw FileError
   virtual bool Next(TrackHits& track) = 0;
-  /// Returns which share of all has been read, 0 to 1.
-  virtual double Share() const = 0;
+  /// Returns which fraction of all has been read, 0 to 1.
+  virtual double Fraction() const = 0;
 };
 
 /// Reads the hits of one track after the other from a list of files, in memory that does not grow
@@ -82,8 +82,8 @@ public:
   /// @throw FileError for a file that is no table of hits or that cannot be read to its end
   bool Next(TrackHits& track) override;
 
-  /// Returns which share of all files has been read, 0 to 1; files count by their sizes.
-  double Share() const override;
+  /// Returns which fraction of all files has been read, 0 to 1; files count by their sizes.
+  double Fraction() const override;
 
   const std::vector<std::string>& Files() const { return fFiles; }
 

@@ -74,7 +74,7 @@ public:
     return true;
   }
 
-  double Share() const override {
+  double Fraction() const override {
     return fEntries == 0 ? 0 : static_cast<double>(fEntry) / static_cast<double>(fEntries);
   }
 

@@ -36,7 +36,7 @@ struct TextLines::Input {
 };
 
 TextLines::TextLines(const std::string& file)
-    : fFile(file), fInput(std::make_unique<Input>()), fBuffer(2 * kChunk) {
+    : fFile(file), fInput(std::make_unique<Input>()), fBuffer(2 * std::size_t{kChunk}) {
   std::error_code error;
   if (std::filesystem::is_directory(file, error))
     throw FileError(file + ": is a folder, a file of hits is expected");
@@ -103,7 +103,7 @@ bool TextLines::Fill() {
   return read > 0;
 }
 
-double TextLines::Share() const {
+double TextLines::Fraction() const {
   if (fInput->fSize == 0) return 0;
   return std::min(1.0, static_cast<double>(gzoffset(fInput->fFile)) / fInput->fSize);
 }

@@ -30,8 +30,8 @@ public:
 
   unsigned long long Number() const { return fNumber; } ///< of the last line given, from 1
 
-  /// Returns which share of the file has been read, 0 to 1. Pipes and empty files give 0.
-  double Share() const;
+  /// Returns which fraction of the file has been read, 0 to 1. Pipes and empty files give 0.
+  double Fraction() const;
 
 private:
   struct Input;

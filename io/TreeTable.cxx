@@ -84,6 +84,7 @@ private:
   template <typename T>
   void BindNumberAs(T, const std::string& column, long long& value) {
     auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, column.c_str());
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): a column of signed char holds numbers
     fFetches.emplace_back([reader, &value] { value = static_cast<long long>(**reader); });
   }
 

@@ -86,8 +86,8 @@ struct Kinematics {
 // alpha/(2 pi) times the integral over ln(eps) of [1 - beta^2 eps/T_max + eps^2/(2E^2)] a1 (a3 -
 // a1), a1 = ln(1 + 2 eps/m_e), a3 = ln(4E(E - eps)/m^2), eps from 0.1 MeV to T_max.
 double KnockOnRadiation(const Kinematics& k) {
-  constexpr double kLeast = 0.1; // MeV
-  if (k.fTransfer <= kLeast) return 0;
+  constexpr double kMinTransfer = 0.1; // MeV
+  if (k.fTransfer <= kMinTransfer) return 0;
   const auto integrand = [&](double logEps) {
     const double eps = std::exp(logEps);
     const double a1 = std::log(1 + 2 * eps / kElectronMass);
@@ -95,7 +95,7 @@ double KnockOnRadiation(const Kinematics& k) {
     const double spin = eps * eps / (2 * k.fEnergy * k.fEnergy);
     return (1 - k.fBeta2 * eps / k.fTransfer + spin) * a1 * (a3 - a1);
   };
-  return kAlpha / (2 * kPi) * Gauss8(integrand, std::log(kLeast), std::log(k.fTransfer));
+  return kAlpha / (2 * kPi) * Gauss8(integrand, std::log(kMinTransfer), std::log(k.fTransfer));
 }
 
 } // namespace

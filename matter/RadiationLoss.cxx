@@ -45,11 +45,11 @@ double PhotonLoss(const Encounter& e, double eps) {
 
 double BremsstrahlungLoss(const Encounter& e) {
   constexpr int kSteps = 4;
-  const double most = e.fEnergy - e.fMass;
+  const double max = e.fEnergy - e.fMass;
   double sum = 0;
   for (int i = 0; i < kSteps; i++)
-    sum += Gauss8([&e](double eps) { return PhotonLoss(e, eps); }, most * i / kSteps,
-                  most * (i + 1) / kSteps);
+    sum += Gauss8([&e](double eps) { return PhotonLoss(e, eps); }, max * i / kSteps,
+                  max * (i + 1) / kSteps);
   return sum;
 }
 
@@ -119,22 +119,22 @@ double ElectronPart(const Encounter& e) {
 // eps^2 dsigma/deps [MeV cm2] of pairs of energy eps, without the factors common to all eps.
 double PairLoss(const Encounter& e, double eps) {
   const double root = std::sqrt(1 - 4 * kElectronMass / eps);
-  const double least = 4 * kElectronMass / eps / (1 + root) +
-                       6 * e.fMass * e.fMass * root / (e.fEnergy * (e.fEnergy - eps));
-  if (least >= 1) return 0;
+  const double min = 4 * kElectronMass / eps / (1 + root) +
+                     6 * e.fMass * e.fMass * root / (e.fEnergy * (e.fEnergy - eps));
+  if (min >= 1) return 0;
   const auto integrand = [&](double logU) {
     const double u = std::exp(logU);
     return u * Asymmetry(e, eps, u);
   };
-  return eps * (e.fEnergy - eps) / e.fEnergy * Gauss8(integrand, std::log(least), 0);
+  return eps * (e.fEnergy - eps) / e.fEnergy * Gauss8(integrand, std::log(min), 0);
 }
 
 double PairsLoss(const Encounter& e) {
   constexpr double kStep = 3.5; // in ln eps
   const double low = std::log(4 * kElectronMass);
-  const double most = e.fEnergy - 0.75 * kSqrtE * e.fMass * std::cbrt(e.fZ);
-  if (most <= 4 * kElectronMass) return 0;
-  const double range = std::log(most) - low;
+  const double max = e.fEnergy - 0.75 * kSqrtE * e.fMass * std::cbrt(e.fZ);
+  if (max <= 4 * kElectronMass) return 0;
+  const double range = std::log(max) - low;
   const int steps = 1 + static_cast<int>(range / kStep);
   double sum = 0;
   for (int i = 0; i < steps; i++)

@@ -4,7 +4,7 @@ namespace matter {
 
 double SmoothTable::OfKey(std::uint64_t key) {
   const std::uint64_t bits = key << kShift;
-  double x;
+  double x = 0;
   std::memcpy(&x, &bits, sizeof x);
   return x;
 }

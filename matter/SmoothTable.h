@@ -53,7 +53,7 @@ private:
   static constexpr double kPiece = 1.0 / (1ULL << kShift);
 
   static std::uint64_t Bits(double x) {
-    std::uint64_t bits;
+    std::uint64_t bits = 0;
     std::memcpy(&bits, &x, sizeof bits);
     return bits;
   }

@@ -104,7 +104,7 @@ void HitArrays::AddRowsOfTrack(TrackHits& track) {
   }
 }
 
-double HitArrays::Share() const {
+double HitArrays::Fraction() const {
   return fRows->fN == 0 ? 0 : static_cast<double>(fRows->fNext) / static_cast<double>(fRows->fN);
 }
 

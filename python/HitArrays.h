@@ -52,7 +52,7 @@ public:
 
   /// As in HitSource. @throw std::invalid_argument for a column that is not set
   bool Next(TrackHits& track) override;
-  double Share() const override;
+  double Fraction() const override;
 
 private:
   struct Rows; // what is known of them

@@ -197,7 +197,7 @@ RNode DefineResults(RNode frame, const std::string& prefix, const std::string& s
 } // namespace
 
 ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
-                           std::shared_ptr<const geo::GeometryBase> detector,
+                           const std::shared_ptr<const geo::GeometryBase>& detector,
                            const TrackFitOptions& options,
                            const std::map<std::string, std::string>& columns,
                            const std::string& prefix) {

@@ -43,7 +43,7 @@ namespace kelvo {
 ///        for options out of range, for a null detector, and for a geo::PlaneDetector with a
 ///        material without a stopping-power table where particles are to stop
 ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
-                           std::shared_ptr<const geo::GeometryBase> detector,
+                           const std::shared_ptr<const geo::GeometryBase>& detector,
                            const TrackFitOptions& options = {},
                            const std::map<std::string, std::string>& columns = {},
                            const std::string& prefix = "fit_");

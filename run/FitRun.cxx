@@ -56,7 +56,7 @@ bool FitRun::Next(TrackHits& track) {
   if (!fHits.Next(track)) return false;
   fRead++;
   const double ofLimit = fLimit == 0 ? 0 : static_cast<double>(fRead) / static_cast<double>(fLimit);
-  fFraction = std::max(fHits.Share(), ofLimit);
+  fFraction = std::max(fHits.Fraction(), ofLimit);
   return true;
 }
 

@@ -119,9 +119,9 @@ public:
 
 private:
   struct Start {
-    TVector3 fX; // [cm]
-    TVector3 fU; // unit vector
-    double fT;   // [GeV]
+    TVector3 fX;   // [cm]
+    TVector3 fU;   // unit vector
+    double fT = 0; // [GeV]
   };
 
   Start DrawStart(double T, util::RandomStream& random) const;

@@ -44,7 +44,7 @@ const kelvo::FitRow& BestRow() {
 }
 
 std::size_t HitsOf(const kelvo::FitRow& row) {
-  return static_cast<std::size_t>(row.fNX + row.fNY);
+  return static_cast<std::size_t>(row.fNX) + static_cast<std::size_t>(row.fNY);
 }
 
 std::vector<std::size_t> HitsOfView(const kelvo::FitRow& row, std::size_t view) {

@@ -480,7 +480,7 @@ TEST(KinkSmoother, UncertaintiesAreThoseOfSimulatedTracks) {
   // The trace of the whole fit's projection, the kinks' widths being measurements too.
   EXPECT_NEAR(leverage / tracks, 2 + m, 1e-6);
   double flat = 0; // chi-square of ten equal bins
-  for (const int count : probability) flat += std::pow(count - tracks / 10, 2) / (tracks / 10);
+  for (const int count : probability) flat += std::pow(count - tracks / 10., 2) / (tracks / 10.);
   EXPECT_LT(flat, 33.7) << "probability 1e-4 for 9 degrees of freedom";
   EXPECT_GT(better, 0.75 * tracks) << "the likelihood prefers the true widths to wrong ones";
 }

@@ -308,7 +308,7 @@ TEST(CompleteOrtho, EqualsThePlainProgramBitForBit) {
     const reference::HitArrays hits(list);
     for (Hit3D& h : list) gsDefaultInterp(h, list);
     for (std::size_t k = 0; k < list.size(); k++) {
-      double c, sigma;
+      double c = 0, sigma = 0;
       reference::Complete(hits, k, &c, &sigma);
       const Hit3D& h = list[k];
       ASSERT_TRUE(SameBits(h.fView == kX ? h.fY : h.fX, c)) << "round " << round << " hit " << k;

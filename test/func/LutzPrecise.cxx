@@ -173,6 +173,7 @@ void LutzPrecise::BoundErrors() {
     const double w = Weight(fProblem.fSigX[i]);
     const std::vector<long double> levers = Levers(fProblem.fZ[i]);
     std::vector<double> h;
+    h.reserve(levers.size());
     for (const long double lever : levers) h.push_back(static_cast<double>(std::abs(lever)));
     for (std::size_t p = 0; p < fSize; p++) {
       fY[p] += w * h[p] * std::abs(fProblem.fX[i]);

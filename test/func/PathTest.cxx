@@ -54,7 +54,7 @@ Path StraightAlongZ(const geo::GeometryBase& geo, double z0, double z1, double s
 }
 
 struct Params {
-  double T, p, beta, gamma;
+  double T = 0, p = 0, beta = 0, gamma = 0;
 };
 
 Params Muon(const Path& path, double s) {
@@ -203,8 +203,7 @@ TEST(Path, AgreesWithAFineIntegrationOfTheSameTables) {
   // Steps as thin as a detector's; the bound is the midpoint rule's error in the first steps, where
   // the particle is slowest.
   for (const char* name : {"Scintillator", "PVC", "Glue", "Steel"}) {
-    std::vector<LayeredGeometry::Layer> layers;
-    for (int i = 0; i < 800; i++) layers.push_back({0.25, name});
+    const std::vector<LayeredGeometry::Layer> layers(800, {0.25, name});
     const LayeredGeometry geo(layers);
     const Path path = StraightAlongZ(geo, 0, 200);
     const double exact =
@@ -308,6 +307,7 @@ TEST(Path, CopiesWithItsTables) {
   const Path path = StraightAlongZ(geo, 0, 87);
   const std::vector<double> T = Energies(path, 60);
   const int calls = geo.fCalls;
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is tested
   const Path copy = path;
   EXPECT_EQ(Energies(copy, 60), T);
   EXPECT_EQ(geo.fCalls, calls);
@@ -475,7 +475,7 @@ TEST(Path, HasNoQueriesWithoutASegmentOfMaterial) {
 }
 
 TEST(Path, GivesKinematicsInClosedForm) {
-  double T, p, beta, gamma;
+  double T = 0, p = 0, beta = 0, gamma = 0;
   Path::TPBG(3, 1, &T, &p, &beta, &gamma);
   EXPECT_EQ(T, 3);
   EXPECT_NEAR(p, std::sqrt(15.), 1e-15);

@@ -82,7 +82,7 @@ TEST(ScatteringSurfaces, BeginsWithoutSurfaces) {
 TEST(ScatteringSurfaces, WideLimitsGiveOneSurfaceForTheWholeTrack) {
   const ScatteringSurfaces all = Made({13, kNoLimit, kNoLimit, kNoLimit}, {0, 11, 17, 35, 60});
   ExpectPositions(all, {30});
-  double p, beta;
+  double p = 0, beta = 0;
   Uniform().MuonParams(30, nullptr, &p, &beta, nullptr);
   EXPECT_DOUBLE_EQ(all.SigAlpha(0), ScatteringSurfaces::Width(60 / kRadLength, beta, p));
 }
@@ -96,7 +96,7 @@ TEST(ScatteringSurfaces, EachOfTheLimitsAloneCutsTheTrack) {
   ExpectPositions(Made({13, 25, kNoLimit, kNoLimit}, s), {10, 30});
   ExpectPositions(Made({13, kNoLimit, 25 / kRadLength, kNoLimit}, s), {10, 30});
   const Path path = Uniform();
-  double dT2, dT3;
+  double dT2 = 0, dT3 = 0;
   const ScatteringSurfaces query(13, 0, 0, 0);
   query.GetStepData(path, s, 0, 2, nullptr, nullptr, nullptr, nullptr, &dT2);
   query.GetStepData(path, s, 0, 3, nullptr, nullptr, nullptr, nullptr, &dT3);
@@ -129,13 +129,13 @@ TEST(ScatteringSurfaces, StepsOfZeroLengthMakeNoSurface) {
   EXPECT_EQ(none.N(), 0u);
 }
 
-TEST(ScatteringSurfaces, EqualPositionsGiveOneSurfaceOfLeastWidth) {
+TEST(ScatteringSurfaces, EqualPositionsGiveOneSurfaceOfMinimumWidth) {
   const ScatteringSurfaces equal = Made({13, 5, 5, 5}, {10, 10, 10});
   ExpectPositions(equal, {10});
   EXPECT_EQ(equal.SigAlpha(0), 1e-6);
 }
 
-TEST(ScatteringSurfaces, ASinglePositionGivesOneSurfaceOfLeastWidth) {
+TEST(ScatteringSurfaces, ASinglePositionGivesOneSurfaceOfMinimumWidth) {
   const ScatteringSurfaces single = Made({211, 5, 5, 5}, {7});
   ExpectPositions(single, {7});
   EXPECT_EQ(single.SigAlpha(0), 1e-6);
@@ -226,7 +226,7 @@ TEST(ScatteringSurfaces, AllOutputsOfAStepMayBeNull) {
 
 // ---- widths ----
 
-TEST(ScatteringWidth, IsTheKnownFormulaAboveTheLeastThickness) {
+TEST(ScatteringWidth, IsTheKnownFormulaAboveTheMinimumThickness) {
   // One radiation length, p = 1 GeV/c at the velocity of light: 13.6 mrad / sqrt(3).
   EXPECT_NEAR(ScatteringSurfaces::Width(1, 1, 1), 0.0136 / std::sqrt(3.0), 1e-18);
   // The logarithm at 1/e^10 radiation lengths: 1 - 0.38.
@@ -245,7 +245,7 @@ TEST(ScatteringWidth, FallsWithMomentumAndVelocityAndGrowsWithThickness) {
   }
 }
 
-TEST(ScatteringWidth, IsTheLeastWidthUpToTheLeastThickness) {
+TEST(ScatteringWidth, IsTheMinimumWidthUpToTheMinimumThickness) {
   for (const double x : {-3.0, 0.0, 1e-9, 1e-6, std::numeric_limits<double>::quiet_NaN()})
     EXPECT_EQ(ScatteringSurfaces::Width(x, 1e-6, 1e-5), 1e-6);
   const double above = std::nextafter(1e-6, 1.0);
@@ -269,7 +269,7 @@ TEST(ScatteringWidth, OfAnyValidTrackIsPositiveAndSilent) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-TEST(ScatteringWidth, VacuumScattersAtTheLeastWidth) {
+TEST(ScatteringWidth, VacuumScattersAtTheMinimumWidth) {
   const Slabs gap({{40, &gPlastic}, {60, &gVacuum}, {1e9, &gPlastic}});
   const ScatteringSurfaces s = Made({13, 0, kNoLimit, kNoLimit}, {0, 42, 58, 100}, gap);
   EXPECT_EQ(s.SigAlpha(1), 1e-6);
@@ -396,14 +396,14 @@ TEST(CheckLimits, LetsNaNThroughAndSkipsNull) {
   ScatteringSurfaces::CheckLimits(nullptr, nullptr);
 }
 
-TEST(ScatteringSurfaces, AParticleAtRestScattersAtTheLeastMomentumAndVelocity) {
+TEST(ScatteringSurfaces, AParticleAtRestScattersAtTheMinimumMomentumAndVelocity) {
   // Beyond the end the energy is extrapolated below zero and read as zero.
   const Path path = Uniform();
   double p = -1, beta = -1;
   path.MuonParams(103, nullptr, &p, &beta, nullptr);
   ASSERT_EQ(p, 0);
   ASSERT_EQ(beta, 0);
-  double dX0, sigAlpha;
+  double dX0 = 0, sigAlpha = 0;
   ScatteringSurfaces(13, 1, 1, 1)
       .GetStepData(path, {102, 104}, 0, 1, nullptr, nullptr, &dX0, &sigAlpha, nullptr);
   EXPECT_TRUE(SameBits(sigAlpha, ScatteringSurfaces::Width(dX0, 1e-6, 1e-5)));

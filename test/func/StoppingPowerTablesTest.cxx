@@ -167,8 +167,8 @@ double PublishedIron(double T) {
     return kPublishedIron[k][1] / Bethe(kIron, kPublishedIron[k][0]);
   };
   const double low = kPublishedIron[i][0];
-  const double share = std::log(T / low) / std::log(kPublishedIron[i + 1][0] / low);
-  return Bethe(kIron, T) * (ratio(i) + share * (ratio(i + 1) - ratio(i)));
+  const double fraction = std::log(T / low) / std::log(kPublishedIron[i + 1][0] / low);
+  return Bethe(kIron, T) * (ratio(i) + fraction * (ratio(i + 1) - ratio(i)));
 }
 
 } // namespace

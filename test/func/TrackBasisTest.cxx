@@ -60,14 +60,14 @@ struct Point {
 };
 
 Point ToTrk(const TrackBasis& b, const Point& p) {
-  Point q;
+  Point q{};
   b.DetToTrk(p.v[0], p.v[1], p.v[2], p.v[3], p.v[4], p.v[5], q.v, q.v + 1, q.v + 2, q.v + 3,
              q.v + 4, q.v + 5);
   return q;
 }
 
 Point ToDet(const TrackBasis& b, const Point& p) {
-  Point q;
+  Point q{};
   b.TrkToDet(p.v[0], p.v[1], p.v[2], p.v[3], p.v[4], p.v[5], q.v, q.v + 1, q.v + 2, q.v + 3,
              q.v + 4, q.v + 5);
   return q;
@@ -236,7 +236,7 @@ TEST(TrackBasis, FindsTheAxisWithTheVariancesOfAMixedRule) {
       wx.push_back(h.dx.back() * h.dx.back() + h.dz.back() + h.dz.back());
       wy.push_back(h.dy.back() * h.dy.back() + h.dz.back() + h.dz.back());
     }
-    double mx, my, c;
+    double mx = 0, my = 0, c = 0;
     util::LinFitTS(h.z, h.x, wx, mx, c, 2);
     util::LinFitTS(h.z, h.y, wy, my, c, 2);
     const double length = std::sqrt(mx * mx + my * my + 1);
@@ -386,7 +386,7 @@ TEST(TrackBasis, TransformsAsThePlainProgramBitForBit) {
     const Point trk = ToTrk(b, p), det = ToDet(b, p);
     const double shifted[] = {p.v[0] - o[0], p.v[1] - o[1], p.v[2] - o[2]};
     for (int k = 0; k < 3; k++) {
-      double value, uncertainty;
+      double value = 0, uncertainty = 0;
       reference::Rotate(r[k], shifted, p.v + 3, &value, &uncertainty);
       ASSERT_TRUE(SameBits(trk.v[k], value));
       ASSERT_TRUE(SameBits(trk.v[k + 3], uncertainty));

@@ -280,24 +280,24 @@ TEST_F(FineDetector, CountsAPointOnAFaceToTheSideOfLargerCoordinates) {
   EXPECT_EQ(StepsOf(fDetector, {{64.825, y, 1}, {64.825, y, 2}}).Name(0), "Vacuum");
 }
 
-TEST_F(FineDetector, HasTheSharesOfMaterialsThatFollowFromTheCellsOnObliqueWays) {
+TEST_F(FineDetector, HasTheFractionsOfMaterialsThatFollowFromTheCellsOnObliqueWays) {
   // Averaged over the place in the cell, of every pitch of 4.05 x 6.05: filling 3.6 x 5.6, cell
   // 4 x 6, the rest glue.
   constexpr int kN = 405;
-  std::map<std::string, double> share;
+  std::map<std::string, double> fraction;
   for (int i = 0; i < kN; i++) {
     const double shift = 4.05 * i / kN;
     const Line line{{-40 + shift, -50 + shift, 0}, {30 + shift, 40 + shift, 127 * 6.05}};
     for (const auto& t : geo::ThicknessBetweenPoints(fDetector, line.fFrom, line.fTo))
-      share[t.fMaterial->GetName()] += t.fLength / LengthOf(line) / kN;
+      fraction[t.fMaterial->GetName()] += t.fLength / LengthOf(line) / kN;
   }
-  EXPECT_EQ(share.size(), 3u);
-  EXPECT_NEAR(share["Scintillator"], 3.6 / 4.05 * 5.6 / 6.05, 1e-4);
-  EXPECT_NEAR(share["PVC"], (4. * 6. - 3.6 * 5.6) / (4.05 * 6.05), 1e-4);
-  EXPECT_NEAR(share["Glue"], 1 - 4. * 6. / (4.05 * 6.05), 1e-4);
-  EXPECT_NEAR(share["Scintillator"], 0.8228, 2e-4);
-  EXPECT_NEAR(share["PVC"], 0.1567, 2e-4);
-  EXPECT_NEAR(share["Glue"], 0.0205, 2e-4);
+  EXPECT_EQ(fraction.size(), 3u);
+  EXPECT_NEAR(fraction["Scintillator"], 3.6 / 4.05 * 5.6 / 6.05, 1e-4);
+  EXPECT_NEAR(fraction["PVC"], (4. * 6. - 3.6 * 5.6) / (4.05 * 6.05), 1e-4);
+  EXPECT_NEAR(fraction["Glue"], 1 - 4. * 6. / (4.05 * 6.05), 1e-4);
+  EXPECT_NEAR(fraction["Scintillator"], 0.8228, 2e-4);
+  EXPECT_NEAR(fraction["PVC"], 0.1567, 2e-4);
+  EXPECT_NEAR(fraction["Glue"], 0.0205, 2e-4);
 }
 
 TEST_F(FineDetector, ListsItsPlanesWithTheirCells) {

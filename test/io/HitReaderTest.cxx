@@ -395,8 +395,8 @@ TEST(HitReader, ReportsCompressedDataThatEndTooEarly) {
   const test::TempFolder folder;
   folder.WriteGzip("whole.gz", LongTable());
   const std::string whole = folder.Read("whole.gz");
-  for (const double share : {0.001, 0.3, 0.7, 0.99999}) {
-    const auto size = static_cast<std::size_t>(share * static_cast<double>(whole.size()));
+  for (const double fraction : {0.001, 0.3, 0.7, 0.99999}) {
+    const auto size = static_cast<std::size_t>(fraction * static_cast<double>(whole.size()));
     const std::string file = folder.Write("cut.gz", whole.substr(0, size));
     const std::string error = ErrorOf({file});
     EXPECT_EQ(error.find(file + ": cannot be read on after line "), 0u) << error;
@@ -432,16 +432,16 @@ TEST(HitReader, KnowsHowFarItIs) {
   const test::TempFolder folder;
   const std::string file = folder.WriteGzip("hits.csv.gz", LongTable());
   HitReader reader({file, file});
-  EXPECT_EQ(reader.Share(), 0);
+  EXPECT_EQ(reader.Fraction(), 0);
   double last = 0;
   bool middle = false;
   for (TrackHits track; reader.Next(track);) {
-    EXPECT_GE(reader.Share(), last);
-    last = reader.Share();
+    EXPECT_GE(reader.Fraction(), last);
+    last = reader.Fraction();
     middle = middle || (last > 0.4 && last < 0.6);
   }
   EXPECT_TRUE(middle);
-  EXPECT_EQ(reader.Share(), 1);
+  EXPECT_EQ(reader.Fraction(), 1);
 }
 
 /// The numbers that begin lines, by another way: what a reader must not lose.

@@ -236,13 +236,13 @@ TEST(EnergyLoss, StragglingIsTheSecondMomentOfTheTransfers) {
   const Material iron = Material::Named("Iron");
   for (const double T : {0.01, 0.1, 1., 10.}) {
     const double energy = 1e3 * (T + matter::kMuon.fMass),
-                 most = 1e3 * matter::MaxTransfer(T, matter::kMuon.fMass);
+                 max = 1e3 * matter::MaxTransfer(T, matter::kMuon.fMass);
     const double gamma = energy / (1e3 * matter::kMuon.fMass), beta2 = 1 - 1 / (gamma * gamma);
     constexpr int kSteps = 10000;
     double sum = 0;
     for (int i = 0; i < kSteps; i++) {
-      const double w = most * (i + 0.5) / kSteps;
-      sum += (1 - beta2 * w / most + w * w / (2 * energy * energy)) * most / kSteps;
+      const double w = max * (i + 0.5) / kSteps;
+      sum += (1 - beta2 * w / max + w * w / (2 * energy * energy)) * max / kSteps;
     }
     const double reference = 0.307075 / 2 * iron.MolesOfElectrons() / beta2 * sum;
     EXPECT_NEAR(matter::CollisionStraggling(iron, matter::kMuon, T) / reference, 1, 1e-5) << T;

@@ -88,7 +88,7 @@ TEST(HitArrays, OfHitsGiveTheTracksOfAFile) {
   ExpectSameHits(tracks, ReadFile(kSameAsFile));
   for (const TrackHits& track : tracks) EXPECT_TRUE(track.Good());
   EXPECT_EQ(tracks[1].Place(), "hits, row 2");
-  EXPECT_EQ(hits.Share(), 1);
+  EXPECT_EQ(hits.Fraction(), 1);
 }
 
 TEST(HitArrays, OfTracksGiveTheTracksOfAFile) {

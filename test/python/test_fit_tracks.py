@@ -169,15 +169,15 @@ def test_several_files_are_read_one_after_the_other(expected, frame, tmp_path):
 def test_the_summary_counts_what_came_out(frame):
     with warnings.catch_warnings():
         warnings.simplefilter("error")
-        shares = []
-        fits = kelvo.fit_tracks(frame, DETECTOR, progress=shares.append)
+        fractions = []
+        fits = kelvo.fit_tracks(frame, DETECTOR, progress=fractions.append)
     summary = fits.attrs["summary"]
     assert (summary.tracks, summary.fitted, summary.hits) == (TRACKS, TRACKS, len(frame))
     assert summary.by_status == (TRACKS, 0, 0, 0, 0, 0) and summary.problems == ()
     for hypothesis in summary.hypotheses:
         chosen = fits[fits["pdg"] == hypothesis.pdg]
         assert hypothesis.best == chosen["best"].sum()
-    assert all(0 <= share <= 1 for share in shares)
+    assert all(0 <= fraction <= 1 for fraction in fractions)
 
 
 def test_the_user_can_stop_a_fit_at_any_time():
@@ -187,7 +187,7 @@ def test_the_user_can_stop_a_fit_at_any_time():
                 [HITS] * 100,
                 DETECTOR,
                 threads=4,
-                progress=lambda share: os.kill(os.getpid(), signal.SIGINT),
+                progress=lambda fraction: os.kill(os.getpid(), signal.SIGINT),
             )
     assert len(kelvo.fit_tracks(HITS, DETECTOR, limit=5)) == 15
 

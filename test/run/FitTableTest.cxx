@@ -33,7 +33,7 @@ public:
     if (++fN % 30 == 0) track.AddProblem(track.Place() + ": nonsense");
     return true;
   }
-  double Share() const override { return fReader.Share(); }
+  double Fraction() const override { return fReader.Fraction(); }
 
 private:
   kelvo::HitReader fReader{{kMuons}};
@@ -171,7 +171,7 @@ TEST(FitTable, PassesOnErrorsOfTheInput) {
   class Broken : public kelvo::HitSource {
   public:
     bool Next(kelvo::TrackHits&) override { throw kelvo::FileError("the file ends too early"); }
-    double Share() const override { return 0; }
+    double Fraction() const override { return 0; }
   } source;
   FitTable table(Detector(), source, Options());
   EXPECT_THROW(table.Fit(1000), kelvo::FileError);

@@ -96,7 +96,7 @@ inline void Frame(const double w[3], const double o[3], const std::vector<double
   for (std::size_t k = 0; k < x.size(); k++) {
     const double p[] = {x[k] - o[0], y[k] - o[1], z[k] - o[2]};
     const double sigma[] = {dx[k], dy[k], dz[k]};
-    double Z, sigmaZ;
+    double Z = 0, sigmaZ = 0;
     Rotate(f[2], p, sigma, &Z, &sigmaZ);
     const double weight = sigmaZ < 0.1 ? 1 / (0.1 * 0.1) : 1 / (sigmaZ * sigmaZ);
     sum += weight;

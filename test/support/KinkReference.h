@@ -158,6 +158,7 @@ public:
               [&problem](std::size_t a, std::size_t b) { return problem.s[a] < problem.s[b]; });
     const auto ends = std::minmax_element(problem.z.begin(), problem.z.end());
     std::vector<Real> knot;
+    knot.reserve(plane.size() + 2);
     for (const std::size_t j : plane) knot.push_back(static_cast<Real>(problem.s[j]));
     const Real low = static_cast<Real>(*ends.first), high = static_cast<Real>(*ends.second);
     knot.insert(knot.begin(), (knot.empty() ? low : std::min(low, knot.front())) - 1);

@@ -28,7 +28,7 @@ inline std::vector<double> Numbers(std::string text) {
   std::replace(text.begin(), text.end(), ',', ' ');
   std::vector<double> numbers;
   std::istringstream in(text);
-  for (double x; in >> x;) numbers.push_back(x);
+  for (double x = 0; in >> x;) numbers.push_back(x);
   return numbers;
 }
 

@@ -8,7 +8,7 @@
 
 /// Compares two numbers bit by bit: zeros of either sign differ, equal NaNs agree.
 inline testing::AssertionResult SameBits(double value, double reference) {
-  std::uint64_t a, b;
+  std::uint64_t a = 0, b = 0;
   std::memcpy(&a, &value, sizeof a);
   std::memcpy(&b, &reference, sizeof b);
   if (a == b) return testing::AssertionSuccess();

@@ -108,7 +108,7 @@ struct Step {
 
 /// The step between two path coordinates; origin is the one of the first point.
 inline Step StepBetween(const Tables& t, int pdg, double s0, double s1, double origin = 0) {
-  Step step;
+  Step step{};
   step.sMid = (s0 + s1) * 0.5;
   const int h = pdg == 13 ? 0 : pdg == 211 ? 1 : 2;
   const double E = Lookup(step.sMid - origin, t.s, t.T[h]) + kMass[h];

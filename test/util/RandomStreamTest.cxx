@@ -18,7 +18,7 @@ namespace {
 using util::RandomStream;
 
 constexpr int kNumbers = 100'000;
-constexpr double kLeastProbability = 1e-3; // of a test with a fixed seed
+constexpr double kMinProbability = 1e-3; // of a test with a fixed seed
 
 template <typename Draw, typename Distribution>
 double KolmogorovProbability(Draw draw, Distribution cumulative) {
@@ -42,21 +42,21 @@ TEST(RandomStream, GeneratorIsTheStandards) {
 TEST(RandomStream, UniformNumbersFillTheIntervalEvenly) {
   RandomStream random(1, 0);
   EXPECT_GT(KolmogorovProbability([&] { return random.Uniform(); }, [](double x) { return x; }),
-            kLeastProbability);
+            kMinProbability);
   EXPECT_GT(KolmogorovProbability([&] { return random.Uniform(-3, 7); },
                                   [](double x) { return (x + 3) / 10; }),
-            kLeastProbability);
+            kMinProbability);
 }
 
 TEST(RandomStream, NormalNumbersAreGaussianAndIndependent) {
   RandomStream random(2, 0);
   EXPECT_GT(KolmogorovProbability([&] { return random.Normal(); },
                                   [](double x) { return TMath::Freq(x); }),
-            kLeastProbability);
+            kMinProbability);
   // The two numbers of a pair lie at an even angle, and the sum of neighbours is Gaussian.
   EXPECT_GT(KolmogorovProbability([&] { return (random.Normal() + random.Normal()) / M_SQRT2; },
                                   [](double x) { return TMath::Freq(x); }),
-            kLeastProbability);
+            kMinProbability);
 }
 
 TEST(RandomStream, GammaNumbersFollowTheIncompleteGammaFunction) {
@@ -64,7 +64,7 @@ TEST(RandomStream, GammaNumbersFollowTheIncompleteGammaFunction) {
     RandomStream random(3, 0);
     EXPECT_GT(KolmogorovProbability([&] { return random.Gamma(shape); },
                                     [shape](double x) { return TMath::Gamma(shape, x); }),
-              kLeastProbability)
+              kMinProbability)
         << shape;
   }
 }
@@ -82,7 +82,7 @@ TEST(RandomStream, StreamsOfNeighbouringNumbersAreIndependent) {
   std::uint64_t stream = 0;
   EXPECT_GT(KolmogorovProbability([&] { return RandomStream(6, stream++).Uniform(); },
                                   [](double x) { return x; }),
-            kLeastProbability);
+            kMinProbability);
 }
 
 } // namespace
