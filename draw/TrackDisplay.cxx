@@ -153,11 +153,13 @@ private:
     const std::vector<std::size_t> hits = Hits(view);
     if (hits.size() < 2) return;
     std::vector<double> z;
+    z.reserve(hits.size());
     for (const std::size_t i : hits) z.push_back(fRow.fHitZ[i]);
     for (const Point& p : fTrack.Line(view))
       if (p.fX > z.front() && p.fX < fRow.fHitZ[hits.back()]) z.push_back(p.fX);
     std::sort(z.begin(), z.end());
     std::vector<Point> corners;
+    corners.reserve(2 * z.size());
     for (const double at : z) corners.push_back({at, fTrack.At(view, at) + SigmaAt(hits, at)});
     for (auto at = z.rbegin(); at != z.rend(); at++)
       corners.push_back({*at, fTrack.At(view, *at) - SigmaAt(hits, *at)});
