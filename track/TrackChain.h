@@ -128,6 +128,6 @@ void RefuseFit(const Refusal& refusal, HypothesisFit& fit);
 
 /// Sets index and lead of the most likely hypothesis among those that are fitted, of equals the
 /// first.
-void FindBest(TrackFit& fit);
+void FindBest(TrackFit& out);
 
 } // namespace kelvo
