@@ -33,8 +33,9 @@ def root() -> Any:
     return ROOT
 
 
+@functools.cache
 def load(root_module: Any, library: str) -> None:
-    """Loads one of our libraries, unless it is loaded already."""
+    """Loads one of our libraries, once: ROOT loses sight of the functions of one loaded again."""
     path = next((folder / library for folder in _FOLDERS if (folder / library).exists()), None)
     if path is None:
         raise Error(
