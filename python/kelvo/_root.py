@@ -26,16 +26,14 @@ def root() -> Any:
             import ROOT  # type: ignore[import-untyped]
         except ImportError as e:
             raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
-    # At once: once ROOT has compiled for a data frame, the dictionary of ours would not fit in.
-    load(ROOT, "libkelvo_frame.so")
-    load(ROOT, "libkelvo_run.so")
-    load(ROOT, "libkelvo_python.so")
+    # Once and at once: ROOT loses sight of the functions of a library that is loaded again, and one
+    # loaded after ROOT has compiled for a data frame does not fit in.
+    for library in ("libkelvo_frame.so", "libkelvo_run.so", "libkelvo_python.so"):
+        _load(ROOT, library)
     return ROOT
 
 
-@functools.cache
-def load(root_module: Any, library: str) -> None:
-    """Loads one of our libraries, once: ROOT loses sight of the functions of one loaded again."""
+def _load(root_module: Any, library: str) -> None:
     path = next((folder / library for folder in _FOLDERS if (folder / library).exists()), None)
     if path is None:
         raise Error(
