@@ -74,7 +74,7 @@ private:
   static constexpr unsigned long long kAheadPerThread = 4;
 
   struct Result {
-    Output fOutput;
+    Output fOutput{};
     std::exception_ptr fError;
   };
 

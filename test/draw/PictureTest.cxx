@@ -231,7 +231,7 @@ TEST(SvgText, ReplacesWhatNoPageMayHold) {
   EXPECT_EQ(kelvo::Printable("\xff|\xc3"), "\xef\xbf\xbd|\xef\xbf\xbd");
   // A slash in two bytes, half of a pair of UTF-16, and a code that stands for no sign.
   EXPECT_EQ(kelvo::Printable("\xc0\xaf").find('/'), std::string::npos);
-  EXPECT_EQ(kelvo::Printable("\xed\xa0\x80").find("\xed"), std::string::npos);
+  EXPECT_EQ(kelvo::Printable("\xed\xa0\x80").find('\xed'), std::string::npos);
   EXPECT_EQ(kelvo::Printable("\xef\xbf\xbf").find("\xef\xbf\xbf"), std::string::npos);
 }
 

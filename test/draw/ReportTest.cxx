@@ -175,7 +175,7 @@ TEST_F(Report, DisplaysTheBestTypicalAndWorstTracksOnce) {
 }
 
 TEST_F(Report, DisplaysAFewTracksWithoutRepeatingThem) {
-  std::vector<FitRow> rows(Rows().begin(), Rows().begin() + 3 * 5);
+  std::vector<FitRow> rows(Rows().begin(), Rows().begin() + 15);
   const kelvo::ReportData data = Data(rows);
   EXPECT_EQ(data.fBestTracks.size() + data.fTypicalTracks.size() + data.fWorstTracks.size(), 5u);
 }

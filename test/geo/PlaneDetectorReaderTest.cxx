@@ -71,7 +71,7 @@ parts = ["pixels"]
 offset = [0.1, -0.2, 0.3]
 )";
 
-std::string Exchanged(std::string from, std::string to) {
+std::string Exchanged(const std::string& from, const std::string& to) {
   std::string text = kGood;
   const auto at = text.find(from);
   EXPECT_NE(at, std::string::npos) << from;

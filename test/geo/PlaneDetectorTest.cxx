@@ -474,7 +474,7 @@ std::vector<std::vector<double>> TelescopeTracks() {
   std::vector<std::vector<double>> tracks;
   std::string line;
   while (std::getline(in, line)) {
-    double event, plane, z, x, y;
+    double event = 0, plane = 0, z = 0, x = 0, y = 0;
     if (std::sscanf(line.c_str(), "%lf,%lf,%lf,%lf,%lf", &event, &plane, &z, &x, &y) != 5) continue;
     if (plane == 0) tracks.emplace_back();
     tracks.back().insert(tracks.back().end(), {x, y});
@@ -491,7 +491,7 @@ TEST(Telescope, HasOffsetsThatCentreTheResidualsOfStraightLines) {
   for (const auto& track : tracks) {
     double residual[4][2];
     bool good = true;
-    for (int view = 0; view < 2; view++) {
+    for (unsigned view = 0; view < 2; view++) {
       double u[4], mean = 0, slope = 0;
       for (unsigned p = 0; p < 4; p++) {
         u[p] = track[2 * p + view] + detector.Planes()[p].fOffset[view];

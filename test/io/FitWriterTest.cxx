@@ -86,7 +86,7 @@ void ExpectColumn(ROOT::RDataFrame& table, const char* name, const std::vector<F
   const std::vector<Type> values = *table.Take<Type>(name);
   ASSERT_EQ(values.size(), rows.size()) << name;
   for (std::size_t i = 0; i < rows.size(); i++) {
-    const T value = values[i];
+    const T& value = values[i];
     EXPECT_TRUE(test::SameColumn(value, rows[i].*member)) << name << ", row " << i;
   }
 }

@@ -419,7 +419,7 @@ TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {
   kelvo::HitReaderOptions options;
   options.fColumns = {{"energy", "E"}};
   try {
-    HitReader({}, options);
+    const HitReader reader({}, options);
     FAIL();
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(),

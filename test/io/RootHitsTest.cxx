@@ -232,8 +232,8 @@ TEST(RootHits, SaysWhatIsWrongWithAnEntry) {
     tree->Branch("z", &z);
     tree->Branch("sigu", &sigu);
     tree->Branch("view", &view);
-    const auto fill = [&](std::vector<double> uu, std::vector<double> zz, std::vector<double> ss,
-                          std::vector<int> vv) {
+    const auto fill = [&](const std::vector<double>& uu, const std::vector<double>& zz,
+                          const std::vector<double>& ss, const std::vector<int>& vv) {
       u = uu;
       z = zz;
       sigu = ss;

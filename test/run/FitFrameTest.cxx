@@ -112,7 +112,7 @@ const T& WithoutPlace(const T& value) {
 /// all columns can be had in one go.
 class Comparison {
 public:
-  Comparison(RNode fits, const std::vector<FitRow>& rows, std::size_t hypotheses)
+  Comparison(const RNode& fits, const std::vector<FitRow>& rows, std::size_t hypotheses)
       : fFits(fits), fRows(rows), fEach(hypotheses), fTrack(fFits.Take<Long64_t>("track")) {
     kelvo::VisitScalars([this](const std::string& name, auto member) {
       if (name != "track") Book<true>(name, member);
@@ -165,7 +165,7 @@ private:
   std::vector<std::function<void()>> fComparisons;
 };
 
-void Compare(RNode fits, const std::vector<FitRow>& rows, std::size_t hypotheses = 3) {
+void Compare(const RNode& fits, const std::vector<FitRow>& rows, std::size_t hypotheses = 3) {
   Comparison(fits, rows, hypotheses).Run();
 }
 

@@ -133,7 +133,7 @@ TEST(FittedBlocks, LeaveNothingInAFitThatFailed) {
   const auto tracks = MakeTracks(70);
   const Result result = FitAll(From(tracks), 1);
   for (std::size_t h = 0; h < 3; h++) {
-    const FitRow& row = result.fRows[3 * 69 + h];
+    const FitRow& row = result.fRows[3UL * 69 + h];
     EXPECT_NE(row.fStatus, 0);
     EXPECT_FALSE(row.fBest);
     EXPECT_NE(row.fMessage, "");

@@ -30,7 +30,7 @@ public:
         cairo_image_surface_get_data(fSurface) +
         static_cast<std::ptrdiff_t>(y) * cairo_image_surface_get_stride(fSurface);
     std::uint32_t dot = 0;
-    std::memcpy(&dot, row + 4 * x, sizeof dot);
+    std::memcpy(&dot, row + 4 * static_cast<std::ptrdiff_t>(x), sizeof dot);
     return static_cast<int>(dot >> (8 * channel)) & 0xff;
   }
 
