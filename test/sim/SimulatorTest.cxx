@@ -271,7 +271,7 @@ TEST(Simulator, TracksThatCannotStopInsideAreTold) {
 TEST(Simulator, DetectorWithoutStoppingPowersIsRefused) {
   const auto& telescope = BundledDetector("telescope");
   try {
-    Simulator(telescope, {});
+    const Simulator made(telescope, {});
     FAIL();
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(),
