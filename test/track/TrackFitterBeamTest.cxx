@@ -54,7 +54,8 @@ TEST(TrackFitterBeam, ABeamScattersAtBothEndsOfEachGapAsMuchAsItsHalvesOfThePlat
     ASSERT_EQ(f.fPlaneS.size(), 6u);
     for (std::size_t j = 0; j < 6; j++) {
       // Half plates of 0.05 cm, with their middles 4.975 cm from that of the gap.
-      const double middle = 5.05 + 10 * static_cast<double>(j / 2);
+      const std::size_t gap = j / 2; // two planes in each
+      const double middle = 5.05 + 10 * static_cast<double>(gap);
       const double away = std::sqrt(4.975 * 4.975 + 0.05 * 0.05 / 12);
       EXPECT_NEAR(f.fPlanePoint[j].Z(), middle + (j % 2 == 0 ? -away : away), 1e-6);
       const double x = 0.1 * std::hypot(1, 0.01) / 31.864;

@@ -356,7 +356,8 @@ TEST(TrackFitter, AUniformGapScattersAtTwoPlanesThatShareIt) {
   const double theta = 0.0136 / 1000 * std::sqrt(x) * (1 + 0.038 * std::log(x));
   for (std::size_t j = 0; j < f.fPlaneS.size(); j++) {
     const double part = j % 2 == 0 ? 0.5 - std::sqrt(1. / 12) : 0.5 + std::sqrt(1. / 12);
-    const double s = (static_cast<double>(j / 2) + part) * kSpacing;
+    const std::size_t gap = j / 2; // two planes in each
+    const double s = (static_cast<double>(gap) + part) * kSpacing;
     EXPECT_NEAR(f.fPlaneS[j], s, kRounding);
     ExpectNear(f.fPlanePoint[j], TVector3(0, 0, 50 + s), kRounding);
     EXPECT_NEAR(f.fPlaneSigAlpha[j] / (theta / std::sqrt(2.)), 1, 1e-3);
