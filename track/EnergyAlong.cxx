@@ -6,6 +6,7 @@
 namespace kelvo {
 namespace {
 
+constexpr double kLeastLoss = 1e-9; // GeV; the difference of two energies has rounding errors
 constexpr double kElectronMass = 0.51099895e-3; // GeV; CODATA 2018
 
 /// Carries energies upstream through a gap, from its downstream end.
@@ -85,7 +86,8 @@ double EnergyAlong::LossRatio(const MaterialAlong& material, std::size_t particl
   const std::vector<Gap>& gaps = material.Gaps();
   for (std::size_t i = 0; i < gaps.size(); i++) {
     const double loss = T(particle)[i] - T(particle)[i + 1];
-    if (gaps[i].fMipLoss > 0 && loss > 0) return loss / (gaps[i].fMipLoss * stretch[i]);
+    if (gaps[i].fMipLoss > kLeastLoss && loss > kLeastLoss)
+      return loss / (gaps[i].fMipLoss * stretch[i]);
   }
   return 0;
 }
@@ -113,11 +115,12 @@ double EnergyAlong::Straggling(const MaterialAlong& material, std::size_t partic
   const double* energy = T(particle);
   double sumXi = 0;
   for (std::size_t i = 0; i < gaps.size(); i++)
-    sumXi += gaps[i].fXi * stretch[i] / Collisions((energy[i] + energy[i + 1]) / 2, mass).fBeta2;
+    if (gaps[i].fXi > 0) // else the particle may be at rest
+      sumXi += gaps[i].fXi * stretch[i] / Collisions((energy[i] + energy[i + 1]) / 2, mass).fBeta2;
   double variance = 0;
   for (std::size_t i = 0; i < gaps.size(); i++) {
     const double mip = gaps[i].fMipLoss * stretch[i], loss = energy[i] - energy[i + 1];
-    if (!(mip > 0 && loss > 0)) continue;
+    if (!(mip > kLeastLoss && loss > kLeastLoss)) continue;
     const double ratio = loss / mip;
     const Collisions most((energy[i] + energy[i + 1]) / 2, mass);
     const double cut = 1 / (1 / most.fMax + 1 / (kLandau * sumXi));

@@ -41,6 +41,7 @@ void MaterialAlong::Trace(const std::vector<WayPoint>& points) {
   fShift[0] = fShift[1] = 0;
   const std::size_t n = points.size() - 1;
   fSums.assign(n + 1, Sums{});
+  fMet.clear();
   fThickness.clear();
   for (std::size_t first = 0; first < n; first += kRay)
     CrossGaps(points, first, std::min(first + kRay, n));
@@ -130,8 +131,13 @@ void MaterialAlong::Add(std::size_t gap, double middle, double begin, double end
   sums.fMoment[2] += radLen * ((squares + a * b) * (1. / 3));
   sums.fMoment[3] += radLen * (twice * squares * (1. / 4));
   sums.fNow += thickness * data.fMipLoss;
-  const std::size_t place = material * fSums.size() + gap;
-  if (place >= fThickness.size()) fThickness.resize((material + 1) * fSums.size(), 0);
+  std::size_t k = 0;
+  while (k < fMet.size() && fMet[k] != material) k++;
+  if (k == fMet.size()) {
+    fMet.push_back(material);
+    fThickness.resize(fMet.size() * fSums.size(), 0);
+  }
+  const std::size_t place = k * fSums.size() + gap;
   fThickness[place] += thickness;
 }
 
@@ -148,8 +154,9 @@ Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
   gap.fBegin = begin;
   gap.fEnd = end;
   gap.fFirst = fLayers.size();
-  for (std::size_t m = 0; m * fSums.size() < fThickness.size(); m++) {
-    const double thickness = fThickness[m * fSums.size() + i] / kCrossings;
+  for (std::size_t k = 0; k < fMet.size(); k++) {
+    const std::size_t m = fMet[k];
+    const double thickness = fThickness[k * fSums.size() + i] / kCrossings;
     if (!(thickness * fMaterials[m].fMipLoss > 0)) continue;
     fLayers.push_back({m, thickness});
     gap.fXi += thickness * fMaterials[m].fXi;

@@ -96,7 +96,9 @@ private:
   Gap fEnd{};
   double fEndMipLoss = 0;
   std::vector<Sums> fSums;        // by gap, and of the end
-  std::vector<double> fThickness; // by gap and material [cm], of all crossings
+  std::vector<std::size_t> fMet;  // materials in the order in which this track meets them, so that
+                                  // no result depends on other tracks
+  std::vector<double> fThickness; // by that order and gap [cm], of all crossings
   double fShift[2] = {0, 0};      // of the last crossing, fractions of the interval
 };
 

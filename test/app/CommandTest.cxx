@@ -510,9 +510,9 @@ TEST_F(Command, FindsOutBeforeTheFitThatAReportCannotBeWritten) {
 
 TEST_F(Command, KeepsTheFitsWhenTheReportCannotBeWrittenToItsEnd) {
   const Outcome run =
-      Fit(kMuons + " --limit 20 --hypothesis mu --report fits.html", "ulimit -f 256 &&");
+      Fit(kMuons + " --limit 8 --hypothesis mu --report fits.html", "ulimit -f 256 &&");
   EXPECT_EQ(run.fStatus, 2);
-  EXPECT_TRUE(Contains(run.fOut, "  tracks fitted                                20\n"));
+  EXPECT_TRUE(Contains(run.fOut, "  tracks fitted                                 8\n"));
   EXPECT_EQ(
       run.fErr,
       "kelvo: fits.html: could not be written completely; is the disk full?\nkelvo: fits.root is "

@@ -280,6 +280,7 @@ TEST(TrackFitterRefusal, AnyHitsGiveAFitOfFiniteNumbersOrASentence) {
         if (h.fStatus != FitStatus::kFitted) continue;
         fitted++;
         EXPECT_TRUE(std::isfinite(h.fP + h.fLength + h.fLogLikelihood + h.fProb));
+        EXPECT_TRUE(std::isfinite(h.fSigT + h.fSigP + h.fSigLength));
         EXPECT_TRUE(std::isfinite(h.fPosition.Mag() + h.fDirection.Mag() + h.fEnd.Mag()));
         for (const kelvo::HitFit& hit : h.fHit)
           EXPECT_TRUE(std::isfinite(hit.fFitU + hit.fFitSigU + hit.fPull + hit.fFitSigSlope));

@@ -385,6 +385,21 @@ TEST(TrackFitter, HowTheMaterialOfAGapIsCutDoesNotMatter) {
   }
 }
 
+TEST(TrackFitter, AFitDoesNotDependOnWhatMaterialsWereMetBefore) {
+  std::vector<LayeredGeometry::Layer> layers{{200, "Glue"}};
+  for (int i = 0; i < 100; i++) {
+    layers.push_back({2, "Steel"});
+    layers.push_back({4, "PVC"});
+    layers.push_back({1, "Glue"});
+  }
+  const LayeredGeometry stack(layers);
+  const HitList3D hits = Hits({3, -2, 0.2, 0.3}, 40, Wiggle, 250);
+  TrackFitter fresh(stack), used(stack);
+  used.Fit(Hits({0, 0, 0, 0}, 10, Wiggle, 20));
+  const TrackFit a = fresh.Fit(hits), b = used.Fit(hits);
+  for (std::size_t h = 0; h < 3; h++) ExpectSameNumbers(a.fHypothesis[h], b.fHypothesis[h]);
+}
+
 TEST(TrackFitter, AMomentumDoesNotDependOnTheOtherHypotheses) {
   const HitList3D hits = Hits({0, 0, 0.1, 0}, 40, Wiggle);
   TrackFitter all(Block());
@@ -394,6 +409,15 @@ TEST(TrackFitter, AMomentumDoesNotDependOnTheOtherHypotheses) {
     options.fHypotheses = {together.fHypothesis[h].fPDG};
     TrackFitter alone(Block(), options);
     ExpectSameNumbers(alone.Fit(hits).fHypothesis[0], together.fHypothesis[h]);
+  }
+}
+
+TEST(TrackFitter, HitsBehindTheLastMaterialLeaveTheMomentumWithItsUncertainty) {
+  const LayeredGeometry block({{150, "Scintillator"}, {100, "Vacuum"}});
+  TrackFitter fitter(block);
+  for (const HypothesisFit& fit : fitter.Fit(Hits({0, 0, 0, 0}, 25)).fHypothesis) {
+    EXPECT_GT(fit.fSigP, 0.001 * fit.fP);
+    EXPECT_LT(fit.fSigP, 0.1 * fit.fP);
   }
 }
 
