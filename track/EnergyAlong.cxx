@@ -104,12 +104,12 @@ double EnergyAlong::Change(const MaterialAlong& material, std::size_t particle,
 // collision gives more than T'. With T' the largest transfer possible, T_max, that is all of it;
 // but where less than about one collision per track comes near that, these make a tail, and the
 // central part of the distribution is narrower:
-//   1 / T' = 1 / T_max + 1 / (11 sum of xi).
-// Its half width of 68 % is then right to 4 %, from Landau's distribution (xi << T_max), of 3.4 xi,
+//   1 / T' = 1 / T_max + 1 / (13 sum of xi).
+// Its half width of 68 % is then right to 6 %, from Landau's distribution (xi << T_max), of 3.4 xi,
 // to a Gaussian.
 double EnergyAlong::Straggling(const MaterialAlong& material, std::size_t particle,
                                const std::vector<double>& stretch) const {
-  constexpr double kLandau = 11;
+  constexpr double kLandau = 13;
   const std::vector<Gap>& gaps = material.Gaps();
   const double mass = fMasses[particle];
   const double* energy = T(particle);

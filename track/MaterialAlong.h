@@ -88,7 +88,7 @@ private:
   void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
   void Add(std::size_t gap, double middle, double begin, double end, std::size_t material);
   void Close(std::size_t gap);
-  Gap Summary(std::size_t gap, double begin, double end);
+  Gap Summary(std::size_t i, double begin, double end);
 
   DetectorMaterials fMaterials;
   std::vector<Gap> fGaps;
