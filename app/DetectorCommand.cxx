@@ -4,7 +4,6 @@
 #include "geo/Detector.h"
 #include "geo/MaterialBudget.h"
 #include "geo/PlaneDetector.h"
-#include "track/Materials.h"
 #include "util/Text.h"
 
 #include <TGeoMaterial.h>
@@ -110,10 +109,10 @@ void PrintMaterials(const geo::PlaneDetector& detector) {
   std::printf("mean over the face that all planes measure\n");
 }
 
-void PrintMissingTables(const geo::Detector& detector) {
-  const auto unknown = MaterialsWithoutTable(detector.MaterialNames());
+void PrintUnknownMaterials(const geo::Detector& detector) {
+  const auto& unknown = detector.UnknownMaterials();
   if (unknown.empty()) return;
-  std::printf("\nno stopping-power table: %s; only beams of known momentum can be fitted\n",
+  std::printf("\nno energy loss known: %s; only beams of known momentum can be fitted\n",
               Joined(unknown).c_str());
 }
 
@@ -152,7 +151,7 @@ void PrintParts(const geo::Detector& detector) {
     std::printf("\nmaterials: %s\n", Joined(detector.MaterialNames()).c_str());
     std::printf("a geometry of ROOT's knows no planes; --ray lists the materials on a way\n");
   }
-  PrintMissingTables(detector);
+  PrintUnknownMaterials(detector);
 }
 
 void Draw(const geo::Detector& detector, const std::string& output) {

@@ -1,5 +1,6 @@
 #include "geo/Detector.h"
 
+#include "geo/Matter.h"
 #include "util/Text.h"
 
 #ifdef KELVO_HAS_GEOMETRY
@@ -9,6 +10,23 @@
 namespace geo {
 
 namespace {
+
+constexpr const char* kVacuum = "Vacuum"; // in which nothing is lost
+
+std::vector<std::string> Unknown(const PlaneDetector& planes) {
+  std::vector<std::string> names;
+  for (const TGeoMaterial* material : planes.Materials())
+    if (material->GetName() != std::string(kVacuum) && !MatterOf(*material))
+      names.emplace_back(material->GetName());
+  return names;
+}
+
+std::vector<std::string> Unknown(const std::vector<std::string>& materials) {
+  std::vector<std::string> names;
+  for (const std::string& name : materials)
+    if (name != kVacuum && !matter::IsKnown(name)) names.push_back(name);
+  return names;
+}
 
 // Begins the text of a detector that is not made of planes; no TOML can begin so.
 const std::string kGeometry = "the geometry \"";
@@ -26,7 +44,8 @@ Detector::Detector(const std::shared_ptr<const PlaneDetector>& planes)
       fPlanes(planes.get()),
       fName(planes->Name()),
       fText(planes->Text()),
-      fMaterialNames(planes->MaterialNames()) {}
+      fMaterialNames(planes->MaterialNames()),
+      fUnknownMaterials(Unknown(*planes)) {}
 
 Detector::Detector(const PlaneDetector& planes) : Detector(Referred(planes)) {}
 
@@ -35,7 +54,8 @@ Detector::Detector(const GeometryBase& geometry, std::string name,
     : fGeometry(Referred(geometry)),
       fName(std::move(name)),
       fText(kGeometry + fName + "\" in memory"),
-      fMaterialNames(std::move(materials)) {}
+      fMaterialNames(std::move(materials)),
+      fUnknownMaterials(Unknown(fMaterialNames)) {}
 
 std::unique_ptr<PlaneDetector> Detector::PlanesOfText(const std::string& text,
                                                       const std::string& file) {
@@ -54,6 +74,7 @@ Detector Detector::FromFile(const std::string& file) {
   std::shared_ptr<const TGeoDetector> opened = TGeoDetector::FromFile(file);
   Detector detector(*opened, opened->Name(), opened->MaterialNames());
   detector.fGeometry = opened;
+  detector.fUnknownMaterials.clear();
   detector.fText = kGeometry + opened->Name() + "\" of the file " + file;
   return detector;
 #else

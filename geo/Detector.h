@@ -57,6 +57,11 @@ public:
   /// Returns the names of the materials that tracks may meet, as far as they are known.
   const std::vector<std::string>& MaterialNames() const { return fMaterialNames; }
 
+  /// Returns the names of those of which neither the name nor what they are made of is known, so
+  /// that no energy loss can be found. Empty for ROOT's geometries: most materials of a large one
+  /// are on no track's way, and a track that meets an unknown one says so.
+  const std::vector<std::string>& UnknownMaterials() const { return fUnknownMaterials; }
+
 private:
   Detector(const std::shared_ptr<const PlaneDetector>& planes);
 
@@ -65,6 +70,7 @@ private:
   std::string fName;
   std::string fText;
   std::vector<std::string> fMaterialNames;
+  std::vector<std::string> fUnknownMaterials;
 };
 
 } // namespace geo

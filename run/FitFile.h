@@ -40,8 +40,8 @@ public:
 ///
 /// @param progress called after every few tracks; returning false stops the run; may be null
 /// @throw FileError             for files that cannot be read or written, as on a full disk
-/// @throw std::invalid_argument for options out of range, and for a material without a
-///                              stopping-power table where particles are to stop
+/// @throw std::invalid_argument for options out of range, and for an unknown material
+///                              where particles are to stop
 /// @throw StrictStop, RunStopped
 FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
                    const GoOn& progress = nullptr);

@@ -40,8 +40,8 @@ namespace kelvo {
 /// @param columns  columns of other names: from our name, such as "sigu", to the one in the frame
 /// @param prefix   of the new names; another one for a second fit in the same frame
 /// @throw std::invalid_argument for missing columns and for columns that are no vectors of numbers,
-///        for options out of range, for a null detector, and for a geo::PlaneDetector with a
-///        material without a stopping-power table where particles are to stop
+///        for options out of range, for a null detector, and for a geo::PlaneDetector with an
+///        unknown material where particles are to stop
 ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
                            const std::shared_ptr<const geo::GeometryBase>& detector,
                            const TrackFitOptions& options = {},

@@ -1,6 +1,5 @@
 #include "run/FitRun.h"
 
-#include "track/Materials.h"
 #include "util/Text.h"
 
 #include <TROOT.h>
@@ -23,13 +22,14 @@ RowFitter MakeFitter(const geo::Detector& detector, const TrackFitOptions& optio
 
 void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& options) {
   if (options.fBeamMomentum > 0) return;
-  const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
+  const std::vector<std::string>& unknown = detector.UnknownMaterials();
   if (unknown.empty()) return;
-  throw std::invalid_argument(
-      "the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
-      ", for which there is no stopping-power table, so that particles cannot be followed to where "
-      "they stop; the known materials are " +
-      Joined(MaterialsWithTable()) + "; a beam of known momentum needs no table");
+  throw std::invalid_argument("the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
+                              ", of which neither the name nor the composition is known, so that "
+                              "particles cannot be followed "
+                              "to where they stop; name a material of 'kelvo materials', give a "
+                              "composition, or fit a beam of "
+                              "known momentum");
 }
 
 FitRun::FitRun(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)

@@ -14,8 +14,8 @@
 
 namespace kelvo {
 
-/// Checks, before the first track, that each known material of a detector has a stopping-power
-/// table where particles are to stop.
+/// Checks, before the first track, that each material of a detector is known where particles are to
+/// stop.
 /// @throw std::invalid_argument, which names those without
 void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& options);
 

@@ -62,8 +62,8 @@ class FitTable {
 public:
   /// @param detector is copied; a geometry that it refers to must outlive the object
   /// @param hits     must outlive the fit
-  /// @throw std::invalid_argument for options out of range, and for a material without a
-  ///                              stopping-power table where particles are to stop
+  /// @throw std::invalid_argument for options out of range, and for an unknown material
+  ///                              where particles are to stop
   FitTable(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options);
   ~FitTable();
 

@@ -2,6 +2,7 @@
 
 #include "io/FileError.h"
 #include "run/FitFile.h"
+#include "test/support/BundledDetector.h"
 #include "test/support/TempFolder.h"
 
 #include <TFile.h>
@@ -250,21 +251,28 @@ TEST(FitFile, RefusesToWriteOverItsInput) {
   EXPECT_EQ(folder.Read("fits.root"), "precious");
 }
 
-TEST(FitFile, RefusesADetectorWithoutStoppingPowersUnlessItIsInABeam) {
-  const auto telescope = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/telescope.toml");
+TEST(FitFile, RefusesADetectorOfUnknownMaterialsUnlessItIsInABeam) {
+  const auto telescope =
+      geo::PlaneDetector::FromText(std::regex_replace(BundledDetector("telescope").Text(),
+                                                      std::regex("\"Silicon\""), "\"Wafer\""),
+                                   "telescope.toml");
   const test::TempFolder folder;
   auto options = Options(folder);
   options.fInputs = {folder.Write("hits.csv", "track,z,x,y,sigx,sigy\n")};
-  EXPECT_EQ(ErrorOf<std::invalid_argument>(options, telescope),
-            "the detector \"telescope\" has Air, Silicon, for which there is no stopping-power "
-            "table, so that particles cannot be followed to where they stop; the known materials "
-            "are Scintillator, PVC, Glue, Steel, Vacuum; a beam of known momentum needs no table");
+  EXPECT_EQ(
+      ErrorOf<std::invalid_argument>(options, telescope),
+      "the detector \"telescope\" has Wafer, of which neither the name nor the composition is "
+      "known, so that particles cannot be followed to where they stop; name a material of "
+      "'kelvo materials', give a composition, or fit a beam of known momentum");
   options.fFit.fBeamMomentum = 120;
   EXPECT_EQ(ErrorOf<std::invalid_argument>(options, telescope), "no error");
 }
 
 TEST(FitFile, AddsTheOffsetsOfPlanesToTheirHits) {
-  const auto telescope = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/telescope.toml");
+  const auto telescope =
+      geo::PlaneDetector::FromText(std::regex_replace(BundledDetector("telescope").Text(),
+                                                      std::regex("\"Silicon\""), "\"Wafer\""),
+                                   "telescope.toml");
   const test::TempFolder folder;
   std::string text = "track,z,x,y,sigx,sigy\n";
   // Hits that a straight track leaves in planes that are shifted as the detector's file says.
