@@ -42,12 +42,12 @@ protected:
   test::TempFolder fFolder;
 };
 
-/// The telescope, made of something that nobody knows.
-std::string Wafer() {
+/// The telescope, in a gas that nobody knows.
+std::string Mist() {
   const std::string file = KELVO_SOURCE_DIR "/detectors/telescope.toml";
   std::stringstream text;
   text << std::ifstream(file).rdbuf();
-  return std::regex_replace(text.str(), std::regex("\"Silicon\""), "\"Wafer\"");
+  return std::regex_replace(text.str(), std::regex("\"Air\""), "\"Mist\"");
 }
 
 bool Contains(const std::string& text, const std::string& part) {
@@ -249,9 +249,9 @@ TEST_F(Command, SaysWhatIsWrongWithFiles) {
   EXPECT_EQ(error("hits.csv -o ./hall.root --detector hall.root"),
             "kelvo: ./hall.root is both the detector and the output\n");
   EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector missing.toml"), "missing.toml"));
-  fFolder.Write("wafer.toml", Wafer());
-  EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector wafer.toml"),
-                       "has Wafer, of which neither the name nor the composition is known"));
+  fFolder.Write("mist.toml", Mist());
+  EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector mist.toml"),
+                       "has Mist, of which neither the name nor the composition is known"));
   EXPECT_EQ(Results(), 4);
 }
 
@@ -417,8 +417,8 @@ TEST_F(Command, DescribesADetector) {
       << run.fOut;
   EXPECT_TRUE(Contains(run.fOut, "   Y     64       9.05      771.4     32         4 "))
       << run.fOut;
-  fFolder.Write("wafer.toml", Wafer());
-  EXPECT_TRUE(Contains(Run("detector wafer.toml").fOut, "no energy loss known: Wafer; only beams"));
+  fFolder.Write("mist.toml", Mist());
+  EXPECT_TRUE(Contains(Run("detector mist.toml").fOut, "no energy loss known: Mist; only beams"));
 }
 
 TEST_F(Command, ListsTheMaterialsAlongARay) {

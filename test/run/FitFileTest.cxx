@@ -15,6 +15,7 @@
 
 #include <cmath>
 #include <csignal>
+#include <regex>
 #include <sstream>
 
 namespace {
@@ -252,27 +253,24 @@ TEST(FitFile, RefusesToWriteOverItsInput) {
 }
 
 TEST(FitFile, RefusesADetectorOfUnknownMaterialsUnlessItIsInABeam) {
-  const auto telescope =
-      geo::PlaneDetector::FromText(std::regex_replace(BundledDetector("telescope").Text(),
-                                                      std::regex("\"Silicon\""), "\"Wafer\""),
-                                   "telescope.toml");
+  const auto telescope = geo::PlaneDetector::FromText(
+      std::regex_replace(BundledDetector("telescope").Text(), std::regex("\"Air\""), "\"Mist\""),
+      "telescope.toml");
   const test::TempFolder folder;
   auto options = Options(folder);
   options.fInputs = {folder.Write("hits.csv", "track,z,x,y,sigx,sigy\n")};
-  EXPECT_EQ(
-      ErrorOf<std::invalid_argument>(options, telescope),
-      "the detector \"telescope\" has Wafer, of which neither the name nor the composition is "
-      "known, so that particles cannot be followed to where they stop; name a material of "
-      "'kelvo materials', give a composition, or fit a beam of known momentum");
+  EXPECT_EQ(ErrorOf<std::invalid_argument>(options, telescope),
+            "the detector \"telescope\" has Mist, of which neither the name nor the composition is "
+            "known, so that particles cannot be followed to where they stop; name a material of "
+            "'kelvo materials', give a composition, or fit a beam of known momentum");
   options.fFit.fBeamMomentum = 120;
   EXPECT_EQ(ErrorOf<std::invalid_argument>(options, telescope), "no error");
 }
 
 TEST(FitFile, AddsTheOffsetsOfPlanesToTheirHits) {
-  const auto telescope =
-      geo::PlaneDetector::FromText(std::regex_replace(BundledDetector("telescope").Text(),
-                                                      std::regex("\"Silicon\""), "\"Wafer\""),
-                                   "telescope.toml");
+  const auto telescope = geo::PlaneDetector::FromText(
+      std::regex_replace(BundledDetector("telescope").Text(), std::regex("\"Air\""), "\"Mist\""),
+      "telescope.toml");
   const test::TempFolder folder;
   std::string text = "track,z,x,y,sigx,sigy\n";
   // Hits that a straight track leaves in planes that are shifted as the detector's file says.
