@@ -184,7 +184,7 @@ private:
 
   // Planes cross the whole detector; a piece around the track leaves the rest of it to be seen.
   void DrawScatteringPlanes(Plot& plot, std::size_t view) const {
-    const double half = 0.1 * (plot.Y().fHigh - plot.Y().fLow);
+    const double half = 0.03 * (plot.Y().fHigh - plot.Y().fLow);
     for (std::size_t j = 0; j < fRow.fPlaneZ.size(); j++) {
       const Point p = PlanePoint(j, view);
       plot.Bar(p.fX, p.fY - half, p.fY + half, kPlaneLine);
@@ -208,8 +208,8 @@ private:
 
   // The larger a kink in units of its expected width, the larger its mark.
   void DrawKinks(Plot& plot, std::size_t view) const {
-    constexpr double kSmallest = 10; // pixels
-    constexpr double kPerSigma = 7;
+    constexpr double kSmallest = 2; // pixels; two planes between any two hits would hide the track
+    constexpr double kPerSigma = 14;
     constexpr double kLargest = 26;
     const auto& kinks = view == 0 ? fRow.fKinkX : fRow.fKinkY;
     for (std::size_t j = 0; j < kinks.size(); j++) {
