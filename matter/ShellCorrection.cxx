@@ -13,8 +13,9 @@ namespace {
 
 using namespace shelltables;
 
-// Factors on eta for the N shell and for all electrons further out: like those of the M shell about
-// the ratio of the L shell's binding energy to theirs, in lead 14 keV to 0.7 and 0.1 keV.
+// Factors on eta for the N shell and for all electrons further out. They are a choice: of the size
+// of the L shell's binding energy over theirs, in lead 14 keV over 0.7 and 0.1 keV, and such that
+// slow protons lose in heavy elements what is published.
 constexpr double kScaleN = 20;
 constexpr double kScaleO = 150;
 

@@ -63,8 +63,7 @@ class _LineFitClass:
     """What Lutz and KinkSmoother have in common. Lengths in cm, angles in rad."""
 
     def __init__(self, nmeas: int, nscat: int) -> None:
-        """Makes an empty problem of nmeas measurements and nscat scattering planes; there must be
-        more measurements than planes."""
+        """Makes an empty problem of nmeas measurements and nscat scattering planes."""
         self._check_sizes(nmeas, nscat)
         name = type(self).__name__
         self._fit: Any = call(getattr(cpp(), name), nmeas, nscat)
@@ -72,14 +71,8 @@ class _LineFitClass:
 
     @staticmethod
     def _check_sizes(nmeas: int, nscat: int) -> None:
-        if count("nmeas", nmeas) > count("nscat", nscat):
-            return
-        raise Error(
-            f"there are {nmeas} measurements and {nscat} scattering planes; a fit needs more "
-            "measurements than planes",
-            ErrorCode.kBadNScat,
-            0.0,
-        )
+        count("nmeas", nmeas)
+        count("nscat", nscat)
 
     def SetMeasurement(self, i: int, z: float, x: float, sigx: float) -> None:
         """Loads measurement i: position z, coordinate x and its standard deviation sigx [cm]."""
@@ -170,6 +163,17 @@ class Lutz(_LineFitClass):
         fit.SetScatteringPlanes(np.array([15.0]), np.array([0.01]))
         result = fit.Fit()
     """
+
+    @staticmethod
+    def _check_sizes(nmeas: int, nscat: int) -> None:
+        if count("nmeas", nmeas) > count("nscat", nscat):
+            return
+        raise Error(
+            f"there are {nmeas} measurements and {nscat} scattering planes; this fit needs more "
+            "measurements than planes",
+            ErrorCode.kBadNScat,
+            0.0,
+        )
 
     def VarX(self, z: FloatOrFloats) -> Any:
         """Returns the variance of X(z) [cm^2] at one position or an array of them [cm]."""

@@ -133,6 +133,15 @@ HITS = {
 }
 
 
+def test_the_linear_fit_takes_more_planes_than_measurements():
+    fit = kelvo.KinkSmoother(3, 5)
+    fit.SetMeasurements(np.array([0.0, 10, 20]), np.array([0.0, 1, 2]), np.full(3, 0.1))
+    fit.SetScatteringPlanes(np.linspace(2, 18, 5), np.full(5, 0.01))
+    fit.Fit()
+    assert fit.X(30.0) == pytest.approx(3)  # straight through all three
+    assert fit.Chi2XI() == pytest.approx(0, abs=1e-12)
+
+
 def test_hits_are_sorted_and_completed():
     hits = kelvo.HitList3D(**HITS, t=np.arange(4.0))
     assert hits.columns()["x"].tolist() == [4, 0, 3, 0]
@@ -332,7 +341,7 @@ MISTAKES = [
     (lambda: fit33().SetScatteringPlanes(np.ones(1), np.zeros(1)), 7, 0,
      "the width of a scattering angle is 0 rad; it must be above 0"),
     (lambda: kelvo.Lutz(2, 2), 3, 0,
-     "there are 2 measurements and 2 scattering planes; a fit needs more measurements than planes"),
+     "there are 2 measurements and 2 scattering planes; this fit needs more measurements than planes"),
     (lambda: kelvo.Lutz(2.5, 2), None, None, "nmeas is 2.5; it must be a whole number of at least 0"),
     (lambda: kelvo.KinkSmoother(3, 1).SetWeightFactor(0, 2), 4, 0, "factor is 2; it must be from 0 to 1"),
     (lambda: kelvo.HitList3D(np.array([0, 2]), np.ones(2), np.ones(2), np.ones(2)), None, None,
