@@ -22,7 +22,6 @@ namespace kelvo::app {
 
 namespace {
 
-constexpr double kHuge = std::numeric_limits<double>::max();
 constexpr double kTiny = std::numeric_limits<double>::min();
 
 const char* const kExamples = R"(
