@@ -376,6 +376,7 @@ protected:
 
 TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
   constexpr double kWhole = 0.004, kBin = 0.009; // of the median over the truth
+  constexpr double kFewInBin = 0.03; // a tenth of the pions: 16 in a bin, a median known to 0.8 %
   for (const char* hits : {"smeared", "cell"}) {
     Summary summary = FitSample(GetParam(), hits, {});
     EXPECT_EQ(summary.fLost, 0u);
@@ -388,7 +389,7 @@ TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
     }
     EXPECT_NEAR(Quantile(all, 0.5), 1, kStride == 1 ? kWhole : 2 * kWhole) << hits;
     for (const auto& bin : bins)
-      EXPECT_NEAR(Quantile(bin, 0.5), 1, kStride == 1 ? kBin : 2 * kBin) << hits;
+      EXPECT_NEAR(Quantile(bin, 0.5), 1, kStride == 1 ? kBin : kFewInBin) << hits;
   }
 }
 
