@@ -340,7 +340,9 @@ Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitO
   Summary summary;
   TrackFit fit;
   const std::vector<Geant4Track> tracks = kelvo::test::ReadGeant4(name, hits);
-  for (std::size_t t = 0; t < tracks.size(); t += kStride) {
+  // The smaller samples are fitted whole: a tenth of them would tell nothing of their thirds.
+  const std::size_t stride = tracks.size() > 1000 ? kStride : 1;
+  for (std::size_t t = 0; t < tracks.size(); t += stride) {
     const Geant4Track& track = tracks[t];
     fitter.Fit(track.fHits, fit);
     const auto right = std::find_if(fit.fHypothesis.begin(), fit.fHypothesis.end(),
@@ -376,7 +378,6 @@ protected:
 
 TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
   constexpr double kWhole = 0.004, kBin = 0.009; // of the median over the truth
-  constexpr double kFewInBin = 0.03; // a tenth of the pions: 16 in a bin, a median known to 0.8 %
   for (const char* hits : {"smeared", "cell"}) {
     Summary summary = FitSample(GetParam(), hits, {});
     EXPECT_EQ(summary.fLost, 0u);
@@ -389,7 +390,7 @@ TEST_P(Geant4, NoTrackIsLostAndMomentaFromRangeAreRight) {
     }
     EXPECT_NEAR(Quantile(all, 0.5), 1, kStride == 1 ? kWhole : 2 * kWhole) << hits;
     for (const auto& bin : bins)
-      EXPECT_NEAR(Quantile(bin, 0.5), 1, kStride == 1 ? kBin : kFewInBin) << hits;
+      EXPECT_NEAR(Quantile(bin, 0.5), 1, kStride == 1 ? kBin : 2 * kBin) << hits;
   }
 }
 
