@@ -11,6 +11,9 @@ namespace kelvo {
 
 namespace {
 
+// More than tables of hits have, so that a small compressed file cannot keep its reader busy.
+constexpr std::size_t kMaxHits = 1'000'000; // of one track
+constexpr unsigned kMaxSkipped = 1'000'000; // lines without data, one after the other
 constexpr const char* kBadMarks =
     ": has a field that begins with a quotation mark and does not end with one";
 
@@ -32,14 +35,17 @@ bool SeenNumbers::Add(long long number) {
   return true;
 }
 
-CsvHits::CsvHits(const std::string& file, const std::map<std::string, std::string>& columns)
-    : fFile(file), fLines(file) {
+CsvHits::CsvHits(std::unique_ptr<InputBytes> bytes,
+                 const std::map<std::string, std::string>& columns)
+    : fFile(bytes->Name()), fLines(std::move(bytes)) {
   ReadHeader(columns);
 }
 
 void CsvHits::ReadHeader(const std::map<std::string, std::string>& columns) {
   std::string_view line;
+  unsigned skipped = 0;
   do {
+    if (skipped++ == kMaxSkipped) throw FileError(NoHits());
     if (!fLines.Next(line))
       throw FileError(fFile +
                       ": is empty; the first line must name the columns, such as "
@@ -56,33 +62,61 @@ bool CsvHits::Next(TrackHits& track) {
   bool open = false;
   for (; fHasLine || ReadLine(); fHasLine = false) {
     if (!fLine.fTrack) {
-      track.AddProblem(fLine.fProblem);
+      fStrays.AddProblem(fLine.fProblem);
       continue;
     }
-    if (open && *fLine.fTrack != track.fTrack) return true;
-    if (!open) {
-      open = true;
-      track.fTrack = *fLine.fTrack;
-      track.fPlace = fLine.fNumber;
-      if (!fSeen.Add(track.fTrack))
-        track.AddProblem(fmt::format(
-            FMT_STRING("{}, column {}: track {} had lines further up; the lines of a track must "
-                       "stand together"),
-            Place(), fColumns.Name(kHitTrack), track.fTrack));
+    if (open && *fLine.fTrack != track.fTrack) {
+      if (!fStrays.Good()) fDoubt = fStrays.fProblems.front();
+      TakeStrays(track);
+      return true;
     }
-    if (!fLine.fProblem.empty())
-      track.AddProblem(fLine.fProblem);
-    else
-      AddHit(fColumns, fLine.fValues, track.fHits);
+    if (!open) Begin(track);
+    open = true;
+    TakeStrays(track);
+    AddLine(track);
   }
-  if (!open && track.fBadLines > 0)
-    throw FileError(track.fProblems.front() + "; no line of the file has a readable track number");
+  if (!open && !fStrays.Good())
+    throw FileError(fStrays.fProblems.front() +
+                    "; no line of the file has a readable track number");
+  TakeStrays(track);
   return open;
+}
+
+void CsvHits::Begin(TrackHits& track) {
+  track.fTrack = *fLine.fTrack;
+  track.fPlace = fLine.fNumber;
+  if (!fDoubt.empty()) {
+    track.fMayLackHits = true;
+    track.fProblems.push_back(fDoubt + "; the line may be one of this track");
+    fDoubt.clear();
+  }
+  if (!fSeen.Add(track.fTrack))
+    track.AddProblem(fmt::format(
+        FMT_STRING("{}, column {}: track {} had lines further up; the lines of a track must "
+                   "stand together"),
+        Place(), fColumns.Name(kHitTrack), track.fTrack));
+}
+
+void CsvHits::AddLine(TrackHits& track) {
+  if (!fLine.fProblem.empty()) return track.AddProblem(fLine.fProblem);
+  if (track.fHits.size() >= kMaxHits)
+    throw FileError(fmt::format(
+        FMT_STRING("{}: track {} has more than {} hits; is column {} the number of the track?"),
+        Place(), track.fTrack, kMaxHits, fColumns.Name(kHitTrack)));
+  AddHit(fColumns, fLine.fValues, track.fHits);
+}
+
+void CsvHits::TakeStrays(TrackHits& track) {
+  for (const std::string& problem : fStrays.fProblems) track.AddProblem(problem);
+  track.fBadLines += fStrays.fBadLines - fStrays.fProblems.size();
+  fStrays = TrackHits();
 }
 
 bool CsvHits::ReadLine() {
   std::string_view text;
+  unsigned skipped = 0;
   do {
+    if (skipped++ == kMaxSkipped) throw FileError(NoHits());
     if (!fLines.Next(text)) return false;
   } while (Trimmed(text).empty() || text.front() == '#');
   fLine.fNumber = fLines.Number();
@@ -153,6 +187,12 @@ bool CsvHits::Fail(HitColumn column, const std::string& reason) {
   fLine.fProblem =
       fmt::format(FMT_STRING("{}, column {}: {}"), Place(), fColumns.Name(column), reason);
   return false;
+}
+
+std::string CsvHits::NoHits() const {
+  return fmt::format(
+      FMT_STRING("{}: {} lines without data one after the other; this is not a table of hits"),
+      Place(), kMaxSkipped);
 }
 
 std::string CsvHits::Place() const {

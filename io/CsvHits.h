@@ -7,6 +7,7 @@
 #include "io/TextLines.h"
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,8 +28,9 @@ private:
 class CsvHits : public HitSource {
 public:
   /// Reads the line that names the columns.
-  /// @throw FileError for a file that cannot be opened or lacks a column
-  CsvHits(const std::string& file, const std::map<std::string, std::string>& columns);
+  /// @param bytes of the file, from the beginning; not null
+  /// @throw FileError for a file that lacks a column
+  CsvHits(std::unique_ptr<InputBytes> bytes, const std::map<std::string, std::string>& columns);
 
   bool Next(TrackHits& track) override;
   double Fraction() const override { return fLines.Fraction(); }
@@ -42,6 +44,9 @@ private:
   };
 
   void ReadHeader(const std::map<std::string, std::string>& columns);
+  void Begin(TrackHits& track);
+  void AddLine(TrackHits& track);
+  void TakeStrays(TrackHits& track);
   bool ReadLine();
   void ParseLine(std::string_view text);
   bool ParseTrack();
@@ -50,6 +55,7 @@ private:
   bool ParseNumber(HitColumn column, double& value);
   bool Fail(HitColumn column, const std::string& reason);
   std::string_view Field(HitColumn column) const { return fFields[fColumns.Index(column)]; }
+  std::string NoHits() const;
   std::string Place() const;
 
   std::string fFile;
@@ -60,6 +66,8 @@ private:
   Line fLine;
   bool fHasLine = false; // fLine has not been used yet
   SeenNumbers fSeen;
+  TrackHits fStrays;  // problems of the lines without readable track number that come before fLine
+  std::string fDoubt; // one of those between two tracks, which count for the first of these
 };
 
 } // namespace kelvo

@@ -3,14 +3,12 @@
 #include "io/CsvHits.h"
 #include "io/FileError.h"
 #include "io/HitColumns.h"
+#include "io/InputBytes.h"
 #include "io/RootHits.h"
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <numeric>
 
 namespace kelvo {
@@ -19,20 +17,25 @@ namespace {
 
 constexpr std::size_t kProblemsKept = 10;
 
-bool IsRootFile(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  char magic[4] = {};
-  in.read(magic, sizeof magic);
-  return in && std::memcmp(magic, "root", sizeof magic) == 0;
-}
-
+/// Size of a file [bytes]; 0 for a pipe, which is not touched: it can be opened only once.
 double SizeOf(const std::string& file) {
-  errno = 0;
-  if (!std::ifstream(file).good())
-    throw FileError(file + ": cannot be opened: " + std::strerror(errno ? errno : ENOENT));
   std::error_code error;
+  const auto type = std::filesystem::status(file, error).type();
+  const bool isPipe = file == "-" || type == std::filesystem::file_type::fifo ||
+                      type == std::filesystem::file_type::character;
+  if (isPipe) return 0;
+  if (type == std::filesystem::file_type::regular) InputBytes check(file);
   const auto size = std::filesystem::file_size(file, error);
   return error ? 0 : static_cast<double>(size);
+}
+
+std::unique_ptr<HitSource> Open(const std::string& file, const HitReaderOptions& options) {
+  auto bytes = std::make_unique<InputBytes>(file);
+  if (!bytes->BeginsWith("root"))
+    return std::make_unique<CsvHits>(std::move(bytes), options.fColumns);
+  if (!bytes->IsFile())
+    throw FileError(file + ": is a ROOT file, which cannot be read from a pipe; give its name");
+  return OpenRootHits(file, options);
 }
 
 } // namespace
@@ -59,11 +62,7 @@ bool HitReader::Next(TrackHits& track) {
     if (fSource && fSource->Next(track)) return true;
     fSource.reset();
     if (fNext == fFiles.size()) return false;
-    const std::string& file = fFiles[fNext++];
-    if (IsRootFile(file))
-      fSource = OpenRootHits(file, fOptions);
-    else
-      fSource = std::make_unique<CsvHits>(file, fOptions.fColumns);
+    fSource = Open(fFiles[fNext++], fOptions);
   }
 }
 

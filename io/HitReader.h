@@ -21,7 +21,10 @@ struct TrackHits {
   unsigned long long fBadLines = 0;   ///< lines (or entries) that could not be used
   std::vector<std::string> fProblems; ///< what is wrong with the first ten: file, line and reason
 
-  bool Good() const { return fBadLines == 0; }
+  /// Whether a line just before the first one may belong to the track: its number is not readable.
+  bool fMayLackHits = false;
+
+  bool Good() const { return fBadLines == 0 && !fMayLackHits; }
 
   /// Returns where the track is found, such as "hits.csv, line 12" or "hits.root, entry 3".
   std::string Place() const;
@@ -48,7 +51,8 @@ public:
 };
 
 /// Reads the hits of one track after the other from a list of files, in memory that does not grow
-/// with their number.
+/// with their number. Text may also come through a pipe or, under the name "-", from the standard
+/// input.
 ///
 ///     HitReader reader({"run1.csv.gz", "run2.root"});
 ///     for (TrackHits track; reader.Next(track);) ...
@@ -67,7 +71,8 @@ public:
 /// TTree or an RNTuple with one entry a track: track as a number, the others as vectors.
 ///
 /// A line that cannot be used makes its track a bad one, which is still given, with the reason. A
-/// line without a readable track number counts for the track in which it stands.
+/// line without a readable track number counts for the track in which it stands; between two tracks
+/// it may belong to either, so both are bad.
 class HitReader : public HitSource {
 public:
   /// Opens nothing yet, except to see that the files are there.

@@ -6,9 +6,8 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <filesystem>
+#include <new>
 
 namespace kelvo {
 
@@ -17,38 +16,90 @@ namespace {
 constexpr unsigned kChunk = 1 << 18;          // bytes asked for at a time
 constexpr std::size_t kLongestLine = 1 << 20; // bytes
 
-std::string Reason(gzFile file) {
-  int code = Z_OK;
-  const char* text = gzerror(file, &code);
-  if (code == Z_ERRNO) return std::strerror(errno);
-  if (code == Z_BUF_ERROR) return "the compressed data end too early";
-  return fmt::format(FMT_STRING("the compressed data are damaged ({})"), text);
-}
+struct Damage {
+  std::string fWhat;
+};
 
 } // namespace
 
-struct TextLines::Input {
-  gzFile fFile = nullptr;
-  double fSize = 0; // bytes on disk, 0: unknown
-  ~Input() {
-    if (fFile) gzclose(fFile);
+/// The bytes of the text.
+class TextLines::Input {
+public:
+  explicit Input(std::unique_ptr<InputBytes> bytes)
+      : fBytes(std::move(bytes)), fIsCompressed(fBytes->BeginsWith("\x1f\x8b")) {
+    constexpr int kGzip = 16;
+    if (!fIsCompressed) return;
+    fPacked.resize(kChunk);
+    if (inflateInit2(&fStream, MAX_WBITS + kGzip) != Z_OK) throw std::bad_alloc();
   }
+  ~Input() {
+    if (fIsCompressed) inflateEnd(&fStream);
+  }
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
+
+  double Fraction() const { return fBytes->Fraction(); }
+
+  /// Gives up to `size` bytes and returns how many, 0 at the end.
+  std::size_t Read(char* buffer, std::size_t size) {
+    if (!fIsCompressed) return fBytes->Read(buffer, size);
+    fStream.next_out = reinterpret_cast<Bytef*>(buffer);
+    fStream.avail_out = static_cast<uInt>(size);
+    while (fStream.avail_out == size && !fAtEnd) Unpack();
+    return size - fStream.avail_out;
+  }
+
+private:
+  void Unpack() {
+    if (fStream.avail_in == 0) Refill();
+    if (fStream.avail_in == 0) {
+      if (fIsInMember) throw Damage{"the compressed data end too early"};
+      fAtEnd = true;
+      return;
+    }
+    if (!fIsInMember) BeginMember();
+    const int code = fAtEnd ? Z_OK : inflate(&fStream, Z_NO_FLUSH);
+    if (code == Z_STREAM_END) {
+      inflateReset(&fStream);
+      fIsInMember = false;
+    } else if (code != Z_OK && code != Z_BUF_ERROR) {
+      throw Damage{fmt::format(FMT_STRING("the compressed data are damaged ({})"),
+                               fStream.msg ? fStream.msg : zError(code))};
+    }
+  }
+
+  /// What comes behind a member is another one, or the zeros with which some devices fill a file
+  /// up.
+  void BeginMember() {
+    constexpr Bytef kFirstMagic = 0x1f;
+    fIsInMember = *fStream.next_in == kFirstMagic;
+    if (fIsInMember) return;
+    while (fStream.avail_in > 0) {
+      for (; fStream.avail_in > 0; fStream.avail_in--)
+        if (*fStream.next_in++ != 0)
+          throw Damage{"something that is not compressed follows the compressed data"};
+      Refill();
+    }
+    fAtEnd = true;
+  }
+
+  void Refill() {
+    fStream.next_in = reinterpret_cast<Bytef*>(fPacked.data());
+    fStream.avail_in = static_cast<uInt>(fBytes->Read(fPacked.data(), fPacked.size()));
+  }
+
+  std::unique_ptr<InputBytes> fBytes;
+  bool fIsCompressed;
+  bool fIsInMember = false; // one file may hold several, one after the other
+  bool fAtEnd = false;
+  std::vector<char> fPacked;
+  z_stream fStream{};
 };
 
-TextLines::TextLines(const std::string& file)
-    : fFile(file), fInput(std::make_unique<Input>()), fBuffer(2 * std::size_t{kChunk}) {
-  std::error_code error;
-  if (std::filesystem::is_directory(file, error))
-    throw FileError(file + ": is a folder, a file of hits is expected");
-  errno = 0;
-  fInput->fFile = gzopen(file.c_str(), "rb");
-  if (!fInput->fFile)
-    throw FileError(fmt::format(FMT_STRING("{}: cannot be opened: {}"), file,
-                                std::strerror(errno ? errno : ENOMEM)));
-  gzbuffer(fInput->fFile, kChunk);
-  const auto size = std::filesystem::file_size(file, error);
-  if (!error) fInput->fSize = static_cast<double>(size);
-}
+TextLines::TextLines(std::unique_ptr<InputBytes> bytes)
+    : fFile(bytes->Name()),
+      fInput(std::make_unique<Input>(std::move(bytes))),
+      fBuffer(2 * std::size_t{kChunk}) {}
 
 TextLines::TextLines(TextLines&&) noexcept = default;
 TextLines::~TextLines() = default;
@@ -92,20 +143,18 @@ bool TextLines::Fill() {
   fEnd -= fBegin;
   fBegin = 0;
   if (fBuffer.size() < fEnd + kChunk) fBuffer.resize(fEnd + kChunk);
-  errno = 0;
-  const int read = gzread(fInput->fFile, fBuffer.data() + fEnd, kChunk);
-  int code = Z_OK;
-  gzerror(fInput->fFile, &code);
-  if (read < 0 || (read == 0 && code != Z_OK && code != Z_STREAM_END))
+  try {
+    const std::size_t read = fInput->Read(fBuffer.data() + fEnd, kChunk);
+    fEnd += read;
+    return read > 0;
+  } catch (const Damage& damage) {
     throw FileError(fmt::format(FMT_STRING("{}: cannot be read on after line {}: {}"), fFile,
-                                fNumber, Reason(fInput->fFile)));
-  fEnd += static_cast<std::size_t>(read);
-  return read > 0;
+                                fNumber, damage.fWhat));
+  }
 }
 
 double TextLines::Fraction() const {
-  if (fInput->fSize == 0) return 0;
-  return std::min(1.0, static_cast<double>(gzoffset(fInput->fFile)) / fInput->fSize);
+  return fInput->Fraction();
 }
 
 } // namespace kelvo

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "io/InputBytes.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -8,15 +10,16 @@
 namespace kelvo {
 
 /// The lines of a text file, plain or compressed by gzip, one after the other, in constant memory.
+/// Pipes and, under the name "-", the standard input are read as well.
 ///
 ///     TextLines lines("hits.csv.gz");
 ///     for (std::string_view line; lines.Next(line);) ...
 ///
-/// Whether the file is compressed is read from its first bytes, not from its name.
+/// Whether it is compressed is read from its first bytes, not from its name.
 class TextLines {
 public:
-  /// @throw FileError for a file that cannot be opened
-  explicit TextLines(const std::string& file);
+  /// @param bytes from the beginning; not null
+  explicit TextLines(std::unique_ptr<InputBytes> bytes);
   TextLines(TextLines&&) noexcept;
   ~TextLines();
 
@@ -34,7 +37,7 @@ public:
   double Fraction() const;
 
 private:
-  struct Input;
+  class Input;
 
   bool Fill();
 

@@ -7,9 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <charconv>
+#include <fstream>
 #include <random>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -279,21 +283,42 @@ TEST(HitReader, CountsALineWithoutTrackNumberForTheTrackAroundIt) {
                                         "2,X,1,2,0.3\n"
                                         "2.0,X,1,2,0.3\n"
                                         ",X,1,2,0.3\n"
-                                        "99999999999999999999,X,1,2,0.3\n"
-                                        "3,X,1,2,0.3\n");
+                                        "2,X,1,2,0.3\n"
+                                        "3,X,1,2,0.3\n"
+                                        "99999999999999999999,X,1,2,0.3\n");
+  const std::string rest = "is not a whole number of 64 bits";
   const auto tracks = ReadAll({file});
   ASSERT_EQ(tracks.size(), 3u);
-  EXPECT_EQ(
-      tracks[0].fProblems,
-      std::vector<std::string>{file + ", line 2, column track: \"one\" is not a whole number of "
-                                      "64 bits"});
+  EXPECT_EQ(tracks[0].fProblems,
+            std::vector<std::string>{file + ", line 2, column track: \"one\" " + rest});
   EXPECT_EQ(tracks[1].fProblems,
             (std::vector<std::string>{
-                file + ", line 5, column track: \"2.0\" is not a whole number of 64 bits",
-                file + ", line 6, column track: is empty, a whole number is expected",
-                file + ", line 7, column track: \"99999999999999999999\" is not a whole number of "
-                       "64 bits"}));
+                file + ", line 5, column track: \"2.0\" " + rest,
+                file + ", line 6, column track: is empty, a whole number is expected"}));
+  EXPECT_EQ(
+      tracks[2].fProblems,
+      std::vector<std::string>{file + ", line 9, column track: \"99999999999999999999\" " + rest});
+}
+
+TEST(HitReader, TakesALineWithoutTrackNumberBetweenTwoTracksForOneOfEither) {
+  const test::TempFolder folder;
+  const std::string file = folder.Write("hits.csv",
+                                        "track,view,u,z,sigu\n"
+                                        "1,X,1,2,0.3\n"
+                                        "x,X,1,2,0.3\n"
+                                        "2,X,1,2,0.3\n"
+                                        "3,X,1,2,0.3\n");
+  const std::string problem =
+      file + ", line 3, column track: \"x\" is not a whole number of 64 bits";
+  const auto tracks = ReadAll({file});
+  ASSERT_EQ(tracks.size(), 3u);
+  EXPECT_EQ(tracks[0].fProblems, std::vector<std::string>{problem});
+  EXPECT_EQ(tracks[1].fProblems,
+            std::vector<std::string>{problem + "; the line may be one of this track"});
+  EXPECT_FALSE(tracks[0].Good());
+  EXPECT_FALSE(tracks[1].Good());
   EXPECT_TRUE(tracks[2].Good());
+  EXPECT_EQ(tracks[0].fBadLines + tracks[1].fBadLines, 1u);
 }
 
 TEST(HitReader, NamesTheLineAtWhichATrackReturns) {
@@ -413,6 +438,56 @@ TEST(HitReader, ReportsDamagedCompressedData) {
   const std::string error = ErrorOf({file});
   EXPECT_EQ(error.find(file + ": cannot be read on after line "), 0u) << error;
   EXPECT_NE(error.find(": the compressed data are damaged ("), std::string::npos) << error;
+}
+
+TEST(HitReader, ReportsWhatFollowsCompressedDataWithoutBeingCompressed) {
+  const test::TempFolder folder;
+  folder.WriteGzip("one.gz", kTwoTracks);
+  const std::string one = folder.Read("one.gz");
+  const std::string error = ErrorOf({folder.Write("mixed.gz", one + "11,X,1.5,3,0.3\n")});
+  EXPECT_EQ(error, folder.Path("mixed.gz") +
+                       ": cannot be read on after line 4: something that is not compressed "
+                       "follows the compressed data");
+}
+
+TEST(HitReader, ReadsSeveralCompressedPartsAndTheZerosBehindThem) {
+  const test::TempFolder folder;
+  folder.WriteGzip("one.gz", kTwoTracks);
+  folder.WriteGzip("more.gz", "11,X,1.5,3,0.3\n");
+  const std::string parts = folder.Read("one.gz") + folder.Read("more.gz");
+  for (const std::size_t zeros : {0u, 1u, 1000u, 1000000u}) {
+    const auto tracks = ReadAll({folder.Write("parts.gz", parts + std::string(zeros, '\0'))});
+    ASSERT_EQ(tracks.size(), 3u);
+    EXPECT_EQ(tracks[2].fTrack, 11);
+  }
+}
+
+TEST(HitReader, ReadsAPipeFromItsFirstByte) {
+  const test::TempFolder folder;
+  folder.WriteGzip("packed.gz", kTwoTracks);
+  for (const std::string& bytes : {std::string(kTwoTracks), folder.Read("packed.gz")}) {
+    const std::string pipe = folder.Path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { std::ofstream(pipe, std::ios::binary) << bytes; });
+    ExpectTwoTracks(ReadAll({pipe}));
+    writer.join();
+    std::filesystem::remove(pipe);
+  }
+}
+
+TEST(HitReader, EndsSoonForFilesThatUnpackToNothing) {
+  const test::TempFolder folder;
+  folder.WriteGzip("empty.gz", std::string(20'000'000, '\n'));
+  EXPECT_EQ(ErrorOf({folder.Path("empty.gz")}),
+            folder.Path("empty.gz") +
+                ", line 1000000: 1000000 lines without data one after the "
+                "other; this is not a table of hits");
+  std::string text = kTwoTracks;
+  for (int i = 0; i < 1'000'001; i++) text += "9,X,1,2,3\n";
+  EXPECT_EQ(ErrorOf({folder.Write("long.csv", text)}),
+            folder.Path("long.csv") +
+                ", line 1000004: track 9 has more than 1000000 hits; is "
+                "column track the number of the track?");
 }
 
 TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {

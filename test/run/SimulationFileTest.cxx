@@ -19,6 +19,10 @@
 
 namespace {
 
+kelvo::TextLines Lines(const std::string& file) {
+  return kelvo::TextLines(std::make_unique<kelvo::InputBytes>(file));
+}
+
 using kelvo::SimulatedTrack;
 using kelvo::SimulateFile;
 using kelvo::SimulationFileOptions;
@@ -103,8 +107,8 @@ TEST(SimulationFile, CsvHoldsTheTracksAndTheirTruth) {
               (std::vector<std::string>{folder.Path("hits" + end), folder.Path("hits.truth" + end),
                                         folder.Path("hits.hittruth" + end)}));
     ExpectHits(folder.Path("hits" + end));
-    kelvo::TextLines truth(folder.Path("hits.truth" + end));
-    kelvo::TextLines hits(folder.Path("hits.hittruth" + end));
+    kelvo::TextLines truth = Lines(folder.Path("hits.truth" + end));
+    kelvo::TextLines hits = Lines(folder.Path("hits.hittruth" + end));
     std::string_view line;
     ASSERT_TRUE(truth.Next(line));
     EXPECT_EQ(line, "track,pdg,x0,y0,z0,px,py,pz,T,xe,ye,ze,length");
