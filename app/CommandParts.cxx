@@ -1,6 +1,7 @@
 #include "app/CommandParts.h"
 
 #include "draw/Picture.h"
+#include "io/InputBytes.h"
 #include "run/FitFile.h"
 #include "util/Text.h"
 
@@ -17,6 +18,7 @@ namespace {
 volatile std::sig_atomic_t gSignal = 0;
 void NoteSignal(int number) {
   gSignal = number;
+  InputBytes::StopWaiting();
 }
 
 /// "a, b and c".
@@ -28,8 +30,8 @@ std::string Listed(const std::vector<std::string>& words, const std::string& las
 }
 
 void CatchSignals() {
-  std::signal(SIGINT, NoteSignal);
-  std::signal(SIGTERM, NoteSignal);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    if (std::signal(number, NoteSignal) == SIG_IGN) std::signal(number, SIG_IGN); // nohup
 }
 
 /// The parser's words, without its way to begin and to end them.
@@ -137,13 +139,11 @@ int RunWithProgress(const std::function<int(ProgressLine&)>& work) {
   ProgressLine line;
   try {
     return work(line);
-  } catch (const RunStopped&) {
-    line.Clear();
-    std::cerr << "kelvo: interrupted, nothing is written\n";
-    return 128 + CaughtSignal();
   } catch (...) {
     line.Clear();
-    throw;
+    if (CaughtSignal() == 0) throw;
+    std::cerr << "kelvo: interrupted, nothing is written\n";
+    return 128 + CaughtSignal();
   }
 }
 

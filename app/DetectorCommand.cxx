@@ -4,6 +4,7 @@
 #include "geo/Detector.h"
 #include "geo/MaterialBudget.h"
 #include "geo/PlaneDetector.h"
+#include "io/FileNames.h"
 #include "util/Text.h"
 
 #include <TGeoMaterial.h>
@@ -163,6 +164,7 @@ void Draw(const geo::Detector& detector, const std::string& output) {
 }
 
 int Run(const DetectorArguments& arguments) {
+  CheckApart({arguments.fFile}, {arguments.fOutput});
   const geo::Detector detector = geo::Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
   if (detector.Planes())

@@ -2,6 +2,7 @@
 #include "app/CommandParts.h"
 #include "draw/Report.h"
 #include "io/FileError.h"
+#include "io/FileNames.h"
 #include "io/FitReader.h"
 #include "io/PendingFile.h"
 #include "run/FitFile.h"
@@ -11,7 +12,6 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -197,9 +197,9 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
 
 /// Tells of names that cannot be written, which should not be found out after hours.
 void CheckOutputs(const FitArguments& a) {
-  std::error_code missing;
-  if (std::filesystem::equivalent(a.fDetector, a.fFile.fOutput, missing))
-    throw std::invalid_argument(a.fFile.fOutput + " is both the detector and the output");
+  std::vector<std::string> inputs = a.fFile.fInputs;
+  inputs.push_back(a.fDetector);
+  CheckApart(inputs, {a.fFile.fOutput, a.fFile.fCsv, a.fReport});
   if (!a.fReport.empty()) PendingFile(a.fReport);
 }
 

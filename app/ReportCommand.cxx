@@ -1,6 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "draw/Report.h"
+#include "io/FileNames.h"
 #include "io/FitReader.h"
 
 #include <cstdio>
@@ -23,6 +24,7 @@ struct ReportArguments {
 };
 
 int Run(const ReportArguments& a) {
+  CheckApart({a.fFits}, {a.fOutput});
   FitReader fits(a.fFits);
   WriteReport(fits, a.fOutput);
   std::printf("written: %s\n", a.fOutput.c_str());

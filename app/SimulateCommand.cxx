@@ -1,5 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
+#include "io/FileNames.h"
+#include "io/SimulationWriter.h"
 #include "run/SimulationFile.h"
 #include "util/Particles.h"
 #include "util/Text.h"
@@ -201,6 +203,8 @@ void PrintSummary(const SimulationSummary& summary) {
 int Run(const CLI::App& simulate, SimulateArguments& arguments) {
   CheckCombination(simulate, arguments);
   Complete(arguments);
+  CheckApart({arguments.fDetector},
+             SimulationFiles(arguments.fFile.fOutput, arguments.fFile.fHitTruth));
   const auto detector = geo::PlaneDetector::FromFile(arguments.fDetector);
   return RunWithProgress([&](ProgressLine& line) {
     const auto show = [&line](const Progress& progress) {

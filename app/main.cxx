@@ -4,7 +4,11 @@
 #include "app/CommandParts.h"
 #include "app/RootMessages.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -54,16 +58,36 @@ int Run(int argc, char** argv) {
   return kelvo::app::kUsageOrFiles;
 }
 
+/// Whether all that was printed has arrived, which a full disk may have prevented.
+bool IsPrinted() {
+  std::cout.flush();
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout;
+}
+
+/// Whether the standard output is a pipe that nobody reads any more.
+bool IsPipeClosed() {
+  pollfd out{STDOUT_FILENO, POLLOUT, 0};
+  return ::poll(&out, 1, 0) > 0 && (out.revents & POLLERR);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
   // A file that becomes too large gives an error to be told, not the end.
   std::signal(SIGXFSZ, SIG_IGN);
+  // As does a pipe that is closed, so that no partial file is left.
+  std::signal(SIGPIPE, SIG_IGN);
   const kelvo::app::RootMessages messages;
   try {
-    return Run(argc, argv);
+    const int status = Run(argc, argv);
+    if (IsPrinted()) return status;
   } catch (const std::exception& e) {
-    std::cerr << "kelvo: " << e.what() << '\n';
-    return kelvo::app::kUsageOrFiles;
+    if (IsPrinted()) {
+      std::cerr << "kelvo: " << e.what() << '\n';
+      return kelvo::app::kUsageOrFiles;
+    }
   }
+  if (IsPipeClosed()) return 128 + SIGPIPE; // as 'head' closes it, which is no mistake
+  std::cerr << "kelvo: not all could be printed; is the disk of the standard output full?\n";
+  return kelvo::app::kUsageOrFiles;
 }

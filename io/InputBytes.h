@@ -22,10 +22,14 @@ public:
 
   /// Gives up to `size` bytes, which must not be 0.
   /// @return how many there were, 0 at the end
-  /// @throw FileError where the disk fails or a signal interrupts the wait
+  /// @throw FileError where the disk fails, or after StopWaiting()
   std::size_t Read(char* buffer, std::size_t size);
 
   const std::string& Name() const { return fName; }
+  /// Makes reads that wait for a pipe throw, in all threads, now and later. A handler of signals
+  /// may call it.
+  static void StopWaiting();
+
   bool IsFile() const { return fIsFile; } ///< which has a size and can be opened again
   /// Returns which fraction has been read, 0 to 1; 0 for pipes and empty files.
   double Fraction() const;
@@ -33,6 +37,7 @@ public:
 private:
   std::string_view Head() const { return {fHead, fHeadSize}; }
   std::size_t ReadOn(char* buffer, std::size_t size);
+  void WaitForPipe() const;
 
   std::string fName;
   int fDescriptor = -1;

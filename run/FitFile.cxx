@@ -1,33 +1,15 @@
 #include "run/FitFile.h"
 
+#include "io/FileNames.h"
 #include "io/PendingFile.h"
 #include "run/FitRun.h"
 #include "util/Text.h"
 
-#include <filesystem>
 #include <optional>
 
 namespace kelvo {
 
 namespace {
-
-bool SameFile(const std::string& a, const std::string& b) {
-  std::error_code error;
-  const auto path = [&error](const std::string& name) {
-    return std::filesystem::weakly_canonical(name, error);
-  };
-  return path(a) == path(b);
-}
-
-void CheckNames(const FitFileOptions& options) {
-  if (options.fInputs.empty()) throw std::invalid_argument("there is no file of hits");
-  for (const std::string& output : {options.fOutput, options.fCsv})
-    for (const std::string& input : options.fInputs)
-      if (!output.empty() && SameFile(input, output))
-        throw std::invalid_argument(output + " is both input and output");
-  if (!options.fCsv.empty() && SameFile(options.fOutput, options.fCsv))
-    throw std::invalid_argument(options.fCsv + " is named twice as output");
-}
 
 void StopAtProblem(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes)
@@ -77,7 +59,8 @@ FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptio
 
 FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
                    const GoOn& progress) {
-  CheckNames(options);
+  if (options.fInputs.empty()) throw std::invalid_argument("there is no file of hits");
+  CheckApart(options.fInputs, {options.fOutput, options.fCsv});
   HitReader reader(options.fInputs, options.fReader);
   FitRun run(detector, reader, options);
   PendingFile output(options.fOutput);

@@ -247,7 +247,7 @@ TEST_F(Command, SaysWhatIsWrongWithFiles) {
             "kelvo: hits.csv is both input and output\n");
   fFolder.Write("hall.root", "");
   EXPECT_EQ(error("hits.csv -o ./hall.root --detector hall.root"),
-            "kelvo: ./hall.root is both the detector and the output\n");
+            "kelvo: ./hall.root is both input and output\n");
   EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector missing.toml"), "missing.toml"));
   fFolder.Write("mist.toml", Mist());
   EXPECT_TRUE(Contains(error("hits.csv -o fits.root --detector mist.toml"),

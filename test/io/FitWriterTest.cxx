@@ -437,6 +437,63 @@ std::string PendingError(const std::string& name) {
   return "no error";
 }
 
+TEST(PendingFile, ReplacesTheFileThatALinkPointsTo) {
+  namespace fs = std::filesystem;
+  const test::TempFolder folder;
+  fs::create_directory(folder.Path("far"));
+  fs::create_symlink("far/result", folder.Path("link"));
+  for (const std::string text : {"first", "second"}) {
+    PendingFile file(folder.Path("link"));
+    std::ofstream(file.Partial()) << text;
+    file.Commit();
+    EXPECT_TRUE(fs::is_symlink(folder.Path("link")));
+    EXPECT_EQ(folder.Read("far/result"), text);
+  }
+}
+
+TEST(PendingFile, KeepsTheModeOfTheEarlierFile) {
+  namespace fs = std::filesystem;
+  const test::TempFolder folder;
+  const std::string name = folder.Write("result", "old");
+  const auto mode = fs::perms::owner_all | fs::perms::group_read;
+  fs::permissions(name, mode);
+  {
+    PendingFile file(name);
+    file.Commit();
+  }
+  EXPECT_EQ(fs::status(name).permissions(), mode);
+}
+
+TEST(PendingFile, RemovesWhatAKilledProcessLeftAndNothingElse) {
+  const test::TempFolder folder;
+  const std::string name = folder.Path("result");
+  const pid_t child = fork();
+  if (child == 0) {
+    const PendingFile file(name);
+    _exit(0); // without a chance to clear up
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_EQ(folder.Files(), 1);
+  folder.Write("result.mine.partial", "");
+  folder.Write("other.01234567.partial", "");
+  {
+    const PendingFile first(name);
+    EXPECT_EQ(folder.Files(), 3);
+    const PendingFile second(name); // of a living owner
+    EXPECT_EQ(folder.Files(), 4);
+  }
+  EXPECT_EQ(folder.Files(), 2);
+}
+
+TEST(PendingFile, TellsOfAPartialFileThatWasRemoved) {
+  const test::TempFolder folder;
+  PendingFile file(folder.Path("result"));
+  std::filesystem::remove(file.Partial());
+  EXPECT_THROW(file.Commit(), kelvo::FileError);
+  EXPECT_EQ(folder.Files(), 0);
+}
+
 TEST(PendingFile, SaysWhyAFileCannotBeMade) {
   const test::TempFolder folder;
   EXPECT_EQ(PendingError("/dev/null"),
