@@ -48,7 +48,7 @@ struct FitArguments {
   std::string fReport; // a page to be written as well; empty: none
   std::vector<std::string> fHypotheses = ParticleNames();
   std::vector<std::string> fColumns;
-  std::string fFormat = "ttree";
+  std::string fFormat = DefaultTableFormat() == TableFormat::kRNTuple ? "rntuple" : "ttree";
 };
 
 std::pair<std::string, std::string> Mapping(const std::string& text) {
@@ -91,8 +91,9 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
 
 void RegisterOutput(CLI::App& fit, FitArguments& a) {
   const char* group = "What is written";
-  fit.add_option("--format", a.fFormat, "Table in the ROOT file: ttree or rntuple")
-      ->check(OneOf({"ttree", "rntuple"}))
+  fit.add_option("--format", a.fFormat,
+                 "Table in the ROOT file: rntuple (ROOT 6.36 or newer) or ttree")
+      ->check(OneOf({"rntuple", "ttree"}))
       ->type_name("NAME")
       ->capture_default_str()
       ->group(group);

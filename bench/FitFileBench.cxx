@@ -239,13 +239,16 @@ int Run(int argc, char** argv) {
   add("fit", Fit);
   add("fit, stages", Stages);
   add("write, TTree::Fill", WriteWithFill);
-  kelvo::FitWriterOptions options;
-  add("write, TTree", [=](benchmark::State& state) { Write(state, options); });
-  options.fWithVectors = false;
-  add("write, TTree, scalars", [=](benchmark::State& state) { Write(state, options); });
-  options.fWithVectors = true;
-  options.fFormat = kelvo::TableFormat::kRNTuple;
-  add("write, RNTuple", [=](benchmark::State& state) { Write(state, options); });
+  const auto addWrite = [&](const char* name, kelvo::TableFormat format, bool withVectors) {
+    kelvo::FitWriterOptions options;
+    options.fFormat = format;
+    options.fWithVectors = withVectors;
+    add(name, [=](benchmark::State& state) { Write(state, options); });
+  };
+  addWrite("write, TTree", kelvo::TableFormat::kTTree, true);
+  addWrite("write, TTree, scalars", kelvo::TableFormat::kTTree, false);
+  addWrite("write, RNTuple", kelvo::TableFormat::kRNTuple, true);
+  addWrite("write, RNTuple, scalars", kelvo::TableFormat::kRNTuple, false);
   add("write, CSV", WriteCsv);
   add("all, 1 thread", [](benchmark::State& state) { Whole(state, 1, false); });
   add("all, 2 threads", [](benchmark::State& state) { Whole(state, 2, false); });

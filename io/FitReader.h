@@ -6,8 +6,6 @@
 #include <memory>
 #include <string>
 
-class TFile;
-
 namespace kelvo {
 
 /// Which columns of an entry are wanted: the fewer, the faster.
@@ -24,6 +22,7 @@ public:
   virtual ~FitEntries() = default;
   virtual long long Entries() const = 0;
   virtual bool HasVectors() const = 0;
+  virtual std::map<std::string, std::string> Texts() const = 0;
   virtual const FitRow& Read(long long entry, FitPart columns) = 0;
 };
 
@@ -55,7 +54,6 @@ public:
 
 private:
   std::string fFile;
-  std::unique_ptr<TFile> fRootFile;
   std::unique_ptr<FitEntries> fTable;
   std::map<std::string, std::string> fTexts;
 };

@@ -14,11 +14,16 @@ namespace kelvo {
 /// The two kinds of table that a ROOT file can hold.
 enum class TableFormat { kTTree, kRNTuple };
 
+/// Returns the one that is written unless another is asked for: RNTuple, which is smaller and
+/// faster and read without ROOT's interpreter, or TTree where ROOT is older than 6.36.
+TableFormat DefaultTableFormat();
+
 /// How fits are kept in a ROOT file.
 struct FitWriterOptions {
-  TableFormat fFormat = TableFormat::kTTree;
+  TableFormat fFormat = DefaultTableFormat();
   bool fWithVectors = true; ///< else only the columns of one number or text
-  /// Texts that are kept beside the table, by their names; uproot reads them as they are.
+  /// Texts that are kept beside the table, by their names, which have no dots: in a TTree's file
+  /// each as a TObjString, in an RNTuple's as the columns of a second one, "about", of one entry.
   std::map<std::string, std::string> fTexts;
 };
 

@@ -15,31 +15,30 @@ namespace kelvo {
 
 namespace {
 
-std::string PathOf(int descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
-/// A file that ROOT knows by a descriptor. It stays open: tables are read through a path, too.
-class InputFile final : public TFile {
+/// A file whose path stays good: tables are read through it, too.
+class InputFile final : private OpenPath, public TFile {
 public:
-  explicit InputFile(int descriptor)
-      : TFile(PathOf(descriptor).c_str(), "READ"), fDescriptor(descriptor) {}
-  ~InputFile() override {
-    Close();
-    ::close(fDescriptor);
-  }
-
-private:
-  int fDescriptor;
+  explicit InputFile(const std::string& name) : OpenPath(name), TFile(Path().c_str(), "READ") {}
 };
 
 } // namespace
 
+OpenPath::OpenPath(const std::string& name)
+    : fDescriptor(::open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (fDescriptor < 0) throw FileError(name + ": cannot be opened: " + std::strerror(errno));
+}
+
+OpenPath::~OpenPath() {
+  ::close(fDescriptor);
+}
+
+std::string OpenPath::Path() const {
+  return "/proc/self/fd/" + std::to_string(fDescriptor);
+}
+
 std::unique_ptr<TFile> OpenRootFile(const std::string& name) {
-  const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) throw FileError(name + ": cannot be opened: " + std::strerror(errno));
   const TDirectory::TContext restore;
-  auto file = std::make_unique<InputFile>(descriptor);
+  auto file = std::make_unique<InputFile>(name);
   if (file->IsZombie()) throw FileError(name + ": is damaged and cannot be read");
   file->SetName(name.c_str()); // for messages
   return file;

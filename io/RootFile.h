@@ -10,9 +10,26 @@
 
 namespace kelvo {
 
-/// Opens a ROOT file to read. The name is used as the file system has it, whereas ROOT takes one
-/// apart that has '#', '?', '|' or '$', blanks in front, or what looks like a protocol. Give what
-/// is returned to others, not the name: RNTupleReader::Open(*file->Get<ROOT::RNTuple>("hits")).
+/// A file that is open to be read, under a path without anything that ROOT takes apart, as it does
+/// names with '#', '?', '|' or '$', blanks in front, or what looks like a protocol.
+class OpenPath {
+public:
+  /// @param name used as the file system has it
+  /// @throw FileError where the file cannot be opened
+  explicit OpenPath(const std::string& name);
+  ~OpenPath();
+  OpenPath(const OpenPath&) = delete;
+  OpenPath& operator=(const OpenPath&) = delete;
+
+  /// Returns the path, which is good as long as this object lives.
+  std::string Path() const;
+
+private:
+  int fDescriptor;
+};
+
+/// Opens a ROOT file to read, literally of this name. Give what is returned to others, not the
+/// name: RNTupleReader::Open(*file->Get<ROOT::RNTuple>("hits")).
 /// @throw FileError where the file cannot be opened or is none of ROOT
 std::unique_ptr<TFile> OpenRootFile(const std::string& name);
 

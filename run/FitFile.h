@@ -20,7 +20,7 @@ struct FitFileOptions : FitRunOptions {
   std::string fOutput;  ///< the ROOT file to be written
   std::string fCsv;     ///< a CSV summary to be written as well; empty: none
   std::string fCommand; ///< what the user typed, to be kept with the fits; empty: nothing
-  TableFormat fFormat = TableFormat::kTTree;
+  TableFormat fFormat = DefaultTableFormat();
   bool fStrict = false; ///< the first line or track that cannot be used ends the work
 };
 

@@ -1,10 +1,12 @@
 // The program as a user runs it: what it prints, what it leaves, how it ends.
 
+#include "io/FitReader.h"
+#include "io/FitWriter.h"
 #include "test/support/Program.h"
 #include "test/support/TempFolder.h"
 
 #include <TFile.h>
-#include <TTree.h>
+#include <TKey.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -67,8 +69,7 @@ TEST_F(Command, FitsAFileAndSumsItUp) {
                        "degree of freedom\n  mu                  200 "))
       << run.fOut;
   EXPECT_TRUE(Contains(run.fOut, " tracks/s; written: fits.root, fits.csv\n")) << run.fOut;
-  TFile file(fFolder.Path("fits.root").c_str());
-  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 600);
+  EXPECT_EQ(kelvo::FitReader(fFolder.Path("fits.root")).Entries(), 600);
   const std::string csv = fFolder.Read("fits.csv");
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 601);
   EXPECT_EQ(csv.find("track,pdg,status,message,best,"), 0u);
@@ -83,11 +84,38 @@ TEST_F(Command, GivesTheSameResultForAnyNumberOfThreads) {
 
 TEST_F(Command, WritesOneHypothesisAndTheScalarsAloneWhenAsked) {
   EXPECT_EQ(Fit(kMuons + " --limit 20 --hypothesis p --scalars").fStatus, 0);
-  TFile file(fFolder.Path("fits.root").c_str());
-  auto* tree = file.Get<TTree>("fits");
-  EXPECT_EQ(tree->GetEntries(), 20);
-  EXPECT_EQ(tree->GetMinimum("pdg"), 2212);
-  EXPECT_EQ(tree->GetBranch("hit_u"), nullptr);
+  kelvo::FitReader fits(fFolder.Path("fits.root"));
+  EXPECT_EQ(fits.Entries(), 20);
+  for (long long i = 0; i < fits.Entries(); i++)
+    EXPECT_EQ(fits.Read(i, kelvo::FitPart::kNames).fPDG, 2212);
+  EXPECT_FALSE(fits.HasVectors());
+}
+
+TEST_F(Command, WritesAnRNTupleWhereThereAreSomeUnlessATreeIsWanted) {
+  const auto kind = [this](const std::string& arguments) -> std::string {
+    EXPECT_EQ(Fit(kMuons + " --limit 2" + arguments).fStatus, 0);
+    TFile file(fFolder.Path("fits.root").c_str());
+    return file.GetKey("fits")->GetClassName();
+  };
+  const bool known = kelvo::DefaultTableFormat() == kelvo::TableFormat::kRNTuple;
+  EXPECT_EQ(kind(""), known ? "ROOT::RNTuple" : "TTree");
+  EXPECT_EQ(kind(" --format ttree"), "TTree");
+}
+
+// To load ROOT's interpreter takes 0.2 s and 200 MB.
+TEST_F(Command, ReportsAndDisplaysAnRNTupleWithoutTheInterpreter) {
+  if (kelvo::DefaultTableFormat() == kelvo::TableFormat::kTTree) GTEST_SKIP() << "no RNTuple";
+  const auto loaded = [this](const std::string& arguments) {
+    const Outcome run = Run(arguments, "LD_DEBUG=files");
+    EXPECT_EQ(run.fStatus, 0);
+    EXPECT_TRUE(Contains(run.fErr, "libCore")) << "the loader tells nothing";
+    return Contains(run.fErr, "libCling");
+  };
+  EXPECT_EQ(Fit(kMuons + " --limit 10").fStatus, 0);
+  EXPECT_FALSE(loaded("report fits.root -o fits.html"));
+  EXPECT_FALSE(loaded("display fits.root --track 3 -o track.svg"));
+  EXPECT_EQ(Fit(kMuons + " --limit 10 --format ttree").fStatus, 0);
+  EXPECT_TRUE(loaded("display fits.root --track 3 -o track.svg")) << "the word to look for";
 }
 
 const char* const kSomeBad =
@@ -111,8 +139,7 @@ TEST_F(Command, TellsWhatCouldNotBeUsedAndEndsWithStatus1) {
       << run.fOut;
   EXPECT_TRUE(Contains(run.fOut, "  lines that could not be used                  1\n"))
       << run.fOut;
-  TFile file(fFolder.Path("fits.root").c_str());
-  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 9);
+  EXPECT_EQ(kelvo::FitReader(fFolder.Path("fits.root")).Entries(), 9);
 }
 
 TEST_F(Command, ShowsTheFirstTenOfManyBadLines) {
@@ -142,9 +169,9 @@ TEST_F(Command, FitsATableWithoutHits) {
   EXPECT_EQ(run.fStatus, 0);
   EXPECT_TRUE(Contains(run.fOut, "  tracks read                                   0\n"))
       << run.fOut;
-  TFile file(fFolder.Path("fits.root").c_str());
-  EXPECT_EQ(file.Get<TTree>("fits")->GetEntries(), 0);
-  EXPECT_NE(file.Get<TTree>("fits")->GetBranch("hit_u"), nullptr);
+  const kelvo::FitReader fits(fFolder.Path("fits.root"));
+  EXPECT_EQ(fits.Entries(), 0);
+  EXPECT_TRUE(fits.HasVectors());
 }
 
 TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
@@ -173,7 +200,7 @@ TEST_F(Command, SaysWhatIsWrongWithTheUsage) {
       {"--scattering-factor 101",
        "kelvo: --scattering-factor: \"101\" is not a number above 0 and at most 100\n"},
       {"--hypothesis mu,mu", "kelvo: --hypothesis: \"mu\" is named more than once\n"},
-      {"--format hdf", "kelvo: --format: \"hdf\" is none of ttree and rntuple\n"},
+      {"--format hdf", "kelvo: --format: \"hdf\" is none of rntuple and ttree\n"},
       {"--csv fits.txt", "kelvo: --csv: \"fits.txt\" must end in .csv\n"},
       {"--report fits.root", "kelvo: --report: \"fits.root\" must end in .html or .htm\n"},
       {"--bogus",

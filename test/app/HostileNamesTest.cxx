@@ -12,12 +12,6 @@ namespace {
 
 const std::string kFine = KELVO_SOURCE_DIR "/detectors/fine.toml";
 
-#ifdef KELVO_HAS_RNTUPLE
-const std::string kOtherFormat = " --format rntuple";
-#else
-const std::string kOtherFormat;
-#endif
-
 /// The contents of all files in a folder but the program's words.
 std::map<std::string, std::string> Contents(const test::TempFolder& folder) {
   std::map<std::string, std::string> contents;
@@ -80,7 +74,7 @@ TEST_P(HostileNames, AreTakenAsTheyStandForHitsAndFits) {
              " --csv " + Word(".csv") + " --report " + Word(".html"),
          {".fits.root", ".csv", ".html"});
   Expect(
-      "fit " + Word(".root") + " -d " + Word(".toml") + kOtherFormat + " -o " + Word(".other.root"),
+      "fit " + Word(".root") + " -d " + Word(".toml") + " --format ttree -o " + Word(".other.root"),
       {".other.root"});
   Expect("report " + Word(".other.root") + " -o " + Word(".htm"), {".htm"});
   Expect("display " + Word(".fits.root") + " --track 1 -o " + Word(".svg"), {".svg"});

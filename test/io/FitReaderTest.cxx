@@ -6,11 +6,16 @@
 #include "test/support/FitsFiles.h"
 #include "test/support/TempFolder.h"
 
+#ifdef KELVO_HAS_RNTUPLE
+#include <ROOT/RNTupleModel.hxx>
+#include <ROOT/RNTupleWriter.hxx>
+#endif
 #include <TFile.h>
 #include <TTree.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 
 namespace {
@@ -130,12 +135,15 @@ TEST(FitReader, ReadsFilesWithoutVectors) {
 
 TEST(FitReader, GivesTheTextsBesideTheTable) {
   const test::TempFolder folder;
-  FitWriterOptions options;
-  options.fTexts = {{"detector", "name = \"x\"\n"}, {"command", "kelvo fit"}};
-  const FitReader reader(test::WriteRows(folder.Path("fits.root"), SomeRows(2), options));
-  EXPECT_EQ(reader.Text("detector"), "name = \"x\"\n");
-  EXPECT_EQ(reader.Text("command"), "kelvo fit");
-  EXPECT_EQ(reader.Text("options"), "");
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    options.fTexts = {{"detector", "name = \"x\"\n"}, {"command", "kelvo fit"}};
+    const FitReader reader(test::WriteRows(folder.Path("fits.root"), SomeRows(2), options));
+    EXPECT_EQ(reader.Text("detector"), "name = \"x\"\n");
+    EXPECT_EQ(reader.Text("command"), "kelvo fit");
+    EXPECT_EQ(reader.Text("options"), "");
+  }
 }
 
 TEST(FitReader, SaysWhatIsNoFileOfFits) {
@@ -190,11 +198,55 @@ TEST(FitReader, RefusesVectorsThatDoNotBelongTogether) {
 // What is left of a file that was cut short.
 TEST(FitReader, TellsOfADamagedFile) {
   const test::TempFolder folder;
-  test::WriteRows(folder.Path("fits.root"), SomeRows(2000));
-  const std::string content = folder.Read("fits.root");
-  const std::string cut = folder.Write("cut.root", content.substr(0, content.size() / 2));
-  EXPECT_NE(ErrorOf(cut), "no error");
-  EXPECT_EQ(ErrorOf(cut).rfind(cut + ": ", 0), 0u);
+  for (const TableFormat format : test::Formats()) {
+    FitWriterOptions options;
+    options.fFormat = format;
+    test::WriteRows(folder.Path("fits.root"), SomeRows(2000), options);
+    const std::string content = folder.Read("fits.root");
+    for (const std::size_t bytes : {std::size_t(50), content.size() / 2, content.size() - 200}) {
+      const std::string cut = folder.Write("cut.root", content.substr(0, bytes));
+      EXPECT_NE(ErrorOf(cut), "no error");
+      EXPECT_EQ(ErrorOf(cut).rfind(cut, 0), 0u);
+    }
+  }
 }
+
+#ifdef KELVO_HAS_RNTUPLE
+/// The bytes that the process has read from files up to here.
+long long BytesRead() {
+  std::ifstream counts("/proc/self/io");
+  std::string name;
+  long long bytes = -1;
+  counts >> name >> bytes; // "rchar: N"
+  return bytes;
+}
+
+TEST(FitReader, LooksForAnEntryWithoutReadingTheWholeRNTuple) {
+  const test::TempFolder folder;
+  FitWriterOptions options;
+  options.fFormat = TableFormat::kRNTuple;
+  const std::string name = test::WriteRows(folder.Path("fits.root"), SomeRows(2000), options);
+  const long long before = BytesRead();
+  FitReader reader(name);
+  for (long long i = 0; i < reader.Entries(); i++) reader.Read(i, FitPart::kNames);
+  EXPECT_LT(BytesRead() - before, static_cast<long long>(std::filesystem::file_size(name)) / 20);
+}
+
+TEST(FitReader, TellsOfAnRNTupleThatIsNoTableOfFits) {
+  const test::TempFolder folder;
+  const std::string name = folder.Path("fits.root");
+  const auto write = [&name](auto value) {
+    auto model = ROOT::RNTupleModel::Create();
+    model->MakeField<decltype(value)>("track");
+    ROOT::RNTupleWriter::Recreate(std::move(model), "fits", name);
+  };
+  write(0LL);
+  EXPECT_EQ(
+      ErrorOf(name),
+      name + ", fits: has no column pdg, as a file of an older kelvo may; fit the hits again");
+  write(std::string());
+  EXPECT_EQ(ErrorOf(name), name + ", fits: is damaged, or not of 'kelvo fit'");
+}
+#endif
 
 } // namespace

@@ -1,14 +1,11 @@
 // From files of hits to files of fits: order, counts, and what is left of a run that fails.
 
 #include "io/FileError.h"
+#include "io/FitReader.h"
 #include "run/FitFile.h"
 #include "test/support/BundledDetector.h"
 #include "test/support/TempFolder.h"
 
-#include <TFile.h>
-#include <TLeaf.h>
-#include <TObjString.h>
-#include <TTree.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,18 +45,18 @@ std::string ErrorOf(const kelvo::FitFileOptions& options,
   return "no error";
 }
 
-/// All that a tree holds, entry by entry, as the bytes in its branches.
+/// All that a file holds, entry by entry, to the last bit.
 std::string Content(const std::string& name) {
-  TFile file(name.c_str());
-  auto* tree = file.Get<TTree>("fits");
+  kelvo::FitReader fits(name);
   std::ostringstream text;
-  for (Long64_t i = 0; i < tree->GetEntries(); i++) {
-    tree->GetEntry(i);
-    for (const TObject* object : *tree->GetListOfLeaves()) {
-      const auto& leaf = static_cast<const TLeaf&>(*object);
-      text << leaf.GetName() << std::hexfloat;
-      for (int k = 0; k < leaf.GetLen(); k++) text << ' ' << leaf.GetValue(k);
-    }
+  text << std::hexfloat;
+  for (long long i = 0; i < fits.Entries(); i++) {
+    const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kAll);
+    kelvo::VisitScalars([&](const char*, auto member) { text << ' ' << row.*member; });
+    kelvo::VisitVectors([&](const char*, auto member) {
+      for (const auto& value : row.*member) text << ' ' << value;
+      text << ',';
+    });
     text << '\n';
   }
   return text.str();
@@ -124,12 +121,6 @@ TEST(FitFile, SumsUpWhatCameOut) {
   EXPECT_LT(summary.fHypotheses[0].fMedianChi2PerNDF, 1.005 * above);
 }
 
-/// A text beside the table.
-std::string TextIn(TFile& file, const char* name) {
-  const std::unique_ptr<TObjString> text(file.Get<TObjString>(name));
-  return text ? text->GetString().Data() : "none";
-}
-
 TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
   const test::TempFolder folder;
   auto options = Options(folder);
@@ -139,9 +130,9 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
   options.fFit.fScatteringFactor = 1;
   options.fScalarsOnly = true;
   kelvo::FitFile(Detector(), options);
-  TFile file(options.fOutput.c_str());
-  EXPECT_EQ(TextIn(file, "detector"), Detector().Text());
-  EXPECT_EQ(TextIn(file, "version"), KELVO_VERSION);
+  const kelvo::FitReader fits(options.fOutput);
+  EXPECT_EQ(fits.Text("detector"), Detector().Text());
+  EXPECT_EQ(fits.Text("version"), KELVO_VERSION);
   std::string expected = "hits = [\"" + folder.Path("a \\\"b\\\".csv") +
                          "\"]\n"
                          "column.track = \"event\"\n"
@@ -151,7 +142,7 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
                          "beam_momentum = 0\n"
                          "sig_beam_momentum = 0\n"
                          "limit = 150\n";
-  EXPECT_EQ(TextIn(file, "options"), expected);
+  EXPECT_EQ(fits.Text("options"), expected);
 }
 
 const char* const kOneGoodOfFour =
@@ -287,10 +278,12 @@ TEST(FitFile, AddsTheOffsetsOfPlanesToTheirHits) {
   options.fFit.fBeamMomentum = 120;
   const auto summary = kelvo::FitFile(telescope, options);
   EXPECT_EQ(summary.fFitted, 1u);
-  TFile file(options.fOutput.c_str());
-  auto* tree = file.Get<TTree>("fits");
-  EXPECT_LT(tree->GetMaximum("chi2_x"), 1e-12);
-  EXPECT_LT(tree->GetMaximum("chi2_y"), 1e-12);
+  kelvo::FitReader fits(options.fOutput);
+  ASSERT_EQ(fits.Entries(), 3);
+  for (long long i = 0; i < fits.Entries(); i++) {
+    EXPECT_LT(fits.Read(i, kelvo::FitPart::kScalars).fChi2X, 1e-12);
+    EXPECT_LT(fits.Read(i, kelvo::FitPart::kScalars).fChi2Y, 1e-12);
+  }
 }
 
 } // namespace
