@@ -1,5 +1,6 @@
 #include "draw/EnergyLoss.h"
 
+#include "draw/ParticleLine.h"
 #include "draw/Plot.h"
 #include "track/MaterialLoss.h"
 
@@ -36,11 +37,6 @@ const char* ColourOf(std::size_t i) {
   static const char* const colours[] = {colour::kBlue, colour::kVermillion, colour::kGreen,
                                         colour::kPurple};
   return colours[i % std::size(colours)];
-}
-
-Dash DashOf(const Particle& particle) {
-  if (particle.fPDG == 13) return Dash::kSolid;
-  return particle.fPDG == 211 ? Dash::kDashed : Dash::kLongDashed;
 }
 
 // Draws two plots of the same curves.
@@ -83,11 +79,14 @@ private:
     for (const Particle& particle : Particles())
       for (const EnergyLossCurve& curve : fCurves)
         if (curve.fParticle.fPDG == particle.fPDG) {
-          entries.push_back(
-              {LegendEntry::kLine, particle.fWord, colour::kText, {}, {"", 3, DashOf(particle)}});
+          entries.push_back({LegendEntry::kLine,
+                             particle.fWord,
+                             colour::kText,
+                             {},
+                             {"", 3, ParticleLine(particle.fPDG).fDash}});
           break;
         }
-    entries.push_back({LegendEntry::kMark, "least loss", colour::kText, Mark::kCircle});
+    entries.push_back({LegendEntry::kMark, "minimum loss", colour::kText, Mark::kCircle});
     return entries;
   }
 
@@ -114,7 +113,7 @@ private:
       std::vector<Point> points;
       for (const EnergyLossPoint& point : curve.fPoints) points.push_back({point.fT, point.*value});
       const char* colour = ColourOf(Index(curve));
-      plot.Line(points, {colour, 2, DashOf(curve.fParticle)});
+      plot.Line(points, {colour, 2, ParticleLine(curve.fParticle.fPDG).fDash});
       const EnergyLossPoint& minimum = curve.fPoints[curve.fMinimum];
       if (markMinimum) plot.Marks({{minimum.fT, minimum.*value}}, {Mark::kCircle, colour, 14});
     }

@@ -1,5 +1,6 @@
 #include "draw/ReportPlots.h"
 
+#include "draw/ParticleLine.h"
 #include "draw/Plot.h"
 #include "util/Particles.h"
 
@@ -21,20 +22,6 @@ constexpr double kBottom = kHeight - 64;
 
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
 const char* const kViewName[] = {"x view", "y view"};
-
-std::string HypothesisColour(int pdg) {
-  const Particle* particle = FindParticle(pdg);
-  if (!particle) return colour::kBlack;
-  return particle->fPDG == 13    ? colour::kBlue
-         : particle->fPDG == 211 ? colour::kVermillion
-                                 : colour::kGreen;
-}
-
-Dash HypothesisDash(int pdg) {
-  const Particle* particle = FindParticle(pdg);
-  if (!particle || particle->fPDG == 13) return Dash::kSolid;
-  return particle->fPDG == 211 ? Dash::kDashed : Dash::kLongDashed;
-}
 
 std::vector<Point> Outline(const Histogram& histogram) {
   std::vector<Point> points{{histogram.Low(), 0}};
@@ -209,19 +196,15 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
     if (!shown) continue;
     range = shown;
     max = std::max(max, shown->Max());
-    legend.push_back({LegendEntry::kLine,
-                      ParticleWord(hypothesis.fPDG),
-                      HypothesisColour(hypothesis.fPDG),
-                      {},
-                      {"", 2, HypothesisDash(hypothesis.fPDG)}});
+    const LineStyle line = ParticleLine(hypothesis.fPDG);
+    legend.push_back({LegendEntry::kLine, ParticleWord(hypothesis.fPDG), line.fColour, {}, line});
   }
   DrawLegend(picture, {12, 62}, kRight, legend);
   const Histogram none(0, 1, 1);
   Plot plot = CountPlot(picture, range ? *range : none, max, quantity, "tracks");
   for (const HypothesisReport& hypothesis : report.fHypotheses)
     if (const Histogram* shown = histogram(hypothesis))
-      plot.Line(Outline(*shown),
-                {HypothesisColour(hypothesis.fPDG), 2, HypothesisDash(hypothesis.fPDG)});
+      plot.Line(Outline(*shown), ParticleLine(hypothesis.fPDG));
   plot.DrawAxes();
   return picture;
 }
@@ -242,7 +225,7 @@ Picture DrawBestFractions(const ReportData& report) {
     picture.Box({left, y}, {right, y + kBar}, colour::kPaleGrey);
     if (fraction > 0)
       picture.Box({left, y}, {left + fraction * (right - left), y + kBar},
-                  HypothesisColour(hypothesis.fPDG));
+                  ParticleLine(hypothesis.fPDG).fColour);
     picture.Text({right + 14, base},
                  fmt::format(FMT_STRING("{:.1f} %  ({})"), 100 * fraction, hypothesis.fBest));
     y += kBar + kSpace;
