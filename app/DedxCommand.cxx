@@ -28,7 +28,7 @@ Examples:
       any material that 'kelvo materials' lists
   kelvo dedx PVC -o pvc.csv
       a finer table for other programs: kinetic energy T [GeV], momentum p [GeV/c], beta_gamma,
-      dedx [MeV/cm], range [cm], and least, which is 1 at the point of least loss
+      dedx [MeV/cm], range [cm], and min, which is 1 at the point of minimum loss
 The numbers are those that 'kelvo fit' ranges stopping particles out with.)";
 
 struct DedxArguments {
@@ -74,7 +74,7 @@ void Print(const std::vector<EnergyLossCurve>& curves) {
     for (std::size_t i = 0; i < curve.fPoints.size(); i++) {
       const EnergyLossPoint& point = curve.fPoints[i];
       std::printf("%12.5g %12.5g %12.5g %14.5g %12.5g%s\n", point.fT, point.fP, point.fBetaGamma,
-                  point.fLoss, point.fRange, i == curve.fMinimum ? "  least loss" : "");
+                  point.fLoss, point.fRange, i == curve.fMinimum ? "  minimum loss" : "");
     }
   }
 }
@@ -87,7 +87,7 @@ std::string CsvField(const std::string& name) {
 void WriteCsv(const std::vector<EnergyLossCurve>& curves, const std::string& name) {
   PendingFile file(name);
   std::ofstream out(file.Partial());
-  out << "material,particle,T,p,beta_gamma,dedx,range,least\n";
+  out << "material,particle,T,p,beta_gamma,dedx,range,min\n";
   out.precision(8);
   for (const EnergyLossCurve& curve : curves)
     for (std::size_t i = 0; i < curve.fPoints.size(); i++) {

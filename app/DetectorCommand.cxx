@@ -93,7 +93,7 @@ std::string RadLenText(const TGeoMaterial& material) {
 
 void PrintMaterials(const geo::PlaneDetector& detector) {
   const geo::MaterialBudget budget = geo::FindMaterialBudget(detector, 1);
-  std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "share",
+  std::printf("\n%-20s %10s %10s %10s %10s\n", "materials along z", "X0 [cm]", "cm", "fraction",
               "rad. len.");
   double length = 0;
   double radLengths = 0;

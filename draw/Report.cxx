@@ -184,7 +184,8 @@ private:
 
   void AddSummary() {
     Section("summary", "Summary");
-    fHtml += "<div class=\"wide\"><table>\n<tr><th>tracks</th><th>number</th><th>share</th></tr>\n";
+    fHtml +=
+        "<div class=\"wide\"><table>\n<tr><th>tracks</th><th>number</th><th>fraction</th></tr>\n";
     AddCount("read", fReport.fTracks);
     AddCount("fitted", fReport.fFitted);
     for (const auto& [status, failure] : fReport.fFailures)

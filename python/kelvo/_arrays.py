@@ -55,9 +55,9 @@ def number(name: str, value: Any) -> float:
     return float(value)
 
 
-def count(name: str, value: Any, least: int = 0) -> int:
-    if not isinstance(value, (int, np.integer)) or isinstance(value, bool) or value < least:
-        raise Error(f"{name} is {value!r}; it must be a whole number of at least {least}")
+def count(name: str, value: Any, minimum: int = 0) -> int:
+    if not isinstance(value, (int, np.integer)) or isinstance(value, bool) or value < minimum:
+        raise Error(f"{name} is {value!r}; it must be a whole number of at least {minimum}")
     return int(value)
 
 

@@ -257,7 +257,7 @@ class ScatteringSurfaces:
         """pdg: 13 muon, 211 charged pion, 2212 proton; limits of a step: length [cm], thickness
         [radiation lengths], product of scattering width and length [rad cm]."""
         codes = pdg_codes().values()
-        if abs(count("pdg", pdg, least=-max(codes))) not in codes:
+        if abs(count("pdg", pdg, minimum=-max(codes))) not in codes:
             raise Error(f"pdg is {pdg}; it must be {cpp().ParticleCodes()}")
         limits = number("max_ds", max_ds), number("max_dx0", max_dx0), number("max_dt", max_dt)
         self._cpp: Any = cpp().ScatteringSurfaces(pdg, *limits)

@@ -595,10 +595,10 @@ TEST_F(Command, ShowsEnergyLossAsTableCsvAndPicture) {
   const Outcome table = Run("dedx Steel --particle mu");
   EXPECT_EQ(table.fStatus, 0);
   EXPECT_TRUE(Contains(table.fOut, "muon in Steel\n"));
-  EXPECT_TRUE(Contains(table.fOut, "  least loss\n"));
+  EXPECT_TRUE(Contains(table.fOut, "  minimum loss\n"));
   EXPECT_EQ(Run("dedx Steel PVC -o loss.csv").fStatus, 0);
   const std::string csv = fFolder.Read("loss.csv");
-  EXPECT_EQ(csv.rfind("material,particle,T,p,beta_gamma,dedx,range,least\nSteel,mu,0.001,", 0), 0u);
+  EXPECT_EQ(csv.rfind("material,particle,T,p,beta_gamma,dedx,range,min\nSteel,mu,0.001,", 0), 0u);
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + 2 * 3 * (7 * 20 + 1 + 1));
   EXPECT_EQ(Run("dedx Steel PVC -o loss.svg").fStatus, 0);
   EXPECT_TRUE(Contains(Run("dedx Lead Water --particle p").fOut, "proton in Water\n"));

@@ -331,7 +331,7 @@ TEST(EnergyLoss, IsTheInverseSlopeOfTheRange) {
 }
 
 // The tables depend on beta gamma alone, so that ranges of equal beta gamma are as the masses, up
-// to the share of radiation, which is below a percent here.
+// to the fraction of radiation, which is below a percent here.
 TEST(EnergyLoss, ScalesWithTheMass) {
   const kelvo::Particle& muon = kelvo::Particles()[0];
   const kelvo::Particle& proton = kelvo::Particles()[2];
@@ -350,10 +350,10 @@ TEST(EnergyLoss, ScalesWithTheMass) {
 // passage of particles through matter).
 TEST(EnergyLoss, IsLeastWhereTheLiteratureHasIt) {
   const auto curve = kelvo::FindEnergyLoss("Steel", kelvo::Particles()[0], Energies());
-  const auto& least = curve.fPoints[curve.fMinimum];
-  EXPECT_NEAR(least.fBetaGamma, 3.5, 0.5);
-  EXPECT_NEAR(least.fLoss, 1.451 * 7.87, 0.01 * least.fLoss);
-  for (const auto& point : curve.fPoints) EXPECT_GE(point.fLoss, least.fLoss);
+  const auto& min = curve.fPoints[curve.fMinimum];
+  EXPECT_NEAR(min.fBetaGamma, 3.5, 0.5);
+  EXPECT_NEAR(min.fLoss, 1.451 * 7.87, 0.01 * min.fLoss);
+  for (const auto& point : curve.fPoints) EXPECT_GE(point.fLoss, min.fLoss);
 }
 
 TEST(EnergyLoss, IsDrawnWithEveryMinimumMarked) {

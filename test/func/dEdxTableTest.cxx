@@ -155,11 +155,11 @@ TEST(dEdxTable, EqualsThePlainLookupToTheLastBit) {
 
 TEST(dEdxTable, EqualsThePlainLookupAtTheLimitsOfNumbers) {
   const double infinity = std::numeric_limits<double>::infinity();
-  const double least = std::numeric_limits<double>::denorm_min();
-  const double largest = std::numeric_limits<double>::max();
+  const double min = std::numeric_limits<double>::denorm_min();
+  const double max = std::numeric_limits<double>::max();
   for (const char* name : kMaterials)
-    for (double T : {0.0, least, 0x1p-17, 0x1p14, largest, infinity, -1.0, -infinity})
-      for (double M : {0.0, least, kMuon, 1.0, largest, infinity, -kMuon}) {
+    for (double T : {0.0, min, 0x1p-17, 0x1p14, max, infinity, -1.0, -infinity})
+      for (double M : {0.0, min, kMuon, 1.0, max, infinity, -kMuon}) {
         const double value = dEdxTable(name)(T, M);
         const double expected = plain::dEdx(Tables().at(name), T, M);
         if (std::isnan(expected))

@@ -27,7 +27,7 @@ using kelvo::SimulatedTrack;
 using kelvo::SimulateFile;
 using kelvo::SimulationFileOptions;
 
-constexpr int kTracks = 150; // more than two threads' first share
+constexpr int kTracks = 150; // more than two threads' first blocks
 
 const geo::PlaneDetector& Detector() {
   static const auto detector =

@@ -170,8 +170,8 @@ public:
       const Real z = static_cast<Real>(problem.z[i]);
       const std::size_t right = static_cast<std::size_t>(
           std::lower_bound(knot.begin() + 1, knot.end() - 1, z) - knot.begin());
-      const Real share = (z - knot[right - 1]) / (knot[right] - knot[right - 1]);
-      a.Add({1 - share, share}, right - 1, DenseFit::Weight(problem.sigx[i]),
+      const Real fraction = (z - knot[right - 1]) / (knot[right] - knot[right - 1]);
+      a.Add({1 - fraction, fraction}, right - 1, DenseFit::Weight(problem.sigx[i]),
             static_cast<Real>(problem.x[i]));
     }
     for (std::size_t k = 1; k + 1 < size; k++) {
