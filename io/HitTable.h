@@ -23,10 +23,13 @@ public:
   /// @param value receives the number of the current entry; must outlive the table
   virtual void BindNumber(const std::string& column, long long& value) = 0;
 
-  /// Makes a column known before the first entry is read: numbers of any type, or texts, which come
-  /// as the code of their one character, -1 for others.
+  /// Makes a column known before the first entry is read: numbers of any type.
   /// @param values receives those of the current entry; must outlive the table
-  virtual void BindVector(const std::string& column, std::vector<double>& values) = 0;
+  virtual void BindNumbers(const std::string& column, std::vector<double>& values) = 0;
+
+  /// As above, but for numbers or texts, which come as the code of their one character, -1 for
+  /// others.
+  virtual void BindViews(const std::string& column, std::vector<double>& values) = 0;
 
   /// Reads an entry into all that is bound.
   virtual void Read(long long entry) = 0;

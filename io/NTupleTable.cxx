@@ -37,21 +37,24 @@ public:
                        [&value](std::int64_t number) { value = number; });
   }
 
-  void BindVector(const std::string& column, std::vector<double>& values) override {
-    const char* complaint = "is not a vector of numbers";
+  void BindViews(const std::string& column, std::vector<double>& values) override {
+    if (TypeOf(column).find("string") == std::string::npos) return BindNumbers(column, values);
+    Bind<std::vector<std::string>>(column, kNoNumbers, [&values](const auto& texts) {
+      values.clear();
+      for (const std::string& text : texts) values.push_back(CharacterCode(text));
+    });
+  }
+
+  void BindNumbers(const std::string& column, std::vector<double>& values) override {
     const std::string type = TypeOf(column);
-    if (type.find("string") != std::string::npos)
-      Bind<std::vector<std::string>>(column, complaint, [&values](const auto& texts) {
-        values.clear();
-        for (const std::string& text : texts) values.push_back(CharacterCode(text));
-      });
-    else if (type.find("double") != std::string::npos || type.find("float") != std::string::npos)
-      Bind<std::vector<double>>(column, complaint, [&values](const auto& all) { values = all; });
+    if (type.find("double") != std::string::npos || type.find("float") != std::string::npos)
+      Bind<std::vector<double>>(column, kNoNumbers, [&values](const auto& all) { values = all; });
     else if (type.find("char") != std::string::npos)
-      Bind<std::vector<char>>(
-          column, complaint, [&values](const auto& all) { values.assign(all.begin(), all.end()); });
+      Bind<std::vector<char>>(column, kNoNumbers, [&values](const auto& all) {
+        values.assign(all.begin(), all.end());
+      });
     else
-      Bind<std::vector<std::int64_t>>(column, complaint, [&values](const auto& all) {
+      Bind<std::vector<std::int64_t>>(column, kNoNumbers, [&values](const auto& all) {
         values.clear();
         for (const std::int64_t number : all) values.push_back(static_cast<double>(number));
       });
@@ -66,6 +69,8 @@ public:
   }
 
 private:
+  static constexpr const char* kNoNumbers = "is not a vector of numbers";
+
   std::string TypeOf(const std::string& column) const {
     const auto& descriptor = fReader->GetDescriptor();
     return descriptor.GetFieldDescriptor(descriptor.FindFieldId(column)).GetTypeName();

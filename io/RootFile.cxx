@@ -9,11 +9,31 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 namespace kelvo {
 
 namespace {
+
+std::uint64_t BigEndian(const char* bytes, std::size_t size) {
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < size; i++) value = value << 8 | static_cast<unsigned char>(bytes[i]);
+  return value;
+}
+
+/// Whether there is a record behind the end of a file, as a program leaves it that went on after it
+/// had saved the file and never closed it. A record tells its own place (ROOT's reference of TKey),
+/// which other bytes there do not.
+bool HasRecordBehindEnd(TFile& file) {
+  constexpr std::uint64_t kLargeFile = 1000; // versions above have places of 8 bytes
+  char head[26];
+  const Long64_t end = file.GetEND();
+  const bool isThere = file.GetSize() >= end + static_cast<Long64_t>(sizeof head);
+  if (!isThere || file.ReadBuffer(head, end, sizeof head)) return false;
+  const std::size_t size = BigEndian(head + 4, 2) > kLargeFile ? 8 : 4;
+  return BigEndian(head + 18, size) == static_cast<std::uint64_t>(end);
+}
 
 /// A file whose path stays good: tables are read through it, too.
 class InputFile final : private OpenPath, public TFile {
@@ -40,6 +60,10 @@ std::unique_ptr<TFile> OpenRootFile(const std::string& name) {
   const TDirectory::TContext restore;
   auto file = std::make_unique<InputFile>(name);
   if (file->IsZombie()) throw FileError(name + ": is damaged and cannot be read");
+  if (file->TestBit(TFile::kRecovered) || HasRecordBehindEnd(*file))
+    throw FileError(name +
+                    ": was not closed by the program that wrote it, and the last entries are "
+                    "missing; ROOT's \"hadd saved.root FILE\" saves those that are there");
   file->SetName(name.c_str()); // for messages
   return file;
 }

@@ -30,7 +30,7 @@ private:
 
 /// Opens a ROOT file to read, literally of this name. Give what is returned to others, not the
 /// name: RNTupleReader::Open(*file->Get<ROOT::RNTuple>("hits")).
-/// @throw FileError where the file cannot be opened or is none of ROOT
+/// @throw FileError where the file cannot be opened, is none of ROOT or was never closed
 std::unique_ptr<TFile> OpenRootFile(const std::string& name);
 
 /// A ROOT file to be written, literally under the name of a pending file.

@@ -54,7 +54,7 @@ public:
     fColumns = HitColumns(place, fTable->Columns(), options.fColumns);
     fTable->BindNumber(fColumns.Name(kHitTrack), fTrack);
     for (std::size_t c = 0; c < kHitColumns; c++)
-      if (c != kHitTrack && Has(c)) fTable->BindVector(fColumns.Name(Column(c)), fValues[c]);
+      if (c != kHitTrack && Has(c)) Bind(Column(c));
     fEntries = fTable->Entries();
   }
 
@@ -81,6 +81,13 @@ public:
 private:
   static HitColumn Column(std::size_t c) { return static_cast<HitColumn>(c); }
   bool Has(std::size_t c) const { return fColumns.Has(Column(c)); }
+
+  void Bind(HitColumn column) {
+    if (column == kHitView)
+      fTable->BindViews(fColumns.Name(column), fValues[column]);
+    else
+      fTable->BindNumbers(fColumns.Name(column), fValues[column]);
+  }
 
   std::string fFile;
   std::unique_ptr<TFile> fRootFile;

@@ -13,6 +13,9 @@
 #include <TVirtualCollectionProxy.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <type_traits>
+
 namespace kelvo {
 
 namespace {
@@ -39,14 +42,16 @@ public:
           fmt::format(FMT_STRING("{}, column {}: is not a whole number"), fPlace, column));
   }
 
-  void BindVector(const std::string& column, std::vector<double>& values) override {
+  void BindViews(const std::string& column, std::vector<double>& values) override {
     const auto [type, collection] = TypeOf(column);
-    if (collection && collection->GetValueClass() &&
-        collection->GetValueClass() == TClass::GetClass("string")) {
-      Bind<std::string>(column, values,
-                        [](const std::string& text) { return CharacterCode(text); });
-      return;
-    }
+    const bool isText = collection && collection->GetValueClass() &&
+                        collection->GetValueClass() == TClass::GetClass("string");
+    if (!isText) return BindNumbers(column, values);
+    Bind<std::string>(column, values, [](const std::string& text) { return CharacterCode(text); });
+  }
+
+  void BindNumbers(const std::string& column, std::vector<double>& values) override {
+    const auto [type, collection] = TypeOf(column);
     const bool isVector = collection || IsArray(column);
     const bool known =
         isVector && WithType(type, [&](auto zero) {
@@ -78,21 +83,36 @@ private:
   bool IsArray(const std::string& column) const {
     const auto* leaf =
         static_cast<TLeaf*>(fTree.GetBranch(column.c_str())->GetListOfLeaves()->First());
-    return leaf && (leaf->GetLeafCount() || leaf->GetLenStatic() > 1);
+    const std::string title = leaf ? leaf->GetTitle() : ""; // such as u[n]
+    return std::count(title.begin(), title.end(), '[') == 1;
   }
 
   template <typename T>
   void BindNumberAs(T, const std::string& column, long long& value) {
     auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, column.c_str());
     // NOLINTNEXTLINE(bugprone-signed-char-misuse): a column of signed char holds numbers
-    fFetches.emplace_back([reader, &value] { value = static_cast<long long>(**reader); });
+    fFetches.emplace_back([this, reader, column, &value] {
+      const T* number = reader->Get();
+      if (!number) Damaged(column);
+      value = static_cast<long long>(*number);
+      if (std::is_unsigned_v<T> && value < 0)
+        throw FileError(fmt::format(
+            FMT_STRING("{}, column {}, entry {}: {} is not a whole number of 64 bits with sign"),
+            fPlace, column, fReader.GetCurrentEntry(), *number));
+    });
+  }
+
+  [[noreturn]] void Damaged(const std::string& column) const {
+    throw FileError(fmt::format(FMT_STRING("{}, column {}, entry {}: cannot be read"), fPlace,
+                                column, fReader.GetCurrentEntry()));
   }
 
   template <typename T, typename Convert>
   void Bind(const std::string& column, std::vector<double>& values, Convert convert) {
     auto reader = std::make_shared<TTreeReaderArray<T>>(fReader, column.c_str());
-    fFetches.emplace_back([reader, &values, convert] {
+    fFetches.emplace_back([this, reader, column, &values, convert] {
       values.clear();
+      if (reader->GetSetupStatus() < 0) Damaged(column);
       for (const T& value : *reader) values.push_back(convert(value));
     });
   }

@@ -262,6 +262,83 @@ TEST(RootHits, SaysWhatIsWrongWithAnEntry) {
   EXPECT_TRUE(tracks[4].Good());
 }
 
+/// Writes one entry, whose column u is what the caller makes of it.
+std::string WriteEntry(const std::string& file, const std::function<void(TTree&)>& addU,
+                       unsigned long long track = 7) {
+  TFile out(file.c_str(), "RECREATE");
+  auto* tree = new TTree("hits", "");
+  std::vector<double> z{1, 2}, sigu{0.25, 0.25};
+  std::vector<int> view{0, 1};
+  tree->Branch("track", &track);
+  tree->Branch("z", &z);
+  tree->Branch("sigu", &sigu);
+  tree->Branch("view", &view);
+  addU(*tree);
+  out.Write();
+  return file;
+}
+
+TEST(RootHits, RefusesTextsWhereNumbersBelong) {
+  const test::TempFolder folder;
+  const std::string file = WriteEntry(folder.Path("texts.root"), [](TTree& tree) {
+    std::vector<std::string> u{"1", "2"};
+    tree.Branch("u", &u);
+    tree.Fill();
+  });
+  EXPECT_EQ(ErrorOf(file), file + ", hits, column u: is not a vector of numbers");
+}
+
+TEST(RootHits, RefusesArraysOfTwoDimensions) {
+  const test::TempFolder folder;
+  const std::string fixed = WriteEntry(folder.Path("fixed.root"), [](TTree& tree) {
+    double u[2][1] = {{1}, {2}};
+    tree.Branch("u", u, "u[2][1]/D");
+    tree.Fill();
+  });
+  EXPECT_EQ(ErrorOf(fixed), fixed + ", hits, column u: is not a vector of numbers");
+  const std::string counted = WriteEntry(folder.Path("counted.root"), [](TTree& tree) {
+    int n = 1;
+    double u[1][2] = {{1, 2}};
+    tree.Branch("n", &n);
+    tree.Branch("u", u, "u[n][2]/D");
+    tree.Fill();
+  });
+  EXPECT_EQ(ErrorOf(counted), counted + ", hits, column u: is not a vector of numbers");
+}
+
+TEST(RootHits, RefusesTrackNumbersThatAreTooLarge) {
+  const test::TempFolder folder;
+  const auto addU = [](TTree& tree) {
+    std::vector<double> u{1, 2};
+    tree.Branch("u", &u);
+    tree.Fill();
+  };
+  const auto max = static_cast<unsigned long long>(std::numeric_limits<long long>::max());
+  EXPECT_EQ(ReadAll(WriteEntry(folder.Path("max.root"), addU, max)).at(0).fTrack,
+            std::numeric_limits<long long>::max());
+  const std::string file = WriteEntry(folder.Path("more.root"), addU, max + 1);
+  EXPECT_EQ(ErrorOf(file), file +
+                               ", hits, column track, entry 0: 9223372036854775808 is not a whole "
+                               "number of 64 bits with sign");
+}
+
+TEST(RootHits, RefusesAFileThatWasNeverClosed) {
+  const test::TempFolder folder;
+  const std::string file = folder.Path("open.root");
+  TFile out(file.c_str(), "RECREATE");
+  auto* tree = new TTree("hits", "");
+  int track = 1;
+  tree->Branch("track", &track);
+  for (int i = 0; i < 10; i++) tree->Fill();
+  tree->AutoSave("SaveSelf");
+  for (int i = 0; i < 10; i++) tree->Fill();
+  tree->FlushBaskets();
+  out.Flush();
+  const std::string copy = folder.Write("copy.root", folder.Read("open.root"));
+  const std::string error = ErrorOf(copy);
+  EXPECT_EQ(error.find(copy + ": was not closed by the program that wrote it"), 0u) << error;
+}
+
 TEST(RootHits, RefusesADamagedFile) {
   const test::TempFolder folder;
   const std::string file = folder.Write("hits.root", "root" + std::string(1000, '\0'));
