@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,13 +26,17 @@ public:
   using Worker = std::function<Output(Input&)>;
 
   /// @param next    gives the inputs, false at the end; called by one thread at a time
-  /// @param workers one for each thread, the calling one included; at least one
+  /// @param workers one for each thread, the calling one included; at least one. Where the system
+  ///                does not allow so many threads, the last ones have nothing to do.
   OrderedWork(Source next, std::vector<Worker> workers)
       : fNext(std::move(next)),
         fWorkers(std::move(workers)),
         fMaxAhead(kAheadPerThread * fWorkers.size()) {
-    for (std::size_t i = 1; i < fWorkers.size(); i++)
-      fThreads.emplace_back([this, i] { Work(fWorkers[i]); });
+    for (std::size_t i = 1; i < fWorkers.size(); i++) try {
+        fThreads.emplace_back([this, i] { Work(fWorkers[i]); });
+      } catch (const std::system_error&) {
+        return; // as many threads as there may be do it, too
+      }
   }
 
   /// Waits for what is being worked on.

@@ -6,6 +6,7 @@
 #include "track/TrackChain.h"
 #include "util/Particles.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace kelvo {
@@ -14,9 +15,12 @@ namespace {
 void CheckOptions(const TrackFitOptions& o) {
   if (o.fHypotheses.empty())
     throw std::invalid_argument("fHypotheses is empty; name one or more of " + ParticleCodes());
-  for (int pdg : o.fHypotheses)
+  for (int pdg : o.fHypotheses) {
     CheckOption(FindParticle(pdg), "a code in fHypotheses", pdg,
                 ParticleCodes() + ", of either sign");
+    if (std::count(o.fHypotheses.begin(), o.fHypotheses.end(), pdg) > 1)
+      throw std::invalid_argument("fHypotheses names " + std::to_string(pdg) + " more than once");
+  }
   CheckOption(o.fScatteringFactor > 0 && o.fScatteringFactor <= 100, "fScatteringFactor",
               o.fScatteringFactor, "above 0 and at most 100");
   CheckOption(o.fBeyondLastHit >= 0 && o.fBeyondLastHit <= 100, "fBeyondLastHit", o.fBeyondLastHit,

@@ -55,9 +55,10 @@ def number(name: str, value: Any) -> float:
     return float(value)
 
 
-def count(name: str, value: Any, minimum: int = 0) -> int:
-    if not isinstance(value, (int, np.integer)) or isinstance(value, bool) or value < minimum:
-        raise Error(f"{name} is {value!r}; it must be a whole number of at least {minimum}")
+def count(name: str, value: Any, minimum: int = 0, maximum: int = 2**31 - 1) -> int:
+    is_whole = isinstance(value, (int, np.integer)) and not isinstance(value, bool)
+    if not is_whole or not minimum <= value <= maximum:
+        raise Error(f"{name} is {value!r}; it must be a whole number from {minimum} to {maximum}")
     return int(value)
 
 

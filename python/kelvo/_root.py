@@ -44,6 +44,14 @@ def _load(root_module: Any, library: str) -> None:
         raise Error(f"{path} cannot be loaded; was kelvo built with another ROOT?")
 
 
+class NotCopied:
+    """An object of C++ that Python cannot copy: trying would end the interpreter."""
+
+    def __reduce_ex__(self, protocol: object) -> Any:
+        name = type(self).__name__
+        raise Error(f"a {name} cannot be copied or pickled; make another one where it is needed")
+
+
 def cpp() -> Any:
     """Returns the namespace kelvo of C++."""
     return root().kelvo

@@ -11,7 +11,7 @@ import numpy.typing as npt
 from ._arrays import Floats
 from ._columns import views
 from ._root import call, cpp
-from .detector import DetectorLike, cpp_detector
+from .detector import DetectorLike, PlaneDetector, cpp_detector
 from .errors import Error
 from .hits import HitList3D
 from .options import TrackFitOptions
@@ -97,6 +97,11 @@ class TrackFitter:
         self._options = options
         made = options._to_cpp()
         self._cpp: Any = call(cpp().ArrayCalls.MakeFitter, self._detector.Geometry(), made)
+
+    def __reduce__(self) -> tuple[type[TrackFitter], tuple[PlaneDetector, TrackFitOptions]]:
+        if not self._detector.Planes():
+            raise Error("a TrackFitter in a geometry of ROOT's cannot be copied or pickled")
+        return type(self), (PlaneDetector(str(self._detector.Text())), self._options)
 
     def Options(self) -> TrackFitOptions:
         return self._options

@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import enum
+import os
 from typing import Any, NamedTuple
 
 import numpy as np
 
 from ._arrays import Floats, FloatOrFloats, all_or_one, count, each, floats, index, number, output
-from ._root import call, cpp
+from ._root import NotCopied, call, cpp
 from .errors import Error, ErrorCode
 
 _SAYS = {
@@ -59,7 +60,7 @@ class KinkResidual(NamedTuple):
     chi2: Floats  #: contribution to chi-square
 
 
-class _LineFitClass:
+class _LineFitClass(NotCopied):
     """What Lutz and KinkSmoother have in common. Lengths in cm, angles in rad."""
 
     def __init__(self, nmeas: int, nscat: int) -> None:
@@ -154,6 +155,15 @@ class _LineFitClass:
         return view.reshape(n, n).copy()
 
 
+def _check_memory(needed: int) -> None:
+    there = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
+    if needed > there:
+        raise Error(
+            f"the matrix of so many scattering planes needs {needed / 1e9:.0f} GB, and this machine "
+            f"has {there / 1e9:.0f}; KinkSmoother solves the same problem without"
+        )
+
+
 class Lutz(_LineFitClass):
     """Least-squares fit of one view with a kink at each scattering plane (G. Lutz, Nucl. Instr.
     Meth. A 273 (1988) 349), by one dense matrix: time grows as n m^2 + m^3.
@@ -167,7 +177,7 @@ class Lutz(_LineFitClass):
     @staticmethod
     def _check_sizes(nmeas: int, nscat: int) -> None:
         if count("nmeas", nmeas) > count("nscat", nscat):
-            return
+            return _check_memory((nscat + 2) ** 2 * np.dtype(np.float64).itemsize)
         raise Error(
             f"there are {nmeas} measurements and {nscat} scattering planes; this fit needs more "
             "measurements than planes",

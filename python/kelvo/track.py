@@ -8,7 +8,7 @@ import numpy as np
 
 from ._arrays import Floats, FloatOrFloats, count, each, floats, index, is_number, number, output
 from ._particles import pdg_codes
-from ._root import call, cpp, root
+from ._root import NotCopied, call, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, ErrorCode
 
@@ -28,7 +28,7 @@ def _components(v: Any) -> Floats:
     return np.array([v.X(), v.Y(), v.Z()])
 
 
-class TrackBasis:
+class TrackBasis(NotCopied):
     """Right-handed Cartesian frame along a track; the third axis runs along it. Lengths in cm."""
 
     def __init__(self) -> None:
@@ -115,7 +115,7 @@ def _kinematics(name: str, values: FloatOrFloats, write: Any) -> Kinematics:
     return Kinematics(*(out.tolist() if out.ndim == 1 else out))
 
 
-class Path:
+class Path(NotCopied):
     """The path of one track through a detector: a polyline from its start to the point where the
     particle stops. Path coordinates s and lengths in cm, energies in GeV.
 
@@ -222,7 +222,11 @@ class dEdxTable:
 
     def __init__(self, material: str) -> None:
         _check_material(material)
+        self._material = material
         self._cpp: Any = cpp().dEdxTable(material)
+
+    def __reduce__(self) -> tuple[type[dEdxTable], tuple[str]]:
+        return type(self), (self._material,)
 
     def __call__(self, T: FloatOrFloats, M: float) -> Any:
         """Returns the loss [GeV/cm] at one kinetic energy or an array of them, for a mass M
@@ -245,7 +249,7 @@ class dEdxTable:
         return isinstance(material, str) and bool(cpp().HasTable(material))
 
 
-class ScatteringSurfaces:
+class ScatteringSurfaces(NotCopied):
     """The scattering planes of one track and how wide each of them scatters.
 
         surfaces = kelvo.ScatteringSurfaces(13, max_ds=30, max_dx0=3, max_dt=0.3)

@@ -89,9 +89,9 @@ def fit_tracks(
         raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
     options = cpp().FitRunOptions()
     options.fFit = TrackFitOptions(**fit_options)._to_cpp()
-    options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1)
+    options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1, 1024)
     options.fScalarsOnly = not vectors
-    options.fLimit = count("limit", limit)
+    options.fLimit = count("limit", limit, maximum=2**63 - 1)
     source = _source(hits, dict(columns or {}), tree)
     table = call(cpp().FitTable, cpp_detector(detector), source.cpp, options)
     try:
@@ -188,6 +188,11 @@ def _track_numbers(name: str, values: Any) -> Any:
         raise Error(
             f"column {name} is {values.dtype}; track numbers are whole numbers without gaps: "
             f'hits["{name}"].astype("int64")'
+        )
+    if values.dtype.kind == "u" and len(values) and int(values.max()) > np.iinfo(np.int64).max:
+        raise Error(
+            f"column {name} has {int(values.max())}; track numbers are whole numbers of 64 bits "
+            "with sign"
         )
     return np.ascontiguousarray(values, np.int64)
 

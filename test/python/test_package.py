@@ -2,6 +2,7 @@
 
 import dataclasses
 import inspect
+import copy
 import pickle
 import re
 import sys
@@ -307,11 +308,29 @@ def test_options_and_results_travel_between_processes(track):
     assert (str(error), error.code, error.value) == ("no", 5, 1.0)
 
 
+def test_every_object_can_be_copied_or_says_that_it_cannot(track):
+    fitter = kelvo.TrackFitter(DETECTOR, kelvo.TrackFitOptions(beyond_last_hit=0.4))
+    table = kelvo.dEdxTable("Steel")
+    for again in (copy.copy, copy.deepcopy, lambda x: pickle.loads(pickle.dumps(x))):
+        assert again(fitter).Fit(track).best.p == fitter.Fit(track).best.p
+        assert again(table)(0.5, 0.1) == table(0.5, 0.1)
+        for other in (kelvo.Lutz(3, 1), kelvo.KinkSmoother(3, 1), kelvo.TrackBasis(),
+                      kelvo.ScatteringSurfaces(13, 30, 3, 0.3),
+                      kelvo.Path(DETECTOR, np.array([[0.0, 0, 0], [0, 0, 1]]))):
+            with pytest.raises(kelvo.Error, match="cannot be copied or pickled"):
+                again(other)
+
+
 def fit33():
     return kelvo.Lutz(3, 1)
 
 
 THREE = np.ones(3)
+
+def test_a_problem_larger_than_the_memory_is_refused():
+    with pytest.raises(kelvo.Error, match=r"needs \d+ GB, and this machine has \d+"):
+        kelvo.Lutz(2_000_000, 1_000_000)
+
 
 # What a user does wrong, and what they read: code, value, sentence.
 MISTAKES = [
@@ -342,7 +361,11 @@ MISTAKES = [
      "the width of a scattering angle is 0 rad; it must be above 0"),
     (lambda: kelvo.Lutz(2, 2), 3, 0,
      "there are 2 measurements and 2 scattering planes; this fit needs more measurements than planes"),
-    (lambda: kelvo.Lutz(2.5, 2), None, None, "nmeas is 2.5; it must be a whole number of at least 0"),
+    (lambda: kelvo.Lutz(2**31, 0), None, None,
+     "nmeas is 2147483648; it must be a whole number from 0 to 2147483647"),
+    (lambda: kelvo.KinkSmoother(2**32 + 5, 0), None, None,
+     "nmeas is 4294967301; it must be a whole number from 0 to 2147483647"),
+    (lambda: kelvo.Lutz(2.5, 2), None, None, "nmeas is 2.5; it must be a whole number from 0 to 2147483647"),
     (lambda: kelvo.KinkSmoother(3, 1).SetWeightFactor(0, 2), 4, 0, "factor is 2; it must be from 0 to 1"),
     (lambda: kelvo.HitList3D(np.array([0, 2]), np.ones(2), np.ones(2), np.ones(2)), None, None,
      "view[1] is 2; it must be 0 (X) or 1 (Y)"),
