@@ -63,9 +63,11 @@ inline std::string Place(const std::string& file, const toml::source_position& a
   return fmt::format(FMT_STRING("{}:{}:{}: "), file, at.line, at.column);
 }
 
-/// Refuses characters outside of ASCII but in comments and texts, where alone TOML allows them:
-/// toml++ 3.3 has undefined behaviour on them elsewhere. So that comments and texts are told apart
-/// in a few lines, a text must be on one line.
+/// Refuses what toml++ 3.3 cannot be given, which are no mistakes that people make: characters
+/// outside of ASCII other than in comments and texts, where alone TOML allows them, and quotation
+/// marks within a word (undefined behaviour), a comment for the name of a table (assertion), and
+/// keys of very many parts (overflow of the stack). So that comments and texts are told apart in a
+/// few lines, a text must be on one line.
 class CharacterCheck {
 public:
   CharacterCheck(const std::string& text, const std::string& file) : fText(text), fFile(file) {}
@@ -89,6 +91,9 @@ public:
 private:
   void NextLine() {
     fOpen = 0;
+    fDots = 0;
+    fIsHeader = false;
+    fIsLineEmpty = true;
     fAt.line++;
     fAt.column = 0;
   }
@@ -103,10 +108,30 @@ private:
   void Outside(char c) {
     if (c & 0x80)
       Fail("a character outside of ASCII may only be in a comment or between quotation marks");
+    CheckNesting(c);
     if (c != '#' && c != '"' && c != '\'') return;
+    if (c == '#' && fIsHeader) Fail("expected the name of a table, found a comment");
+    if (c != '#' && fI > 0 && IsOfWord(fText[fI - 1]))
+      Fail("a quotation mark may only be where a text or a key begins");
     fOpen = c;
     if (c != '#' && fText.compare(fI, 3, std::string(3, c)) == 0)
       Fail("expected a text on one line, found three quotation marks");
+  }
+
+  static bool IsOfWord(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+           c == '-' || c == '+';
+  }
+
+  void CheckNesting(char c) {
+    constexpr int kMaxParts = 32;
+    if (c == '.' && ++fDots >= kMaxParts) Fail("a key has more than 32 parts");
+    if (c == '[' || c == '{' || c == ']' || c == '}' || c == ',' || c == '=') fDots = 0;
+    if (c == ' ' || c == '\t' || c == '\r' || c == '#') return;
+    fIsHeader = c == '[' && (fIsHeader || (fIsLineEmpty && fDepth == 0));
+    fIsLineEmpty = false;
+    if (c == '[') fDepth++;
+    if (c == ']') fDepth = std::max(0, fDepth - 1);
   }
 
   [[noreturn]] void Fail(const std::string& message) const {
@@ -118,6 +143,10 @@ private:
   std::size_t fI = 0;
   toml::source_position fAt{1, 0};
   char fOpen = 0; // the quotation mark or # that is open, 0: none
+  int fDots = 0;  // of the key or number at hand
+  int fDepth = 0; // of square brackets
+  bool fIsLineEmpty = true;
+  bool fIsHeader = false; // behind the bracket before a table's name
 };
 
 /// A table of the file, and how to read its fields: each function throws a DetectorError that tells

@@ -218,6 +218,24 @@ TEST(DetectorFile, RefusesOtherCharactersElsewhere) {
   EXPECT_EQ(Message("\"test\"", "'''test'''"), lines);
 }
 
+TEST(DetectorFile, RefusesWhatTheParserCannotBeGiven) {
+  EXPECT_EQ(Message("density = 0.9", "density = 0.9\"\u00e9\""),
+            "test.toml:6:14: a quotation mark may only be where a text or a key begins");
+  EXPECT_EQ(Message("density = 0.9", " [ #"),
+            "test.toml:6:4: expected the name of a table, found a comment");
+  std::string deep = "a";
+  for (int i = 0; i < 100000; i++) deep += i % 2 ? " . a" : ".\"b\"";
+  EXPECT_NE(Message("density = 0.9", deep + " = 1").find(": a key has more than 32 parts"),
+            std::string::npos);
+}
+
+TEST(DetectorFile, TakesCommentsInArraysAndQuotedKeys) {
+  const std::string text = Exchanged("density = 0.9", "\"density\" = 0.9");
+  EXPECT_NO_THROW(PlaneDetector::FromText(text, "test.toml"));
+  EXPECT_EQ(Message("density = 0.9", "density = [ # one\n[ # two\n1.0, 2.0 ] ]").find("TOML"),
+            std::string::npos);
+}
+
 TEST(DetectorFile, TellsWhatIsMissing) {
   EXPECT_EQ(MessageOf(""),
             "test.toml:1:1: name: expected a text that is not empty, but the key is missing");

@@ -313,6 +313,8 @@ MISTAKES = [
      "scattering_factor is 0; it must be above 0 and at most 100"),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, hypotheses=()),
      "hypotheses is empty; name one or more of 13 (muon), 211 (pion) or 2212 (proton)"),
+    (lambda f: kelvo.fit_tracks(HITS, DETECTOR, hypotheses=("mu", 13)),
+     "hypotheses names 13 more than once"),
 ]
 
 
