@@ -130,8 +130,8 @@ private:
 EnergyLossCurve FindEnergyLoss(const std::string& material, const Particle& particle,
                                const std::vector<double>& energies) {
   const matter::Material matter = matter::Material::Named(material);
-  const MaterialLoss loss(matter, particle);
-  const matter::RangeTable range = MakeRangeTable(matter, particle);
+  const MaterialLoss loss(matter, particle.fPDG);
+  const matter::RangeTable range = MakeRangeTable(matter, particle.fPDG);
   const double mass = particle.fMass;
   const double minimumT = EnergyOfMinimumLoss(loss, mass);
   std::vector<double> all = energies;

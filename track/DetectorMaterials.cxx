@@ -1,16 +1,13 @@
 #include "track/DetectorMaterials.h"
 
-#include "func/dEdxTable.h"
 #include "geo/Matter.h"
-#include "matter/EnergyLoss.h"
-#include "track/Materials.h"
+#include "track/MaterialLoss.h"
 #include "util/Particles.h"
 #include "util/Text.h"
 
 #include <TGeoMaterial.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <optional>
 
 namespace kelvo {
@@ -21,30 +18,6 @@ constexpr const char* kVacuum = "Vacuum"; // the one material that needs no radi
 /// 2 pi m_e r_e^2 N_A, the factor of the Bethe formula and of Landau's xi (Particle Data Group,
 /// Review of Particle Physics, passage of particles through matter, table 34.1) [GeV cm2/mol].
 constexpr double kBetheScale = 0.1535375e-3;
-
-matter::Projectile ProjectileOf(int pdg) {
-  const bool plus = pdg > 0;
-  switch (std::abs(pdg)) {
-    case kMuonPDG:
-      return {matter::kMuon.fMass, plus ? -1 : 1, true, true};
-    case kPionPDG:
-      return {matter::kPion.fMass, plus ? 1 : -1, false, false};
-    default:
-      return {matter::kProton.fMass, plus ? 1 : -1, true, false};
-  }
-}
-
-/// Mean energy loss in a material [GeV/cm]: where the library has a table of that name, that table.
-matter::RangeTable::Function LossIn(const matter::Material& material, const std::string& name,
-                                    const matter::Projectile& particle) {
-  if (HasTable(name)) {
-    const double density = material.Density() / matter::Material::Named(name).Density();
-    return [table = dEdxTable(name.c_str()), density, mass = particle.fMass](double T) {
-      return density * table(T, mass);
-    };
-  }
-  return matter::EnergyLoss(material, particle);
-}
 
 } // namespace
 
@@ -92,13 +65,9 @@ MaterialData DetectorMaterials::Data(const TGeoMaterial& material) const {
                           " cm; it must be above 0"};
   MaterialData data{&material, 1 / radlen, 0, 0, {}};
   if (!matter) return data;
-  data.fMipLoss = LossIn(*matter, name, matter::kMuon)(kMipT);
+  data.fMipLoss = MaterialLoss(*matter, kMuonPDG)(kMipT);
   data.fXi = kBetheScale * matter->Density() * matter->MolesOfElectrons();
-  for (int pdg : fHypotheses) {
-    const matter::Projectile particle = ProjectileOf(pdg);
-    data.fTables.emplace_back(
-        LossIn(*matter, name, particle), [](double) { return 0.; }, particle.fMass);
-  }
+  for (int pdg : fHypotheses) data.fTables.push_back(MakeRangeTable(*matter, pdg));
   return data;
 }
 

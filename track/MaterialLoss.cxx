@@ -2,15 +2,18 @@
 
 #include "matter/CollisionLoss.h"
 #include "track/Materials.h"
+#include "util/Particles.h"
 
 namespace kelvo {
 namespace {
 
 constexpr double kGeVPerMeV = 1e-3;
 
-matter::Projectile ProjectileOf(const Particle& particle) {
+// The code of a lepton is positive where its charge is negative.
+matter::Projectile ProjectileOf(int pdg) {
+  const Particle& particle = *FindParticle(pdg);
   const bool muon = particle.fPDG == kMuonPDG;
-  return {particle.fMass, muon ? -1 : 1, particle.fPDG != kPionPDG, muon};
+  return {particle.fMass, (pdg > 0) != muon ? 1 : -1, particle.fPDG != kPionPDG, muon};
 }
 
 // Whether a material is what the table of its name was made for, but for the density.
@@ -21,8 +24,8 @@ bool IsTabulated(const matter::Material& material) {
 
 } // namespace
 
-MaterialLoss::MaterialLoss(const matter::Material& material, const Particle& particle)
-    : fMaterial(material), fParticle(ProjectileOf(particle)) {
+MaterialLoss::MaterialLoss(const matter::Material& material, int pdg)
+    : fMaterial(material), fParticle(ProjectileOf(pdg)) {
   if (!IsTabulated(material)) {
     fCalculated.emplace(material, fParticle);
     return;
@@ -40,10 +43,10 @@ double MaterialLoss::Straggling(double T) const {
          kGeVPerMeV;
 }
 
-matter::RangeTable MakeRangeTable(const matter::Material& material, const Particle& particle) {
-  const MaterialLoss loss(material, particle);
+matter::RangeTable MakeRangeTable(const matter::Material& material, int pdg) {
+  const MaterialLoss loss(material, pdg);
   return {[&loss](double T) { return loss(T); }, [&loss](double T) { return loss.Straggling(T); },
-          particle.fMass};
+          FindParticle(pdg)->fMass};
 }
 
 } // namespace kelvo

@@ -4,7 +4,6 @@
 #include "matter/EnergyLoss.h"
 #include "matter/Material.h"
 #include "matter/RangeTable.h"
-#include "util/Particles.h"
 
 #include <optional>
 
@@ -15,7 +14,8 @@ namespace kelvo {
 /// excitation energy of one's own is calculated with, too.
 class MaterialLoss {
 public:
-  MaterialLoss(const matter::Material& material, const Particle& particle);
+  /// @param pdg code of a particle of Particles(), of either sign
+  MaterialLoss(const matter::Material& material, int pdg);
 
   /// Returns the mean loss per length [GeV/cm] at the kinetic energy T [GeV], above 0.
   double operator()(double T) const;
@@ -33,6 +33,7 @@ private:
 };
 
 /// Returns range and energy of a particle in a material. Takes some milliseconds.
-matter::RangeTable MakeRangeTable(const matter::Material& material, const Particle& particle);
+/// @param pdg code of a particle of Particles(), of either sign
+matter::RangeTable MakeRangeTable(const matter::Material& material, int pdg);
 
 } // namespace kelvo
