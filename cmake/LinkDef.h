@@ -78,6 +78,5 @@
 #pragma link C++ function kelvo::ParticleCodes;
 #pragma link C++ function kelvo::MaterialsWithTable;
 #pragma link C++ function kelvo::HasTable;
-#pragma link C++ function kelvo::MaterialsWithoutTable;
 
 #endif

@@ -1,5 +1,6 @@
 #include "sim/SimulatedPath.h"
 
+#include "geo/Matter.h"
 #include "util/Particles.h"
 
 #include <TGeoMaterial.h>
@@ -26,10 +27,6 @@ double Highland(double radLengths) {
   if (radLengths <= 0) return 0;
   const double log = 1 + 0.038 * std::log(radLengths);
   return log > 0 ? radLengths * log * log : 0;
-}
-
-double RadLengths(const TGeoMaterial& material, double length) {
-  return std::strcmp(material.GetName(), "Vacuum") == 0 ? 0 : length / material.GetRadLen();
 }
 
 /// Turns a unit vector by two angles [rad], in planes at right angles to each other.
@@ -88,44 +85,35 @@ std::vector<PlaneCrossing> Crossings(const geo::PlaneDetector& detector,
 
 ParticleTransport::ParticleTransport(const geo::PlaneDetector& detector, int pdg, bool fluctuate)
     : fDetector(detector), fMass(FindParticle(pdg)->fMeasuredMass), fFluctuate(fluctuate) {
-  for (const TGeoMaterial* material : detector.Materials())
-    fTables.emplace_back(material, dEdxTable(material->GetName()));
+  for (const TGeoMaterial* material : detector.Materials()) {
+    Medium& medium = fMedia.emplace_back(Medium{material, 0, std::nullopt});
+    if (std::strcmp(material->GetName(), "Vacuum") == 0) continue;
+    medium.fRadLen = 1 / material->GetRadLen();
+    medium.fLoss.emplace(geo::MatterOf(*material).value(), pdg);
+  }
 }
 
-const dEdxTable& ParticleTransport::TableOf(const TGeoMaterial& material) const {
-  const auto isIt = [&material](const Table& table) { return table.first == &material; };
-  return std::find_if(fTables.begin(), fTables.end(), isIt)->second;
+const ParticleTransport::Medium& ParticleTransport::MediumOf(const TGeoMaterial& material) const {
+  const auto isIt = [&material](const Medium& medium) { return medium.fMaterial == &material; };
+  return *std::find_if(fMedia.begin(), fMedia.end(), isIt);
 }
 
 double ParticleTransport::BetaP(double T) const {
   return T * (T + 2 * fMass) / (T + fMass);
 }
 
-double ParticleTransport::LossVariance(const TGeoMaterial& material, double T,
-                                       double length) const {
-  constexpr double kHalfK = 0.5 * 0.307075e-3; // GeV cm2/mol
-  constexpr double kElectron = 0.51099895e-3;  // GeV
-  // What holds for most materials where the detector's file does not say.
-  const double zOverA = material.GetA() > 0 ? material.GetZ() / material.GetA() : 0.5;
-  const double gamma = 1 + T / fMass;
-  const double beta2 = 1 - 1 / (gamma * gamma);
-  const double ratio = kElectron / fMass;
-  const double tMax =
-      2 * kElectron * beta2 * gamma * gamma / (1 + 2 * gamma * ratio + ratio * ratio);
-  return kHalfK * zOverA * material.GetDensity() * length * tMax * (1 - beta2 / 2) / beta2;
-}
-
 /// Takes the energy of one step in one material from T, at most kLargestLoss of it on average, and
 /// returns the length of the step, `maxLength` cm at the longest. Midpoint rule.
-double ParticleTransport::Lose(const TGeoMaterial& material, double maxLength, double& T,
+double ParticleTransport::Lose(const Medium& medium, double maxLength, double& T,
                                util::RandomStream& random) const {
-  const dEdxTable& table = TableOf(material);
-  const double rate = table(T, fMass);
+  if (!medium.fLoss) return maxLength;
+  const MaterialLoss& mean = *medium.fLoss;
+  const double rate = mean(T);
   const double length = std::min(maxLength, kLargestLoss * T / rate);
-  double loss = length * table(T - 0.5 * length * rate, fMass);
+  double loss = length * mean(T - 0.5 * length * rate);
   if (fFluctuate && loss > 0) {
     // Gamma distribution of shape k and scale s: mean k s, variance k s^2.
-    const double scale = LossVariance(material, T, length) / loss;
+    const double scale = mean.Straggling(T) * length / loss;
     loss = scale * random.Gamma(loss / scale);
   }
   T = std::max(T - loss, 0.);
@@ -141,11 +129,12 @@ bool ParticleTransport::HasLeft(const TVector3& x, double zStart) const {
 }
 
 /// As Lose, upstream and without fluctuations: adds the energy to T.
-double ParticleTransport::Gain(const TGeoMaterial& material, double maxLength, double& T) const {
-  const dEdxTable& table = TableOf(material);
-  const double rate = table(T, fMass);
+double ParticleTransport::Gain(const Medium& medium, double maxLength, double& T) const {
+  if (!medium.fLoss) return maxLength;
+  const MaterialLoss& loss = *medium.fLoss;
+  const double rate = loss(T);
   const double length = std::min(maxLength, kLargestLoss * T / rate);
-  T += length * table(T + 0.5 * length * rate, fMass);
+  T += length * loss(T + 0.5 * length * rate);
   return length;
 }
 
@@ -166,7 +155,7 @@ void ParticleTransport::FollowStraight(const TVector3& x, const TVector3& u, dou
   double length = 0;
   for (std::size_t k = 0; k < fSteps.size(); k++)
     for (double left = fSteps[k]; left > 0;) {
-      const double part = Lose(*fMaterials[k], left, T, random);
+      const double part = Lose(MediumOf(*fMaterials[k]), left, T, random);
       left -= part;
       length += part;
       path.fPoints.push_back({x + length * u, T, length});
@@ -186,7 +175,7 @@ void ParticleTransport::FollowBack(const std::vector<TVector3>& line, SimulatedP
     double done = 0;
     for (std::size_t k = 0; k < fSteps.size(); k++)
       for (double left = fSteps[k]; left > 0;) {
-        const double part = Gain(*fMaterials[k], left, T);
+        const double part = Gain(MediumOf(*fMaterials[k]), left, T);
         left -= part;
         done += part;
         path.fPoints.push_back({line[i] + done * u, T, length + done});
@@ -206,10 +195,11 @@ double ParticleTransport::LoseInStep(const TVector3& x, const TVector3& u, doubl
   dX0 = 0;
   for (std::size_t k = 0; k < fSteps.size() && T >= minEnergy; k++)
     for (double left = fSteps[k]; left > 0 && T >= minEnergy;) {
-      const double part = Lose(*fMaterials[k], left, T, random);
+      const Medium& medium = MediumOf(*fMaterials[k]);
+      const double part = Lose(medium, left, T, random);
       left -= part;
       length += part;
-      dX0 += RadLengths(*fMaterials[k], part);
+      dX0 += medium.fRadLen * part;
     }
   return length;
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "func/dEdxTable.h"
 #include "geo/PlaneDetector.h"
+#include "track/MaterialLoss.h"
 #include "util/RandomStream.h"
 
 #include <TVector3.h>
 
-#include <utility>
+#include <optional>
 #include <vector>
 
 namespace kelvo {
@@ -37,18 +37,16 @@ struct PlaneCrossing {
 std::vector<PlaneCrossing> Crossings(const geo::PlaneDetector& detector, const SimulatedPath& path);
 
 /// Moves charged particles through a detector, step by step, with energy loss and scattering of its
-/// own: it shares the stopping-power tables and the geometry with the fit, and nothing else. One
-/// object serves one thread at a time.
+/// own: it shares MaterialLoss and the geometry with the fit, and nothing else. One object serves
+/// one thread at a time.
 ///
-/// Energy is lost at the tabulated mean rate. With fluctuations, the loss in a step comes from a
-/// gamma distribution with this mean and the variance of Bohr's formula for spin 1/2 (Particle Data
-/// Group, Passage of particles through matter, section Fluctuations in energy loss):
-///   d(sigma^2)/dx = (K/2) (Z/A) rho T_max (1 - beta^2/2) / beta^2,   K = 0.307075 MeV cm2/mol.
-/// It is never negative, is skewed to large losses, and does not depend on how a thickness is cut
-/// into steps; its tail is shorter than Landau's.
+/// Energy is lost at the mean rate. With fluctuations, the loss in a step comes from a gamma
+/// distribution with this mean and the variance of collisions with free electrons. It is never
+/// negative, is skewed to large losses, and does not depend on how a thickness is cut into steps;
+/// its tail is shorter than Landau's.
 class ParticleTransport {
 public:
-  /// @param detector  must outlive the object; there is a stopping-power table for each material
+  /// @param detector  must outlive the object; of each material the elements are known
   /// @param pdg       code of a particle of Particles(), of either sign
   /// @param fluctuate whether the energy loss fluctuates
   ParticleTransport(const geo::PlaneDetector& detector, int pdg, bool fluctuate);
@@ -84,15 +82,18 @@ public:
                SimulatedPath& path);
 
 private:
-  using Table = std::pair<const TGeoMaterial*, dEdxTable>;
+  /// What a material does to the particle.
+  struct Medium {
+    const TGeoMaterial* fMaterial;
+    double fRadLen;                    // radiation lengths per length [1/cm]
+    std::optional<MaterialLoss> fLoss; // none in vacuum
+  };
 
-  const dEdxTable& TableOf(const TGeoMaterial& material) const;
-  double Lose(const TGeoMaterial& material, double maxLength, double& T,
-              util::RandomStream& random) const;
-  double LossVariance(const TGeoMaterial& material, double T, double length) const;
+  const Medium& MediumOf(const TGeoMaterial& material) const;
+  double Lose(const Medium& medium, double maxLength, double& T, util::RandomStream& random) const;
   double LoseInStep(const TVector3& x, const TVector3& u, double step, double& T, double& dX0,
                     util::RandomStream& random);
-  double Gain(const TGeoMaterial& material, double maxLength, double& T) const;
+  double Gain(const Medium& medium, double maxLength, double& T) const;
   void FindSteps(const TVector3& from, const TVector3& to);
   double BetaP(double T) const;
   bool HasLeft(const TVector3& x, double zStart) const;
@@ -100,7 +101,7 @@ private:
   const geo::PlaneDetector& fDetector;
   double fMass; // [GeV]
   bool fFluctuate;
-  std::vector<Table> fTables;
+  std::vector<Medium> fMedia;
   std::vector<double> fSteps;                  // scratch: steps of one leg [cm]
   std::vector<const TGeoMaterial*> fMaterials; // scratch: their materials
 };

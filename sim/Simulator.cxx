@@ -1,7 +1,7 @@
 #include "sim/Simulator.h"
 
+#include "geo/Detector.h"
 #include "sim/KinkedLine.h"
-#include "track/Materials.h"
 #include "track/OptionCheck.h"
 #include "util/Particles.h"
 #include "util/Text.h"
@@ -58,12 +58,12 @@ void CheckOptions(const SimulationOptions& o) {
 }
 
 void CheckMaterials(const geo::PlaneDetector& detector) {
-  const std::vector<std::string> unknown = MaterialsWithoutTable(detector.MaterialNames());
-  if (unknown.empty()) return;
-  throw std::invalid_argument("the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
-                              ", for which there is no stopping-power table, so that particles "
-                              "cannot be followed; the known materials are " +
-                              Joined(MaterialsWithTable()));
+  const geo::Detector any(detector);
+  if (any.UnknownMaterials().empty()) return;
+  throw std::invalid_argument(
+      "the detector \"" + detector.Name() + "\" has " + Joined(any.UnknownMaterials()) +
+      ", of which neither the name nor the elements are known, so that particles cannot be "
+      "followed; give a formula or a composition");
 }
 
 SimulationOptions Completed(const geo::PlaneDetector& detector, SimulationOptions options) {

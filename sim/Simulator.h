@@ -107,8 +107,8 @@ struct SimulatedTrack {
 class Simulator {
 public:
   /// @param detector must outlive the object
-  /// @throw std::invalid_argument for an option out of range, and for a detector with a material
-  ///        without stopping-power table; the text says which, and what is allowed
+  /// @throw std::invalid_argument for an option out of range, and for a detector with a material of
+  ///        which nothing is known; the text says which, and what is allowed
   Simulator(const geo::PlaneDetector& detector, const SimulationOptions& options);
 
   /// Makes one track.

@@ -6,7 +6,6 @@ namespace {
 
 using test::Contains;
 using test::kFine;
-using test::kTelescope;
 using test::Outcome;
 using SimulateCommand = test::Command;
 
@@ -37,7 +36,6 @@ TEST_F(SimulateCommand, SaysWhatIsWrongWithASimulation) {
   };
   const std::string begin = "simulate --detector " + kFine;
   const std::string other = begin + " --particle p --tracks 5 --seed 1 -o hits.csv ";
-  const std::string telescope = "simulate --detector " + kTelescope;
   const Case cases[] = {
       {other + "--kinetic-energy 2..1",
        "kelvo: --kinetic-energy: \"2..1\" is not a number or an interval MIN..MAX from 0.001 to "
@@ -65,10 +63,6 @@ TEST_F(SimulateCommand, SaysWhatIsWrongWithASimulation) {
       {begin + " --particle p --kinetic-energy 1 --tracks 5 --seed 1 -o hits.txt",
        "kelvo: hits.txt: the name tells the format of simulated hits and must end in .csv, .csv.gz "
        "or .root\n"},
-      {telescope + " --particle p --kinetic-energy 1 --tracks 5 --seed 1 -o hits.csv",
-       "kelvo: the detector \"telescope\" has Air, Silicon, for which there is no stopping-power "
-       "table, so that particles cannot be followed; the known materials are Scintillator, PVC, "
-       "Glue, Steel, Vacuum\n"},
   };
   for (const Case& c : cases) {
     const Outcome run = Run(c.fArguments);

@@ -2,12 +2,15 @@
 // the energy, against the range-out of the fit, which is another program.
 
 #include "func/Path.h"
+#include "geo/Matter.h"
 #include "sim/SimulatedPath.h"
 #include "test/support/BundledDetector.h"
+#include "track/MaterialLoss.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 
 namespace {
 
@@ -139,7 +142,77 @@ TEST(SimulatedPath, AnglesBetweenPlanesHaveHighlandsWidthWhateverTheStep) {
   }
 }
 
-// Bohr's variance, for steel and scintillator with Z/A = 1/2 where the detector does not tell.
+// Protons through slabs of all kinds of material that a detector's file can have, against the range
+// tables: energy is the inverse of range, whatever the steps.
+TEST(SimulatedPath, LosesInAnyMaterialWhatItsRangeTableSays) {
+  const std::string text = R"(
+name = "slabs"
+world = "Vacuum"
+[[material]]
+name = "Vacuum"
+density = 1e-25
+[[material]]
+name = "absorber"
+like = "Pb"
+[[material]]
+name = "quartz"
+formula = "SiO2"
+density = 2.2
+[[material]]
+name = "plastic"
+composition = { C = 0.915, H = 0.085 }
+density = 1.03
+I = 68.7
+[[material]]
+name = "Silicon"
+like = "Silicon"
+[[plane]]
+name = "sensor"
+view = "XY"
+count = [10, 10]
+cell = { width = [1, 1], depth = 0.1 }
+filling = "Silicon"
+[[slab]]
+name = "a"
+material = "absorber"
+size = [10, 10]
+thickness = 1
+[[slab]]
+name = "b"
+material = "quartz"
+size = [10, 10]
+thickness = 3
+[[slab]]
+name = "c"
+material = "plastic"
+size = [10, 10]
+thickness = 5
+[[stack]]
+z = 0
+parts = ["a", 1, "b", 2, "c", "sensor"]
+)";
+  const auto detector = geo::PlaneDetector::FromText(text, "slabs.toml");
+  const double p0[] = {0, 0, 0}, p1[] = {0, 0, 12.1};
+  std::vector<double> lengths;
+  std::vector<const TGeoMaterial*> materials;
+  for (const double T : {0.25, 0.5, 120.}) {
+    double left = T;
+    detector.MaterialsBetweenPoints(p0, p1, lengths, materials);
+    ASSERT_EQ(materials.size(), 6u);
+    for (std::size_t k = 0; k < lengths.size(); k++) {
+      if (materials[k]->GetName() == std::string("Vacuum")) continue;
+      const auto table = kelvo::MakeRangeTable(geo::MatterOf(*materials[k]).value(), 2212);
+      left = table.Energy(table.Range(left) - lengths[k]);
+    }
+    RandomStream random(1, 1);
+    SimulatedPath path;
+    ParticleTransport(detector, 2212, false).FollowStraight({0, 0, -1}, {0, 0, 1}, T, random, path);
+    EXPECT_NEAR(path.fPoints.back().fT / left, 1, 2e-4) << T;
+  }
+}
+
+// Bohr's variance (Particle Data Group, Passage of particles through matter, section Fluctuations
+// in energy loss) for iron in the steel and polystyrene in the scintillator.
 TEST(SimulatedPath, EnergyLossFluctuatesAroundItsMeanWithBohrsVariance) {
   constexpr int kTracks = 3000;
   constexpr double T = 3;
@@ -161,13 +234,12 @@ TEST(SimulatedPath, EnergyLossFluctuatesAroundItsMeanWithBohrsVariance) {
     loss.Add(lossOf(0));
   }
   // Eleven layers of steel, ten and a half of scintillator [g/cm2]; the energy half way.
-  const double thickness = 11 * 2.5 * 7.87 + 10.5 * 0.859;
+  const double electrons = 11 * 2.5 * 7.87 * 26 / 55.845 + 10.5 * 0.859 * 56. / 104; // moles/cm2
   const double gamma = 1 + (T - expected / 2) / kMuon, beta2 = 1 - 1 / (gamma * gamma);
   const double me = 0.51099895e-3;
   const double tMax =
       2 * me * beta2 * gamma * gamma / (1 + 2 * gamma * me / kMuon + me * me / kMuon / kMuon);
-  const double sigma =
-      std::sqrt(0.5 * 0.307075e-3 * 0.5 * thickness * tMax * (1 - beta2 / 2) / beta2);
+  const double sigma = std::sqrt(0.5 * 0.307075e-3 * electrons * tMax * (1 - beta2 / 2) / beta2);
   EXPECT_NEAR(loss.Mean(), expected, 4 * sigma / std::sqrt(kTracks));
   EXPECT_NEAR(loss.Width(), sigma, 0.1 * sigma); // a skewed distribution's width varies more
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <regex>
 
 namespace {
 
@@ -268,16 +269,18 @@ TEST(Simulator, TracksThatCannotStopInsideAreTold) {
             "planes of each view; choose another kinetic energy or start");
 }
 
-TEST(Simulator, DetectorWithoutStoppingPowersIsRefused) {
-  const auto& telescope = BundledDetector("telescope");
+TEST(Simulator, DetectorWithAMaterialOfWhichNothingIsKnownIsRefused) {
+  const auto mist = geo::PlaneDetector::FromText(
+      std::regex_replace(BundledDetector("telescope").Text(), std::regex("\"Air\""), "\"Mist\""),
+      "telescope.toml");
   try {
-    const Simulator made(telescope, {});
+    const Simulator made(mist, {});
     FAIL();
   } catch (const std::invalid_argument& e) {
-    EXPECT_STREQ(e.what(),
-                 "the detector \"telescope\" has Air, Silicon, for which there is no "
-                 "stopping-power table, so that particles cannot be followed; the known materials "
-                 "are Scintillator, PVC, Glue, Steel, Vacuum");
+    EXPECT_STREQ(
+        e.what(),
+        "the detector \"telescope\" has Mist, of which neither the name nor the elements "
+        "are known, so that particles cannot be followed; give a formula or a composition");
   }
 }
 
