@@ -25,6 +25,9 @@ Examples:
   kelvo simulate --detector detectors/range.toml --particle p --kinetic-energy 1 --tracks 500 --seed 2
       -o hits.root --hit-truth
       protons of 1 GeV, with the truth of every hit; all tables in one file
+  kelvo simulate --detector detectors/telescope.toml --particle pi --beam-momentum 120 --tracks 1000
+      --seed 4 -o beam.csv --hits gauss --sigma 0.0015 --spot 0.2
+      a beam of 120 GeV/c pions, 2 mm wide, that crosses all planes
   kelvo simulate --detector detectors/fine.toml --particle mu --kinetic-energy 0.3..1.6 --tracks 20000
       --seed 3 -o test.csv --model fit --hits gauss
       tracks that are exactly what the fit assumes: its pulls are 1 wide, its chi-square
@@ -37,6 +40,8 @@ particle's position, slopes and kinetic energy at the middle of the plane.
 Models: "full" scatters in small steps, with the full width of multiple scattering; "fit" bends the
 track at the scattering planes of the fit, by the fit's widths, and makes it stop after its mean
 range; its energies can be some percent above the interval, since bent ways are longer.
+A beam's tracks leave at the downstream face and hit 3 planes of each view at least; its momentum is
+that at the start. Particles that stop do so inside and hit 4 planes of each view.
 Exit status: 0 all is well, 2 wrong usage or files.)";
 
 struct SimulateArguments {
@@ -120,17 +125,23 @@ void RegisterStart(CLI::App& simulate, SimulateArguments& a) {
   const char* const texts[] = {"x [cm] (default: the face of the detector)",
                                "y [cm] (default: the face of the detector)",
                                ("z [cm] (default: from 1 cm upstream of the detector to 50 cm, at "
-                                "most half of its length, inside)")};
+                                "most half of its length, inside; for a beam 1 cm upstream)")};
   for (std::size_t k = 0; k < 3; k++)
     simulate.add_option(names[k], a.fStart[k], texts[k])
         ->check(RangeWithin(-1e5, 1e5, "from -100000 to 100000, the smaller number first"))
         ->type_name("MIN..MAX")
         ->group(group);
   simulate
+      .add_option("--spot", s.fSpot,
+                  "Standard deviation of x and y [cm], around the middle of their intervals "
+                  "(default: even in these)")
+      ->check(NumberWithin(0, 1e4, "from 0 to 10000"))
+      ->group(group);
+  simulate
       .add_option("--slope", s.fSlope,
-                  "Standard deviation of dx/dz and dy/dz; at most 45 degrees are drawn")
+                  "Standard deviation of dx/dz and dy/dz; at most 45 degrees are drawn (default: "
+                  "0.3, for a beam 0.001)")
       ->check(NumberWithin(0, 1, "from 0 to 1"))
-      ->capture_default_str()
       ->group(group);
   simulate.add_flag("--leaving", s.fLeaving, "Also keep tracks that leave the detector")
       ->group(group);
@@ -147,10 +158,19 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
       ->type_name("NAME");
   simulate
       .add_option("--kinetic-energy", a.fEnergy,
-                  "Kinetic energy at the start, evenly spread [GeV], such as 0.3..1.6")
-      ->required()
+                  "Particles that stop: kinetic energy at the start, evenly spread [GeV], such as "
+                  "0.3..1.6")
       ->check(RangeWithin(0.001, 1e4, "from 0.001 to 10000 GeV, the smaller number first"))
       ->type_name("MIN..MAX");
+  simulate
+      .add_option("--beam-momentum", f.fSimulation.fBeamMomentum,
+                  "Or a beam of this momentum at the start [GeV/c], which crosses the detector")
+      ->check(NumberWithin(0.001, 1e4, "from 0.001 to 10000 GeV/c"));
+  simulate
+      .add_option("--sig-beam-momentum", f.fSimulation.fSigBeamMomentum,
+                  "Standard deviation of that momentum [GeV/c]")
+      ->check(NumberWithin(0, 1e4, "from 0 to 10000 GeV/c"))
+      ->capture_default_str();
   simulate.add_option("--tracks", f.fTracks, "Number of tracks")
       ->required()
       ->check(WholeNumberWithin(1, 1'000'000'000'000));
@@ -172,10 +192,15 @@ void Register(CLI::App& simulate, SimulateArguments& a) {
 
 /// Options that would be without effect are more likely a mistake than a wish.
 void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
+  const bool beam = simulate.count("--beam-momentum") > 0;
+  if ((simulate.count("--kinetic-energy") > 0) == beam)
+    throw std::invalid_argument(
+        "give either --kinetic-energy, of particles that stop, or --beam-momentum");
   const auto refuse = [&simulate](const char* option, const char* condition) {
     if (simulate.count(option) > 0)
       throw std::invalid_argument(std::string(option) + " has no effect without " + condition);
   };
+  refuse(beam ? "--leaving" : "--sig-beam-momentum", beam ? "--kinetic-energy" : "--beam-momentum");
   if (a.fHits != "gauss") refuse("--sigma", "--hits gauss");
   if (a.fModel != "fit") refuse("--scattering-factor", "--model fit");
   if (a.fModel != "full") refuse("--step", "--model full");
@@ -184,7 +209,7 @@ void CheckCombination(const CLI::App& simulate, const SimulateArguments& a) {
 void Complete(SimulateArguments& a) {
   SimulationOptions& s = a.fFile.fSimulation;
   s.fPDG = FindParticle(a.fParticle)->fPDG;
-  s.fKineticEnergy = *RangeFrom(a.fEnergy);
+  if (!a.fEnergy.empty()) s.fKineticEnergy = *RangeFrom(a.fEnergy);
   s.fScattering = a.fModel == "fit" ? ScatteringModel::kFit : ScatteringModel::kFull;
   s.fHits = a.fHits == "gauss" ? HitModel::kGaussian : HitModel::kCells;
   for (std::size_t k = 0; k < 3; k++)

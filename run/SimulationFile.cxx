@@ -63,7 +63,12 @@ std::string DescribeOptions(const SimulationFileOptions& options, const Simulati
   const bool fit = used.fScattering == ScatteringModel::kFit;
   add("tracks", std::to_string(options.fTracks));
   add("particle", std::to_string(used.fPDG));
-  add("kinetic_energy", RangeText(used.fKineticEnergy));
+  if (used.fBeamMomentum > 0) {
+    add("beam_momentum", ExactNumber(used.fBeamMomentum));
+    add("sig_beam_momentum", ExactNumber(used.fSigBeamMomentum));
+  } else {
+    add("kinetic_energy", RangeText(used.fKineticEnergy));
+  }
   add("seed", std::to_string(used.fSeed));
   add("model", fit ? "\"fit\"" : "\"full\"");
   add("hits", used.fHits == HitModel::kCells ? "\"cells\"" : "\"gauss\"");
@@ -72,7 +77,8 @@ std::string DescribeOptions(const SimulationFileOptions& options, const Simulati
   add("step", ExactNumber(used.fStep));
   add("fluctuate_loss", Boolean(used.fFluctuateLoss));
   add("leaving", Boolean(used.fLeaving));
-  add("slope", ExactNumber(used.fSlope));
+  add("slope", ExactNumber(*used.fSlope));
+  if (used.fSpot) add("spot", ExactNumber(*used.fSpot));
   add("start_x", RangeText(*used.fStart[0]));
   add("start_y", RangeText(*used.fStart[1]));
   add("start_z", RangeText(*used.fStart[2]));

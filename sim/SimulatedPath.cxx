@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace kelvo {
 namespace {
@@ -20,13 +21,12 @@ constexpr double kStopped = 1e-4;
 constexpr double kLargestLoss = 0.05;
 // Steps of the scattering end when the particle has this part of its energy left. A choice.
 constexpr double kMinEnergyLeft = 0.9;
-constexpr double kMargin = 2; // cm; around the detector
+constexpr double kMargin = 2;    // cm; around the detector
+constexpr double kBehind = 1e-9; // cm; how far behind the middle of a plane a step up to it ends
 
-/// F(X) of Scatter: the square of Highland's formula without the momentum.
-double Highland(double radLengths) {
-  if (radLengths <= 0) return 0;
-  const double log = 1 + 0.038 * std::log(radLengths);
-  return log > 0 ? radLengths * log * log : 0;
+/// Highland's width times beta c p [GeV] of a part dX of X radiation lengths.
+double Highland(double dX, double X) {
+  return dX > 0 ? 0.0136 * std::sqrt(dX) * std::max(1 + 0.038 * std::log(std::max(X, dX)), 0.) : 0;
 }
 
 /// Turns a unit vector by two angles [rad], in planes at right angles to each other.
@@ -51,6 +51,12 @@ public:
     while (fNext < fPlanes.size() && fPlanes[fNext].ZMid() < z) fNext++;
   }
   unsigned Index() const { return fNext; }
+
+  /// Returns the distance to the next plane along a straight line from x in direction u [cm].
+  double Distance(const TVector3& x, const TVector3& u) const {
+    const double none = std::numeric_limits<double>::infinity();
+    return fNext < fPlanes.size() && u.Z() > 0 ? (fPlanes[fNext].ZMid() - x.Z()) / u.Z() : none;
+  }
 
   /// Returns whether a point at z is at or behind the next plane, and goes on to the one after it.
   bool Pass(double z) {
@@ -204,29 +210,53 @@ double ParticleTransport::LoseInStep(const TVector3& x, const TVector3& u, doubl
   return length;
 }
 
+/// Returns the radiation lengths on a straight way, at most up to the downstream face.
+double ParticleTransport::RadLengthsAhead(const TVector3& x, const TVector3& u, double length) {
+  const double toFace = (fDetector.Extent().fHigh[2] - x.Z()) / u.Z();
+  if (!(toFace > 0)) return 0;
+  FindSteps(x, x + std::min(length, toFace) * u);
+  double radLengths = 0;
+  for (std::size_t k = 0; k < fSteps.size(); k++)
+    radLengths += fSteps[k] * MediumOf(*fMaterials[k]).fRadLen;
+  return radLengths;
+}
+
+/// Returns the length at which so many radiation lengths of the last step lie behind its start, at
+/// most that of the step.
+double ParticleTransport::LengthTo(double radLengths, double maxLength) const {
+  double length = 0;
+  for (std::size_t k = 0; k < fSteps.size(); k++) {
+    const double radLen = MediumOf(*fMaterials[k]).fRadLen;
+    if (radLengths < radLen * fSteps[k]) return std::min(length + radLengths / radLen, maxLength);
+    length += fSteps[k];
+    radLengths -= radLen * fSteps[k];
+  }
+  return maxLength;
+}
+
 void ParticleTransport::Scatter(TVector3 x, TVector3 u, double T, double step,
                                 util::RandomStream& random, SimulatedPath& path) {
   path.fPoints.assign(1, {x, T, 0});
   path.fStopped = false;
   NextPlane next(fDetector, x.Z());
   const double zStart = x.Z();
-  double X = 0; // radiation lengths since the last plane
+  double X = RadLengthsAhead(x, u, next.Distance(x, u)); // from plane to plane
   while (!HasLeft(x, zStart)) {
     const PathPoint before = path.fPoints.back();
     double dX0 = 0;
-    const double length = LoseInStep(x, u, step, T, dX0, random);
-    const double betaP = BetaP((before.fT + T) / 2);
-    const double theta0 = 0.0136 / betaP * std::sqrt(std::max(Highland(X + dX0) - Highland(X), 0.));
-    const double fraction = random.Uniform();
+    const double length =
+        LoseInStep(x, u, std::min(step, next.Distance(x, u) + kBehind), T, dX0, random);
+    const double theta0 = Highland(dX0, X) / BetaP((before.fT + T) / 2);
+    const double hingeAt = LengthTo(random.Uniform() * dX0, length);
     const double angle1 = theta0 * random.Normal();
     const double angle2 = theta0 * random.Normal();
-    PathPoint hinge = Between(before, {x + length * u, T, before.fLength + length}, fraction);
+    const PathPoint hinge =
+        Between(before, {x + length * u, T, before.fLength + length}, hingeAt / length);
     u = Turned(u, angle1, angle2);
-    x = hinge.fX + (1 - fraction) * length * u;
+    x = hinge.fX + (length - hingeAt) * u;
     path.fPoints.push_back(hinge);
     path.fPoints.push_back({x, T, before.fLength + length});
-    X += dX0;
-    while (next.Pass(x.Z())) X = 0;
+    while (next.Pass(x.Z())) X = RadLengthsAhead(x, u, next.Distance(x, u));
     if (T < kStopped) {
       path.fStopped = true;
       return;

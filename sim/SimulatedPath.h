@@ -68,12 +68,12 @@ public:
   ///
   /// Between the middles of two active planes the projected angles add up to the width of
   /// Highland's formula for all material in between (G. R. Lynch, O. I. Dahl, Nucl. Instr. Meth. B
-  /// 58 (1991) 6): a step that begins behind X and ends behind X + dX radiation lengths since the
-  /// last plane has
-  ///   theta_0^2 = (13.6 MeV / (beta c p))^2 (F(X + dX) - F(X)),   F(X) = X (1 + 0.038 ln X)^2.
+  /// 58 (1991) 6): a step through dX of the X radiation lengths there has
+  ///   theta_0^2 = (13.6 MeV / (beta c p))^2 dX (1 + 0.038 ln X)^2.
   /// Two Gaussian angles of this width turn the particle at a random place of the step, evenly
-  /// spread, which gives the lateral displacement its mean square theta_0^2 length^2 / 3 and its
-  /// correlation with the angle (J. Baro et al., Nucl. Instr. Meth. B 100 (1995) 31, random hinge).
+  /// spread over its radiation lengths, which gives the lateral displacement its mean square (in
+  /// one material theta_0^2 length^2 / 3) and its correlation with the angle (J. Baro et al., Nucl.
+  /// Instr. Meth. B 100 (1995) 31, random hinge). Steps end at the middles of planes.
   /// @param x    start [cm]
   /// @param u    direction there, unit vector
   /// @param T    kinetic energy there [GeV]
@@ -93,6 +93,8 @@ private:
   double Lose(const Medium& medium, double maxLength, double& T, util::RandomStream& random) const;
   double LoseInStep(const TVector3& x, const TVector3& u, double step, double& T, double& dX0,
                     util::RandomStream& random);
+  double RadLengthsAhead(const TVector3& x, const TVector3& u, double length);
+  double LengthTo(double radLengths, double maxLength) const;
   double Gain(const Medium& medium, double maxLength, double& T) const;
   void FindSteps(const TVector3& from, const TVector3& to);
   double BetaP(double T) const;

@@ -16,7 +16,8 @@ namespace {
 
 constexpr int kPlacesPerEnergy = 300;
 constexpr int kEnergies = 100;
-constexpr int kMinHits = 4; // per view
+constexpr int kMinHits = 4;     // per view
+constexpr int kMinBeamHits = 3; // per view
 // Energy and range are nearly proportional: a straight line on which more than this part of the
 // energy is left where it leaves the detector is no place for a track to stop.
 constexpr double kMaxLeft = 0.07;
@@ -24,6 +25,9 @@ constexpr double kMaxLeft = 0.07;
 // and where a step ends jumps when a hit moves by a hair, for the fit as for the simulation.
 constexpr int kPasses = 6;
 constexpr double kAgree = 0.01; // cm; far below the uncertainty of a hit
+// Standard deviations of the slopes of particles that stop and of a beam, where none are given.
+constexpr double kSlope = 0.3;
+constexpr double kBeamSlope = 1e-3;
 
 void CheckRange(const SimulationRange& range, const char* name, double low, double high,
                 const char* rule) {
@@ -45,16 +49,32 @@ void CheckOptions(const SimulationOptions& o) {
               "above 0 and at most 1");
   CheckOption(o.fStep >= 1e-3 && o.fStep <= 100, "the largest step", o.fStep,
               "from 0.001 to 100 cm");
-  CheckOption(o.fSlope >= 0 && o.fSlope <= 1, "the width of the slopes", o.fSlope, "from 0 to 1");
+  CheckOption(o.fBeamMomentum == 0 || (o.fBeamMomentum >= 1e-3 && o.fBeamMomentum <= 1e4),
+              "the beam momentum", o.fBeamMomentum,
+              "0 (particles stop) or from 0.001 to 10000 GeV/c");
+  CheckOption(o.fSigBeamMomentum >= 0 && o.fSigBeamMomentum <= o.fBeamMomentum / 3,
+              "the spread of the beam momentum", o.fSigBeamMomentum,
+              "from 0 to a third of the beam momentum");
+  if (o.fSlope)
+    CheckOption(*o.fSlope >= 0 && *o.fSlope <= 1, "the width of the slopes", *o.fSlope,
+                "from 0 to 1");
+  if (o.fSpot)
+    CheckOption(*o.fSpot >= 0 && *o.fSpot <= 1e4, "the width of the spot", *o.fSpot,
+                "from 0 to 10000 cm");
   const char* const names[] = {"x at the start", "y at the start", "z at the start"};
   for (int k = 0; k < 3; k++)
     if (o.fStart[k]) CheckRange(*o.fStart[k], names[k], -1e5, 1e5, "from -100000 to 100000 cm");
-  if (o.fScattering == ScatteringModel::kFit && (o.fFluctuateLoss || o.fLeaving))
+  if (o.fScattering == ScatteringModel::kFit &&
+      (o.fFluctuateLoss || o.fLeaving || o.fBeamMomentum > 0))
     throw std::invalid_argument(
         "with the scattering of the fit, tracks stop after their mean range: a fluctuating energy "
-        "loss and tracks that leave need the full scattering");
+        "loss, tracks that leave and beams need the full scattering");
+  if (o.fBeamMomentum > 0 && o.fLeaving)
+    throw std::invalid_argument("all tracks of a beam leave the detector; drop fLeaving");
   if (o.fFit.fBeamMomentum != 0)
-    throw std::invalid_argument("simulated tracks stop; they have no beam momentum");
+    throw std::invalid_argument(
+        "the fit's scattering is that of particles that stop; a beam is "
+        "simulated with fBeamMomentum of SimulationOptions");
 }
 
 void CheckMaterials(const geo::PlaneDetector& detector) {
@@ -73,7 +93,11 @@ SimulationOptions Completed(const geo::PlaneDetector& detector, SimulationOption
   for (int k = 0; k < 2; k++)
     if (!options.fStart[k]) options.fStart[k] = {box.fLow[k], box.fHigh[k]};
   const double half = (box.fHigh[2] - box.fLow[2]) / 2;
-  if (!options.fStart[2]) options.fStart[2] = {box.fLow[2] - 1, box.fLow[2] + std::min(50., half)};
+  const double upstream = box.fLow[2] - 1;
+  const bool beam = options.fBeamMomentum > 0;
+  if (!options.fStart[2])
+    options.fStart[2] = {upstream, beam ? upstream : box.fLow[2] + std::min(50., half)};
+  if (!options.fSlope) options.fSlope = beam ? kBeamSlope : kSlope;
   options.fFit.fHypotheses = {options.fPDG};
   return options;
 }
@@ -138,9 +162,8 @@ Simulator::Simulator(const geo::PlaneDetector& detector, const SimulationOptions
 
 SimulatedTrack Simulator::Make(long long track) {
   util::RandomStream random(fOptions.fSeed, static_cast<std::uint64_t>(track));
-  const SimulationRange& energies = fOptions.fKineticEnergy;
   for (int i = 0; i < kEnergies; i++) {
-    const double T = random.Uniform(energies.fLow, energies.fHigh);
+    const double T = DrawEnergy(random);
     for (int k = 0; k < kPlacesPerEnergy; k++) {
       const Start start = DrawStart(T, random);
       if (Follow(start, random)) return Measured(track, random);
@@ -148,20 +171,37 @@ SimulatedTrack Simulator::Make(long long track) {
   }
   throw std::runtime_error("track " + std::to_string(track) + ": in " +
                            std::to_string(kPlacesPerEnergy * kEnergies) + " attempts no particle " +
-                           (fOptions.fLeaving ? "was" : "stopped inside the detector and was") +
-                           " seen by " + std::to_string(kMinHits) +
-                           " planes of each view; choose another kinetic energy or start");
+                           (IsBeam()            ? "crossed the detector and was"
+                            : fOptions.fLeaving ? "was"
+                                                : "stopped inside the detector and was") +
+                           " seen by " + std::to_string(IsBeam() ? kMinBeamHits : kMinHits) +
+                           " planes of each view; choose another " +
+                           (IsBeam() ? "momentum" : "kinetic energy") + " or start");
+}
+
+double Simulator::DrawEnergy(util::RandomStream& random) const {
+  if (!IsBeam()) return random.Uniform(fOptions.fKineticEnergy.fLow, fOptions.fKineticEnergy.fHigh);
+  double p = 0;
+  do {
+    p = fOptions.fBeamMomentum + fOptions.fSigBeamMomentum * random.Normal();
+  } while (!(p > 0));
+  const double mass = fTransport.Mass();
+  return p * p / (std::hypot(p, mass) + mass);
 }
 
 Simulator::Start Simulator::DrawStart(double T, util::RandomStream& random) const {
   Start start;
   start.fT = T;
-  for (int k = 0; k < 3; k++)
-    start.fX[k] = random.Uniform(fOptions.fStart[k]->fLow, fOptions.fStart[k]->fHigh);
+  for (int k = 0; k < 3; k++) {
+    const SimulationRange& range = *fOptions.fStart[k];
+    start.fX[k] = fOptions.fSpot && k < 2
+                      ? (range.fLow + range.fHigh) / 2 + *fOptions.fSpot * random.Normal()
+                      : random.Uniform(range.fLow, range.fHigh);
+  }
   double dxdz = 0, dydz = 0;
   do {
-    dxdz = fOptions.fSlope * random.Normal();
-    dydz = fOptions.fSlope * random.Normal();
+    dxdz = *fOptions.fSlope * random.Normal();
+    dydz = *fOptions.fSlope * random.Normal();
   } while (dxdz * dxdz + dydz * dydz > 1);
   start.fU = TVector3(dxdz, dydz, 1).Unit();
   return start;
@@ -178,7 +218,7 @@ bool Simulator::Follow(const Start& start, util::RandomStream& random) {
   std::vector<double> lots(fDetector.Planes().size());
   if (fOptions.fEfficiency < 1)
     for (double& lot : lots) lot = random.Uniform();
-  if (!fOptions.fLeaving && !MayStop(start, random)) return false;
+  if (!IsBeam() && !fOptions.fLeaving && !MayStop(start, random)) return false;
   if (fOptions.fScattering == ScatteringModel::kFit) return FollowKinks(lots, random);
   fTransport.Scatter(start.fX, start.fU, start.fT, fOptions.fStep, random, fPath);
   FindCrossings(lots);
@@ -211,14 +251,20 @@ void Simulator::FindCrossings(const std::vector<double>& lots) {
       fCrossings.push_back(crossing);
 }
 
+bool Simulator::EndsAsWanted() const {
+  const TVector3& end = fPath.fPoints.back().fX;
+  if (IsBeam()) return !fPath.fStopped && end.Z() > fDetector.Extent().fHigh[2];
+  return fPath.fStopped ? Inside(fDetector.Extent(), end) : fOptions.fLeaving;
+}
+
 bool Simulator::Wanted() const {
-  if (!fOptions.fLeaving && !fPath.fStopped) return false;
-  if (fPath.fStopped && !Inside(fDetector.Extent(), fPath.fPoints.back().fX)) return false;
+  if (!EndsAsWanted()) return false;
   int hits[2] = {0, 0};
   for (const PlaneCrossing& crossing : fCrossings)
     for (unsigned view = 0; view < 2; view++)
       if (fDetector.Planes()[crossing.fPlane].Measures(view)) hits[view]++;
-  return hits[0] >= kMinHits && hits[1] >= kMinHits;
+  const int min = IsBeam() ? kMinBeamHits : kMinHits;
+  return hits[0] >= min && hits[1] >= min;
 }
 
 /// Makes fPath between the z of two points [cm]: a line with kinks at the scattering planes that a

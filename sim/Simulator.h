@@ -38,7 +38,9 @@ struct SimulationRange {
 /// Which tracks are to be simulated.
 struct SimulationOptions {
   int fPDG = kMuonPDG;                      ///< of a particle of Particles()
-  SimulationRange fKineticEnergy{0.3, 1.6}; ///< at the start [GeV]
+  SimulationRange fKineticEnergy{0.3, 1.6}; ///< at the start [GeV]; without effect in a beam
+  double fBeamMomentum = 0;    ///< of a beam that crosses the detector [GeV/c]; 0: particles stop
+  double fSigBeamMomentum = 0; ///< standard deviation of the beam's momentum [GeV/c]
   std::uint64_t fSeed = 1;
   ScatteringModel fScattering = ScatteringModel::kFull;
   HitModel fHits = HitModel::kCells;
@@ -47,10 +49,14 @@ struct SimulationOptions {
   double fStep = 1;            ///< largest step of the full scattering [cm]
   bool fFluctuateLoss = false; ///< let the energy loss fluctuate
   bool fLeaving = false;       ///< also keep tracks that leave the detector
-  double fSlope = 0.3;         ///< standard deviation of dx/dz and dy/dz at the start
+  /// Standard deviation of dx/dz and dy/dz at the start; by default 0.3, in a beam 0.001.
+  std::optional<double> fSlope;
   /// Where tracks start [cm]. By default x and y lie on the face of the detector, z between 1 cm
-  /// upstream of it and 50 cm, at most half of its length, downstream.
+  /// upstream of it and 50 cm, at most half of its length, downstream; a beam starts 1 cm upstream.
   std::optional<SimulationRange> fStart[3];
+  /// Standard deviation of x and y at the start [cm], around the middles of their intervals; by
+  /// default they are spread evenly.
+  std::optional<double> fSpot;
   TrackFitOptions fFit; ///< limits and scattering factor for the scattering of the fit
 };
 
@@ -95,6 +101,10 @@ struct SimulatedTrack {
 /// each view; otherwise place and direction are drawn again, and after 300 of them the energy as
 /// well. A plane is hit where the track first crosses the middle of it, inside a cell.
 ///
+/// The momentum of a beam is drawn from a Gaussian. Its tracks are kept if they leave at the
+/// downstream face of the detector, having hit at least 3 planes of each view: of those with fewer
+/// a fit has no chi-square.
+///
 /// With ScatteringModel::kFit a track is a line in the frame of its fit that bends at the fit's
 /// scattering planes, in each view by a Gaussian angle of the very width that the fit takes. It
 /// goes on average along the straight line that was drawn and ends where a particle on that line
@@ -124,12 +134,15 @@ private:
     double fT = 0; // [GeV]
   };
 
+  bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
+  double DrawEnergy(util::RandomStream& random) const;
   Start DrawStart(double T, util::RandomStream& random) const;
   bool MayStop(const Start& start, util::RandomStream& random);
   bool Follow(const Start& start, util::RandomStream& random);
   bool FollowKinks(const std::vector<double>& lots, util::RandomStream& random);
   void FindCrossings(const std::vector<double>& lots);
   bool Wanted() const;
+  bool EndsAsWanted() const;
   std::vector<SimulatedHit> HitsOf(const PlaneCrossing& crossing) const;
   bool Bend(const TVector3& begin, const TVector3& end, util::RandomStream& random);
   SimulatedTrack Measured(long long number, util::RandomStream& random) const;

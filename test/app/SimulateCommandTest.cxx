@@ -6,6 +6,7 @@ namespace {
 
 using test::Contains;
 using test::kFine;
+using test::kTelescope;
 using test::Outcome;
 using SimulateCommand = test::Command;
 
@@ -29,6 +30,23 @@ TEST_F(SimulateCommand, SimulatesTracksThatItCanFit) {
   }
 }
 
+// The command that the help and docs/simulation.md show, and the fit of what it makes.
+TEST_F(SimulateCommand, SimulatesABeamThatItCanFit) {
+  const Outcome run = Run("simulate --detector " + kTelescope +
+                          " --particle pi --beam-momentum 120 --tracks 1000 --seed 4 -o beam.csv "
+                          "--hits gauss --sigma 0.0015 --spot 0.2");
+  EXPECT_EQ(run.fStatus, 0) << run.fErr;
+  EXPECT_EQ(run.fOut.find("  1000 tracks, 8000 hits, mean kinetic energy at the first hit 119.9 "
+                          "GeV\n"),
+            0u)
+      << run.fOut;
+  const Outcome fit = Run("fit beam.csv --detector " + kTelescope +
+                          " -o fits.root --hypothesis pi --beam-momentum 120");
+  EXPECT_EQ(fit.fStatus, 0) << fit.fErr;
+  EXPECT_TRUE(Contains(fit.fOut, "  tracks fitted                              1000\n"))
+      << fit.fOut;
+}
+
 TEST_F(SimulateCommand, SaysWhatIsWrongWithASimulation) {
   struct Case {
     std::string fArguments;
@@ -49,7 +67,14 @@ TEST_F(SimulateCommand, SaysWhatIsWrongWithASimulation) {
        "kelvo: --step has no effect without --model full\n"},
       {other + "--kinetic-energy 1 --model fit --leaving",
        "kelvo: with the scattering of the fit, tracks stop after their mean range: a fluctuating "
-       "energy loss and tracks that leave need the full scattering\n"},
+       "energy loss, tracks that leave and beams need the full scattering\n"},
+      {other, "kelvo: give either --kinetic-energy, of particles that stop, or --beam-momentum\n"},
+      {other + "--kinetic-energy 1 --beam-momentum 1",
+       "kelvo: give either --kinetic-energy, of particles that stop, or --beam-momentum\n"},
+      {other + "--kinetic-energy 1 --sig-beam-momentum 1",
+       "kelvo: --sig-beam-momentum has no effect without --beam-momentum\n"},
+      {other + "--beam-momentum 9 --leaving",
+       "kelvo: --leaving has no effect without --kinetic-energy\n"},
       {other + "--kinetic-energy 1 --efficiency 0",
        "kelvo: --efficiency: \"0\" is not a number from 0.01 to 1\n"},
       {other + "--kinetic-energy 1 --start-x 5..4",

@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -121,6 +123,8 @@ Sample Fitted(const geo::PlaneDetector& detector, const SimulationOptions& optio
   kelvo::TrackFitOptions fitting = options.fFit;
   fitting.fHypotheses = {options.fPDG};
   fitting.fScatteringFactor = factor;
+  fitting.fBeamMomentum = options.fBeamMomentum;
+  fitting.fSigBeamMomentum = options.fSigBeamMomentum;
   const auto count = static_cast<std::size_t>(tracks);
   std::vector<SimulatedTrack> truth(count);
   std::vector<HypothesisFit> fits(count);
@@ -232,6 +236,103 @@ TEST(SimulatedFit, FullScatteringHasTheWidthThatTheDefaultFactorAssumes) {
     for (const Pulls* pulls : {&sample.fX, &sample.fY, &sample.fUX, &sample.fUY})
       EXPECT_NEAR(pulls->Width(), 0.97, 0.03 + kErrors * pulls->WidthError());
     ExpectMomentum(sample, 0.01);
+  }
+}
+
+/// A beam that scatters in small steps, measured with a Gaussian error.
+SimulationOptions Beam(int pdg, double momentum, double sigma) {
+  SimulationOptions options;
+  options.fPDG = pdg;
+  options.fBeamMomentum = momentum;
+  options.fSigma = sigma;
+  options.fHits = kelvo::HitModel::kGaussian;
+  options.fSpot = 0.1;
+  return options;
+}
+
+/// Everything that can be compared has pulls of 0.95 to 1.05, and chi-square is what it should be.
+void ExpectRightUncertainties(const Sample& sample) {
+  EXPECT_EQ(sample.fLost, 0);
+  for (const Pulls* pulls : {&sample.fX, &sample.fY, &sample.fUX, &sample.fUY, &sample.fMiddle,
+                             &sample.fLast, &sample.fHits, &sample.fResiduals}) {
+    EXPECT_NEAR(pulls->Mean(), 0, kErrors * pulls->MeanError());
+    EXPECT_NEAR(pulls->Width(), 1, 0.02 + kErrors * pulls->WidthError());
+    EXPECT_NEAR(pulls->Width(), 1, 0.05);
+  }
+  ExpectFlat(sample);
+}
+
+// From where scattering in a sensor is ten times its resolution to where it is next to nothing.
+TEST(SimulatedFit, BeamsThroughATelescopeHaveRightUncertainties) {
+  for (const double momentum : {0.5, 3., 120.}) {
+    SCOPED_TRACE(momentum);
+    SimulationOptions options = Beam(211, momentum, 0.0015);
+    options.fSlope = 0.01;
+    ExpectRightUncertainties(
+        Fitted(BundledDetector("telescope"), options, kTracks, options.fFit.fScatteringFactor));
+  }
+}
+
+/// Planes of pixels with scatterers between them, in air.
+geo::PlaneDetector Stack(const std::string& sensor, double depth, const std::string& parts) {
+  std::ostringstream text;
+  text << R"(
+name = "stack"
+world = "Air"
+[[material]]
+name = "Air"
+like = "Air"
+[[material]]
+name = "Steel"
+like = "Fe"
+[[material]]
+name = "sensor"
+)" << sensor
+       << R"(
+[[plane]]
+name = "plane"
+view = "XY"
+count = [100, 100]
+filling = "sensor"
+cell = { width = [0.1, 0.1], depth = )"
+       << depth << R"( }
+[[slab]]
+name = "block"
+material = "Steel"
+size = [10, 10]
+thickness = 2
+[[slab]]
+name = "plate"
+material = "Steel"
+size = [10, 10]
+thickness = 0.1
+[[stack]]
+)" << parts;
+  return geo::PlaneDetector::FromText(text.str(), "stack.toml");
+}
+
+// More than a radiation length in one gap, which scatters a hundred times the resolution away.
+TEST(SimulatedFit, HoldsForTwoCentimetresOfSteelBetweenSiliconPlanes) {
+  const auto detector =
+      Stack("like = \"Si\"", 0.03,
+            "parts = [\"plane\", 2, \"plane\", 2, \"plane\", 2, \"block\", 2, \"plane\", 2, "
+            "\"plane\", 2, \"plane\"]");
+  for (const double momentum : {1., 5.}) {
+    SCOPED_TRACE(momentum);
+    const SimulationOptions options = Beam(13, momentum, 0.001);
+    ExpectRightUncertainties(Fitted(detector, options, kTracks, options.fFit.fScatteringFactor));
+  }
+}
+
+// Steps are short, since one turn at a random place of a plate is no Gaussian shift.
+TEST(SimulatedFit, HoldsForFilmsOfAThirdOfAMicrometreBetweenMillimetresOfSteel) {
+  const auto detector = Stack("formula = \"AgBr\"\ndensity = 2.4", 0.03,
+                              "repeat = 30\nparts = [\"plane\", \"plate\"]");
+  for (const double momentum : {1., 5.}) {
+    SCOPED_TRACE(momentum);
+    SimulationOptions options = Beam(211, momentum, 3e-5);
+    options.fStep = 0.02;
+    ExpectRightUncertainties(Fitted(detector, options, kTracks, options.fFit.fScatteringFactor));
   }
 }
 

@@ -214,6 +214,40 @@ TEST(Simulator, TracksMayLeaveWhereThatIsWanted) {
   EXPECT_GT(track.fHits.back().fT, 1);
 }
 
+TEST(Simulator, ABeamHasItsMomentumSpotAndSlopesAndCrossesAllPlanes) {
+  SimulationOptions options = Options(kelvo::ScatteringModel::kFull);
+  options.fPDG = 211;
+  options.fBeamMomentum = 120;
+  options.fSigBeamMomentum = 6;
+  options.fSpot = 0.2;
+  options.fSlope = 0.002;
+  const auto& telescope = BundledDetector("telescope");
+  Simulator simulator(telescope, options);
+  constexpr int kTracks = 2000;
+  double sum[5] = {}, sum2[5] = {};
+  for (int i = 0; i < kTracks; i++) {
+    const SimulatedTrack track = simulator.Make(i);
+    ASSERT_EQ(track.fHits.size(), 8u); // both views of four planes
+    EXPECT_GT(track.fEnd.Z(), telescope.Extent().fHigh[2]);
+    const TVector3& p = track.fMomentum;
+    const double value[] = {p.Mag(), track.fStart.X(), track.fStart.Y(), p.X() / p.Z(),
+                            p.Y() / p.Z()};
+    for (int k = 0; k < 5; k++) {
+      sum[k] += value[k];
+      sum2[k] += value[k] * value[k];
+    }
+  }
+  // The spot lies in the middle of the face, which is that of the planes.
+  const double mean[] = {120, 0.975, 0.94, 0, 0}, width[] = {6, 0.2, 0.2, 0.002, 0.002};
+  for (int k = 0; k < 5; k++) {
+    const double found = sum[k] / kTracks;
+    EXPECT_NEAR(found, mean[k], 4 * width[k] / std::sqrt(kTracks)) << k;
+    EXPECT_NEAR(std::sqrt(sum2[k] / kTracks - found * found) / width[k], 1,
+                4 / std::sqrt(2. * kTracks))
+        << k;
+  }
+}
+
 template <typename Change>
 std::string Refusal(Change change) {
   SimulationOptions options;
@@ -256,9 +290,25 @@ TEST(Simulator, MessagesSayWhatIsAllowed) {
               o.fLeaving = true;
             }),
             "with the scattering of the fit, tracks stop after their mean range: a fluctuating "
-            "energy loss and tracks that leave need the full scattering");
+            "energy loss, tracks that leave and beams need the full scattering");
   EXPECT_EQ(Refusal([](auto& o) { o.fFit.fBeamMomentum = 3; }),
-            "simulated tracks stop; they have no beam momentum");
+            "the fit's scattering is that of particles that stop; a beam is simulated with "
+            "fBeamMomentum of SimulationOptions");
+  EXPECT_EQ(Refusal([](auto& o) { o.fBeamMomentum = -1; }),
+            "the beam momentum is -1; it must be 0 (particles stop) or from 0.001 to 10000 GeV/c");
+  EXPECT_EQ(Refusal([](auto& o) {
+              o.fBeamMomentum = 3;
+              o.fSigBeamMomentum = 2;
+            }),
+            "the spread of the beam momentum is 2; it must be from 0 to a third of the beam "
+            "momentum");
+  EXPECT_EQ(Refusal([](auto& o) {
+              o.fBeamMomentum = 3;
+              o.fLeaving = true;
+            }),
+            "all tracks of a beam leave the detector; drop fLeaving");
+  EXPECT_EQ(Refusal([](auto& o) { o.fSpot = -1; }),
+            "the width of the spot is -1; it must be from 0 to 10000 cm");
 }
 
 TEST(Simulator, TracksThatCannotStopInsideAreTold) {
@@ -267,6 +317,9 @@ TEST(Simulator, TracksThatCannotStopInsideAreTold) {
             }),
             "track 3: in 30000 attempts no particle stopped inside the detector and was seen by 4 "
             "planes of each view; choose another kinetic energy or start");
+  EXPECT_EQ(Refusal([](auto& o) { o.fBeamMomentum = 0.2; }),
+            "track 3: in 30000 attempts no particle crossed the detector and was seen by 3 planes "
+            "of each view; choose another momentum or start");
 }
 
 TEST(Simulator, DetectorWithAMaterialOfWhichNothingIsKnownIsRefused) {
