@@ -83,6 +83,7 @@ private:
 /// What is looked at in the fits of a sample.
 struct Sample {
   Pulls fX, fY, fUX, fUY; // at the first hit
+  Pulls fP;               // momentum there
   Pulls fMiddle, fLast;   // positions at these hits
   Pulls fHits;            // positions at all hits
   Pulls fResiduals;
@@ -100,6 +101,7 @@ struct Sample {
     fY.AddTrack({(fit.fPosition.Y() - track.fStart.Y()) / std::sqrt(fit.fCov[4])});
     fUX.AddTrack({(fit.fDirection.X() - direction.X()) / std::sqrt(fit.fCov[7])});
     fUY.AddTrack({(fit.fDirection.Y() - direction.Y()) / std::sqrt(fit.fCov[9])});
+    fP.AddTrack({(fit.fP - track.fMomentum.Mag()) / fit.fSigP});
     std::vector<double> positions, residuals;
     for (std::size_t i = 0; i < fit.fHit.size(); i++) {
       const kelvo::HitFit& hit = fit.fHit[i];
@@ -234,7 +236,7 @@ TEST(SimulatedFit, FullScatteringHasTheWidthThatTheDefaultFactorAssumes) {
         Muons(kelvo::ScatteringModel::kFull, name == "fine" ? 1.6 : 2.);
     const Sample sample = Fitted(detector, options, kTracks / 4, std::sqrt(3.));
     for (const Pulls* pulls : {&sample.fX, &sample.fY, &sample.fUX, &sample.fUY})
-      EXPECT_NEAR(pulls->Width(), 0.97, 0.03 + kErrors * pulls->WidthError());
+      EXPECT_NEAR(pulls->Width(), 1, 0.02 + kErrors * pulls->WidthError());
     ExpectMomentum(sample, 0.01);
   }
 }
@@ -268,8 +270,11 @@ TEST(SimulatedFit, BeamsThroughATelescopeHaveRightUncertainties) {
     SCOPED_TRACE(momentum);
     SimulationOptions options = Beam(211, momentum, 0.0015);
     options.fSlope = 0.01;
-    ExpectRightUncertainties(
-        Fitted(BundledDetector("telescope"), options, kTracks, options.fFit.fScatteringFactor));
+    options.fSigBeamMomentum = 0.02 * momentum;
+    const Sample sample =
+        Fitted(BundledDetector("telescope"), options, kTracks, options.fFit.fScatteringFactor);
+    ExpectRightUncertainties(sample);
+    sample.fP.ExpectUnit("p");
   }
 }
 
@@ -319,12 +324,12 @@ TEST(SimulatedFit, HoldsForTwoCentimetresOfSteelBetweenSiliconPlanes) {
             "\"plane\", 2, \"plane\"]");
   for (const double momentum : {1., 5.}) {
     SCOPED_TRACE(momentum);
-    const SimulationOptions options = Beam(13, momentum, 0.001);
+    SimulationOptions options = Beam(13, momentum, 0.001);
+    options.fStep = 0.2; // one turn per step is no Gaussian shift
     ExpectRightUncertainties(Fitted(detector, options, kTracks, options.fFit.fScatteringFactor));
   }
 }
 
-// Steps are short, since one turn at a random place of a plate is no Gaussian shift.
 TEST(SimulatedFit, HoldsForFilmsOfAThirdOfAMicrometreBetweenMillimetresOfSteel) {
   const auto detector = Stack("formula = \"AgBr\"\ndensity = 2.4", 0.03,
                               "repeat = 30\nparts = [\"plane\", \"plate\"]");
@@ -340,8 +345,8 @@ TEST(SimulatedFit, FactorOneIsTooNarrowForTheFullScattering) {
   const auto& detector = BundledDetector("range");
   const SimulationOptions options = Muons(kelvo::ScatteringModel::kFull, 2);
   const Sample sample = Fitted(detector, options, kTracks / 4, 1);
-  EXPECT_NEAR(sample.fUX.Width(), 1.46, 0.05 + kErrors * sample.fUX.WidthError());
-  EXPECT_NEAR(sample.fX.Width(), 1.14, 0.05 + kErrors * sample.fX.WidthError());
+  EXPECT_NEAR(sample.fUX.Width(), 1.56, 0.02 + kErrors * sample.fUX.WidthError());
+  EXPECT_NEAR(sample.fX.Width(), 1.18, 0.02 + kErrors * sample.fX.WidthError());
   ExpectMomentum(sample, 0.01);
 }
 
