@@ -40,6 +40,24 @@ double MipLoss(const std::vector<Gap>& gaps) {
   return sum;
 }
 
+/// Returns the radiation lengths along z of a gap, or of a window [cm] around it that is wider. At
+/// the ends of the track the window moves inwards.
+double RadLenAround(const std::vector<Gap>& gaps, std::size_t i, double window) {
+  constexpr double kRounding = 1e-9;
+  if (gaps[i].fEnd - gaps[i].fBegin >= window * (1 - kRounding)) return gaps[i].fRadLen;
+  const double middle = (gaps[i].fBegin + gaps[i].fEnd) / 2;
+  const double first = gaps.front().fBegin, last = gaps.back().fEnd - window;
+  const double begin = std::max(std::min(middle - window / 2, last), first), end = begin + window;
+  while (i > 0 && gaps[i].fBegin > begin) i--;
+  double sum = 0;
+  for (; i < gaps.size() && gaps[i].fBegin < end; i++) {
+    const double length = gaps[i].fEnd - gaps[i].fBegin;
+    const double inside = std::min(gaps[i].fEnd, end) - std::max(gaps[i].fBegin, begin);
+    if (inside > 0) sum += gaps[i].fRadLen * inside / length;
+  }
+  return sum;
+}
+
 /// A straight line through the hits of a view, by least squares.
 struct StraightLine {
   double f0 = 0, fZ = 0, fU = 0, fZZ = 0, fZU = 0; // weighted sums
@@ -172,20 +190,22 @@ void TrackChain::FindPoints() {
 
 void TrackChain::TraceMaterial() {
   fMaterial.Trace(fPoints);
-  if (IsBeam()) return;
   std::vector<double>& gaps = fSigAlpha; // which is free
   gaps.clear();
   for (const Gap& gap : fMaterial.Gaps())
     if (gap.fEnd > gap.fBegin) gaps.push_back(gap.fEnd - gap.fBegin);
   const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2);
   std::nth_element(gaps.begin(), middle, gaps.end());
-  fEndSigma = std::sqrt(EnergyAlong::kEndVariance) * *middle;
-  fMaterial.TraceEnd(fPoints.back(), {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()}, *middle,
-                     fOptions.fBeyondLastHit);
+  fUsualGap = *middle;
+  if (IsBeam()) return;
+  fEndSigma = std::sqrt(EnergyAlong::kEndVariance) * fUsualGap;
+  fMaterial.TraceEnd(fPoints.back(), {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()},
+                     fUsualGap, fOptions.fBeyondLastHit);
 }
 
-/// Highland's logarithm belongs to a thickness as a whole: that of the gap. A kink's angle in the
-/// plane of a view changes the slope of the view, say dx/dz, by
+/// Highland's logarithm belongs to a thickness as a whole: that of the gap, but not of one that is
+/// shorter than usual, so that an extra hit in a gap does not change what scatters there. A kink's
+/// angle in the plane of a view changes the slope of the view, say dx/dz, by
 ///   angle sqrt(1 + (dx/dz)^2) sqrt(1 + (dx/dz)^2 + (dy/dz)^2).
 void TrackChain::PlacePlanes() {
   constexpr double kHighland = 13.6e-3; // GeV; V. L. Highland's formula as in the Review of
@@ -199,7 +219,9 @@ void TrackChain::PlacePlanes() {
     const Gap& gap = gaps[i];
     const double stretch = fCourse.fStretch[i];
     const double scale =
-        gap.fNPlanes > 0 ? factor * (1 + kLog * std::log(gap.fRadLen * stretch)) : 0;
+        gap.fNPlanes > 0
+            ? factor * (1 + kLog * std::log(RadLenAround(gaps, i, fUsualGap) * stretch))
+            : 0;
     const double x = (fCourse.fSlope[0][i] + fCourse.fSlope[0][i + 1]) / 2;
     const double y = (fCourse.fSlope[1][i] + fCourse.fSlope[1][i + 1]) / 2;
     const double along = Stretch(x, y);

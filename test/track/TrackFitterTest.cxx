@@ -385,6 +385,27 @@ TEST(TrackFitter, HowTheMaterialOfAGapIsCutDoesNotMatter) {
   }
 }
 
+TEST(TrackFitter, ExtraHitsInAGapHardlyChangeWhatScattersThere) {
+  constexpr double kHardly = 0.01;
+  // Width of all kinks between two hits of a track that otherwise keeps its own.
+  const auto width = [](std::size_t gap, int cuts) {
+    HitList3D hits = Hits({0, 0, 0, 0}, 30);
+    const double begin = 50 + kSpacing * static_cast<double>(gap);
+    for (int i = 1; i < cuts; i++) AddX(hits, 0, begin + kSpacing * i / cuts);
+    TrackFitOptions options;
+    options.fBeamMomentum = 1000;
+    const HypothesisFit fit = Best(TrackFitter(Block(), options).Fit(hits));
+    double variance = 0;
+    for (std::size_t j = 0; j < fit.fPlaneSigAlpha.size(); j++)
+      if (fit.fPlanePoint[j].Z() > begin && fit.fPlanePoint[j].Z() < begin + kSpacing)
+        variance += fit.fPlaneSigAlpha[j] * fit.fPlaneSigAlpha[j];
+    return std::sqrt(variance);
+  };
+  for (const std::size_t gap : {0, 14, 28})
+    for (const int cuts : {2, 10})
+      EXPECT_NEAR(width(gap, cuts) / width(gap, 1), 1, kHardly) << gap << ' ' << cuts;
+}
+
 TEST(TrackFitter, AFitDoesNotDependOnWhatMaterialsWereMetBefore) {
   std::vector<LayeredGeometry::Layer> layers{{200, "Glue"}};
   for (int i = 0; i < 100; i++) {
