@@ -136,7 +136,7 @@ double EnergyAlong::EndVariance(const MaterialAlong& material, std::size_t parti
                                 const std::vector<double>& stretch) const {
   const double end =
       material.EndMipLoss() * stretch.back() * LossRatio(material, particle, stretch);
-  return kEndVariance * end * end;
+  return MaterialAlong::kEndVariance * end * end;
 }
 
 } // namespace kelvo

@@ -14,10 +14,6 @@ namespace kelvo {
 /// A stretch is given for each gap and for the end behind the last one; see Layer.
 class EnergyAlong {
 public:
-  /// Variance of where a stopping track ends, in squares of the way to its next plane as measured
-  /// by energy loss: anywhere on it, or further on where planes give no hit, as one in twenty does.
-  static constexpr double kEndVariance = 1. / 12 + 0.05 / (0.95 * 0.95);
-
   /// @param masses of the particles, in the order of their tables [GeV]
   explicit EnergyAlong(std::vector<double> masses) : fMasses(std::move(masses)) {}
 

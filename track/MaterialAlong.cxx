@@ -79,7 +79,8 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
   to.fX[2] += length;
   const double z0 = from.fX[2];
   const std::size_t i = fSums.size() - 1;
-  fEndMipLoss = 0;
+  const double spread = std::sqrt(kEndVariance);
+  fEndMipLoss = fEndSigma = 0;
   double sumEnd = 0;
   for (int k = 0; k < kCrossings; k++) {
     const std::vector<MaterialStep>& steps = Shifted(from, to);
@@ -89,17 +90,27 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
     fEndMipLoss += all / kCrossings;
     // Where nothing takes energy, half of the loss is half of the way.
     const double limit = all > 0 ? all : length;
-    double left = fraction * limit, begin = z0;
+    const auto spent = [&](double part) {
+      double left = part * limit, z = z0;
+      for (const MaterialStep& step : steps) {
+        if (!(left > 0)) break;
+        const double loss = all > 0 ? fMaterials[step.fMaterial].fMipLoss : 1;
+        const double thickness = loss > 0 ? std::min(step.fLength, left / loss) : step.fLength;
+        z += thickness;
+        left -= loss * thickness;
+      }
+      return z;
+    };
+    const double end = spent(fraction);
+    double begin = z0;
     for (const MaterialStep& step : steps) {
-      const double loss = all > 0 ? fMaterials[step.fMaterial].fMipLoss : 1;
-      const double part = loss > 0 ? std::min(step.fLength, left / loss) : step.fLength;
-      if (!(left > 0)) break;
-      Add(i, z0, begin, begin + part, step.fMaterial);
-      begin += part;
-      left -= loss * part;
+      if (!(begin < end)) break;
+      Add(i, z0, begin, std::min(begin + step.fLength, end), step.fMaterial);
+      begin += step.fLength;
     }
-    sumEnd += begin;
     Close(i);
+    sumEnd += end;
+    fEndSigma += (spent(0.5 + spread) - spent(0.5 - spread)) / (2 * kCrossings);
   }
   fEnd = Summary(i, z0, sumEnd / kCrossings);
 }

@@ -54,6 +54,10 @@ struct Gap {
 /// falls along the gap, and both planes lie within it.
 class MaterialAlong {
 public:
+  /// Variance of where a stopping track ends, in squares of the way to its next plane as measured
+  /// by energy loss: anywhere on it, or further on where planes give no hit, as one in twenty does.
+  static constexpr double kEndVariance = 1. / 12 + 0.05 / (0.95 * 0.95);
+
   explicit MaterialAlong(DetectorMaterials materials) : fMaterials(std::move(materials)) {}
 
   /// Finds the material between neighbouring points, one gap each.
@@ -72,6 +76,9 @@ public:
   const std::vector<Gap>& Gaps() const { return fGaps; }
   const Gap& End() const { return fEnd; }           ///< up to where the track ends
   double EndMipLoss() const { return fEndMipLoss; } ///< up to the next plane [GeV]
+  /// Returns how well it is known where the track ends, along z [cm]: half of the way between the
+  /// places that are a standard deviation of the loss, by kEndVariance, from half of it.
+  double EndSigma() const { return fEndSigma; }
   const Layer* Layers(const Gap& gap) const { return fLayers.data() + gap.fFirst; }
   const DetectorMaterials& Materials() const { return fMaterials; }
 
@@ -95,6 +102,7 @@ private:
   std::vector<Layer> fLayers;
   Gap fEnd{};
   double fEndMipLoss = 0;
+  double fEndSigma = 0;
   std::vector<Sums> fSums;        // by gap, and of the end
   std::vector<std::size_t> fMet;  // materials in the order in which this track meets them, so that
                                   // no result depends on other tracks

@@ -198,7 +198,6 @@ void TrackChain::TraceMaterial() {
   std::nth_element(gaps.begin(), middle, gaps.end());
   fUsualGap = *middle;
   if (IsBeam()) return;
-  fEndSigma = std::sqrt(EnergyAlong::kEndVariance) * fUsualGap;
   fMaterial.TraceEnd(fPoints.back(), {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()},
                      fUsualGap, fOptions.fBeyondLastHit);
 }
@@ -430,8 +429,15 @@ void TrackChain::FillPath(HypothesisFit& fit) const {
   const double beyond = end.fEnd - end.fBegin;
   fit.fEnd += beyond * TVector3(x.fSlope, y.fSlope, 1);
   fit.fLength += beyond * stretch[last];
-  fit.fSigLength = fEndSigma * stretch[last];
   fit.fRadLen += end.fRadLen * stretch[last];
+  // Beside where the track ends, what both ends of the line are off along its direction.
+  double variance = std::pow(fMaterial.EndSigma() * stretch[last], 2);
+  for (std::size_t v = 0; v < 2; v++) {
+    const KinkPoint first = At(v, 0), at = v == 0 ? x : y;
+    const double dx = at.fX - first.fX, dz = fHits[last].fZ - fHits[0].fZ;
+    variance += dx * dx / (dx * dx + dz * dz) * (first.fVarX + at.fVarX);
+  }
+  fit.fSigLength = std::sqrt(variance);
 }
 
 /// Returns the energy at the first hit of a particle that goes along its own fitted track.

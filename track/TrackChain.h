@@ -107,7 +107,6 @@ private:
   std::vector<WayPoint> fPoints; // one per hit
   Course fCourse;                // of lines through neighbouring hits
   double fUsualGap = 0;          // median of those between hits, along z [cm]
-  double fEndSigma = 0;          // uncertainty of where the track ends, along z [cm]
   Course fOwnCourse;             // of the hypothesis at hand
   std::vector<Plane> fPlanes;
   std::vector<double> fPlaneZ;            // of fPlanes [cm]

@@ -144,6 +144,14 @@ TEST(MaterialAlong, TheEndLiesWhereAFractionOfTheEnergyLossIsSpent) {
   const double depth = (along.EndMipLoss() / 2 - 2 * perScintillator) / (steel / 2);
   EXPECT_NEAR(along.End().fEnd, 13 + depth, 1e-6);
   EXPECT_NEAR(along.End().fMipLoss, along.EndMipLoss() / 2, kRounding);
+  const double part = std::sqrt(MaterialAlong::kEndVariance);
+  const auto place = [&](double loss) {
+    return loss < 2 * perScintillator ? 10 + loss / perScintillator
+                                      : 13 + (loss - 2 * perScintillator) / (steel / 2);
+  };
+  const double begin = place((0.5 - part) * along.EndMipLoss());
+  const double end = place((0.5 + part) * along.EndMipLoss());
+  EXPECT_NEAR(along.EndSigma(), (end - begin) / 2, 1e-6);
 }
 
 TEST(MaterialAlong, InVacuumTheEndIsAFractionOfTheWay) {
@@ -152,6 +160,7 @@ TEST(MaterialAlong, InVacuumTheEndIsAFractionOfTheWay) {
   along.Trace({At(8), At(12)});
   along.TraceEnd(At(12), {0, 0}, 8, 0.25);
   EXPECT_NEAR(along.End().fEnd, 14, kRounding);
+  EXPECT_NEAR(along.EndSigma(), 8 * std::sqrt(MaterialAlong::kEndVariance), kRounding);
 }
 
 } // namespace

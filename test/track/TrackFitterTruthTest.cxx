@@ -328,7 +328,7 @@ double HalfWidth(const std::vector<double>& values) {
 struct Summary {
   std::size_t fLost = 0;
   std::vector<std::pair<double, double>> fMomenta; ///< true one, fitted over true one
-  std::vector<double> fPullP;
+  std::vector<double> fPullP, fPullLength;
   std::vector<double> fPullU[3], fPullSlope[3]; ///< at the first, middle and last hit
 };
 
@@ -353,6 +353,7 @@ Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitO
     }
     summary.fMomenta.emplace_back(track.fP, right->fP / track.fP);
     summary.fPullP.push_back((right->fP - track.fP) / right->fSigP);
+    summary.fPullLength.push_back((right->fLength - track.fLength) / right->fSigLength);
     const std::size_t last = right->fHit.size() - 1, places[] = {0, last / 2, last};
     for (std::size_t k = 0; k < 3; k++) {
       const HitFit& hit = right->fHit[places[k]];
@@ -406,6 +407,7 @@ TEST_P(Geant4, PullsHaveACoreOfWidthOneAllAlongTheTrack) {
       EXPECT_NEAR(HalfWidth(summary.fPullU[k]), 1, core) << hits << ", place " << k;
     }
     EXPECT_NEAR(HalfWidth(summary.fPullP), 1, 0.1) << hits;
+    EXPECT_NEAR(HalfWidth(summary.fPullLength), 1, 0.1) << hits;
   }
 }
 
