@@ -44,7 +44,8 @@ double BlochTerm(double beta) {
 // compounds are nearly that (ICRU Report 49), to 0 for fast ones, where the compound's own mean
 // excitation energy and averages over its atoms are better.
 double Additivity(double tau) {
-  constexpr double kHalf = 3e-3; // T/M where it is one half, for protons 2.8 MeV
+  constexpr double kHalf =
+      3e-3; // T/M where it is one half, for protons 2.8 MeV; a choice, see docs
   return 1 / (1 + tau / kHalf);
 }
 

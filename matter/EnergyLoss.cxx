@@ -3,6 +3,7 @@
 #include "matter/CollisionLoss.h"
 #include "matter/Constants.h"
 #include "matter/RadiationLoss.h"
+#include "matter/SlowLoss.h"
 
 #include <algorithm>
 #include <cmath>
@@ -42,11 +43,38 @@ double Cubic(const std::vector<double>& y, const std::vector<double>& slope, dou
          t * t * ((1 + 2 * u) * y[i + 1] - u * slope[i + 1]);
 }
 
-// The kinetic energy [GeV] from which on Bethe's formula is used: above its maximum.
-double LowestEnergy(const Material& material, const Projectile& particle) {
-  const auto loss = [&](double T) { return CollisionLoss(material, particle, T); };
-  double T = kLowestTau * particle.fMass;
-  while (T < particle.fMass && loss(T) < loss(2 * T)) T *= 2;
+// Velocity squared at a kinetic energy in masses.
+double Beta2(double tau) {
+  return tau * (tau + 2) / ((tau + 1) * (tau + 1));
+}
+
+// Loss by collisions [MeV cm2/g] with what measurements of slow protons add to Bethe's formula.
+class Collisions {
+public:
+  Collisions(const Material& material, const Projectile& particle)
+      : fMaterial(material), fParticle(particle) {
+    const double T = kLowestTau * kProton.fMass;
+    for (const auto& [element, w] : material.Parts()) {
+      const Material alone = Material::OfMassFractions("", {{element->fSymbol, 1}}, 1);
+      fExcess += w * (SlowProtonLoss(*element, T) - CollisionLoss(alone, kProton, T));
+    }
+  }
+
+  double operator()(double T) const {
+    const double fall = Beta2(kLowestTau) / Beta2(T / fParticle.fMass);
+    return CollisionLoss(fMaterial, fParticle, T) + fExcess * fall * fall;
+  }
+
+private:
+  const Material& fMaterial;
+  const Projectile& fParticle;
+  double fExcess = 0; // at kLowestTau
+};
+
+// The kinetic energy [GeV] from which on the formula is used: above its maximum.
+double LowestEnergy(const Collisions& loss, double mass) {
+  double T = kLowestTau * mass;
+  while (T < mass && loss(T) < loss(2 * T)) T *= 2;
   return T;
 }
 
@@ -72,16 +100,16 @@ private:
 
 } // namespace
 
-EnergyLoss::EnergyLoss(const Material& material, const Projectile& particle)
-    : fLowest(LowestEnergy(material, particle)) {
+EnergyLoss::EnergyLoss(const Material& material, const Projectile& particle) {
+  const Collisions collisions(material, particle);
+  fLowest = LowestEnergy(collisions, particle.fMass);
   const double perLength = material.Density() * kGeVPerMeV;
   const Radiation radiation(material, particle);
   const double start = std::log(fLowest);
   const int steps = static_cast<int>((std::log(kHighest) - start) / kStep) + 1;
   for (int i = 0; i <= steps; i++) {
     const double logT = start + i * kStep;
-    const double collisions = CollisionLoss(material, particle, std::exp(logT));
-    fLog.push_back(std::log(perLength * (collisions + radiation.At(logT))));
+    fLog.push_back(std::log(perLength * (collisions(std::exp(logT)) + radiation.At(logT))));
   }
   fSlope = Slopes(fLog);
   fLowLoss = std::exp(fLog[0]);

@@ -14,7 +14,9 @@ namespace matter {
 ///     const double perCentimetre = loss(1); // GeV/cm at 1 GeV
 ///
 /// From 1e-3 of the mass on (a muon of 0.1 MeV, a proton of 0.9 MeV) the loss is CollisionLoss()
-/// plus RadiationLoss(), or from the formula's maximum where that lies higher. Below it bends over
+/// plus RadiationLoss(), and what the measured loss of protons there (SlowProtonLoss) is above the
+/// former: what shell corrections leave out, so that it falls like them, with the inverse square of
+/// the velocity beside the logarithm. A maximum further up is where it begins. Below it bends over
 /// into one proportional to the velocity (J. Lindhard, M. Scharff, Phys. Rev. 124 (1961) 128), with
 /// the right height and slope where it begins: good enough for the last micrometres of a track.
 /// Construction takes milliseconds; an object is constant once built.
@@ -26,7 +28,7 @@ public:
   double operator()(double T) const;
 
 private:
-  double fLowest;           // kinetic energy from which on the loss is tabulated [GeV]
+  double fLowest = 0;       // kinetic energy from which on the loss is tabulated [GeV]
   double fLowLoss = 0;      // there [GeV/cm]
   double fBend = 0;         // of the loss below
   std::vector<double> fLog; // logarithm of the loss per length [GeV/cm] in equal steps of ln T
