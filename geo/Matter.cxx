@@ -1,6 +1,7 @@
 #include "geo/Matter.h"
 
 #include <cmath>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,22 +17,23 @@ const matter::Element* ElementOf(double z) {
   return std::abs(z - whole) < kWhole ? matter::FindElement(whole) : nullptr;
 }
 
-#ifdef KELVO_HAS_GEOMETRY
+/// The elements of a mixture by mass, none of anything else. Isotopes of an element are one.
 Fractions ElementsOf(const TGeoMaterial& material) {
   const auto* mixture = dynamic_cast<const TGeoMixture*>(&material);
-  Fractions fractions;
+  std::map<std::string, double> grams;
+  double sum = 0;
   for (int i = 0; mixture && i < mixture->GetNelements(); i++) {
+    const double weight = mixture->GetWmixt()[i];
+    if (!(weight > 0)) continue;
     const matter::Element* element = ElementOf(mixture->GetZmixt()[i]);
     if (!element) return {};
-    fractions.emplace_back(element->fSymbol, mixture->GetWmixt()[i]);
+    grams[element->fSymbol] += weight;
+    sum += weight;
   }
+  Fractions fractions;
+  for (const auto& [symbol, weight] : grams) fractions.emplace_back(symbol, weight / sum);
   return fractions;
 }
-#else
-Fractions ElementsOf(const TGeoMaterial&) {
-  return {};
-}
-#endif
 
 std::optional<matter::Material> Known(const TGeoMaterial& material) {
   const std::string name = material.GetName();

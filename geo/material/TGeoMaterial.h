@@ -3,6 +3,8 @@
 #include <TNamed.h>
 
 #include <cmath>
+#include <cstddef>
+#include <vector>
 
 /// Material record with the interface of the class of the same name in ROOT's geometry package,
 /// for a ROOT that comes without that package. Limited to what a material is: name, atomic mass
@@ -65,9 +67,44 @@ private:
     return a * (1 / (1 + a) + 0.20206 - 0.0369 * a + 0.0083 * a * a - 0.002 * a * a * a);
   }
 
+protected:
   double fA;
   double fZ;
   double fDensity;
   double fRadLen = 0;
   double fIntLen = 0;
+};
+
+/// Material of several elements, with the interface of ROOT's class of the same name. Atomic mass
+/// and number are means by mass; both lengths are those of these means.
+class TGeoMixture : public TGeoMaterial {
+public:
+  /// @param nel number of elements that will be added, a hint
+  /// @param rho density [g/cm3]
+  TGeoMixture(const char* name, int nel, double rho) : TGeoMaterial(name, 0, 0, rho) {
+    for (std::vector<double>* column : {&fAmixture, &fZmixture, &fWeights})
+      column->reserve(static_cast<std::size_t>(nel));
+  }
+
+  /// Adds an element.
+  /// @param a      atomic mass [g/mole]
+  /// @param z      atomic number
+  /// @param weight fraction of the mass
+  void AddElement(double a, double z, double weight) {
+    fAmixture.push_back(a);
+    fZmixture.push_back(z);
+    fWeights.push_back(weight);
+    fA += weight * a;
+    fZ += weight * z;
+    SetRadLen(0);
+  }
+
+  int GetNelements() const { return static_cast<int>(fWeights.size()); }
+  // As in ROOT, a mixture that does not change gives its numbers to be changed.
+  double* GetAmixt() const { return fAmixture.data(); } ///< by element, as are the other two
+  double* GetZmixt() const { return fZmixture.data(); }
+  double* GetWmixt() const { return fWeights.data(); }
+
+private:
+  mutable std::vector<double> fAmixture, fZmixture, fWeights;
 };

@@ -115,6 +115,39 @@ TEST(Matter, RecordOfAnyGeometryIsKnownByNameOrElement) {
   EXPECT_EQ(byName->Excitation(), 78);
 }
 
+TEST(Matter, AMixtureIsOfItsElementsByMass) {
+  TGeoMixture glass("window", 4, 2.2);
+  glass.AddElement(28.085, 14, 0.467);
+  glass.AddElement(15.995, 8, 0.5);
+  glass.AddElement(17.999, 8, 0.033); // another isotope of the same element
+  glass.AddElement(1.008, 1, 0);
+  const auto matter = MatterOf(glass);
+  ASSERT_TRUE(matter);
+  ASSERT_EQ(matter->Parts().size(), 2u);
+  EXPECT_EQ(matter->Parts()[0].fElement->fZ, 8);
+  EXPECT_NEAR(matter->Parts()[0].fMassFraction, 0.533, 1e-12);
+  EXPECT_EQ(matter->Parts()[1].fElement->fZ, 14);
+  EXPECT_EQ(matter->Density(), 2.2);
+  EXPECT_EQ(matter->RadLength(), glass.GetRadLen() * 2.2);
+  const auto same = matter::Material::OfFormula("quartz", "SiO2", 2.2);
+  EXPECT_NEAR(matter->Excitation() / same.Excitation(), 1, 1e-3);
+}
+
+TEST(Matter, TheWeightsOfAMixtureNeedNotAddUpToOne) {
+  TGeoMixture water("coolant", 2, 0.998);
+  water.AddElement(1.008, 1, 2 * 1.008);
+  water.AddElement(15.999, 8, 15.999);
+  const auto matter = MatterOf(water);
+  ASSERT_TRUE(matter);
+  EXPECT_NEAR(matter->Parts()[0].fMassFraction, 2 * 1.008 / 18.015, 1e-12);
+}
+
+TEST(Matter, AMixtureOfWhatIsNoElementIsNotKnown) {
+  TGeoMixture foam("foam", 1, 0.05);
+  foam.AddElement(11.2, 5.6, 1);
+  EXPECT_FALSE(MatterOf(foam));
+}
+
 TEST(Matter, UnknownNameWithoutElementIsUnknown) {
   EXPECT_FALSE(MatterOf(TGeoMaterial("Oil", 0, 0, 0.9, -50)));
   EXPECT_FALSE(MatterOf(TGeoMaterial("Mixture", 12.4, 6.6, 0.9, -50)));
