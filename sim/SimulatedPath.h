@@ -84,8 +84,8 @@ public:
 private:
   /// What a material does to the particle.
   struct Medium {
-    const TGeoMaterial* fMaterial;
-    double fRadLen;                    // radiation lengths per length [1/cm]
+    const TGeoMaterial* fMaterial = nullptr;
+    double fRadLen = 0;                // radiation lengths per length [1/cm]
     std::optional<MaterialLoss> fLoss; // none in vacuum
   };
 

@@ -433,9 +433,10 @@ void TrackChain::FillPath(HypothesisFit& fit) const {
   // Beside where the track ends, what both ends of the line are off along its direction.
   double variance = std::pow(fMaterial.EndSigma() * stretch[last], 2);
   for (std::size_t v = 0; v < 2; v++) {
-    const KinkPoint first = At(v, 0), at = v == 0 ? x : y;
-    const double dx = at.fX - first.fX, dz = fHits[last].fZ - fHits[0].fZ;
-    variance += dx * dx / (dx * dx + dz * dz) * (first.fVarX + at.fVarX);
+    const ViewFit& first = fit.fView[v];
+    const KinkPoint& at = v == 0 ? x : y;
+    const double dx = at.fX - first.fIntercept, dz = fHits[last].fZ - fHits[0].fZ;
+    variance += dx * dx / (dx * dx + dz * dz) * (first.fCov[0] + at.fVarX);
   }
   fit.fSigLength = std::sqrt(variance);
 }
