@@ -11,6 +11,7 @@
 namespace matter {
 namespace {
 
+constexpr int kNeon = 10;              // last element without M shell
 constexpr double kLowestTau = 1e-3;    // T/M from which on Bethe's formula is used
 constexpr double kHighest = 2e4;       // GeV, end of the table
 const double kStep = std::log(2.) / 8; // of the table, in ln T
@@ -49,12 +50,15 @@ double Beta2(double tau) {
 }
 
 // Loss by collisions [MeV cm2/g] with what measurements of slow protons add to Bethe's formula.
+// That concerns elements of more than K and L shells, whose corrections are calculated and not
+// scaled.
 class Collisions {
 public:
   Collisions(const Material& material, const Projectile& particle)
       : fMaterial(material), fParticle(particle) {
     const double T = kLowestTau * kProton.fMass;
     for (const auto& [element, w] : material.Parts()) {
+      if (element->fZ <= kNeon) continue;
       const Material alone = Material::OfMassFractions("", {{element->fSymbol, 1}}, 1);
       fExcess += w * (SlowProtonLoss(*element, T) - CollisionLoss(alone, kProton, T));
     }

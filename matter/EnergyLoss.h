@@ -15,11 +15,11 @@ namespace matter {
 ///
 /// From 1e-3 of the mass on (a muon of 0.1 MeV, a proton of 0.9 MeV) the loss is CollisionLoss()
 /// plus RadiationLoss(), and what the measured loss of protons there (SlowProtonLoss) is above the
-/// former: what shell corrections leave out, so that it falls like them, with the inverse square of
-/// the velocity beside the logarithm. A maximum further up is where it begins. Below it bends over
-/// into one proportional to the velocity (J. Lindhard, M. Scharff, Phys. Rev. 124 (1961) 128), with
-/// the right height and slope where it begins: good enough for the last micrometres of a track.
-/// Construction takes milliseconds; an object is constant once built.
+/// former in elements beyond neon: what shell corrections leave out, so that it falls like them,
+/// with the inverse square of the velocity beside the logarithm. A maximum further up is where it
+/// begins. Below it bends over into one proportional to the velocity (J. Lindhard, M. Scharff,
+/// Phys. Rev. 124 (1961) 128), with the right height and slope where it begins: good enough for the
+/// last micrometres of a track. Construction takes milliseconds; an object is constant once built.
 class EnergyLoss {
 public:
   EnergyLoss(const Material& material, const Projectile& particle);
