@@ -252,15 +252,14 @@ SimulationOptions Beam(int pdg, double momentum, double sigma) {
   return options;
 }
 
-/// Everything that can be compared has pulls of 0.95 to 1.05, and chi-square is what it should be.
+/// All that can be compared has pulls of width 1, and chi-square is what it should be.
 void ExpectRightUncertainties(const Sample& sample) {
   EXPECT_EQ(sample.fLost, 0);
-  for (const Pulls* pulls : {&sample.fX, &sample.fY, &sample.fUX, &sample.fUY, &sample.fMiddle,
-                             &sample.fLast, &sample.fHits, &sample.fResiduals}) {
-    EXPECT_NEAR(pulls->Mean(), 0, kErrors * pulls->MeanError());
-    EXPECT_NEAR(pulls->Width(), 1, 0.02 + kErrors * pulls->WidthError());
-    EXPECT_NEAR(pulls->Width(), 1, 0.05);
-  }
+  ExpectUnitAtFirstHit(sample);
+  sample.fMiddle.ExpectUnit("middle hit");
+  sample.fLast.ExpectUnit("last hit");
+  sample.fHits.ExpectUnit("all hits");
+  sample.fResiduals.ExpectUnit("residuals");
   ExpectFlat(sample);
 }
 
