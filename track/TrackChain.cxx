@@ -1,6 +1,5 @@
 #include "track/TrackChain.h"
 
-#include "track/Guarded.h"
 #include "track/HitCheck.h"
 #include "util/Particles.h"
 
@@ -17,6 +16,14 @@ constexpr double kSmallestCosine = 0.02; // between a track and z: 88.9 degrees
 
 double Stretch(double slopeX, double slopeY) {
   return std::sqrt(1 + slopeX * slopeX + slopeY * slopeY);
+}
+
+/// The way through a gap is longer than its extent in z by the mean stretch at both ends. To be
+/// called with ascending i.
+template <class Real>
+void SetStretch(std::size_t i, const Real& value, std::vector<Real>& stretch) {
+  if (i > 0) stretch[i - 1] = (stretch[i - 1] + value) / 2;
+  stretch[i] = value;
 }
 
 std::vector<double> Masses(const std::vector<int>& hypotheses) {
@@ -123,9 +130,11 @@ Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
     fEnergy.Pass(fMaterial, fCourse.fStretch, fOptions.fBeamMomentum);
   else
     fEnergy.Stop(fMaterial, fCourse.fStretch);
-  for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
-    const Refusal refusal = Guarded([&] { return FitHypothesis(h, out.fHypothesis[h]); });
-    if (refusal) RefuseFit(refusal, out.fHypothesis[h]);
+  for (std::size_t h = 0; h < out.fHypothesis.size(); h += kLanes) {
+    const LaneFits lanes = {h, std::min(kLanes, out.fHypothesis.size() - h), &out.fHypothesis[h]};
+    FindWidths(lanes);
+    SolveViews();
+    Fill(lanes);
   }
   FindBest(out);
   return {};
@@ -185,12 +194,12 @@ void TrackChain::FindPoints() {
     }
   }
   for (std::size_t i = 0; i < fHits.size(); i++)
-    SetStretch(i, Stretch(fCourse.fSlope[0][i], fCourse.fSlope[1][i]), fCourse);
+    SetStretch(i, Stretch(fCourse.fSlope[0][i], fCourse.fSlope[1][i]), fCourse.fStretch);
 }
 
 void TrackChain::TraceMaterial() {
   fMaterial.Trace(fPoints);
-  std::vector<double>& gaps = fSigAlpha; // which is free
+  std::vector<double>& gaps = fScratch;
   gaps.clear();
   for (const Gap& gap : fMaterial.Gaps())
     if (gap.fEnd > gap.fBegin) gaps.push_back(gap.fEnd - gap.fBegin);
@@ -236,140 +245,138 @@ void TrackChain::PlacePlanes() {
   }
 }
 
-Refusal TrackChain::FitHypothesis(std::size_t h, HypothesisFit& fit) {
-  FindWidths(h);
-  if (!SolveViews())
-    return {FitStatus::kSingular,
-            "the normal equations of a view have no solution; check the uncertainties of the hits "
-            "and their spread in z"};
-  FillHypothesis(h, fit);
-  return {};
-}
-
-void TrackChain::FillHypothesis(std::size_t h, HypothesisFit& fit) {
-  FindCourse(fOwnCourse);
-  FillViews(fit);
-  FillHits(fit);
-  FillStart(fit);
-  FillPlanes(fit);
-  FillPath(fit);
-  FillKinematics(h, fit);
-}
-
 /// The width of a kink is Highland's with the momentum at its plane. The square of beta p grows
 /// nearly in proportion to the range that is left, and so is linear along a gap.
-void TrackChain::FindWidths(std::size_t particle) {
-  const double* T = fEnergy.T(particle);
-  const double mass = fMasses[particle];
-  const std::size_t n = fPlanes.size();
-  fSigAlpha.resize(n);
-  for (std::vector<double>& widths : fSigKink) widths.resize(n);
+void TrackChain::FindWidths(const LaneFits& lanes) {
   fBetaP2.resize(fHits.size());
-  for (std::size_t i = 0; i < fHits.size(); i++) fBetaP2[i] = BetaP2(T[i], mass);
-  for (std::size_t j = 0; j < n; j++) {
+  for (std::size_t l = 0; l < kLanes; l++) {
+    const std::size_t h = lanes.fFirst + std::min(l, lanes.fN - 1);
+    const double* T = fEnergy.T(h);
+    for (std::size_t i = 0; i < fHits.size(); i++) fBetaP2[i][l] = BetaP2(T[i], fMasses[h]);
+  }
+  fVarAlpha.resize(fPlanes.size());
+  for (std::size_t j = 0; j < fPlanes.size(); j++) {
     const Plane& plane = fPlanes[j];
-    const double up = fBetaP2[plane.fGap], down = fBetaP2[plane.fGap + 1];
-    fSigAlpha[j] = plane.fScale / std::sqrt(up + plane.fPart * (down - up));
-    for (std::size_t v = 0; v < 2; v++) fSigKink[v][j] = fSigAlpha[j] * plane.fSlopePerAngle[v];
+    const Lanes up = fBetaP2[plane.fGap], down = fBetaP2[plane.fGap + 1];
+    fVarAlpha[j] = plane.fScale * plane.fScale / (up + plane.fPart * (down - up));
   }
 }
 
-bool TrackChain::SolveViews() {
-  for (std::size_t v = 0; v < 2; v++) {
-    const ViewHits& hits = fViewHits[v];
-    fSmoother[v].Load(static_cast<unsigned int>(hits.fZ.size()), hits.fZ.data(), hits.fU.data(),
-                      hits.fSig.data(), static_cast<unsigned int>(fPlaneZ.size()), fPlaneZ.data(),
-                      fSigKink[v].data());
-    fSmoother[v].Fit(nullptr, nullptr, nullptr, nullptr);
-    fLogLikelihood[v] = fSmoother[v].LogLikelihood(); // NaN where there is no solution
+void TrackChain::SolveViews() {
+  fMeasurements.clear();
+  for (const TrackHit& hit : fHits)
+    fMeasurements.push_back({hit.fView, hit.fZ, hit.fU, hit.fSig * hit.fSig});
+  FindNoise();
+  fSmoother.Fit(fMeasurements, fNoise);
+}
+
+void TrackChain::FindNoise() {
+  fNoise.assign(fHits.size() - 1, {});
+  for (std::size_t i = 0; i + 1 < fHits.size(); i++) {
+    const std::size_t j = fPlanesBefore[i], n = fPlanesBefore[i + 1] - j;
+    if (n == 0) continue;
+    const LineNoise angle =
+        n == 1 ? LineNoise{InAll(fPlaneZ[j]), Lanes{}, fVarAlpha[j]}
+               : TwoPlanes(fPlaneZ[j], fVarAlpha[j], fPlaneZ[j + 1], fVarAlpha[j + 1]);
+    for (std::size_t v = 0; v < 2; v++) {
+      const double factor = fPlanes[j].fSlopePerAngle[v] * fPlanes[j].fSlopePerAngle[v];
+      fNoise[i][v] = {angle.fZ, angle.fVarX * factor, angle.fVarSlope * factor};
+    }
   }
-  return std::isfinite(fLogLikelihood[0] + fLogLikelihood[1]);
 }
 
-/// Returns the line of a view at hit i.
-KinkPoint TrackChain::At(std::size_t view, std::size_t i) const {
-  return fSmoother[view].Between(static_cast<unsigned int>(fPlanesBefore[i]), fHits[i].fZ);
+void TrackChain::Fill(const LaneFits& lanes) {
+  FindCourse();
+  FillHits(lanes);
+  for (std::size_t l = 0; l < lanes.fN; l++) {
+    FillViews(l, lanes.fFit[l]);
+    FillStart(lanes.fFit[l]);
+  }
+  FillPath(lanes);
+  if (fOptions.fWithPlanes) FillPlanes(lanes);
+  for (std::size_t l = 0; l < lanes.fN; l++)
+    if (IsSolved(l))
+      FillKinematics(lanes.fFirst + l, l, lanes.fFit[l]);
+    else
+      RefuseFit({FitStatus::kSingular,
+                 "the normal equations of a view have no solution; check the uncertainties of the "
+                 "hits and their spread in z"},
+                lanes.fFit[l]);
 }
 
-/// The way through a gap is longer than its extent in z by the mean stretch at both ends. To be
-/// called with ascending i.
-void TrackChain::SetStretch(std::size_t i, double stretch, Course& course) {
-  if (i > 0) course.fStretch[i - 1] = (course.fStretch[i - 1] + stretch) / 2;
-  course.fStretch[i] = stretch;
+bool TrackChain::IsSolved(std::size_t lane) const {
+  return std::isfinite(fSmoother.LogLikelihood(0)[lane] + fSmoother.LogLikelihood(1)[lane]);
 }
 
 /// A slope that is uncertain by sigma adds to that on average: half of sigma^2 times the second
 /// derivative.
-void TrackChain::FindCourse(Course& course) const {
+void TrackChain::FindCourse() {
   constexpr double kMost = 0.25; // where the slope is not known, nor is the stretch
-  const std::size_t n = fHits.size();
-  for (std::vector<double>& slopes : course.fSlope) slopes.resize(n);
-  course.fStretch.resize(n);
-  for (std::size_t i = 0; i < n; i++) {
-    const KinkPoint x = At(0, i), y = At(1, i);
-    const double a = 1 + x.fSlope * x.fSlope, b = 1 + y.fSlope * y.fSlope;
-    const double straight = Stretch(x.fSlope, y.fSlope);
-    const double bends = (b * x.fVarSlope + a * y.fVarSlope) / (2 * straight * straight * straight);
-    const double stretch = straight + std::min(bends, kMost * straight);
-    course.fSlope[0][i] = x.fSlope;
-    course.fSlope[1][i] = y.fSlope;
-    SetStretch(i, stretch, course);
+  fStretch.resize(fHits.size());
+  for (std::size_t i = 0; i < fHits.size(); i++) {
+    const LanePoint &x = fSmoother.At(0, i), &y = fSmoother.At(1, i);
+    const Lanes a = 1 + x.fSlope * x.fSlope, b = 1 + y.fSlope * y.fSlope;
+    const Lanes square = a + b - 1;
+    const Lanes straight = Sqrt(square);
+    const Lanes bends = (b * x.fVarSlope + a * y.fVarSlope) / (2 * square * straight);
+    SetStretch(i, straight + Min(bends, kMost * straight), fStretch);
   }
 }
 
-void TrackChain::FillViews(HypothesisFit& fit) const {
+void TrackChain::FillViews(std::size_t lane, HypothesisFit& fit) const {
   double chi2 = 0;
   for (std::size_t v = 0; v < 2; v++) {
-    const KinkSmoother& smoother = fSmoother[v];
+    const LanePoint& start = fSmoother.At(v, 0);
     ViewFit& view = fit.fView[v];
-    const KinkPoint start = smoother.Between(0, fHits[0].fZ);
-    view.fN = smoother.NMeas();
-    view.fIntercept = start.fX;
-    view.fSlope = start.fSlope;
-    view.fCov[0] = start.fVarX;
-    view.fCov[1] = start.fCovXSlope;
-    view.fCov[2] = start.fVarSlope;
-    view.fChi2 = smoother.Chi2XI();
-    view.fChi2Kink = smoother.Chi2Beta();
+    view.fN = static_cast<unsigned int>(fViewHits[v].fZ.size());
+    view.fIntercept = start.fX[lane];
+    view.fSlope = start.fSlope[lane];
+    view.fCov[0] = start.fVarX[lane];
+    view.fCov[1] = start.fCovXSlope[lane];
+    view.fCov[2] = start.fVarSlope[lane];
+    view.fChi2 = fSmoother.Chi2(v)[lane];
+    view.fChi2Kink = fSmoother.Chi2Kink(v)[lane];
     view.fNDF = static_cast<int>(view.fN) - 2; // each kink is a parameter and a measurement
     view.fProb = view.fNDF > 0 ? TMath::Prob(view.fChi2 + view.fChi2Kink, view.fNDF) : 1;
     chi2 += view.fChi2 + view.fChi2Kink;
     fit.fNDF += view.fNDF;
-    fit.fLogLikelihood += fLogLikelihood[v];
+    fit.fLogLikelihood += fSmoother.LogLikelihood(v)[lane];
   }
   fit.fProb = fit.fNDF > 0 ? TMath::Prob(chi2, fit.fNDF) : 1;
 }
 
-void TrackChain::FillHits(HypothesisFit& fit) const {
-  fit.fHit.resize(fHits.size());
+void TrackChain::FillHits(const LaneFits& lanes) const {
+  for (std::size_t l = 0; l < lanes.fN; l++) lanes.fFit[l].fHit.resize(fHits.size());
   for (std::size_t i = 0; i < fHits.size(); i++) {
     const TrackHit& hit = fHits[i];
-    const KinkPoint line = At(hit.fView, i);
-    // A fitted coordinate is correlated with the hit itself, by its own variance.
-    const double variance = hit.fSig * hit.fSig - line.fVarX;
-    // A hit that the track goes through by necessity has no residual to compare.
-    const bool free = variance > 1e-9 * hit.fSig * hit.fSig;
-    const double residual = hit.fU - line.fX;
-    fit.fHit[i] = {static_cast<int>(hit.fView),
-                   hit.fZ,
-                   hit.fU,
-                   hit.fSigU,
-                   line.fX,
-                   std::sqrt(line.fVarX),
-                   residual,
-                   free ? residual / std::sqrt(variance) : 0,
-                   line.fSlope,
-                   std::sqrt(line.fVarSlope)};
+    const LanePoint& line = fSmoother.At(hit.fView, i);
+    const Lanes sigU = Sqrt(line.fVarX), sigSlope = Sqrt(line.fVarSlope);
+    const Lanes residual = hit.fU - line.fX;
+    // A fitted coordinate is correlated with the hit itself, by its own variance. A hit that the
+    // track goes through by necessity has no residual to compare.
+    const double square = hit.fSig * hit.fSig;
+    const Lanes variance = square - line.fVarX;
+    const Lanes pull = variance > 1e-9 * square ? residual / Sqrt(variance) : Lanes{};
+    for (std::size_t l = 0; l < lanes.fN; l++)
+      lanes.fFit[l].fHit[i] = {static_cast<int>(hit.fView),
+                               hit.fZ,
+                               hit.fU,
+                               hit.fSigU,
+                               line.fX[l],
+                               sigU[l],
+                               residual[l],
+                               pull[l],
+                               line.fSlope[l],
+                               sigSlope[l]};
   }
 }
 
 /// The direction is (a, b, 1) / norm for the slopes a and b, with the derivatives
 ///   d u_x / d a = (1 + b^2) / norm^3,  d u_x / d b = d u_y / d a = -a b / norm^3.
 void TrackChain::FillStart(HypothesisFit& fit) const {
-  const KinkPoint line[2] = {At(0, 0), At(1, 0)};
-  const double a = line[0].fSlope, b = line[1].fSlope;
+  const double a = fit.fView[0].fSlope, b = fit.fView[1].fSlope;
   const double norm = Stretch(a, b), cube = norm * norm * norm;
-  fit.fPosition.SetXYZ(line[0].fX, line[1].fX, fHits[0].fZ);
+  fit.fPosition.SetXYZ(fit.fView[0].fIntercept, fit.fView[1].fIntercept, fHits[0].fZ);
   fit.fDirection.SetXYZ(a / norm, b / norm, 1 / norm);
   // Of x, y, ux, uy by the position and by the slope of each view.
   const double byX[2][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}};
@@ -379,84 +386,113 @@ void TrackChain::FillStart(HypothesisFit& fit) const {
   for (std::size_t i = 0; i < 4; i++)
     for (std::size_t j = i; j < 4; j++, k++) {
       fit.fCov[k] = 0;
-      for (std::size_t v = 0; v < 2; v++)
-        fit.fCov[k] += byX[v][i] * byX[v][j] * line[v].fVarX +
-                       bySlope[v][i] * bySlope[v][j] * line[v].fVarSlope +
-                       (byX[v][i] * bySlope[v][j] + bySlope[v][i] * byX[v][j]) * line[v].fCovXSlope;
+      for (std::size_t v = 0; v < 2; v++) {
+        const double* cov = fit.fView[v].fCov;
+        fit.fCov[k] += byX[v][i] * byX[v][j] * cov[0] + bySlope[v][i] * bySlope[v][j] * cov[2] +
+                       (byX[v][i] * bySlope[v][j] + bySlope[v][i] * byX[v][j]) * cov[1];
+      }
     }
 }
 
-void TrackChain::FillPlanes(HypothesisFit& fit) const {
+void TrackChain::FillPlanes(const LaneFits& lanes) const {
   const std::size_t n = fPlanes.size();
-  fit.fPlaneS.resize(n);
-  fit.fPlanePoint.resize(n);
-  fit.fPlaneSigAlpha = fSigAlpha;
-  for (std::size_t v = 0; v < 2; v++) {
-    ViewFit& view = fit.fView[v];
-    view.fKink.resize(n);
-    view.fSigKink.resize(n);
-    for (std::size_t j = 0; j < n; j++) {
-      const double perSlope = 1 / fPlanes[j].fSlopePerAngle[v];
-      const unsigned int k = static_cast<unsigned int>(j);
-      view.fKink[j] = fSmoother[v].Kink(k) * perSlope;
-      view.fSigKink[j] = std::sqrt(fSmoother[v].VarKink(k)) * perSlope;
+  for (std::size_t l = 0; l < lanes.fN; l++) {
+    HypothesisFit& fit = lanes.fFit[l];
+    fit.fPlaneS.resize(n);
+    fit.fPlanePoint.resize(n);
+    fit.fPlaneSigAlpha.resize(n);
+    for (ViewFit& view : fit.fView) {
+      view.fKink.resize(n);
+      view.fSigKink.resize(n);
     }
   }
-  double last[3] = {fit.fPosition.X(), fit.fPosition.Y(), fit.fPosition.Z()}, s = 0;
-  for (std::size_t j = 0; j < n; j++) {
-    const unsigned int k = static_cast<unsigned int>(j);
-    const double z = fPlaneZ[j];
-    const double x = fSmoother[0].Between(k, z).fX, y = fSmoother[1].Between(k, z).fX;
-    const double dx = x - last[0], dy = y - last[1], dz = z - last[2];
-    s += std::sqrt(dx * dx + dy * dy + dz * dz);
-    fit.fPlaneS[j] = s;
-    fit.fPlanePoint[j].SetXYZ(last[0] = x, last[1] = y, last[2] = z);
+  for (std::size_t i = 0; i + 1 < fHits.size(); i++) {
+    const std::size_t first = fPlanesBefore[i], in = fPlanesBefore[i + 1] - first;
+    LaneKink kinks[2][2];
+    for (std::size_t v = 0; v < 2; v++) {
+      LanePlane planes[2];
+      for (std::size_t k = 0; k < in; k++) {
+        const double factor = fPlanes[first].fSlopePerAngle[v] * fPlanes[first].fSlopePerAngle[v];
+        planes[k] = {fPlaneZ[first + k], fVarAlpha[first + k] * factor};
+      }
+      fSmoother.FitPlanes(v, i, planes, in, kinks[v]);
+    }
+    for (std::size_t k = 0; k < in; k++) FillPlane(kinks[0][k], kinks[1][k], first + k, lanes);
   }
 }
 
-void TrackChain::FillPath(HypothesisFit& fit) const {
-  const std::vector<double>& stretch = fOwnCourse.fStretch;
+/// To be called with ascending j.
+void TrackChain::FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j,
+                           const LaneFits& lanes) const {
+  const Lanes sigAlpha = Sqrt(fVarAlpha[j]);
+  for (std::size_t l = 0; l < lanes.fN; l++) {
+    HypothesisFit& fit = lanes.fFit[l];
+    for (std::size_t v = 0; v < 2; v++) {
+      const LaneKink& plane = v == 0 ? x : y;
+      const double perSlope = 1 / fPlanes[j].fSlopePerAngle[v];
+      fit.fView[v].fKink[j] = plane.fKink[l] * perSlope;
+      fit.fView[v].fSigKink[j] = std::sqrt(plane.fVarKink[l]) * perSlope;
+    }
+    const TVector3 point(x.fX[l], y.fX[l], fPlaneZ[j]);
+    const TVector3& last = j > 0 ? fit.fPlanePoint[j - 1] : fit.fPosition;
+    fit.fPlaneS[j] = (j > 0 ? fit.fPlaneS[j - 1] : 0) + (point - last).Mag();
+    fit.fPlanePoint[j] = point;
+    fit.fPlaneSigAlpha[j] = sigAlpha[l];
+  }
+}
+
+void TrackChain::FillPath(const LaneFits& lanes) const {
   const std::vector<Gap>& gaps = fMaterial.Gaps();
   const std::size_t last = gaps.size();
-  for (std::size_t i = 0; i < last; i++) {
-    fit.fLength += (gaps[i].fEnd - gaps[i].fBegin) * stretch[i];
-    fit.fRadLen += gaps[i].fRadLen * stretch[i];
-  }
-  const KinkPoint x = At(0, last), y = At(1, last);
-  fit.fEnd.SetXYZ(x.fX, y.fX, fHits[last].fZ);
-  if (IsBeam()) return;
-  const Gap& end = fMaterial.End();
+  const Gap none{}, &end = IsBeam() ? none : fMaterial.End();
   const double beyond = end.fEnd - end.fBegin;
-  fit.fEnd += beyond * TVector3(x.fSlope, y.fSlope, 1);
-  fit.fLength += beyond * stretch[last];
-  fit.fRadLen += end.fRadLen * stretch[last];
-  // Beside where the track ends, what both ends of the line are off along its direction.
-  double variance = std::pow(fMaterial.EndSigma() * stretch[last], 2);
+  Lanes length = beyond * fStretch[last], radLen = end.fRadLen * fStretch[last];
+  for (std::size_t i = 0; i < last; i++) {
+    length += (gaps[i].fEnd - gaps[i].fBegin) * fStretch[i];
+    radLen += gaps[i].fRadLen * fStretch[i];
+  }
+  const LanePoint &x = fSmoother.At(0, last), &y = fSmoother.At(1, last);
+  for (std::size_t l = 0; l < lanes.fN; l++) {
+    HypothesisFit& fit = lanes.fFit[l];
+    fit.fLength = length[l];
+    fit.fRadLen = radLen[l];
+    fit.fSigLength = IsBeam() ? 0 : SigLength(l, fit);
+    fit.fEnd.SetXYZ(x.fX[l] + beyond * x.fSlope[l], y.fX[l] + beyond * y.fSlope[l],
+                    fHits[last].fZ + beyond);
+  }
+}
+
+/// Beside where the track ends, what both ends of the line are off along its direction.
+double TrackChain::SigLength(std::size_t lane, const HypothesisFit& fit) const {
+  const std::size_t last = fHits.size() - 1;
+  double variance = std::pow(fMaterial.EndSigma() * fStretch[last][lane], 2);
   for (std::size_t v = 0; v < 2; v++) {
     const ViewFit& first = fit.fView[v];
-    const KinkPoint& at = v == 0 ? x : y;
-    const double dx = at.fX - first.fIntercept, dz = fHits[last].fZ - fHits[0].fZ;
-    variance += dx * dx / (dx * dx + dz * dz) * (first.fCov[0] + at.fVarX);
+    const LanePoint& at = fSmoother.At(v, last);
+    const double dx = at.fX[lane] - first.fIntercept, dz = fHits[last].fZ - fHits[0].fZ;
+    variance += dx * dx / (dx * dx + dz * dz) * (first.fCov[0] + at.fVarX[lane]);
   }
-  fit.fSigLength = std::sqrt(variance);
+  return std::sqrt(variance);
 }
 
 /// Returns the energy at the first hit of a particle that goes along its own fitted track.
-double TrackChain::OwnEnergy(std::size_t h) {
+double TrackChain::OwnEnergy(std::size_t h, std::size_t lane) {
   constexpr double kLittle = 0.01; // of the energy, a change that is right to first order
   const double T = fEnergy.T(h)[0];
-  const double change = fEnergy.Change(fMaterial, h, fCourse.fStretch, fOwnCourse.fStretch);
+  fScratch.clear();
+  for (const Lanes& stretch : fStretch) fScratch.push_back(stretch[lane]);
+  const double change = fEnergy.Change(fMaterial, h, fCourse.fStretch, fScratch);
   if (std::abs(change) < kLittle * T) return T + change;
-  fOwnEnergy.Stop(fMaterial, fOwnCourse.fStretch);
+  fOwnEnergy.Stop(fMaterial, fScratch);
   return fOwnEnergy.T(h)[0];
 }
 
-void TrackChain::FillKinematics(std::size_t h, HypothesisFit& fit) {
+void TrackChain::FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& fit) {
   const double m = fMasses[h];
   fit.fT = fEnergy.T(h)[0];
   double variance = fEnergy.Straggling(fMaterial, h, fCourse.fStretch);
   if (!IsBeam()) {
-    fit.fT = OwnEnergy(h);
+    fit.fT = OwnEnergy(h, lane);
     variance += fEnergy.EndVariance(fMaterial, h, fCourse.fStretch);
   }
   fit.fP = std::sqrt(fit.fT * (fit.fT + 2 * m));

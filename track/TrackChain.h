@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fit/KinkSmoother.h"
+#include "fit/LaneSmoother.h"
 #include "func/HitList3D.h"
 #include "geo/GeometryBase.h"
 #include "track/EnergyAlong.h"
@@ -38,7 +38,8 @@ struct ViewHits {
 /// consecutive hits, of whichever views, that scatter like the material there (MaterialAlong). The
 /// detector is asked for the material once, along the hits; through it, all hypotheses are ranged
 /// out together. Each has the widths of its kinks from its energies, and from its own fitted track
-/// the length of the way and so its momentum.
+/// the length of the way and so its momentum. What is calculated under several hypotheses is
+/// calculated side by side, in lanes.
 class TrackChain {
 public:
   /// Both arguments must outlive the object.
@@ -58,6 +59,13 @@ private:
     double fZ, fU;     // as measured [cm]
     double fSigU, fSigZ;
     double fSig; // of the position at the measured z [cm]
+  };
+
+  /// The fits of hypotheses that are calculated side by side.
+  struct LaneFits {
+    std::size_t fFirst; // hypothesis
+    std::size_t fN;     // of them; further lanes do what the last one does
+    HypothesisFit* fFit;
   };
 
   /// How a track runs, as far as path lengths and scattering widths depend on it.
@@ -80,20 +88,21 @@ private:
   void FindPoints();
   void TraceMaterial();
   void PlacePlanes();
-  Refusal FitHypothesis(std::size_t h, HypothesisFit& fit);
-  void FindWidths(std::size_t particle);
-  bool SolveViews();
-  KinkPoint At(std::size_t view, std::size_t i) const;
-  void FindCourse(Course& course) const;
-  static void SetStretch(std::size_t i, double stretch, Course& course);
-  void FillHypothesis(std::size_t h, HypothesisFit& fit);
-  void FillViews(HypothesisFit& fit) const;
-  void FillHits(HypothesisFit& fit) const;
+  void FindWidths(const LaneFits& lanes);
+  void FindNoise();
+  void SolveViews();
+  void FindCourse();
+  void Fill(const LaneFits& lanes);
+  bool IsSolved(std::size_t lane) const;
+  void FillViews(std::size_t lane, HypothesisFit& fit) const;
+  void FillHits(const LaneFits& lanes) const;
   void FillStart(HypothesisFit& fit) const;
-  void FillPlanes(HypothesisFit& fit) const;
-  void FillPath(HypothesisFit& fit) const;
-  double OwnEnergy(std::size_t h);
-  void FillKinematics(std::size_t h, HypothesisFit& fit);
+  void FillPlanes(const LaneFits& lanes) const;
+  void FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j, const LaneFits& lanes) const;
+  void FillPath(const LaneFits& lanes) const;
+  double SigLength(std::size_t lane, const HypothesisFit& fit) const;
+  double OwnEnergy(std::size_t h, std::size_t lane);
+  void FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& fit);
 
   const TrackFitOptions& fOptions;
   std::vector<double> fMasses; // of the hypotheses [GeV]
@@ -107,17 +116,19 @@ private:
   std::vector<WayPoint> fPoints; // one per hit
   Course fCourse;                // of lines through neighbouring hits
   double fUsualGap = 0;          // median of those between hits, along z [cm]
-  Course fOwnCourse;             // of the hypothesis at hand
   std::vector<Plane> fPlanes;
   std::vector<double> fPlaneZ;            // of fPlanes [cm]
   std::vector<std::size_t> fPlanesBefore; // number of planes before each hit
 
-  // What belongs to the hypothesis at hand.
-  std::vector<double> fBetaP2;   // square of velocity times momentum at each hit [GeV^2]
-  std::vector<double> fSigAlpha; // widths of the planes [rad]
-  std::array<std::vector<double>, 2> fSigKink; // widths of a view's slope, by plane
-  std::array<KinkSmoother, 2> fSmoother{KinkSmoother{1, 0}, KinkSmoother{1, 0}}; // by view
-  double fLogLikelihood[2] = {0, 0};                                             // by view
+  std::vector<LaneMeasurement> fMeasurements; // fHits
+
+  // What belongs to the hypotheses at hand.
+  std::vector<Lanes> fBetaP2;              // square of velocity times momentum at each hit [GeV^2]
+  std::vector<Lanes> fVarAlpha;            // of the angles at the planes [rad^2]
+  std::vector<LaneSmoother::Noise> fNoise; // of the gaps
+  LaneSmoother fSmoother;
+  std::vector<Lanes> fStretch;  // as that of a Course, of the fitted tracks
+  std::vector<double> fScratch; // by gap
 };
 
 /// Makes a fit as new under a hypothesis, keeping its memory.

@@ -2,6 +2,8 @@
 
 #include "track/TrackChain.h"
 
+#include <algorithm>
+
 namespace kelvo {
 
 /// Runs the stages of a track fit one by one, for timing them.
@@ -22,13 +24,14 @@ struct TrackChainStages {
     done(1);
     chain.fEnergy.Stop(chain.fMaterial, chain.fCourse.fStretch);
     done(2);
-    for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
-      chain.FindWidths(h);
+    for (std::size_t h = 0; h < out.fHypothesis.size(); h += kLanes) {
+      const TrackChain::LaneFits lanes = {h, std::min(kLanes, out.fHypothesis.size() - h),
+                                          &out.fHypothesis[h]};
+      chain.FindWidths(lanes);
       done(3);
       chain.SolveViews();
       done(4);
-      chain.FillHypothesis(h, out.fHypothesis[h]);
-      done(5);
+      chain.Fill(lanes);
     }
     FindBest(out);
     done(5);

@@ -1,0 +1,137 @@
+#include "fit/LaneSmoother.h"
+
+#include <cmath>
+#include <limits>
+
+namespace kelvo {
+
+namespace {
+
+// Variances of what is unknown: beyond all that is measured, and with no effect on its bits. Powers
+// of two, so that they can be taken back.
+constexpr double kAnySlope = 0x1p100;
+constexpr double kAnyPosition = 0x1p200; // cm^2
+constexpr double kLogTwoPi = 1.8378770664093454836;
+
+/// The logarithm of a long product in each lane, at the price of few logarithms.
+class LogProduct {
+public:
+  void Multiply(const Lanes& factor) {
+    fProduct *= factor;
+    for (std::size_t l = 0; l < kLanes; l++)
+      if (!(fProduct[l] > 1e-200 && fProduct[l] < 1e200)) return Rescale();
+  }
+  Lanes Log() {
+    Rescale();
+    return fLog;
+  }
+
+private:
+  void Rescale() {
+    for (std::size_t l = 0; l < kLanes; l++) {
+      fLog[l] += std::log(fProduct[l]);
+      fProduct[l] = 1;
+    }
+  }
+
+  Lanes fProduct = InAll(1);
+  Lanes fLog{};
+};
+
+LineState Unknown(double z) {
+  return {InAll(z), Lanes{}, Lanes{}, InAll(kAnyPosition), InAll(kAnySlope)};
+}
+
+LanePoint At(double z, const LineState& line) {
+  const Lanes d = z - line.fZ;
+  const Lanes covariance = d * line.fVarSlope;
+  return {line.fX + line.fSlope * d, line.fSlope, line.fVarX + d * covariance, covariance,
+          line.fVarSlope};
+}
+
+/// Chi-square and likelihood of a view, measurement by measurement.
+struct Sums {
+  Lanes fChi2{};
+  LogProduct fVariance; // of the values expected from all measurements before
+  int fN = 0;
+
+  /// The first measurement is expected nowhere: it has no part in the likelihood.
+  void Add(const Innovation& innovation) {
+    if (fN++ == 0) return;
+    fChi2 += innovation.fChi2;
+    fVariance.Multiply(innovation.fVariance);
+  }
+};
+
+} // namespace
+
+void LaneSmoother::Fit(const std::vector<LaneMeasurement>& measurements,
+                       const std::vector<Noise>& noise) {
+  fUpstream.resize(measurements.size());
+  fDownstream.resize(measurements.size());
+  fPoints.resize(measurements.size());
+  Filter(measurements, noise);
+  Smooth(measurements, noise);
+}
+
+void LaneSmoother::Filter(const std::vector<LaneMeasurement>& measurements,
+                          const std::vector<Noise>& noise) {
+  std::array<LineState, 2> line = {Unknown(measurements[0].fZ), Unknown(measurements[0].fZ)};
+  std::array<Sums, 2> sums;
+  for (std::size_t i = 0; i < measurements.size(); i++) {
+    const LaneMeasurement& m = measurements[i];
+    if (i > 0)
+      for (std::size_t v = 0; v < 2; v++) Scatter(noise[i - 1][v], line[v]);
+    sums[m.fView].Add(Measure(m.fZ, m.fU, m.fVariance, line[m.fView]));
+    fUpstream[i] = line;
+  }
+  for (std::size_t v = 0; v < 2; v++) {
+    fChi2Kink[v] = sums[v].fChi2; // of all, until those of the measurements are known
+    const Lanes determinant = sums[v].fVariance.Log() - std::log(kAnySlope);
+    fLogLikelihood[v] = -0.5 * (sums[v].fChi2 + determinant + (sums[v].fN - 2) * kLogTwoPi);
+    for (std::size_t l = 0; l < kLanes; l++)
+      if (!(line[v].fVarSlope[l] < 1e-9 * kAnySlope))
+        fLogLikelihood[v][l] = std::numeric_limits<double>::quiet_NaN();
+  }
+}
+
+void LaneSmoother::Smooth(const std::vector<LaneMeasurement>& measurements,
+                          const std::vector<Noise>& noise) {
+  const double end = measurements.back().fZ;
+  std::array<LineState, 2> line = {Unknown(end), Unknown(end)};
+  std::array<Lanes, 2> chi2{};
+  for (std::size_t i = measurements.size(); i-- > 0;) {
+    const LaneMeasurement& m = measurements[i];
+    for (std::size_t v = 0; v < 2; v++) {
+      if (i + 1 < measurements.size()) Scatter(noise[i][v], line[v]);
+      fPoints[i][v] = kelvo::At(m.fZ, Merged(fUpstream[i][v], line[v]));
+    }
+    const Lanes residual = m.fU - fPoints[i][m.fView].fX;
+    chi2[m.fView] += residual * residual * (1 / m.fVariance);
+    Measure(m.fZ, m.fU, m.fVariance, line[m.fView]);
+    fDownstream[i] = line;
+  }
+  fChi2 = chi2;
+  for (std::size_t v = 0; v < 2; v++) fChi2Kink[v] = Max(fChi2Kink[v] - chi2[v], Lanes{});
+}
+
+void LaneSmoother::FitPlanes(std::size_t view, std::size_t i, const LanePlane* planes,
+                             std::size_t n, LaneKink* kinks) const {
+  const auto noise = [](const LanePlane& plane) {
+    return LineNoise{InAll(plane.fZ), Lanes{}, plane.fVariance};
+  };
+  LineState up = fUpstream[i][view];
+  for (std::size_t k = 0; k < n; k++) {
+    const LanePlane& plane = planes[k];
+    LineState down = fDownstream[i + 1][view];
+    for (std::size_t j = n; --j > k;) Scatter(noise(planes[j]), down);
+    const MeasuredKink measured = KinkBetween(up, down, plane.fZ);
+    const Lanes part = plane.fVariance / (plane.fVariance + measured.fVariance);
+    Scatter(noise(plane), down);
+    kinks[k] = {part * measured.fKink, part * measured.fVariance,
+                kelvo::At(plane.fZ, Merged(up, down)).fX};
+    Scatter(noise(plane), up);
+  }
+}
+
+} // namespace kelvo
