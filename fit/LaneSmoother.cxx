@@ -18,8 +18,7 @@ class LogProduct {
 public:
   void Multiply(const Lanes& factor) {
     fProduct *= factor;
-    for (std::size_t l = 0; l < kLanes; l++)
-      if (!(fProduct[l] > 1e-200 && fProduct[l] < 1e200)) return Rescale();
+    if (!AreBetween(fProduct, 1e-200, 1e200)) Rescale();
   }
   Lanes Log() {
     Rescale();
@@ -28,18 +27,17 @@ public:
 
 private:
   void Rescale() {
-    for (std::size_t l = 0; l < kLanes; l++) {
-      fLog[l] += std::log(fProduct[l]);
-      fProduct[l] = 1;
-    }
+    fLog += {std::log(fProduct[0]), std::log(fProduct[1]), std::log(fProduct[2]),
+             std::log(fProduct[3])};
+    fProduct = 1;
   }
 
-  Lanes fProduct = InAll(1);
+  Lanes fProduct = 1;
   Lanes fLog{};
 };
 
 LineState Unknown(double z) {
-  return {InAll(z), Lanes{}, Lanes{}, InAll(kAnyPosition), InAll(kAnySlope)};
+  return {z, 0, 0, kAnyPosition, kAnySlope};
 }
 
 LanePoint At(double z, const LineState& line) {
@@ -88,10 +86,9 @@ void LaneSmoother::Filter(const std::vector<LaneMeasurement>& measurements,
   for (std::size_t v = 0; v < 2; v++) {
     fChi2Kink[v] = sums[v].fChi2; // of all, until those of the measurements are known
     const Lanes determinant = sums[v].fVariance.Log() - std::log(kAnySlope);
-    fLogLikelihood[v] = -0.5 * (sums[v].fChi2 + determinant + (sums[v].fN - 2) * kLogTwoPi);
-    for (std::size_t l = 0; l < kLanes; l++)
-      if (!(line[v].fVarSlope[l] < 1e-9 * kAnySlope))
-        fLogLikelihood[v][l] = std::numeric_limits<double>::quiet_NaN();
+    const Lanes value = -0.5 * (sums[v].fChi2 + determinant + (sums[v].fN - 2) * kLogTwoPi);
+    fLogLikelihood[v] = WhereAbove(1e-9 * kAnySlope, line[v].fVarSlope, value,
+                                   std::numeric_limits<double>::quiet_NaN());
   }
 }
 
@@ -112,14 +109,12 @@ void LaneSmoother::Smooth(const std::vector<LaneMeasurement>& measurements,
     fDownstream[i] = line;
   }
   fChi2 = chi2;
-  for (std::size_t v = 0; v < 2; v++) fChi2Kink[v] = Max(fChi2Kink[v] - chi2[v], Lanes{});
+  for (std::size_t v = 0; v < 2; v++) fChi2Kink[v] = Max(fChi2Kink[v] - chi2[v], 0);
 }
 
 void LaneSmoother::FitPlanes(std::size_t view, std::size_t i, const LanePlane* planes,
                              std::size_t n, LaneKink* kinks) const {
-  const auto noise = [](const LanePlane& plane) {
-    return LineNoise{InAll(plane.fZ), Lanes{}, plane.fVariance};
-  };
+  const auto noise = [](const LanePlane& plane) { return LineNoise{plane.fZ, 0, plane.fVariance}; };
   LineState up = fUpstream[i][view];
   for (std::size_t k = 0; k < n; k++) {
     const LanePlane& plane = planes[k];

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fit/Lanes.h"
+#include "util/Lanes.h"
 
 namespace kelvo {
 

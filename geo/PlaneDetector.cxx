@@ -166,6 +166,10 @@ void PlaneDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
   fStack.Steps(p0, p1, ds, mats);
 }
 
+void PlaneDetector::MaterialsOnLines(const LaneLines& lines, LaneSlabs& slabs) const {
+  fStack.Slabs(lines, slabs);
+}
+
 unsigned PlaneDetector::NearestPlane(double z) const {
   const auto below = [](double value, const ActivePlane& plane) { return value <= plane.ZMid(); };
   const auto next = std::upper_bound(fPlanes.begin(), fPlanes.end(), z, below);

@@ -2,6 +2,7 @@
 
 #include "geo/DetectorError.h"
 #include "geo/GeometryBase.h"
+#include "geo/LaneGeometry.h"
 #include "geo/PlaneStack.h"
 
 #include <TGeoMaterial.h>
@@ -57,7 +58,7 @@ struct ActivePlane {
 ///
 /// Immutable once built: any number of threads may share one. It can be moved, not copied; its
 /// materials stay where they are.
-class PlaneDetector : public GeometryBase {
+class PlaneDetector : public GeometryBase, public LaneGeometry {
 public:
   /// Reads a file.
   /// @throw DetectorError, with file, line, column and field, for whatever is wrong with the file
@@ -79,6 +80,8 @@ public:
   /// @throw std::invalid_argument for a coordinate or distance that is not finite
   void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
                               std::vector<const TGeoMaterial*>& mats) const override;
+
+  void MaterialsOnLines(const LaneLines& lines, LaneSlabs& slabs) const override;
 
   const std::string& Name() const { return fName; } ///< the name given in the file
   const std::string& Text() const { return fText; } ///< the file, byte for byte

@@ -1,5 +1,7 @@
 #include "geo/PlaneStack.h"
 
+#include "geo/LaneSlabs.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -170,6 +172,79 @@ void CheckFinite(const double* p0, const double* p1, double length) {
     throw std::invalid_argument("material steps between two points: they are too far apart");
 }
 
+LaneLines Part(const LaneLines& lines, double begin, double end) {
+  const double perLength = 1 / (lines.fEnd - lines.fBegin);
+  LaneLines part{begin, end, lines.fCut, lines.fFrom, lines.fTo};
+  for (std::size_t k = 0; k < 2; k++) {
+    const Lanes slope = (lines.fTo[k] - lines.fFrom[k]) * perLength;
+    part.fFrom[k] = lines.fFrom[k] + slope * (begin - lines.fBegin);
+    part.fTo[k] = lines.fFrom[k] + slope * (end - lines.fBegin);
+  }
+  return part;
+}
+
+void AddSlab(double begin, double end, const TGeoMaterial* material, LaneSlabs& slabs) {
+  if (!(end > begin)) return;
+  slabs.fSlabs.emplace_back(begin, end);
+  slabs.fSlabs.back().Add(material, 1);
+}
+
+/// How much of a row of cells lies before a coordinate across it.
+struct BeforeInRow {
+  Lanes fCells, fFillings; // [cm]
+
+  BeforeInRow(const Lanes& u, const LayerContent& row, double first) {
+    const double pitch = row.fWidth + row.fGap, inner = row.fWidth - 2 * row.fWall;
+    const Lanes index = Floor((u - first) * (1 / pitch));
+    const Lanes inPitch = u - first - index * pitch;
+    fCells = index * row.fWidth + Min(inPitch, row.fWidth);
+    fFillings = index * inner + Min(Max(inPitch - row.fWall, 0), inner);
+  }
+};
+
+/// Adds a material to a slab if there is any of it.
+void AddFraction(const TGeoMaterial* material, const Lanes& fraction, LaneSlab& slab) {
+  constexpr double kNone = 1e-6; // above the rounding of a difference of coordinates
+  if (!AreBetween(fraction, -kNone, kNone)) slab.Add(material, Max(fraction, 0));
+}
+
+/// The cells of one layer, on lines that cross them from end to end. How much of a line lies in
+/// cells and fillings is the difference of what lies before its ends.
+void AddCells(const LaneLines& lines, const Box& box, const LayerContent& c, LaneSlabs& slabs) {
+  // A line along the walls is inclined by some hundred atoms in a layer: there is no other
+  // case.
+  constexpr double kLeastSlope = 1e-6;
+  const double begin = lines.fBegin, end = lines.fEnd, first = box.fLow[c.fAxis] + c.fGap;
+  const double front = std::clamp(box.fLow[2] + c.fWall, begin, end);
+  const double back = std::clamp(box.fHigh[2] - c.fWall, front, end);
+  const double cut[] = {begin, front, std::clamp(lines.fCut, front, back), back, end};
+  const Lanes from = lines.fFrom[c.fAxis];
+  const Lanes slope = (lines.fTo[c.fAxis] - from) * (1 / (end - begin));
+  const Lanes inclined = WhereAbove(Max(slope, -1 * slope), kLeastSlope, slope, kLeastSlope);
+  BeforeInRow before(from, c, first);
+  for (int k = 0; k < 4; k++) {
+    if (!(cut[k + 1] > cut[k])) continue;
+    const BeforeInRow next(from + inclined * (cut[k + 1] - begin), c, first);
+    const Lanes perWay = 1 / (inclined * (cut[k + 1] - cut[k]));
+    const Lanes cell = (next.fCells - before.fCells) * perWay;
+    slabs.fSlabs.emplace_back(cut[k], cut[k + 1]);
+    LaneSlab& slab = slabs.fSlabs.back();
+    Lanes filling = 0;
+    if (k == 1 || k == 2) {
+      filling = (next.fFillings - before.fFillings) * perWay;
+      AddFraction(c.fFilling, filling, slab);
+    }
+    AddFraction(c.fWallMaterial, cell - filling, slab);
+    AddFraction(c.fMaterial, 1 - cell, slab);
+    before = next;
+  }
+}
+
+/// Whether both ends of all lines are between two coordinates of an axis.
+bool EndsAreBetween(const LaneLines& lines, std::size_t axis, double low, double high) {
+  return AreBetween(lines.fFrom[axis], low, high) && AreBetween(lines.fTo[axis], low, high);
+}
+
 } // namespace
 
 PlaneStack::PlaneStack(const TGeoMaterial* world, std::vector<LayerContent> contents,
@@ -214,6 +289,39 @@ void PlaneStack::Steps(const double* p0, const double* p1, std::vector<double>& 
   if (!backwards) return;
   std::reverse(ds.begin(), ds.end());
   std::reverse(mats.begin(), mats.end());
+}
+
+void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
+  slabs.fSlabs.clear();
+  double z = lines.fBegin;
+  const double end = lines.fEnd;
+  auto i =
+      static_cast<std::size_t>(std::upper_bound(fZHigh.begin(), fZHigh.end(), z) - fZHigh.begin());
+  for (; i < fLayers.size() && z < end; i++) {
+    const Box& box = fLayers[i].fBox;
+    const double begin = std::clamp(box.fLow[2], z, end), behind = std::min(box.fHigh[2], end);
+    AddSlab(z, begin, fWorld, slabs);
+    z = begin;
+    if (!(behind > begin)) break;
+    const LaneLines part = Part(lines, begin, behind);
+    const LayerContent& content = fContents[fLayers[i].fContent];
+    const std::size_t across = content.fAxis, along = 1 - across;
+    const double wall = content.fCount == 0 ? 0 : content.fWall;
+    if (!EndsAreBetween(part, across, box.fLow[across], box.fHigh[across]) ||
+        !EndsAreBetween(part, along, box.fLow[along] + wall, box.fHigh[along] - wall))
+      AddLineByLine(
+          part,
+          [this](const double* p0, const double* p1, auto& ds, auto& mats) {
+            Steps(p0, p1, ds, mats);
+          },
+          slabs);
+    else if (content.fCount == 0)
+      AddSlab(begin, behind, content.fMaterial, slabs);
+    else
+      AddCells(part, box, content, slabs);
+    z = behind;
+  }
+  AddSlab(z, end, fWorld, slabs);
 }
 
 } // namespace geo

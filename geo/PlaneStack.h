@@ -6,6 +6,9 @@ class TGeoMaterial;
 
 namespace geo {
 
+struct LaneLines;
+struct LaneSlabs;
+
 /// What a layer of a PlaneStack is made of: one material throughout, or a row of equal cells.
 ///
 /// A row of n cells fills the layer's box of the first material as gap, cell, gap, ..., cell, gap
@@ -59,6 +62,9 @@ public:
   /// @throw std::invalid_argument for a coordinate or distance that is not finite
   void Steps(const double* p0, const double* p1, std::vector<double>& ds,
              std::vector<const TGeoMaterial*>& mats) const;
+
+  /// As LaneGeometry::MaterialsOnLines.
+  void Slabs(const LaneLines& lines, LaneSlabs& slabs) const;
 
   const std::vector<Layer>& Layers() const { return fLayers; } ///< sorted by z
 

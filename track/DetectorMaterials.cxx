@@ -21,29 +21,32 @@ constexpr double kBetheScale = 0.1535375e-3;
 
 } // namespace
 
-const std::vector<MaterialStep>& DetectorMaterials::Steps(const double* p0, const double* p1) {
-  fLengths.clear();
-  fOfLengths.clear();
-  fDetector->MaterialsBetweenPoints(p0, p1, fLengths, fOfLengths);
-  const std::size_t n = fLengths.size();
-  if (n != fOfLengths.size())
-    throw GeometryRefusal{"the detector reports " + std::to_string(n) + " lengths for " +
-                          std::to_string(fOfLengths.size()) + " materials on the track"};
-  const double x = p1[0] - p0[0], y = p1[1] - p0[1], z = p1[2] - p0[2];
-  const double perLength = z / std::sqrt(x * x + y * y + z * z);
-  fSteps.resize(n);
-  for (std::size_t k = 0; k < n; k++) {
-    if (!(std::isfinite(fLengths[k]) && fLengths[k] >= 0))
-      throw GeometryRefusal{"the detector reports a step of " + NumberText(fLengths[k]) +
-                            " cm on the track; it must be finite and not negative"};
-    fSteps[k] = {Index(fOfLengths[k]), fLengths[k] * perLength};
+const std::vector<geo::LaneSlab>& DetectorMaterials::Slabs(const geo::LaneLines& lines) {
+  fSlabs.fSlabs.clear();
+  if (fLanes) {
+    fLanes->MaterialsOnLines(lines, fSlabs);
+    return fSlabs.fSlabs;
   }
-  return fSteps;
+  const auto steps = [this](const double* p0, const double* p1, std::vector<double>& ds,
+                            std::vector<const TGeoMaterial*>& mats) {
+    fDetector->MaterialsBetweenPoints(p0, p1, ds, mats);
+    CheckSteps(ds, mats.size());
+  };
+  geo::AddLineByLine(lines, steps, fSlabs);
+  return fSlabs.fSlabs;
 }
 
-std::size_t DetectorMaterials::Index(const TGeoMaterial* material) {
-  for (std::size_t i = 0; i < fMaterials.size(); i++)
-    if (fMaterials[i].fMaterial == material) return i;
+void DetectorMaterials::CheckSteps(const std::vector<double>& lengths, std::size_t materials) {
+  if (lengths.size() != materials)
+    throw GeometryRefusal{"the detector reports " + std::to_string(lengths.size()) +
+                          " lengths for " + std::to_string(materials) + " materials on the track"};
+  for (double length : lengths)
+    if (!(std::isfinite(length) && length >= 0))
+      throw GeometryRefusal{"the detector reports a step of " + NumberText(length) +
+                            " cm on the track; it must be finite and not negative"};
+}
+
+std::size_t DetectorMaterials::IndexOfNew(const TGeoMaterial* material) {
   if (!material) throw GeometryRefusal{"the detector reports a step without material on the track"};
   fMaterials.push_back(Data(*material));
   return fMaterials.size() - 1;

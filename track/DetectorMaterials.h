@@ -1,6 +1,8 @@
 #pragma once
 
 #include "geo/GeometryBase.h"
+#include "geo/LaneGeometry.h"
+#include "geo/LaneSlabs.h"
 #include "matter/RangeTable.h"
 
 #include <cstddef>
@@ -25,12 +27,6 @@ struct MaterialData {
                                            ///< energy
 };
 
-/// A piece of one material on a straight line.
-struct MaterialStep {
-  std::size_t fMaterial; ///< its index in DetectorMaterials
-  double fLength;        ///< along z [cm]
-};
-
 /// The materials of a detector as they are met, each checked and tabulated once.
 class DetectorMaterials {
 public:
@@ -39,27 +35,36 @@ public:
   /// @param needsLoss  whether a material that nothing is known of is refused; else it takes no
   ///                   energy
   DetectorMaterials(const geo::GeometryBase& detector, std::vector<int> hypotheses, bool needsLoss)
-      : fDetector(&detector), fHypotheses(std::move(hypotheses)), fNeedsLoss(needsLoss) {}
+      : fDetector(&detector),
+        fLanes(dynamic_cast<const geo::LaneGeometry*>(&detector)),
+        fHypotheses(std::move(hypotheses)),
+        fNeedsLoss(needsLoss) {}
 
-  /// Lists what there is between two points [cm], in order.
-  /// @param p0 three coordinates
-  /// @param p1 three coordinates, its z above that of p0
+  /// Lists what lies on straight lines.
   /// @throws GeometryRefusal for the first fault of the detector's answer, and what it throws
-  const std::vector<MaterialStep>& Steps(const double* p0, const double* p1);
+  const std::vector<geo::LaneSlab>& Slabs(const geo::LaneLines& lines);
+
+  /// Returns the index of a material that lies on a line.
+  /// @throws GeometryRefusal where it cannot be used
+  std::size_t Index(const TGeoMaterial* material) {
+    for (std::size_t i = 0; i < fMaterials.size(); i++)
+      if (fMaterials[i].fMaterial == material) return i;
+    return IndexOfNew(material);
+  }
 
   const MaterialData& operator[](std::size_t i) const { return fMaterials[i]; }
 
 private:
-  std::size_t Index(const TGeoMaterial* material);
+  std::size_t IndexOfNew(const TGeoMaterial* material);
+  static void CheckSteps(const std::vector<double>& lengths, std::size_t materials);
   MaterialData Data(const TGeoMaterial& material) const;
 
   const geo::GeometryBase* fDetector;
+  const geo::LaneGeometry* fLanes; // the same, or null
   std::vector<int> fHypotheses;
   bool fNeedsLoss;
   std::vector<MaterialData> fMaterials;
-  std::vector<MaterialStep> fSteps;
-  std::vector<double> fLengths;                // scratch [cm]
-  std::vector<const TGeoMaterial*> fOfLengths; // scratch
+  geo::LaneSlabs fSlabs;
 };
 
 } // namespace kelvo

@@ -6,13 +6,13 @@
 namespace kelvo {
 namespace {
 
-constexpr int kCrossings = 4;   // of the way, each with shifts of its own
-constexpr std::size_t kRay = 2; // gaps that are crossed on one straight line
+constexpr double kCrossings = kLanes; // of the way, each with shifts of its own
+constexpr std::size_t kRay = 2;       // gaps that are crossed on one straight line
 
 /// Places and weights of the quadrature of two points that has these moments about the middle of
 /// the gap: in units of the standard deviation the points are the zeros of t^2 - skewness t - 1,
 /// and the weights make their mean zero.
-void SetPlanes(const double (&moment)[4], Gap& gap) {
+void SetPlanes(const Lanes& moment, Gap& gap) {
   constexpr double kThinnest = 1e-9; // radiation lengths; what is thinner does not scatter
   constexpr double kThin = 1e-10; // variance of place, in squares of the gap, of a thin scatterer
   if (!(moment[0] > kThinnest)) return;
@@ -54,22 +54,13 @@ void MaterialAlong::Trace(const std::vector<WayPoint>& points) {
 void MaterialAlong::CrossGaps(const std::vector<WayPoint>& points, std::size_t first,
                               std::size_t last) {
   if (!(points[last].fX[2] > points[first].fX[2])) return;
-  for (int k = 0; k < kCrossings; k++) {
-    std::size_t i = first;
-    double begin = points[first].fX[2];
-    for (const MaterialStep& step : Shifted(points[first], points[last])) {
-      const double end = begin + step.fLength;
-      for (; i + 1 < last && points[i + 1].fX[2] < end; i++) {
-        Add(i, (points[i].fX[2] + points[i + 1].fX[2]) / 2, begin, points[i + 1].fX[2],
-            step.fMaterial);
-        Close(i);
-        begin = points[i + 1].fX[2];
-      }
-      Add(i, (points[i].fX[2] + points[i + 1].fX[2]) / 2, begin, end, step.fMaterial);
-      begin = end;
+  const geo::LaneLines lines = Shifted(points[first], points[last], points[first + 1].fX[2]);
+  for (const geo::LaneSlab& slab : fMaterials.Slabs(lines))
+    for (std::size_t i = first; i < last; i++) {
+      const double z0 = points[i].fX[2], z1 = points[i + 1].fX[2];
+      const double begin = std::max(slab.fBegin, z0), end = std::min(slab.fEnd, z1);
+      if (end > begin) Add(i, (z0 + z1) / 2, begin, end, slab, 1);
     }
-    for (; i < last; i++) Close(i);
-  }
 }
 
 void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& slopes,
@@ -78,85 +69,90 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
   for (std::size_t v = 0; v < 2; v++) to.fX[v] += slopes[v] * length;
   to.fX[2] += length;
   const double z0 = from.fX[2];
-  const std::size_t i = fSums.size() - 1;
-  const double spread = std::sqrt(kEndVariance);
-  fEndMipLoss = fEndSigma = 0;
-  double sumEnd = 0;
-  for (int k = 0; k < kCrossings; k++) {
-    const std::vector<MaterialStep>& steps = Shifted(from, to);
-    double all = 0;
-    for (const MaterialStep& step : steps)
-      all += fMaterials[step.fMaterial].fMipLoss * step.fLength;
-    fEndMipLoss += all / kCrossings;
-    // Where nothing takes energy, half of the loss is half of the way.
-    const double limit = all > 0 ? all : length;
-    const auto spent = [&](double part) {
-      double left = part * limit, z = z0;
-      for (const MaterialStep& step : steps) {
-        if (!(left > 0)) break;
-        const double loss = all > 0 ? fMaterials[step.fMaterial].fMipLoss : 1;
-        const double thickness = loss > 0 ? std::min(step.fLength, left / loss) : step.fLength;
-        z += thickness;
-        left -= loss * thickness;
-      }
-      return z;
-    };
-    const double end = spent(fraction);
-    double begin = z0;
-    for (const MaterialStep& step : steps) {
-      if (!(begin < end)) break;
-      Add(i, z0, begin, std::min(begin + step.fLength, end), step.fMaterial);
-      begin += step.fLength;
+  const std::vector<geo::LaneSlab>& slabs = fMaterials.Slabs(Shifted(from, to, z0));
+  Lanes all{};
+  for (const geo::LaneSlab& slab : slabs) all += MipLoss(slab);
+  fEndMipLoss = Sum(all) / kCrossings;
+  // Where nothing takes energy, half of the loss is half of the way.
+  const Lanes limit = WhereAbove(all, 0, all, length);
+  // Goes on until a part of the loss is spent, and returns where that is on each line.
+  const auto follow = [&](double part, auto&& visit) {
+    Lanes left = part * limit, end = z0;
+    for (const geo::LaneSlab& slab : slabs) {
+      const Lanes way = (slab.fEnd - slab.fBegin) * slab.Crossed();
+      const Lanes loss = WhereAbove(all, 0, MipLoss(slab), way);
+      const Lanes on = WhereAbove(left, 0, WhereAbove(loss, left, left / loss, 1), 0);
+      visit(slab, on);
+      end += on * way;
+      left -= on * loss;
     }
-    Close(i);
-    sumEnd += end;
-    fEndSigma += (spent(0.5 + spread) - spent(0.5 - spread)) / (2 * kCrossings);
-  }
-  fEnd = Summary(i, z0, sumEnd / kCrossings);
+    return end;
+  };
+  const Lanes end = follow(fraction, [&](const geo::LaneSlab& slab, const Lanes& on) {
+    Add(fSums.size() - 1, z0, slab.fBegin, slab.fEnd, slab, on);
+  });
+  fEnd = Summary(fSums.size() - 1, z0, Sum(end) / kCrossings);
+  const auto pass = [](const geo::LaneSlab&, const Lanes&) {};
+  const double spread = std::sqrt(kEndVariance);
+  fEndSigma = Sum(follow(0.5 + spread, pass) - follow(0.5 - spread, pass)) / (2 * kCrossings);
 }
 
-/// Returns the steps of a straight line, which is shifted within an interval that has the standard
-/// deviation of the points, by a sequence that fills the plane evenly (M. Roberts, "The
-/// unreasonable effectiveness of quasirandom sequences", 2018: multiples of the inverse powers of
-/// the plastic number, modulo 1).
-const std::vector<MaterialStep>& MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to) {
+/// Returns straight lines that are shifted within an interval that has the standard deviation of
+/// the points, by a sequence that fills the plane evenly (M. Roberts, "The unreasonable
+/// effectiveness of quasirandom sequences", 2018: multiples of the inverse powers of the plastic
+/// number, modulo 1).
+geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, double cut) {
   constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
   const double width = std::sqrt(12.); // of a uniform distribution, in standard deviations
-  std::array<double, 3> p = from.fX, q = to.fX;
+  geo::LaneLines lines{from.fX[2], to.fX[2], cut, {}, {}};
   for (std::size_t v = 0; v < 2; v++) {
-    fShift[v] += kStep[v] - (fShift[v] + kStep[v] >= 1 ? 1 : 0);
-    p[v] += (fShift[v] - 0.5) * width * from.fSig[v];
-    q[v] += (fShift[v] - 0.5) * width * to.fSig[v];
+    const auto next = [this, v, width, kStep] {
+      fShift[v] += kStep[v] - (fShift[v] + kStep[v] >= 1 ? 1 : 0);
+      return (fShift[v] - 0.5) * width;
+    };
+    const Lanes shift{next(), next(), next(), next()}; // in this order
+    lines.fFrom[v] = from.fX[v] + shift * from.fSig[v];
+    lines.fTo[v] = to.fX[v] + shift * to.fSig[v];
   }
-  return fMaterials.Steps(p.data(), q.data());
+  return lines;
 }
 
+Lanes MaterialAlong::MipLoss(const geo::LaneSlab& slab) {
+  Lanes loss{};
+  for (std::size_t k = 0; k < slab.fN; k++)
+    loss += slab.fFraction[k] * fMaterials[fMaterials.Index(slab.fMaterial[k])].fMipLoss;
+  return loss * (slab.fEnd - slab.fBegin);
+}
+
+/// Adds what of a slab lies between two z.
+/// @param on fraction of that which each crossing takes part in
 void MaterialAlong::Add(std::size_t gap, double middle, double begin, double end,
-                        std::size_t material) {
-  const MaterialData& data = fMaterials[material];
+                        const geo::LaneSlab& slab, const Lanes& on) {
   Sums& sums = fSums[gap];
-  const double a = begin - middle, b = end - middle, thickness = end - begin;
-  const double radLen = thickness * data.fRadLen, twice = a + b, squares = a * a + b * b;
-  sums.fMoment[0] += radLen;
-  sums.fMoment[1] += radLen * (twice * (1. / 2));
-  sums.fMoment[2] += radLen * ((squares + a * b) * (1. / 3));
-  sums.fMoment[3] += radLen * (twice * squares * (1. / 4));
-  sums.fNow += thickness * data.fMipLoss;
+  const double length = end - begin;
+  double radLen = 0;
+  for (std::size_t k = 0; k < slab.fN; k++) {
+    const std::size_t material = fMaterials.Index(slab.fMaterial[k]);
+    const MaterialData& data = fMaterials[material];
+    const Lanes thickness = length * slab.fFraction[k] * on;
+    const double sum = Sum(thickness);
+    radLen += sum * data.fRadLen;
+    sums.fLoss += thickness * data.fMipLoss;
+    fThickness[Met(material) * fSums.size() + gap] += sum;
+  }
+  const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
+  sums.fMoment +=
+      radLen * Lanes{1, twice * (1. / 2), (squares + a * b) * (1. / 3), twice * squares * (1. / 4)};
+}
+
+/// Returns the place of a material among those that the track has met.
+std::size_t MaterialAlong::Met(std::size_t material) {
   std::size_t k = 0;
   while (k < fMet.size() && fMet[k] != material) k++;
-  if (k == fMet.size()) {
-    fMet.push_back(material);
-    fThickness.resize(fMet.size() * fSums.size(), 0);
-  }
-  const std::size_t place = k * fSums.size() + gap;
-  fThickness[place] += thickness;
-}
-
-void MaterialAlong::Close(std::size_t gap) {
-  Sums& sums = fSums[gap];
-  sums.fLoss += sums.fNow;
-  sums.fLoss2 += sums.fNow * sums.fNow;
-  sums.fNow = 0;
+  if (k < fMet.size()) return k;
+  fMet.push_back(material);
+  fThickness.resize(fMet.size() * fSums.size(), 0);
+  return k;
 }
 
 Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
@@ -173,12 +169,12 @@ Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
     gap.fXi += thickness * fMaterials[m].fXi;
   }
   gap.fN = fLayers.size() - gap.fFirst;
-  for (double& moment : sums.fMoment) moment /= kCrossings;
+  sums.fMoment *= 1 / kCrossings;
   gap.fRadLen = sums.fMoment[0];
-  gap.fMipLoss = sums.fLoss / kCrossings;
-  const double squares = sums.fLoss2 / kCrossings - gap.fMipLoss * gap.fMipLoss;
+  gap.fMipLoss = Sum(sums.fLoss) / kCrossings;
+  const Lanes off = sums.fLoss - gap.fMipLoss;
   // Of one way, from the scatter of a few; and of the mean of these that is taken for it.
-  gap.fVarMipLoss = std::max(squares, 0.) * (kCrossings + 1) / (kCrossings - 1);
+  gap.fVarMipLoss = Sum(off * off) / kCrossings * (kCrossings + 1) / (kCrossings - 1);
   return gap;
 }
 

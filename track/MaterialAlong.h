@@ -1,6 +1,7 @@
 #pragma once
 
 #include "track/DetectorMaterials.h"
+#include "util/Lanes.h"
 
 #include <array>
 #include <cstddef>
@@ -62,14 +63,14 @@ public:
 
   /// Finds the material between neighbouring points, one gap each.
   /// @param points with ascending z
-  /// @throws what DetectorMaterials::Steps throws
+  /// @throws what DetectorMaterials::Slabs throws
   void Trace(const std::vector<WayPoint>& points);
 
   /// Finds the material from the last point up to a next plane, and cuts it where a fraction of its
   /// energy loss is spent.
   /// @param slopes dx/dz, dy/dz
   /// @param length of the way to the next plane along z [cm]
-  /// @throws what DetectorMaterials::Steps throws
+  /// @throws what DetectorMaterials::Slabs throws
   void TraceEnd(const WayPoint& from, const std::array<double, 2>& slopes, double length,
                 double fraction);
 
@@ -85,16 +86,16 @@ public:
 private:
   /// What the crossings of one gap add up to.
   struct Sums {
-    double fMoment[4] = {}; // of radiation lengths, about the middle [cm to the power]
-    double fLoss = 0;       // of a minimum-ionising particle [GeV]
-    double fLoss2 = 0;      // squared, crossing by crossing
-    double fNow = 0;        // of the crossing at hand
+    Lanes fMoment{}; // of radiation lengths, about the middle [cm to the power 0 to 3]
+    Lanes fLoss{};   // of a minimum-ionising particle [GeV], crossing by crossing
   };
 
-  const std::vector<MaterialStep>& Shifted(const WayPoint& from, const WayPoint& to);
+  geo::LaneLines Shifted(const WayPoint& from, const WayPoint& to, double cut);
   void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
-  void Add(std::size_t gap, double middle, double begin, double end, std::size_t material);
-  void Close(std::size_t gap);
+  void Add(std::size_t gap, double middle, double begin, double end, const geo::LaneSlab& slab,
+           const Lanes& on);
+  std::size_t Met(std::size_t material);
+  Lanes MipLoss(const geo::LaneSlab& slab);
   Gap Summary(std::size_t i, double begin, double end);
 
   DetectorMaterials fMaterials;

@@ -34,10 +34,10 @@ std::vector<double> Masses(const std::vector<int>& hypotheses) {
 
 /// Square of velocity times momentum [GeV^2]. Where a particle is all but stopped, the kinks are
 /// as good as free.
-double BetaP2(double T, double mass) {
+Lanes BetaP2(const Lanes& energy, const Lanes& mass) {
   constexpr double kStopped = 1e-4; // kinetic energy, in masses
-  T = std::max(T, kStopped * mass);
-  const double betaP = T * (T + 2 * mass) / (T + mass);
+  const Lanes T = Max(energy, kStopped * mass);
+  const Lanes betaP = T * (T + 2 * mass) / (T + mass);
   return betaP * betaP;
 }
 
@@ -249,11 +249,15 @@ void TrackChain::PlacePlanes() {
 /// nearly in proportion to the range that is left, and so is linear along a gap.
 void TrackChain::FindWidths(const LaneFits& lanes) {
   fBetaP2.resize(fHits.size());
+  const double* T[kLanes];
+  double mass[kLanes];
   for (std::size_t l = 0; l < kLanes; l++) {
     const std::size_t h = lanes.fFirst + std::min(l, lanes.fN - 1);
-    const double* T = fEnergy.T(h);
-    for (std::size_t i = 0; i < fHits.size(); i++) fBetaP2[i][l] = BetaP2(T[i], fMasses[h]);
+    T[l] = fEnergy.T(h);
+    mass[l] = fMasses[h];
   }
+  for (std::size_t i = 0; i < fHits.size(); i++)
+    fBetaP2[i] = BetaP2({T[0][i], T[1][i], T[2][i], T[3][i]}, {mass[0], mass[1], mass[2], mass[3]});
   fVarAlpha.resize(fPlanes.size());
   for (std::size_t j = 0; j < fPlanes.size(); j++) {
     const Plane& plane = fPlanes[j];
@@ -276,7 +280,7 @@ void TrackChain::FindNoise() {
     const std::size_t j = fPlanesBefore[i], n = fPlanesBefore[i + 1] - j;
     if (n == 0) continue;
     const LineNoise angle =
-        n == 1 ? LineNoise{InAll(fPlaneZ[j]), Lanes{}, fVarAlpha[j]}
+        n == 1 ? LineNoise{fPlaneZ[j], 0, fVarAlpha[j]}
                : TwoPlanes(fPlaneZ[j], fVarAlpha[j], fPlaneZ[j + 1], fVarAlpha[j + 1]);
     for (std::size_t v = 0; v < 2; v++) {
       const double factor = fPlanes[j].fSlopePerAngle[v] * fPlanes[j].fSlopePerAngle[v];
@@ -356,7 +360,7 @@ void TrackChain::FillHits(const LaneFits& lanes) const {
     // track goes through by necessity has no residual to compare.
     const double square = hit.fSig * hit.fSig;
     const Lanes variance = square - line.fVarX;
-    const Lanes pull = variance > 1e-9 * square ? residual / Sqrt(variance) : Lanes{};
+    const Lanes pull = WhereAbove(variance, 1e-9 * square, residual / Sqrt(variance), 0);
     for (std::size_t l = 0; l < lanes.fN; l++)
       lanes.fFit[l].fHit[i] = {static_cast<int>(hit.fView),
                                hit.fZ,

@@ -12,7 +12,6 @@
 
 namespace {
 
-using kelvo::InAll;
 using kelvo::KinkPoint;
 using kelvo::KinkSmoother;
 using kelvo::kLanes;
@@ -50,7 +49,7 @@ Problem RandomProblem(std::size_t n, double scale, std::mt19937_64& random) {
     for (std::size_t k = 0; k < in; k++) {
       const double part = (static_cast<double>(k) + uniform(random)) / static_cast<double>(in);
       const double sig = scale * (0.01 + uniform(random));
-      planes.push_back({z + part * step, sig * sig * Lanes{1, 4, 0.01, 1e6}});
+      planes.push_back({z + part * step, sig * sig * Lanes(1, 4, 0.01, 1e6)});
     }
     problem.fPlanes.push_back(planes);
     z += step;
@@ -62,7 +61,7 @@ std::vector<LaneSmoother::Noise> NoiseOf(const Problem& problem) {
   std::vector<LaneSmoother::Noise> noise;
   for (const std::vector<LanePlane>& planes : problem.fPlanes) {
     LineNoise sum;
-    if (planes.size() == 1) sum = {InAll(planes[0].fZ), Lanes{}, planes[0].fVariance};
+    if (planes.size() == 1) sum = {planes[0].fZ, 0, planes[0].fVariance};
     if (planes.size() == 2)
       sum = kelvo::TwoPlanes(planes[0].fZ, planes[0].fVariance, planes[1].fZ, planes[1].fVariance);
     noise.push_back({sum, sum});

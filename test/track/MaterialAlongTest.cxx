@@ -3,6 +3,7 @@
 
 #include "track/MaterialAlong.h"
 
+#include "geo/PlaneDetector.h"
 #include "test/support/TestGeometry.h"
 
 #include <gtest/gtest.h>
@@ -161,6 +162,69 @@ TEST(MaterialAlong, InVacuumTheEndIsAFractionOfTheWay) {
   along.TraceEnd(At(12), {0, 0}, 8, 0.25);
   EXPECT_NEAR(along.End().fEnd, 14, kRounding);
   EXPECT_NEAR(along.EndSigma(), 8 * std::sqrt(MaterialAlong::kEndVariance), kRounding);
+}
+
+/// A detector of planes that is asked for one line after the other.
+struct LineByLine : geo::GeometryBase {
+  const geo::PlaneDetector& fPlanes;
+  explicit LineByLine(const geo::PlaneDetector& planes) : fPlanes(planes) {}
+  void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
+                              std::vector<const TGeoMaterial*>& mats) const override {
+    fPlanes.MaterialsBetweenPoints(p0, p1, ds, mats);
+  }
+};
+
+/// Points in all planes of a detector, around a straight line.
+std::vector<WayPoint> Through(const geo::PlaneDetector& detector, const double (&from)[2],
+                              const double (&slope)[2], double sig) {
+  std::vector<WayPoint> points;
+  for (const geo::ActivePlane& plane : detector.Planes()) {
+    if (points.size() == 20) break;
+    const double z = plane.ZMid();
+    points.push_back({{from[0] + slope[0] * z, from[1] + slope[1] * z, z}, {sig, sig}});
+  }
+  return points;
+}
+
+/// @param cells whether walls divide the detector: where along z a line crosses them only the one
+///              knows that follows it by itself
+void ExpectSameMaterial(MaterialAlong& a, MaterialAlong& b, bool cells) {
+  const double kMoments = cells ? 0.06 : kRounding; // of a gap
+  ASSERT_EQ(a.Gaps().size(), b.Gaps().size());
+  for (std::size_t i = 0; i < a.Gaps().size(); i++) {
+    const Gap &f = a.Gaps()[i], &g = b.Gaps()[i];
+    EXPECT_NEAR(f.fRadLen, g.fRadLen, 1e-6 * g.fRadLen);
+    EXPECT_NEAR(f.fMipLoss, g.fMipLoss, 1e-6 * g.fMipLoss);
+    EXPECT_NEAR(f.fXi, g.fXi, 1e-6 * g.fXi);
+    EXPECT_NEAR(std::sqrt(f.fVarMipLoss), std::sqrt(g.fVarMipLoss), 1e-6 * g.fMipLoss);
+    ASSERT_EQ(f.fNPlanes, g.fNPlanes);
+    for (std::size_t k = 0; k < f.fNPlanes; k++) {
+      EXPECT_NEAR(f.fPlane[k].fZ, g.fPlane[k].fZ, kMoments * (g.fEnd - g.fBegin));
+      EXPECT_NEAR(f.fPlane[k].fRadLen / g.fPlane[k].fRadLen, 1, 5 * kMoments);
+    }
+  }
+  EXPECT_NEAR(a.End().fEnd, b.End().fEnd, cells ? 0.05 : kRounding);
+  EXPECT_NEAR(a.End().fMipLoss, b.End().fMipLoss, 1e-6 * b.End().fMipLoss);
+}
+
+TEST(MaterialAlong, LinesSideBySideCrossWhatTheyCrossOneByOne) {
+  for (const char* name : {"fine", "range", "telescope"}) {
+    const auto detector =
+        geo::PlaneDetector::FromFile(std::string(KELVO_SOURCE_DIR "/detectors/") + name + ".toml");
+    const LineByLine plain(detector);
+    MaterialAlong lanes = Along(detector), lines = Along(plain);
+    const bool cells = std::string(name) == "fine";
+    for (double slope : {0., 1e-7, 0.03, -0.4, 1.7})
+      for (double sig : {0.001, 0.4, 1.2}) {
+        SCOPED_TRACE(testing::Message() << name << ", slope " << slope << ", sigma " << sig);
+        const auto points = Through(detector, {0.3, -0.9}, {slope, -slope / 2}, sig);
+        for (MaterialAlong* along : {&lanes, &lines}) {
+          along->Trace(points);
+          along->TraceEnd(points.back(), {slope, -slope / 2}, 5, 0.5);
+        }
+        ExpectSameMaterial(lanes, lines, cells);
+      }
+  }
 }
 
 } // namespace
