@@ -99,6 +99,7 @@ SimulationOptions Completed(const geo::PlaneDetector& detector, SimulationOption
     options.fStart[2] = {upstream, beam ? upstream : box.fLow[2] + std::min(50., half)};
   if (!options.fSlope) options.fSlope = beam ? kBeamSlope : kSlope;
   options.fFit.fHypotheses = {options.fPDG};
+  options.fFit.fWithPlanes = true;
   return options;
 }
 

@@ -22,7 +22,8 @@ struct TrackFitOptions {
   double fBeamMomentum = 0; ///< known momentum of a beam at its first hit [GeV/c]; 0: the particle
                             ///< stops
   double fSigBeamMomentum = 0; ///< its uncertainty [GeV/c]
-  bool fWithPlanes = true;     ///< whether kinks and all else at the scattering planes are wanted
+  bool fWithPlanes = false; ///< whether the fit at the scattering planes is wanted: kinks, points
+                            ///< and widths, which take as much time as half of all else
 };
 
 /// Why a track, or a hypothesis of it, has no fit. 0 is success; the values are kept in files.

@@ -82,6 +82,7 @@ TEST(TelescopeTest, NoTrackIsLostAndResidualsAreNoWiderThanThoseOfStraightLines)
                  << "; set KELVO_SHARED_DATA to the shared folder";
   const geo::PlaneDetector& detector = BundledDetector("telescope");
   TrackFitOptions options;
+  options.fWithPlanes = true;
   options.fHypotheses = {211};
   options.fBeamMomentum = 4; // GeV/c; not recorded, a usual one
   TrackFitter fitter(detector, options);

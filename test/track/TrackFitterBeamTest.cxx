@@ -42,6 +42,7 @@ struct Telescope {
 TEST(TrackFitterBeam, ABeamScattersAtBothEndsOfEachGapAsMuchAsItsHalvesOfThePlates) {
   const Telescope telescope;
   TrackFitOptions options;
+  options.fWithPlanes = true;
   options.fBeamMomentum = 3;
   options.fHypotheses = {211, 2212};
   TrackFitter fitter(telescope.fGeometry, options);

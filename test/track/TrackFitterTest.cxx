@@ -24,8 +24,14 @@ using kelvo::TrackFit;
 using kelvo::TrackFitOptions;
 using kelvo::TrackFitter;
 
+TrackFitOptions WithPlanes() {
+  TrackFitOptions options;
+  options.fWithPlanes = true;
+  return options;
+}
+
 TEST(TrackFitter, AStraightTrackHasNoKinksAndIsFound) {
-  TrackFitter fitter(Block());
+  TrackFitter fitter(Block(), WithPlanes());
   for (const Line& line : {Line{3, -2, 0, 0}, Line{3, -2, 0.4, -0.7}, Line{-60, 5, 1.2, 0.9}}) {
     const TrackFit fit = fitter.Fit(Hits(line, 40));
     ASSERT_TRUE(fit.Fitted());
@@ -44,7 +50,7 @@ TEST(TrackFitter, AStraightTrackHasNoKinksAndIsFound) {
 }
 
 TEST(TrackFitter, AMirroredTrackGivesAMirroredFit) {
-  TrackFitter fitter(Block());
+  TrackFitter fitter(Block(), WithPlanes());
   const Line line{3, -2, 0.2, 0.3}, mirrored{-3, -2, -0.2, 0.3};
   const TrackFit a = fitter.Fit(Hits(line, 40, Wiggle));
   const TrackFit b =
@@ -130,7 +136,7 @@ reference::Problem ProblemOf(const HypothesisFit& fit, const kelvo::HitList3D& h
 
 TEST(TrackFitter, AFitIsTheLeastSquaresSolutionForItsPlanes) {
   constexpr double kAccuracy = 1e-7; // relative; the first hits bend the line that gives the slopes
-  TrackFitter fitter(Block());
+  TrackFitter fitter(Block(), WithPlanes());
   const Line line{3, -2, 0.2, -0.3};
   for (int n : {4, 5, 8, 30}) {
     // Deviations so small that the slopes on which the widths depend are those of the line.
@@ -348,6 +354,7 @@ TEST(TrackFitter, AUniformGapScattersAtTwoPlanesThatShareIt) {
   // At 21 and 79 % of the gap, half of the variance each: then the variance of the angle behind a
   // length L is all, that of the displacement its part L^2 / 3, and their covariance L / 2.
   TrackFitOptions options;
+  options.fWithPlanes = true;
   options.fBeamMomentum = 1000; // so that it hardly falls
   TrackFitter fitter(Block(), options);
   const HypothesisFit f = Best(fitter.Fit(Hits({0, 0, 0, 0}, 20)));
@@ -373,7 +380,7 @@ TEST(TrackFitter, HowTheMaterialOfAGapIsCutDoesNotMatter) {
     const double thickness = kSpacing / cuts;
     for (int i = 0; i < 60 * cuts; i++) layers.push_back({thickness, "Steel"});
     const LayeredGeometry block(layers);
-    return Best(TrackFitter(block).Fit(Hits({0, 0, 0.1, 0}, 20, Wiggle)));
+    return Best(TrackFitter(block, WithPlanes()).Fit(Hits({0, 0, 0.1, 0}, 20, Wiggle)));
   };
   const HypothesisFit one = fit(1);
   for (int cuts : {2, 10}) {
@@ -445,6 +452,7 @@ TEST(TrackFitter, HitsBehindTheLastMaterialLeaveTheMomentumWithItsUncertainty) {
 TEST(TrackFitter, TheFactorScalesTheWidths) {
   const HitList3D hits = Hits({0, 0, 0.1, 0}, 60);
   TrackFitOptions options;
+  options.fWithPlanes = true;
   options.fScatteringFactor = 1;
   TrackFitter one(Block(), options);
   options.fScatteringFactor = 2;

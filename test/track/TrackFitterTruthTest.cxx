@@ -99,6 +99,7 @@ private:
 
   static TrackFitOptions Options() {
     TrackFitOptions options;
+    options.fWithPlanes = true;
     options.fHypotheses = {13};
     options.fBeyondLastHit = 20; // slow particles bend so much that the model is not linear
     return options;
@@ -244,6 +245,7 @@ private:
 
   static TrackFitOptions Options(double p) {
     TrackFitOptions options;
+    options.fWithPlanes = true;
     options.fHypotheses = {211};
     options.fBeamMomentum = p;
     return options;
