@@ -65,9 +65,11 @@ struct Sums {
 
 void LaneSmoother::Fit(const std::vector<LaneMeasurement>& measurements,
                        const std::vector<Noise>& noise) {
-  fUpstream.resize(measurements.size());
-  fDownstream.resize(measurements.size());
-  fPoints.resize(measurements.size());
+  if (fPoints.size() < measurements.size()) {
+    fUpstream.resize(measurements.size());
+    fDownstream.resize(measurements.size());
+    fPoints.resize(measurements.size());
+  }
   Filter(measurements, noise);
   Smooth(measurements, noise);
 }

@@ -15,10 +15,12 @@ using kelvo::Lanes;
 
 /// Straight lines between two planes along z, side by side.
 struct LaneLines {
-  double fBegin, fEnd;        ///< z [cm]
-  double fCut;                ///< z at which a slab ends [cm]
-  std::array<Lanes, 2> fFrom; ///< x and y at fBegin [cm]
-  std::array<Lanes, 2> fTo;   ///< x and y at fEnd [cm]
+  double fBegin, fEnd;         ///< z [cm]
+  double fCut;                 ///< z at which a slab ends [cm]
+  std::array<Lanes, 2> fFrom;  ///< x and y at fBegin [cm]
+  std::array<Lanes, 2> fSlope; ///< dx/dz and dy/dz
+
+  Lanes At(std::size_t axis, double z) const { return fFrom[axis] + fSlope[axis] * (z - fBegin); }
 };
 
 /// What lies on the lines between two planes along z.
@@ -49,20 +51,21 @@ struct LaneSlabs {
   std::vector<const TGeoMaterial*> fMaterials;
 };
 
-/// Adds what lies on one line after the other.
+/// Adds what lies on one line after the other, between two z.
 /// @param steps lists the steps between two points, as MaterialsBetweenPoints does
 template <class Steps>
-void AddLineByLine(const LaneLines& lines, Steps&& steps, LaneSlabs& slabs) {
+void AddLineByLine(const LaneLines& lines, double begin, double end, Steps&& steps,
+                   LaneSlabs& slabs) {
   for (std::size_t l = 0; l < kelvo::kLanes; l++) {
-    const double from[] = {lines.fFrom[0][l], lines.fFrom[1][l], lines.fBegin};
-    const double to[] = {lines.fTo[0][l], lines.fTo[1][l], lines.fEnd};
+    const double from[] = {lines.At(0, begin)[l], lines.At(1, begin)[l], begin};
+    const double to[] = {lines.At(0, end)[l], lines.At(1, end)[l], end};
     slabs.fLengths.clear();
     slabs.fMaterials.clear();
     steps(from, to, slabs.fLengths, slabs.fMaterials);
     const double x = to[0] - from[0], y = to[1] - from[1], dz = to[2] - from[2];
     const double perLength = dz / std::sqrt(x * x + y * y + dz * dz);
     const Lanes fraction(l == 0, l == 1, l == 2, l == 3);
-    double z = lines.fBegin;
+    double z = begin;
     for (std::size_t i = 0; i < slabs.fLengths.size(); i++) {
       slabs.fSlabs.emplace_back(z, z + slabs.fLengths[i] * perLength);
       slabs.fSlabs.back().Add(slabs.fMaterials[i], fraction);

@@ -172,16 +172,7 @@ void CheckFinite(const double* p0, const double* p1, double length) {
     throw std::invalid_argument("material steps between two points: they are too far apart");
 }
 
-LaneLines Part(const LaneLines& lines, double begin, double end) {
-  const double perLength = 1 / (lines.fEnd - lines.fBegin);
-  LaneLines part{begin, end, lines.fCut, lines.fFrom, lines.fTo};
-  for (std::size_t k = 0; k < 2; k++) {
-    const Lanes slope = (lines.fTo[k] - lines.fFrom[k]) * perLength;
-    part.fFrom[k] = lines.fFrom[k] + slope * (begin - lines.fBegin);
-    part.fTo[k] = lines.fFrom[k] + slope * (end - lines.fBegin);
-  }
-  return part;
-}
+constexpr double kNone = 1e-6; // a fraction above the rounding of differences of coordinates
 
 void AddSlab(double begin, double end, const TGeoMaterial* material, LaneSlabs& slabs) {
   if (!(end > begin)) return;
@@ -189,69 +180,114 @@ void AddSlab(double begin, double end, const TGeoMaterial* material, LaneSlabs& 
   slabs.fSlabs.back().Add(material, 1);
 }
 
+/// A row of cells, seen across it.
+struct Row {
+  double fFirst; // low side of the first cell [cm]
+  double fPitch, fPerPitch, fWidth, fWall, fInner;
+
+  Row(const LayerContent& c, const Box& box)
+      : fFirst(box.fLow[c.fAxis] + c.fGap),
+        fPitch(c.fWidth + c.fGap),
+        fPerPitch(1 / fPitch),
+        fWidth(c.fWidth),
+        fWall(c.fWall),
+        fInner(c.fWidth - 2 * c.fWall) {}
+};
+
 /// How much of a row of cells lies before a coordinate across it.
 struct BeforeInRow {
   Lanes fCells, fFillings; // [cm]
 
-  BeforeInRow(const Lanes& u, const LayerContent& row, double first) {
-    const double pitch = row.fWidth + row.fGap, inner = row.fWidth - 2 * row.fWall;
-    const Lanes index = Floor((u - first) * (1 / pitch));
-    const Lanes inPitch = u - first - index * pitch;
+  BeforeInRow(const Lanes& u, const Row& row) {
+    const Lanes inRow = u - row.fFirst;
+    const Lanes index = Floor(inRow * row.fPerPitch);
+    const Lanes inPitch = inRow - index * row.fPitch;
     fCells = index * row.fWidth + Min(inPitch, row.fWidth);
-    fFillings = index * inner + Min(Max(inPitch - row.fWall, 0), inner);
+    fFillings = index * row.fInner + Min(Max(inPitch - row.fWall, 0), row.fInner);
   }
 };
 
-/// Adds a material to a slab if there is any of it.
-void AddFraction(const TGeoMaterial* material, const Lanes& fraction, LaneSlab& slab) {
-  constexpr double kNone = 1e-6; // above the rounding of a difference of coordinates
-  if (!AreBetween(fraction, -kNone, kNone)) slab.Add(material, Max(fraction, 0));
+/// Adds what is between the faces and the front or back walls.
+void AddWalls(double begin, double end, const Lanes& cell, const LayerContent& c,
+              LaneSlabs& slabs) {
+  if (AreAbove(cell, 1 - kNone)) return AddSlab(begin, end, c.fWallMaterial, slabs);
+  LaneSlab& slab = slabs.fSlabs.emplace_back(begin, end);
+  slab.Add(c.fWallMaterial, cell);
+  slab.Add(c.fMaterial, Max(1 - cell, 0));
+}
+
+/// Adds what is between front and back walls.
+void AddInner(double begin, double end, const Lanes& cell, const Lanes& filling,
+              const LayerContent& c, LaneSlabs& slabs) {
+  if (AreAbove(filling, 1 - kNone)) return AddSlab(begin, end, c.fFilling, slabs);
+  LaneSlab& slab = slabs.fSlabs.emplace_back(begin, end);
+  slab.Add(c.fFilling, filling);
+  slab.Add(c.fWallMaterial, Max(cell - filling, 0));
+  slab.Add(c.fMaterial, Max(1 - cell, 0));
 }
 
 /// The cells of one layer, on lines that cross them from end to end. How much of a line lies in
 /// cells and fillings is the difference of what lies before its ends.
-void AddCells(const LaneLines& lines, const Box& box, const LayerContent& c, LaneSlabs& slabs) {
-  // A line along the walls is inclined by some hundred atoms in a layer: there is no other
-  // case.
+void AddCells(const LaneLines& lines, double begin, double end, const Box& box,
+              const LayerContent& c, LaneSlabs& slabs) {
+  // A line along the walls is inclined by some hundred atoms in a layer: there is no other case.
   constexpr double kLeastSlope = 1e-6;
-  const double begin = lines.fBegin, end = lines.fEnd, first = box.fLow[c.fAxis] + c.fGap;
   const double front = std::clamp(box.fLow[2] + c.fWall, begin, end);
   const double back = std::clamp(box.fHigh[2] - c.fWall, front, end);
   const double cut[] = {begin, front, std::clamp(lines.fCut, front, back), back, end};
-  const Lanes from = lines.fFrom[c.fAxis];
-  const Lanes slope = (lines.fTo[c.fAxis] - from) * (1 / (end - begin));
-  const Lanes inclined = WhereAbove(Max(slope, -1 * slope), kLeastSlope, slope, kLeastSlope);
-  BeforeInRow before(from, c, first);
+  const Lanes given = lines.fSlope[c.fAxis];
+  const Lanes slope = WhereAbove(Max(given, -1 * given), kLeastSlope, given, kLeastSlope);
+  const Lanes from = lines.At(c.fAxis, begin);
+  const Row row(c, box);
+  BeforeInRow before(from, row);
   for (int k = 0; k < 4; k++) {
-    if (!(cut[k + 1] > cut[k])) continue;
-    const BeforeInRow next(from + inclined * (cut[k + 1] - begin), c, first);
-    const Lanes perWay = 1 / (inclined * (cut[k + 1] - cut[k]));
+    const double length = cut[k + 1] - cut[k];
+    if (!(length > 0)) continue;
+    const BeforeInRow next(from + slope * (cut[k + 1] - begin), row);
+    const Lanes perWay = 1 / (slope * length);
     const Lanes cell = (next.fCells - before.fCells) * perWay;
-    slabs.fSlabs.emplace_back(cut[k], cut[k + 1]);
-    LaneSlab& slab = slabs.fSlabs.back();
-    Lanes filling = 0;
-    if (k == 1 || k == 2) {
-      filling = (next.fFillings - before.fFillings) * perWay;
-      AddFraction(c.fFilling, filling, slab);
-    }
-    AddFraction(c.fWallMaterial, cell - filling, slab);
-    AddFraction(c.fMaterial, 1 - cell, slab);
+    if (k == 0 || k == 3)
+      AddWalls(cut[k], cut[k + 1], cell, c, slabs);
+    else
+      AddInner(cut[k], cut[k + 1], cell, (next.fFillings - before.fFillings) * perWay, c, slabs);
     before = next;
   }
 }
 
-/// Whether both ends of all lines are between two coordinates of an axis.
-bool EndsAreBetween(const LaneLines& lines, std::size_t axis, double low, double high) {
-  return AreBetween(lines.fFrom[axis], low, high) && AreBetween(lines.fTo[axis], low, high);
+/// Where lines cross all of a layer from front to back, walls at the ends of cells left alone.
+Box InsideOf(const Box& box, const LayerContent& c) {
+  Box inside = box;
+  if (c.fCount == 0) return inside;
+  inside.fLow[1 - c.fAxis] += c.fWall;
+  inside.fHigh[1 - c.fAxis] -= c.fWall;
+  return inside;
+}
+
+bool AreInside(const LaneLines& lines, double begin, double end, const Box& box) {
+  for (std::size_t axis = 0; axis < 2; axis++)
+    if (!AreBetween(lines.At(axis, begin), box.fLow[axis], box.fHigh[axis]) ||
+        !AreBetween(lines.At(axis, end), box.fLow[axis], box.fHigh[axis]))
+      return false;
+  return true;
 }
 
 } // namespace
 
 PlaneStack::PlaneStack(const TGeoMaterial* world, std::vector<LayerContent> contents,
                        std::vector<Layer> layers)
-    : fWorld(world), fContents(std::move(contents)), fLayers(std::move(layers)) {
+    : fWorld(world),
+      fContents(std::move(contents)),
+      fLayers(std::move(layers)),
+      fInside{{-kInfinity, -kInfinity, 0}, {kInfinity, kInfinity, 0}} {
   for (LayerContent& c : fContents) c = Completed(c);
-  for (const Layer& layer : fLayers) fZHigh.push_back(layer.fBox.fHigh[2]);
+  for (const Layer& layer : fLayers) {
+    fZHigh.push_back(layer.fBox.fHigh[2]);
+    const Box box = InsideOf(layer.fBox, fContents[layer.fContent]);
+    for (int k = 0; k < 2; k++) {
+      fInside.fLow[k] = std::max(fInside.fLow[k], box.fLow[k]);
+      fInside.fHigh[k] = std::min(fInside.fHigh[k], box.fHigh[k]);
+    }
+  }
 }
 
 void PlaneStack::Steps(const double* p0, const double* p1, std::vector<double>& ds,
@@ -293,8 +329,9 @@ void PlaneStack::Steps(const double* p0, const double* p1, std::vector<double>& 
 
 void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
   slabs.fSlabs.clear();
-  double z = lines.fBegin;
   const double end = lines.fEnd;
+  const bool inside = AreInside(lines, lines.fBegin, end, fInside);
+  double z = lines.fBegin;
   auto i =
       static_cast<std::size_t>(std::upper_bound(fZHigh.begin(), fZHigh.end(), z) - fZHigh.begin());
   for (; i < fLayers.size() && z < end; i++) {
@@ -303,14 +340,10 @@ void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
     AddSlab(z, begin, fWorld, slabs);
     z = begin;
     if (!(behind > begin)) break;
-    const LaneLines part = Part(lines, begin, behind);
     const LayerContent& content = fContents[fLayers[i].fContent];
-    const std::size_t across = content.fAxis, along = 1 - across;
-    const double wall = content.fCount == 0 ? 0 : content.fWall;
-    if (!EndsAreBetween(part, across, box.fLow[across], box.fHigh[across]) ||
-        !EndsAreBetween(part, along, box.fLow[along] + wall, box.fHigh[along] - wall))
+    if (!inside && !AreInside(lines, begin, behind, InsideOf(box, content)))
       AddLineByLine(
-          part,
+          lines, begin, behind,
           [this](const double* p0, const double* p1, auto& ds, auto& mats) {
             Steps(p0, p1, ds, mats);
           },
@@ -318,7 +351,7 @@ void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
     else if (content.fCount == 0)
       AddSlab(begin, behind, content.fMaterial, slabs);
     else
-      AddCells(part, box, content, slabs);
+      AddCells(lines, begin, behind, box, content, slabs);
     z = behind;
   }
   AddSlab(z, end, fWorld, slabs);

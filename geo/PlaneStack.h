@@ -73,6 +73,7 @@ private:
   std::vector<LayerContent> fContents;
   std::vector<Layer> fLayers;
   std::vector<double> fZHigh; ///< upper z of each layer [cm], for the search of the first one
+  Box fInside;                ///< x and y that are inside of all layers
 };
 
 } // namespace geo

@@ -32,7 +32,7 @@ const std::vector<geo::LaneSlab>& DetectorMaterials::Slabs(const geo::LaneLines&
     fDetector->MaterialsBetweenPoints(p0, p1, ds, mats);
     CheckSteps(ds, mats.size());
   };
-  geo::AddLineByLine(lines, steps, fSlabs);
+  geo::AddLineByLine(lines, lines.fBegin, lines.fEnd, steps, fSlabs);
   return fSlabs.fSlabs;
 }
 

@@ -55,12 +55,12 @@ std::string CheckHit(const Hit3D& hit) {
   if (view != geo::kX && view != geo::kY)
     return "the view is " + std::to_string(view) + "; it must be 0 (measures x) or 1 (measures y)";
   const bool isX = view == geo::kX;
-  for (const std::string& fault :
-       {CheckCoordinate("z", hit.fZ), CheckCoordinate(isX ? "x" : "y", isX ? hit.fX : hit.fY),
-        CheckSigma(isX ? "x" : "y", isX ? hit.fSigX : hit.fSigY), CheckSigZ(hit.fSigZ),
-        CheckWeight(hit.fW)})
-    if (!fault.empty()) return fault;
-  return {};
+  std::string fault = CheckCoordinate("z", hit.fZ);
+  if (fault.empty()) fault = CheckCoordinate(isX ? "x" : "y", isX ? hit.fX : hit.fY);
+  if (fault.empty()) fault = CheckSigma(isX ? "x" : "y", isX ? hit.fSigX : hit.fSigY);
+  if (fault.empty()) fault = CheckSigZ(hit.fSigZ);
+  if (fault.empty()) fault = CheckWeight(hit.fW);
+  return fault;
 }
 
 /// The hits of one view: how many, and where they begin and end.

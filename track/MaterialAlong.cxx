@@ -55,12 +55,17 @@ void MaterialAlong::CrossGaps(const std::vector<WayPoint>& points, std::size_t f
                               std::size_t last) {
   if (!(points[last].fX[2] > points[first].fX[2])) return;
   const geo::LaneLines lines = Shifted(points[first], points[last], points[first + 1].fX[2]);
-  for (const geo::LaneSlab& slab : fMaterials.Slabs(lines))
-    for (std::size_t i = first; i < last; i++) {
+  std::size_t i = first;
+  for (const geo::LaneSlab& slab : fMaterials.Slabs(lines)) {
+    if (slab.fBegin < points[i].fX[2]) i = first; // another line
+    for (double begin = slab.fBegin; begin < slab.fEnd;) {
+      while (i + 1 < last && begin >= points[i + 1].fX[2]) i++;
       const double z0 = points[i].fX[2], z1 = points[i + 1].fX[2];
-      const double begin = std::max(slab.fBegin, z0), end = std::min(slab.fEnd, z1);
-      if (end > begin) Add(i, (z0 + z1) / 2, begin, end, slab, 1);
+      const double end = i + 1 < last ? std::min(slab.fEnd, z1) : slab.fEnd;
+      Add(i, (z0 + z1) / 2, begin, end, slab);
+      begin = end;
     }
+  }
 }
 
 void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& slopes,
@@ -89,7 +94,9 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
     return end;
   };
   const Lanes end = follow(fraction, [&](const geo::LaneSlab& slab, const Lanes& on) {
-    Add(fSums.size() - 1, z0, slab.fBegin, slab.fEnd, slab, on);
+    geo::LaneSlab spent = slab;
+    for (std::size_t k = 0; k < slab.fN; k++) spent.fFraction[k] = slab.fFraction[k] * on;
+    Add(fSums.size() - 1, z0, slab.fBegin, slab.fEnd, spent);
   });
   fEnd = Summary(fSums.size() - 1, z0, Sum(end) / kCrossings);
   const auto pass = [](const geo::LaneSlab&, const Lanes&) {};
@@ -104,6 +111,7 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
 geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, double cut) {
   constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
   const double width = std::sqrt(12.); // of a uniform distribution, in standard deviations
+  const double perLength = 1 / (to.fX[2] - from.fX[2]);
   geo::LaneLines lines{from.fX[2], to.fX[2], cut, {}, {}};
   for (std::size_t v = 0; v < 2; v++) {
     const auto next = [this, v, width, kStep] {
@@ -112,7 +120,7 @@ geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, 
     };
     const Lanes shift{next(), next(), next(), next()}; // in this order
     lines.fFrom[v] = from.fX[v] + shift * from.fSig[v];
-    lines.fTo[v] = to.fX[v] + shift * to.fSig[v];
+    lines.fSlope[v] = (to.fX[v] - from.fX[v] + shift * (to.fSig[v] - from.fSig[v])) * perLength;
   }
   return lines;
 }
@@ -120,39 +128,36 @@ geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, 
 Lanes MaterialAlong::MipLoss(const geo::LaneSlab& slab) {
   Lanes loss{};
   for (std::size_t k = 0; k < slab.fN; k++)
-    loss += slab.fFraction[k] * fMaterials[fMaterials.Index(slab.fMaterial[k])].fMipLoss;
+    loss += slab.fFraction[k] * fMet[Meet(slab.fMaterial[k])].fMipLoss;
   return loss * (slab.fEnd - slab.fBegin);
 }
 
 /// Adds what of a slab lies between two z.
-/// @param on fraction of that which each crossing takes part in
 void MaterialAlong::Add(std::size_t gap, double middle, double begin, double end,
-                        const geo::LaneSlab& slab, const Lanes& on) {
+                        const geo::LaneSlab& slab) {
   Sums& sums = fSums[gap];
   const double length = end - begin;
   double radLen = 0;
   for (std::size_t k = 0; k < slab.fN; k++) {
-    const std::size_t material = fMaterials.Index(slab.fMaterial[k]);
-    const MaterialData& data = fMaterials[material];
-    const Lanes thickness = length * slab.fFraction[k] * on;
-    const double sum = Sum(thickness);
-    radLen += sum * data.fRadLen;
-    sums.fLoss += thickness * data.fMipLoss;
-    fThickness[Met(material) * fSums.size() + gap] += sum;
+    const std::size_t place = Meet(slab.fMaterial[k]);
+    const double thickness = length * Sum(slab.fFraction[k]);
+    radLen += thickness * fMet[place].fRadLen;
+    sums.fLoss += slab.fFraction[k] * (length * fMet[place].fMipLoss);
+    fThickness[place * fSums.size() + gap] += thickness;
   }
   const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
-  sums.fMoment +=
-      radLen * Lanes{1, twice * (1. / 2), (squares + a * b) * (1. / 3), twice * squares * (1. / 4)};
+  sums.fMoment += radLen * Lanes{1., twice * (1. / 2), (squares + a * b) * (1. / 3),
+                                 twice * squares * (1. / 4)};
 }
 
 /// Returns the place of a material among those that the track has met.
-std::size_t MaterialAlong::Met(std::size_t material) {
-  std::size_t k = 0;
-  while (k < fMet.size() && fMet[k] != material) k++;
-  if (k < fMet.size()) return k;
-  fMet.push_back(material);
+std::size_t MaterialAlong::Meet(const TGeoMaterial* material) {
+  for (std::size_t k = 0; k < fMet.size(); k++)
+    if (fMet[k].fMaterial == material) return k;
+  const std::size_t index = fMaterials.Index(material);
+  fMet.push_back({material, index, fMaterials[index].fRadLen, fMaterials[index].fMipLoss});
   fThickness.resize(fMet.size() * fSums.size(), 0);
-  return k;
+  return fMet.size() - 1;
 }
 
 Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
@@ -162,7 +167,7 @@ Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
   gap.fEnd = end;
   gap.fFirst = fLayers.size();
   for (std::size_t k = 0; k < fMet.size(); k++) {
-    const std::size_t m = fMet[k];
+    const std::size_t m = fMet[k].fIndex;
     const double thickness = fThickness[k * fSums.size() + i] / kCrossings;
     if (!(thickness * fMaterials[m].fMipLoss > 0)) continue;
     fLayers.push_back({m, thickness});

@@ -92,9 +92,15 @@ private:
 
   geo::LaneLines Shifted(const WayPoint& from, const WayPoint& to, double cut);
   void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
-  void Add(std::size_t gap, double middle, double begin, double end, const geo::LaneSlab& slab,
-           const Lanes& on);
-  std::size_t Met(std::size_t material);
+  /// A material on the way of the track.
+  struct MetMaterial {
+    const TGeoMaterial* fMaterial;
+    std::size_t fIndex;       // in fMaterials
+    double fRadLen, fMipLoss; // as in MaterialData
+  };
+
+  void Add(std::size_t gap, double middle, double begin, double end, const geo::LaneSlab& slab);
+  std::size_t Meet(const TGeoMaterial* material);
   Lanes MipLoss(const geo::LaneSlab& slab);
   Gap Summary(std::size_t i, double begin, double end);
 
@@ -105,8 +111,8 @@ private:
   double fEndMipLoss = 0;
   double fEndSigma = 0;
   std::vector<Sums> fSums;        // by gap, and of the end
-  std::vector<std::size_t> fMet;  // materials in the order in which this track meets them, so that
-                                  // no result depends on other tracks
+  std::vector<MetMaterial> fMet;  // in the order in which this track meets them, so that no
+                                  // result depends on other tracks
   std::vector<double> fThickness; // by that order and gap [cm], of all crossings
   double fShift[2] = {0, 0};      // of the last crossing, fractions of the interval
 };

@@ -82,31 +82,31 @@ struct StraightLine {
   double Slope() const { return fZU / fZZ; }
 };
 
-/// A point of a line, and its slope against z.
-struct LinePoint {
-  double fU, fSlope;
-};
+/// The straight line through the hits of a view around one of them.
+struct LocalLine {
+  double fZ = 0, fU = 0; // a point
+  double fSlope;
 
-/// Returns the line through the hits of a view around hit k, at z.
-/// @param slope of the line if these have no two different z
-LinePoint LocalLine(const ViewHits& hits, std::size_t k, double z, double slope) {
-  constexpr std::size_t kNear = 2; // on each side
-  const std::size_t n = hits.fZ.size();
-  const std::size_t begin = k < kNear ? 0 : k - kNear, end = std::min(k + kNear + 1, n);
-  double meanZ = 0, meanU = 0, zz = 0, zu = 0;
-  for (std::size_t i = begin; i < end; i++) {
-    meanZ += hits.fZ[i];
-    meanU += hits.fU[i];
+  /// @param slope of the line if the hits have no two different z
+  LocalLine(const ViewHits& hits, std::size_t k, double slope) : fSlope(slope) {
+    constexpr std::size_t kNear = 2; // on each side
+    const std::size_t begin = k < kNear ? 0 : k - kNear;
+    const std::size_t end = std::min(k + kNear + 1, hits.fZ.size());
+    for (std::size_t i = begin; i < end; i++) {
+      fZ += hits.fZ[i];
+      fU += hits.fU[i];
+    }
+    fZ /= static_cast<double>(end - begin);
+    fU /= static_cast<double>(end - begin);
+    double zz = 0, zu = 0;
+    for (std::size_t i = begin; i < end; i++) {
+      zz += (hits.fZ[i] - fZ) * (hits.fZ[i] - fZ);
+      zu += (hits.fZ[i] - fZ) * (hits.fU[i] - fU);
+    }
+    if (zz > 0) fSlope = zu / zz;
   }
-  meanZ /= static_cast<double>(end - begin);
-  meanU /= static_cast<double>(end - begin);
-  for (std::size_t i = begin; i < end; i++) {
-    zz += (hits.fZ[i] - meanZ) * (hits.fZ[i] - meanZ);
-    zu += (hits.fZ[i] - meanZ) * (hits.fU[i] - meanU);
-  }
-  if (zz > 0) slope = zu / zz;
-  return {meanU + slope * (z - meanZ), slope};
-}
+  double At(double z) const { return fU + fSlope * (z - fZ); }
+};
 
 } // namespace
 
@@ -183,12 +183,14 @@ void TrackChain::FindPoints() {
   for (std::size_t v = 0; v < 2; v++) {
     const ViewHits& view = fViewHits[v];
     std::size_t k = 0; // the hit of the view that is next in z or there
+    LocalLine line(view, k, fCourse.fSlope[v][0]);
     for (std::size_t i = 0; i < fHits.size(); i++) {
       const double z = fHits[i].fZ;
+      const std::size_t last = k;
       while (k + 1 < view.fZ.size() && view.fZ[k] < z) k++;
-      const LinePoint line = LocalLine(view, k, z, fCourse.fSlope[v][i]);
+      if (k > last) line = LocalLine(view, k, fCourse.fSlope[v][i]);
       fCourse.fSlope[v][i] = line.fSlope;
-      fPoints[i].fX[v] = line.fU;
+      fPoints[i].fX[v] = line.At(z);
       fPoints[i].fX[2] = z;
       fPoints[i].fSig[v] = view.fSig[k];
     }
@@ -350,7 +352,6 @@ void TrackChain::FillViews(std::size_t lane, HypothesisFit& fit) const {
 }
 
 void TrackChain::FillHits(const LaneFits& lanes) const {
-  for (std::size_t l = 0; l < lanes.fN; l++) lanes.fFit[l].fHit.resize(fHits.size());
   for (std::size_t i = 0; i < fHits.size(); i++) {
     const TrackHit& hit = fHits[i];
     const LanePoint& line = fSmoother.At(hit.fView, i);
@@ -362,16 +363,9 @@ void TrackChain::FillHits(const LaneFits& lanes) const {
     const Lanes variance = square - line.fVarX;
     const Lanes pull = WhereAbove(variance, 1e-9 * square, residual / Sqrt(variance), 0);
     for (std::size_t l = 0; l < lanes.fN; l++)
-      lanes.fFit[l].fHit[i] = {static_cast<int>(hit.fView),
-                               hit.fZ,
-                               hit.fU,
-                               hit.fSigU,
-                               line.fX[l],
-                               sigU[l],
-                               residual[l],
-                               pull[l],
-                               line.fSlope[l],
-                               sigSlope[l]};
+      lanes.fFit[l].fHit.push_back({static_cast<int>(hit.fView), hit.fZ, hit.fU, hit.fSigU,
+                                    line.fX[l], sigU[l], residual[l], pull[l], line.fSlope[l],
+                                    sigSlope[l]});
   }
 }
 

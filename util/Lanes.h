@@ -14,7 +14,7 @@ public:
   /// Two numbers in one register.
   using Pair = double __attribute__((vector_size(2 * sizeof(double))));
 
-  Lanes() = default;
+  Lanes() = default;                           ///< not set; Lanes{} is 0 in all lanes
   Lanes(double x) : fLow{x, x}, fHigh{x, x} {} ///< the same number in all lanes
   Lanes(double a, double b, double c, double d) : fLow{a, b}, fHigh{c, d} {}
   Lanes(const Pair& low, const Pair& high) : fLow(low), fHigh(high) {}
@@ -52,6 +52,11 @@ public:
   friend Lanes WhereAbove(const Lanes& a, const Lanes& b, const Lanes& yes, const Lanes& no) {
     return {a.fLow > b.fLow ? yes.fLow : no.fLow, a.fHigh > b.fHigh ? yes.fHigh : no.fHigh};
   }
+  /// Returns whether all lanes are above a number.
+  friend bool AreAbove(const Lanes& x, double low) {
+    const auto above = (x.fLow > low) & (x.fHigh > low);
+    return (above[0] & above[1]) != 0;
+  }
   /// Returns whether all lanes are at or above low and below high.
   friend bool AreBetween(const Lanes& x, double low, double high) {
     const auto in = (x.fLow >= low) & (x.fLow < high) & (x.fHigh >= low) & (x.fHigh < high);
@@ -63,7 +68,7 @@ public:
   }
 
 private:
-  Pair fLow{}, fHigh{};
+  Pair fLow, fHigh;
 };
 
 /// Returns the largest integer that is not above x, for |x| < 2^51.
