@@ -35,14 +35,16 @@ void Downstream(const MaterialAlong& material, const Gap& gap, double stretch,
   }
 }
 
-/// Velocity squared, and the largest energy that an electron can get in one collision [GeV]
-/// (Particle Data Group, passage of particles through matter, eq. 34.4).
+/// What collisions with electrons depend on: 1 over velocity squared, and 1 over the largest energy
+/// that an electron can get in one of them [1/GeV] (Particle Data Group, passage of particles
+/// through matter, eq. 34.4).
 struct Collisions {
-  double fBeta2, fMax;
-  Collisions(double T, double mass) {
-    const double gamma = 1 + T / mass, ratio = kElectronMass / mass;
-    fBeta2 = 1 - 1 / (gamma * gamma);
-    fMax = 2 * kElectronMass * (gamma * gamma - 1) / (1 + 2 * gamma * ratio + ratio * ratio);
+  Lanes fPerBeta2, fPerMax;
+  Collisions(const Lanes& T, const Lanes& perMass) {
+    const Lanes gamma = 1 + T * perMass, square = gamma * gamma, ratio = kElectronMass * perMass;
+    const Lanes perBetaGamma2 = 1 / (square - 1);
+    fPerBeta2 = square * perBetaGamma2;
+    fPerMax = (1 + 2 * gamma * ratio + ratio * ratio) * perBetaGamma2 * (0.5 / kElectronMass);
   }
 };
 
@@ -107,28 +109,37 @@ double EnergyAlong::Change(const MaterialAlong& material, std::size_t particle,
 //   1 / T' = 1 / T_max + 1 / (13 sum of xi).
 // Its half width of 68 % is then right to 6 %, from Landau's distribution (xi << T_max), of 3.4 xi,
 // to a Gaussian.
-double EnergyAlong::Straggling(const MaterialAlong& material, std::size_t particle,
-                               const std::vector<double>& stretch) const {
+Lanes EnergyAlong::Straggling(const MaterialAlong& material, std::size_t first,
+                              const std::vector<double>& stretch) const {
   constexpr double kLandau = 13;
   const std::vector<Gap>& gaps = material.Gaps();
-  const double mass = fMasses[particle];
-  const double* energy = T(particle);
-  double sumXi = 0;
+  const auto at = [this, first](std::size_t lane) {
+    return std::min(first + lane, fMasses.size() - 1);
+  };
+  const Lanes perMass = 1 / Lanes{fMasses[at(0)], fMasses[at(1)], fMasses[at(2)], fMasses[at(3)]};
+  const double* T[] = {this->T(at(0)), this->T(at(1)), this->T(at(2)), this->T(at(3))};
+  const auto energy = [&T](std::size_t i) { return Lanes{T[0][i], T[1][i], T[2][i], T[3][i]}; };
+  Lanes sumXi{};
   for (std::size_t i = 0; i < gaps.size(); i++)
     if (gaps[i].fXi > 0) // else the particle may be at rest
-      sumXi += gaps[i].fXi * stretch[i] / Collisions((energy[i] + energy[i + 1]) / 2, mass).fBeta2;
-  double variance = 0;
+      sumXi += gaps[i].fXi * stretch[i] *
+               Collisions(0.5 * (energy(i) + energy(i + 1)), perMass).fPerBeta2;
+  const Lanes perLandau = 1 / (kLandau * sumXi);
+  Lanes variance{};
   for (std::size_t i = 0; i < gaps.size(); i++) {
-    const double mip = gaps[i].fMipLoss * stretch[i], loss = energy[i] - energy[i + 1];
-    if (!(mip > kLeastLoss && loss > kLeastLoss)) continue;
-    const double ratio = loss / mip;
-    const Collisions most((energy[i] + energy[i + 1]) / 2, mass);
-    const double cut = 1 / (1 / most.fMax + 1 / (kLandau * sumXi));
-    variance += gaps[i].fXi * stretch[i] / most.fBeta2 * cut *
-                    (1 - most.fBeta2 * cut / (2 * most.fMax)) / (ratio * ratio) +
-                gaps[i].fVarMipLoss * stretch[i] * stretch[i];
+    const double mip = gaps[i].fMipLoss * stretch[i];
+    if (!(mip > kLeastLoss)) continue;
+    const Lanes up = energy(i), down = energy(i + 1), loss = up - down;
+    const Collisions collisions(0.5 * (up + down), perMass);
+    const Lanes cut = 1 / (collisions.fPerMax + perLandau), perRatio = mip / loss;
+    const Lanes here = gaps[i].fXi * stretch[i] * cut *
+                           (collisions.fPerBeta2 - 0.5 * cut * collisions.fPerMax) * perRatio *
+                           perRatio +
+                       gaps[i].fVarMipLoss * stretch[i] * stretch[i];
+    variance += WhereAbove(loss, kLeastLoss, here, 0);
   }
-  const double ratio = LossRatio(material, particle, stretch);
+  const Lanes ratio = {LossRatio(material, at(0), stretch), LossRatio(material, at(1), stretch),
+                       LossRatio(material, at(2), stretch), LossRatio(material, at(3), stretch)};
   return variance * ratio * ratio;
 }
 

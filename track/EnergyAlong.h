@@ -1,6 +1,7 @@
 #pragma once
 
 #include "track/MaterialAlong.h"
+#include "util/Lanes.h"
 
 #include <cstddef>
 #include <utility>
@@ -32,11 +33,12 @@ public:
   double Change(const MaterialAlong& material, std::size_t particle,
                 const std::vector<double>& from, const std::vector<double>& to) const;
 
-  /// Returns the variance of the energy at the first point [GeV^2] of a particle that loses what it
-  /// has there along the track: from fluctuations of the loss and from the material of which is not
-  /// known whether it is crossed.
-  double Straggling(const MaterialAlong& material, std::size_t particle,
-                    const std::vector<double>& stretch) const;
+  /// Returns the variance of the energy at the first point [GeV^2] of particles that lose what they
+  /// have there along the track: from fluctuations of the loss and from the material of which is
+  /// not known whether it is crossed.
+  /// @param first of the particles; where there are no more the last one is repeated
+  Lanes Straggling(const MaterialAlong& material, std::size_t first,
+                   const std::vector<double>& stretch) const;
 
   /// Returns the variance of the energy at the first point [GeV^2] of a stopping particle from
   /// where its track ends.

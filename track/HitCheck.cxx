@@ -21,46 +21,43 @@ std::string Name(std::size_t i, const Hit3D& hit) {
   return "hit " + std::to_string(i) + " (z = " + NumberText(hit.fZ) + " cm): ";
 }
 
-/// Each check returns what is wrong, or an empty text.
-std::string CheckCoordinate(const char* name, double value) {
+bool IsCoordinate(double value) {
+  return std::abs(value) <= kLargestCoordinate;
+}
+
+std::string BadCoordinate(const char* name, double value) {
   if (!std::isfinite(value))
     return std::string(name) + " is " + NumberText(value) + "; it must be a finite number";
-  if (std::abs(value) > kLargestCoordinate)
-    return std::string(name) + " is " + NumberText(value) + " cm; it must be within +-" +
-           NumberText(kLargestCoordinate) + " cm";
-  return {};
+  return std::string(name) + " is " + NumberText(value) + " cm; it must be within +-" +
+         NumberText(kLargestCoordinate) + " cm";
 }
 
-std::string CheckSigma(const char* name, double value) {
-  if (value >= kSmallestSigma && value <= kLargestSigma) return {};
-  return std::string("the uncertainty of ") + name + " is " + NumberText(value) +
-         " cm; it must be between " + NumberText(kSmallestSigma) + " and " +
-         NumberText(kLargestSigma) + " cm";
+bool IsWithin(double value, double min, double max) {
+  return value >= min && value <= max;
 }
 
-std::string CheckSigZ(double value) {
-  if (value >= 0 && value <= kLargestSigma) return {};
-  return "the uncertainty of z is " + NumberText(value) + " cm; it must be between 0 and " +
-         NumberText(kLargestSigma) + " cm";
+std::string BadValue(const char* name, double value, double min, double max, const char* unit) {
+  return std::string(name) + " is " + NumberText(value) + unit + "; it must be between " +
+         NumberText(min) + " and " + NumberText(max) + unit;
 }
 
-std::string CheckWeight(double value) {
-  if (value >= 0 && value <= kLargestWeight) return {};
-  return "the weight is " + NumberText(value) + "; it must be between 0 and " +
-         NumberText(kLargestWeight);
-}
-
+/// Returns what is wrong, or an empty text.
 std::string CheckHit(const Hit3D& hit) {
   const int view = hit.fView;
   if (view != geo::kX && view != geo::kY)
     return "the view is " + std::to_string(view) + "; it must be 0 (measures x) or 1 (measures y)";
   const bool isX = view == geo::kX;
-  std::string fault = CheckCoordinate("z", hit.fZ);
-  if (fault.empty()) fault = CheckCoordinate(isX ? "x" : "y", isX ? hit.fX : hit.fY);
-  if (fault.empty()) fault = CheckSigma(isX ? "x" : "y", isX ? hit.fSigX : hit.fSigY);
-  if (fault.empty()) fault = CheckSigZ(hit.fSigZ);
-  if (fault.empty()) fault = CheckWeight(hit.fW);
-  return fault;
+  const double u = isX ? hit.fX : hit.fY, sigma = isX ? hit.fSigX : hit.fSigY;
+  if (!IsCoordinate(hit.fZ)) return BadCoordinate("z", hit.fZ);
+  if (!IsCoordinate(u)) return BadCoordinate(isX ? "x" : "y", u);
+  if (!IsWithin(sigma, kSmallestSigma, kLargestSigma))
+    return BadValue(isX ? "the uncertainty of x" : "the uncertainty of y", sigma, kSmallestSigma,
+                    kLargestSigma, " cm");
+  if (!IsWithin(hit.fSigZ, 0, kLargestSigma))
+    return BadValue("the uncertainty of z", hit.fSigZ, 0, kLargestSigma, " cm");
+  if (!IsWithin(hit.fW, 0, kLargestWeight))
+    return BadValue("the weight", hit.fW, 0, kLargestWeight, "");
+  return {};
 }
 
 /// The hits of one view: how many, and where they begin and end.

@@ -293,6 +293,7 @@ void TrackChain::FindNoise() {
 
 void TrackChain::Fill(const LaneFits& lanes) {
   FindCourse();
+  fStraggling = fEnergy.Straggling(fMaterial, lanes.fFirst, fCourse.fStretch);
   FillHits(lanes);
   for (std::size_t l = 0; l < lanes.fN; l++) {
     FillViews(l, lanes.fFit[l]);
@@ -488,7 +489,7 @@ double TrackChain::OwnEnergy(std::size_t h, std::size_t lane) {
 void TrackChain::FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& fit) {
   const double m = fMasses[h];
   fit.fT = fEnergy.T(h)[0];
-  double variance = fEnergy.Straggling(fMaterial, h, fCourse.fStretch);
+  double variance = fStraggling[lane];
   if (!IsBeam()) {
     fit.fT = OwnEnergy(h, lane);
     variance += fEnergy.EndVariance(fMaterial, h, fCourse.fStretch);

@@ -127,6 +127,7 @@ private:
   std::vector<Lanes> fVarAlpha;            // of the angles at the planes [rad^2]
   std::vector<LaneSmoother::Noise> fNoise; // of the gaps
   LaneSmoother fSmoother;
+  Lanes fStraggling{};          // variances of the energy at the first hit [GeV^2]
   std::vector<Lanes> fStretch;  // as that of a Course, of the fitted tracks
   std::vector<double> fScratch; // by gap
 };
