@@ -62,8 +62,9 @@ inline Innovation Measure(double z, double u, double variance, LineState& line) 
   const Lanes position = line.fVarX + variance;
   const Lanes lever = line.fVarSlope * d;
   const Lanes all = position + lever * d;
-  const Lanes perAll = 1 / all;
-  const Lanes part = line.fVarX / position;
+  const Lanes both = 1 / (all * position); // one division for two
+  const Lanes perAll = both * position;
+  const Lanes part = line.fVarX * (both * all);
   line.fZ += part * d;
   line.fX += part * dx;
   line.fSlope += lever * v * perAll;
@@ -77,8 +78,10 @@ inline LineState Merged(const LineState& a, const LineState& b) {
   const Lanes dz = b.fZ - a.fZ, dx = b.fX - a.fX;
   const Lanes position = a.fVarX + b.fVarX;
   const Lanes slopes = a.fVarSlope * b.fVarSlope;
-  const Lanes part = a.fVarX / position;
-  const Lanes perAll = 1 / ((a.fVarSlope + b.fVarSlope) * position + slopes * dz * dz);
+  const Lanes all = (a.fVarSlope + b.fVarSlope) * position + slopes * dz * dz;
+  const Lanes both = 1 / (all * position); // one division for two
+  const Lanes perAll = both * position;
+  const Lanes part = a.fVarX * (both * all);
   const Lanes slope =
       (a.fSlope * b.fVarSlope + b.fSlope * a.fVarSlope) * position + slopes * dz * dx;
   return {a.fZ + part * dz, a.fX + part * dx, slope * perAll, b.fVarX * part,

@@ -12,8 +12,8 @@ public:
   virtual ~LaneGeometry() = default;
 
   /// Lists what lies on straight lines, in order of z. Like MaterialsBetweenPoints for each line,
-  /// but where a row of cells is crossed, what is between the front and the back walls of its cells
-  /// is taken to be mixed along z.
+  /// but where a row of cells is crossed, what lies between their front and back walls is taken to
+  /// be mixed along z, and as much of these walls to be between cells as of what lies there.
   /// @param lines all from one z to a larger one
   /// @param slabs receives what lies on them, without gaps in z
   /// @throw what MaterialsBetweenPoints throws

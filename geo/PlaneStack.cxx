@@ -180,28 +180,27 @@ void AddSlab(double begin, double end, const TGeoMaterial* material, LaneSlabs& 
   slabs.fSlabs.back().Add(material, 1);
 }
 
-/// A row of cells, seen across it.
+/// A row of cells, seen across it; lengths in units of the pitch.
 struct Row {
-  double fFirst; // low side of the first cell [cm]
-  double fPitch, fPerPitch, fWidth, fWall, fInner;
+  double fPerPitch; // [1/cm]
+  double fFirst;    // low side of the first cell
+  double fWidth, fWall, fInner;
 
   Row(const LayerContent& c, const Box& box)
-      : fFirst(box.fLow[c.fAxis] + c.fGap),
-        fPitch(c.fWidth + c.fGap),
-        fPerPitch(1 / fPitch),
-        fWidth(c.fWidth),
-        fWall(c.fWall),
-        fInner(c.fWidth - 2 * c.fWall) {}
+      : fPerPitch(1 / (c.fWidth + c.fGap)),
+        fFirst((box.fLow[c.fAxis] + c.fGap) * fPerPitch),
+        fWidth(c.fWidth * fPerPitch),
+        fWall(c.fWall * fPerPitch),
+        fInner(fWidth - 2 * fWall) {}
 };
 
-/// How much of a row of cells lies before a coordinate across it.
+/// How much of a row of cells lies before a place in it.
 struct BeforeInRow {
-  Lanes fCells, fFillings; // [cm]
+  Lanes fAll, fCells, fFillings;
 
-  BeforeInRow(const Lanes& u, const Row& row) {
-    const Lanes inRow = u - row.fFirst;
-    const Lanes index = Floor(inRow * row.fPerPitch);
-    const Lanes inPitch = inRow - index * row.fPitch;
+  BeforeInRow(const Lanes& place, const Row& row) : fAll(place) {
+    const Lanes index = Rounded(place - 0.5); // at a side of the pitch either one is right
+    const Lanes inPitch = place - index;
     fCells = index * row.fWidth + Min(inPitch, row.fWidth);
     fFillings = index * row.fInner + Min(Max(inPitch - row.fWall, 0), row.fInner);
   }
@@ -210,6 +209,7 @@ struct BeforeInRow {
 /// Adds what is between the faces and the front or back walls.
 void AddWalls(double begin, double end, const Lanes& cell, const LayerContent& c,
               LaneSlabs& slabs) {
+  if (!(end > begin)) return;
   if (AreAbove(cell, 1 - kNone)) return AddSlab(begin, end, c.fWallMaterial, slabs);
   LaneSlab& slab = slabs.fSlabs.emplace_back(begin, end);
   slab.Add(c.fWallMaterial, cell);
@@ -227,31 +227,37 @@ void AddInner(double begin, double end, const Lanes& cell, const Lanes& filling,
 }
 
 /// The cells of one layer, on lines that cross them from end to end. How much of a line lies in
-/// cells and fillings is the difference of what lies before its ends.
+/// cells and fillings is the difference of what lies before its ends. What is between cells is the
+/// same fraction of front and back walls as of what is next to them.
 void AddCells(const LaneLines& lines, double begin, double end, const Box& box,
               const LayerContent& c, LaneSlabs& slabs) {
   // A line along the walls is inclined by some hundred atoms in a layer: there is no other case.
   constexpr double kLeastSlope = 1e-6;
   const double front = std::clamp(box.fLow[2] + c.fWall, begin, end);
   const double back = std::clamp(box.fHigh[2] - c.fWall, front, end);
-  const double cut[] = {begin, front, std::clamp(lines.fCut, front, back), back, end};
-  const Lanes given = lines.fSlope[c.fAxis];
-  const Lanes slope = WhereAbove(Max(given, -1 * given), kLeastSlope, given, kLeastSlope);
-  const Lanes from = lines.At(c.fAxis, begin);
+  const bool inWall = !(back > front);
+  const double cut[] = {inWall ? begin : front, std::clamp(lines.fCut, front, back),
+                        inWall ? end : back};
   const Row row(c, box);
-  BeforeInRow before(from, row);
-  for (int k = 0; k < 4; k++) {
-    const double length = cut[k + 1] - cut[k];
-    if (!(length > 0)) continue;
+  const Lanes given = lines.fSlope[c.fAxis] * row.fPerPitch;
+  const Lanes slope = WhereAbove(Max(given, -1 * given), kLeastSlope, given, kLeastSlope);
+  const Lanes from = lines.At(c.fAxis, begin) * row.fPerPitch - row.fFirst;
+  BeforeInRow before(from + slope * (cut[0] - begin), row);
+  Lanes cell{};
+  for (int k = 0; k < 2; k++) {
+    if (!(cut[k + 1] > cut[k])) continue;
     const BeforeInRow next(from + slope * (cut[k + 1] - begin), row);
-    const Lanes perWay = 1 / (slope * length);
-    const Lanes cell = (next.fCells - before.fCells) * perWay;
-    if (k == 0 || k == 3)
+    const Lanes perWay = 1 / (next.fAll - before.fAll);
+    cell = (next.fCells - before.fCells) * perWay;
+    if (inWall) {
       AddWalls(cut[k], cut[k + 1], cell, c, slabs);
-    else
+    } else {
+      if (cut[k] == front) AddWalls(begin, front, cell, c, slabs);
       AddInner(cut[k], cut[k + 1], cell, (next.fFillings - before.fFillings) * perWay, c, slabs);
+    }
     before = next;
   }
+  if (!inWall) AddWalls(back, end, cell, c, slabs);
 }
 
 /// Where lines cross all of a layer from front to back, walls at the ends of cells left alone.

@@ -34,8 +34,8 @@ public:
     if (x >= fLast) return fAtLast.fValue + (x - fLast) * fAtLast.fSlope;
     const std::uint64_t bits = Bits(x);
     const Piece& p = fPieces[(bits >> kShift) - fFirstKey];
-    const double t = static_cast<double>(static_cast<std::int64_t>(bits & kBelow)) * kPiece;
-    return p.fC0 + t * (p.fC1 + t * (p.fC2 + t * p.fC3));
+    const double t = Fraction(bits);
+    return (p.fC0 + t * p.fC1) + t * t * (p.fC2 + t * p.fC3); // two halves at a time
   }
 
   /// Returns the first and the last node.
@@ -50,12 +50,19 @@ private:
   static constexpr int kParts = 5;                  // 2^5 parts of each power of two
   static constexpr int kShift = kMantissa - kParts; // bits below those that name a piece
   static constexpr std::uint64_t kBelow = (1ULL << kShift) - 1;
-  static constexpr double kPiece = 1.0 / (1ULL << kShift);
 
   static std::uint64_t Bits(double x) {
     std::uint64_t bits = 0;
     std::memcpy(&bits, &x, sizeof bits);
     return bits;
+  }
+  /// Returns the place of a number in its piece, 0 to 1: the bits below those that name the piece,
+  /// as the mantissa of a number between 1 and 2.
+  static double Fraction(std::uint64_t bits) {
+    const std::uint64_t mantissa = (bits & kBelow) << kParts | Bits(1.0);
+    double t = 0;
+    std::memcpy(&t, &mantissa, sizeof t);
+    return t - 1;
   }
   static double OfKey(std::uint64_t key);
   static std::uint64_t KeyAbove(double x);

@@ -21,8 +21,8 @@ std::string Name(std::size_t i, const Hit3D& hit) {
   return "hit " + std::to_string(i) + " (z = " + NumberText(hit.fZ) + " cm): ";
 }
 
-bool IsCoordinate(double value) {
-  return std::abs(value) <= kLargestCoordinate;
+bool IsWithin(double value, double min, double max) {
+  return value >= min && value <= max;
 }
 
 std::string BadCoordinate(const char* name, double value) {
@@ -32,33 +32,41 @@ std::string BadCoordinate(const char* name, double value) {
          NumberText(kLargestCoordinate) + " cm";
 }
 
-bool IsWithin(double value, double min, double max) {
-  return value >= min && value <= max;
-}
-
 std::string BadValue(const char* name, double value, double min, double max, const char* unit) {
   return std::string(name) + " is " + NumberText(value) + unit + "; it must be between " +
          NumberText(min) + " and " + NumberText(max) + unit;
 }
 
-/// Returns what is wrong, or an empty text.
-std::string CheckHit(const Hit3D& hit) {
-  const int view = hit.fView;
-  if (view != geo::kX && view != geo::kY)
-    return "the view is " + std::to_string(view) + "; it must be 0 (measures x) or 1 (measures y)";
-  const bool isX = view == geo::kX;
-  const double u = isX ? hit.fX : hit.fY, sigma = isX ? hit.fSigX : hit.fSigY;
-  if (!IsCoordinate(hit.fZ)) return BadCoordinate("z", hit.fZ);
-  if (!IsCoordinate(u)) return BadCoordinate(isX ? "x" : "y", u);
-  if (!IsWithin(sigma, kSmallestSigma, kLargestSigma))
-    return BadValue(isX ? "the uncertainty of x" : "the uncertainty of y", sigma, kSmallestSigma,
-                    kLargestSigma, " cm");
-  if (!IsWithin(hit.fSigZ, 0, kLargestSigma))
-    return BadValue("the uncertainty of z", hit.fSigZ, 0, kLargestSigma, " cm");
-  if (!IsWithin(hit.fW, 0, kLargestWeight))
-    return BadValue("the weight", hit.fW, 0, kLargestWeight, "");
-  return {};
-}
+/// A hit as it is checked. There is a text only of what is wrong.
+struct CheckedHit {
+  const Hit3D& fHit;
+  bool fIsX = fHit.fView == geo::kX;
+  double fU = fIsX ? fHit.fX : fHit.fY;
+  double fSigma = fIsX ? fHit.fSigX : fHit.fSigY;
+
+  bool HasView() const { return fIsX || fHit.fView == geo::kY; }
+  bool HasZ() const { return std::abs(fHit.fZ) <= kLargestCoordinate; }
+  bool HasU() const { return std::abs(fU) <= kLargestCoordinate; }
+  bool HasSigma() const { return IsWithin(fSigma, kSmallestSigma, kLargestSigma); }
+  bool HasSigZ() const { return IsWithin(fHit.fSigZ, 0, kLargestSigma); }
+  bool HasWeight() const { return IsWithin(fHit.fW, 0, kLargestWeight); }
+
+  bool IsGood() const {
+    return HasView() && HasZ() && HasU() && HasSigma() && HasSigZ() && HasWeight();
+  }
+  std::string Fault() const {
+    if (!HasView())
+      return "the view is " + std::to_string(fHit.fView) +
+             "; it must be 0 (measures x) or 1 (measures y)";
+    if (!HasZ()) return BadCoordinate("z", fHit.fZ);
+    if (!HasU()) return BadCoordinate(fIsX ? "x" : "y", fU);
+    if (!HasSigma())
+      return BadValue(fIsX ? "the uncertainty of x" : "the uncertainty of y", fSigma,
+                      kSmallestSigma, kLargestSigma, " cm");
+    if (!HasSigZ()) return BadValue("the uncertainty of z", fHit.fSigZ, 0, kLargestSigma, " cm");
+    return BadValue("the weight", fHit.fW, 0, kLargestWeight, "");
+  }
+};
 
 /// The hits of one view: how many, and where they begin and end.
 struct ViewCount {
@@ -85,8 +93,8 @@ Refusal CheckView(const char* name, const ViewCount& view) {
 Refusal CheckHits(const HitList3D& hits) {
   ViewCount count[2];
   for (std::size_t i = 0; i < hits.size(); i++) {
-    const std::string fault = CheckHit(hits[i]);
-    if (!fault.empty()) return {FitStatus::kBadNumber, Name(i, hits[i]) + fault};
+    const CheckedHit hit{hits[i]};
+    if (!hit.IsGood()) return {FitStatus::kBadNumber, Name(i, hits[i]) + hit.Fault()};
     ViewCount& view = count[hits[i].fView];
     view.fN++;
     view.fFirst = std::min(view.fFirst, hits[i].fZ);

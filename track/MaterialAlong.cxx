@@ -38,7 +38,7 @@ void SetPlanes(const Lanes& moment, Gap& gap) {
 void MaterialAlong::Trace(const std::vector<WayPoint>& points) {
   fGaps.clear();
   fLayers.clear();
-  fShift[0] = fShift[1] = 0;
+  fRay = 0;
   const std::size_t n = points.size() - 1;
   fSums.assign(n + 1, Sums{});
   fMet.clear();
@@ -105,24 +105,35 @@ void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& 
 }
 
 /// Returns straight lines that are shifted within an interval that has the standard deviation of
-/// the points, by a sequence that fills the plane evenly (M. Roberts, "The unreasonable
-/// effectiveness of quasirandom sequences", 2018: multiples of the inverse powers of the plastic
-/// number, modulo 1).
+/// the points.
 geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, double cut) {
-  constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
-  const double width = std::sqrt(12.); // of a uniform distribution, in standard deviations
   const double perLength = 1 / (to.fX[2] - from.fX[2]);
+  const std::array<Lanes, 2>& shift = NextShift();
   geo::LaneLines lines{from.fX[2], to.fX[2], cut, {}, {}};
   for (std::size_t v = 0; v < 2; v++) {
-    const auto next = [this, v, width, kStep] {
-      fShift[v] += kStep[v] - (fShift[v] + kStep[v] >= 1 ? 1 : 0);
-      return (fShift[v] - 0.5) * width;
-    };
-    const Lanes shift{next(), next(), next(), next()}; // in this order
-    lines.fFrom[v] = from.fX[v] + shift * from.fSig[v];
-    lines.fSlope[v] = (to.fX[v] - from.fX[v] + shift * (to.fSig[v] - from.fSig[v])) * perLength;
+    lines.fFrom[v] = from.fX[v] + shift[v] * from.fSig[v];
+    lines.fSlope[v] = (to.fX[v] - from.fX[v] + shift[v] * (to.fSig[v] - from.fSig[v])) * perLength;
   }
   return lines;
+}
+
+/// Returns shifts in standard deviations, by a sequence that fills the plane evenly (M. Roberts,
+/// "The unreasonable effectiveness of quasirandom sequences", 2018: multiples of the inverse powers
+/// of the plastic number, modulo 1). It is the same for all tracks, and kept.
+const std::array<Lanes, 2>& MaterialAlong::NextShift() {
+  constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
+  const double width = std::sqrt(12.); // of a uniform distribution, in standard deviations
+  if (fRay == fShifts.size()) {
+    fShifts.emplace_back();
+    for (std::size_t v = 0; v < 2; v++) {
+      const auto next = [this, v, width, kStep] {
+        fLastShift[v] += kStep[v] - (fLastShift[v] + kStep[v] >= 1 ? 1 : 0);
+        return (fLastShift[v] - 0.5) * width;
+      };
+      fShifts.back()[v] = Lanes{next(), next(), next(), next()}; // in this order
+    }
+  }
+  return fShifts[fRay++];
 }
 
 Lanes MaterialAlong::MipLoss(const geo::LaneSlab& slab) {

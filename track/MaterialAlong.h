@@ -91,6 +91,7 @@ private:
   };
 
   geo::LaneLines Shifted(const WayPoint& from, const WayPoint& to, double cut);
+  const std::array<Lanes, 2>& NextShift();
   void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
   /// A material on the way of the track.
   struct MetMaterial {
@@ -114,7 +115,9 @@ private:
   std::vector<MetMaterial> fMet;  // in the order in which this track meets them, so that no
                                   // result depends on other tracks
   std::vector<double> fThickness; // by that order and gap [cm], of all crossings
-  double fShift[2] = {0, 0};      // of the last crossing, fractions of the interval
+  std::vector<std::array<Lanes, 2>> fShifts; // of all rays so far, in standard deviations
+  double fLastShift[2] = {0, 0};             // of these, fractions of the interval
+  std::size_t fRay = 0;                      // number of rays of this track
 };
 
 } // namespace kelvo

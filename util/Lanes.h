@@ -71,11 +71,10 @@ private:
   Pair fLow, fHigh;
 };
 
-/// Returns the largest integer that is not above x, for |x| < 2^51.
-inline Lanes Floor(const Lanes& x) {
-  constexpr double kRound = 0x1.8p52;
-  const Lanes nearest = (x + kRound) - kRound;
-  return WhereAbove(nearest, x, nearest - 1, nearest);
+/// Returns the nearest integer, for |x| < 2^51.
+inline Lanes Rounded(const Lanes& x) {
+  constexpr double kNoFraction = 0x1.8p52;
+  return (x + kNoFraction) - kNoFraction;
 }
 
 } // namespace kelvo
