@@ -64,14 +64,15 @@ struct Sums {
 } // namespace
 
 void LaneSmoother::Fit(const std::vector<LaneMeasurement>& measurements,
-                       const std::vector<Noise>& noise) {
-  if (fPoints.size() < measurements.size()) {
-    fUpstream.resize(measurements.size());
-    fDownstream.resize(measurements.size());
-    fPoints.resize(measurements.size());
-  }
+                       const std::vector<Noise>& noise, bool withPlanes) {
+  const auto grow = [&measurements](auto& vector) {
+    if (vector.size() < measurements.size()) vector.resize(measurements.size());
+  };
+  grow(fUpstream);
+  grow(fPoints);
+  if (withPlanes) grow(fDownstream);
   Filter(measurements, noise);
-  Smooth(measurements, noise);
+  Smooth(measurements, noise, withPlanes);
 }
 
 void LaneSmoother::Filter(const std::vector<LaneMeasurement>& measurements,
@@ -95,7 +96,7 @@ void LaneSmoother::Filter(const std::vector<LaneMeasurement>& measurements,
 }
 
 void LaneSmoother::Smooth(const std::vector<LaneMeasurement>& measurements,
-                          const std::vector<Noise>& noise) {
+                          const std::vector<Noise>& noise, bool withPlanes) {
   const double end = measurements.back().fZ;
   std::array<LineState, 2> line = {Unknown(end), Unknown(end)};
   std::array<Lanes, 2> chi2{};
@@ -108,7 +109,7 @@ void LaneSmoother::Smooth(const std::vector<LaneMeasurement>& measurements,
     const Lanes residual = m.fU - fPoints[i][m.fView].fX;
     chi2[m.fView] += residual * residual * (1 / m.fVariance);
     Measure(m.fZ, m.fU, m.fVariance, line[m.fView]);
-    fDownstream[i] = line;
+    if (withPlanes) fDownstream[i] = line;
   }
   fChi2 = chi2;
   for (std::size_t v = 0; v < 2; v++) fChi2Kink[v] = Max(fChi2Kink[v] - chi2[v], 0);

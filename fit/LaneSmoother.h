@@ -50,7 +50,9 @@ public:
   /// Fits; a view without solution has a log-likelihood that is not finite.
   /// @param measurements by ascending z, at least one of each view
   /// @param noise        between them, one less
-  void Fit(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise);
+  /// @param withPlanes   whether FitPlanes will be called
+  void Fit(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise,
+           bool withPlanes);
 
   /// Returns the line of a view at the place of measurement i, of whichever view.
   const LanePoint& At(std::size_t view, std::size_t i) const { return fPoints[i][view]; }
@@ -70,10 +72,11 @@ public:
 
 private:
   void Filter(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise);
-  void Smooth(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise);
+  void Smooth(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise,
+              bool withPlanes);
 
   std::vector<std::array<LineState, 2>> fUpstream;   // known at a measurement from all up to it
-  std::vector<std::array<LineState, 2>> fDownstream; // from all from it on
+  std::vector<std::array<LineState, 2>> fDownstream; // from all from it on; only for planes
   std::vector<std::array<LanePoint, 2>> fPoints;
   std::array<Lanes, 2> fChi2{}, fChi2Kink{}, fLogLikelihood{};
 };

@@ -51,6 +51,38 @@ void MaterialAlong::Trace(const std::vector<WayPoint>& points) {
   }
 }
 
+/// Returns the place of a material among those that the track has met.
+inline std::size_t MaterialAlong::Meet(const TGeoMaterial* material) {
+  for (std::size_t k = 0; k < fMet.size(); k++)
+    if (fMet[k].fMaterial == material) return k;
+  return MeetFirst(material);
+}
+
+std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
+  const std::size_t index = fMaterials.Index(material);
+  fMet.push_back({material, index, fMaterials[index].fRadLen, fMaterials[index].fMipLoss});
+  fThickness.resize(fMet.size() * fSums.size(), 0);
+  return fMet.size() - 1;
+}
+
+/// Adds what of a slab lies between two z.
+[[gnu::always_inline]] inline void MaterialAlong::Add(std::size_t gap, double middle, double begin,
+                                                      double end, const geo::LaneSlab& slab) {
+  Sums& sums = fSums[gap];
+  const double length = end - begin;
+  double radLen = 0;
+  for (std::size_t k = 0; k < slab.fN; k++) {
+    const std::size_t place = Meet(slab.fMaterial[k]);
+    const double thickness = length * Sum(slab.fFraction[k]);
+    radLen += thickness * fMet[place].fRadLen;
+    sums.fLoss += slab.fFraction[k] * (length * fMet[place].fMipLoss);
+    fThickness[place * fSums.size() + gap] += thickness;
+  }
+  const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
+  sums.fMoment += radLen * Lanes{1., twice * (1. / 2), (squares + a * b) * (1. / 3),
+                                 twice * squares * (1. / 4)};
+}
+
 void MaterialAlong::CrossGaps(const std::vector<WayPoint>& points, std::size_t first,
                               std::size_t last) {
   if (!(points[last].fX[2] > points[first].fX[2])) return;
@@ -141,34 +173,6 @@ Lanes MaterialAlong::MipLoss(const geo::LaneSlab& slab) {
   for (std::size_t k = 0; k < slab.fN; k++)
     loss += slab.fFraction[k] * fMet[Meet(slab.fMaterial[k])].fMipLoss;
   return loss * (slab.fEnd - slab.fBegin);
-}
-
-/// Adds what of a slab lies between two z.
-void MaterialAlong::Add(std::size_t gap, double middle, double begin, double end,
-                        const geo::LaneSlab& slab) {
-  Sums& sums = fSums[gap];
-  const double length = end - begin;
-  double radLen = 0;
-  for (std::size_t k = 0; k < slab.fN; k++) {
-    const std::size_t place = Meet(slab.fMaterial[k]);
-    const double thickness = length * Sum(slab.fFraction[k]);
-    radLen += thickness * fMet[place].fRadLen;
-    sums.fLoss += slab.fFraction[k] * (length * fMet[place].fMipLoss);
-    fThickness[place * fSums.size() + gap] += thickness;
-  }
-  const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
-  sums.fMoment += radLen * Lanes{1., twice * (1. / 2), (squares + a * b) * (1. / 3),
-                                 twice * squares * (1. / 4)};
-}
-
-/// Returns the place of a material among those that the track has met.
-std::size_t MaterialAlong::Meet(const TGeoMaterial* material) {
-  for (std::size_t k = 0; k < fMet.size(); k++)
-    if (fMet[k].fMaterial == material) return k;
-  const std::size_t index = fMaterials.Index(material);
-  fMet.push_back({material, index, fMaterials[index].fRadLen, fMaterials[index].fMipLoss});
-  fThickness.resize(fMet.size() * fSums.size(), 0);
-  return fMet.size() - 1;
 }
 
 Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {

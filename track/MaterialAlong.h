@@ -102,6 +102,7 @@ private:
 
   void Add(std::size_t gap, double middle, double begin, double end, const geo::LaneSlab& slab);
   std::size_t Meet(const TGeoMaterial* material);
+  std::size_t MeetFirst(const TGeoMaterial* material);
   Lanes MipLoss(const geo::LaneSlab& slab);
   Gap Summary(std::size_t i, double begin, double end);
 

@@ -168,7 +168,8 @@ Refusal TrackChain::LayCourse() {
         "that crosses the planes"};
   for (std::size_t v = 0; v < 2; v++) fCourse.fSlope[v].assign(fHits.size(), line[v].Slope());
   for (TrackHit& hit : fHits) {
-    hit.fSig = std::hypot(hit.fSigU, line[hit.fView].Slope() * hit.fSigZ);
+    const double slope = line[hit.fView].Slope();
+    hit.fSig = std::sqrt(hit.fSigU * hit.fSigU + slope * slope * hit.fSigZ * hit.fSigZ);
     fViewHits[hit.fView].Add(hit.fZ, hit.fU, hit.fSig);
   }
   fCourse.fStretch.assign(fHits.size(), stretch);
@@ -273,7 +274,7 @@ void TrackChain::SolveViews() {
   for (const TrackHit& hit : fHits)
     fMeasurements.push_back({hit.fView, hit.fZ, hit.fU, hit.fSig * hit.fSig});
   FindNoise();
-  fSmoother.Fit(fMeasurements, fNoise);
+  fSmoother.Fit(fMeasurements, fNoise, fOptions.fWithPlanes);
 }
 
 void TrackChain::FindNoise() {

@@ -131,7 +131,7 @@ TEST(LaneSmoother, GivesWhatAKinkSmootherGivesForEachViewAndHypothesis) {
       SCOPED_TRACE(testing::Message() << "scale " << scale << ", n = " << n);
       const Problem problem = RandomProblem(n, scale, random);
       LaneSmoother fit;
-      fit.Fit(problem.fMeasurements, NoiseOf(problem));
+      fit.Fit(problem.fMeasurements, NoiseOf(problem), true);
       for (std::size_t view = 0; view < 2; view++)
         for (std::size_t lane = 0; lane < kLanes; lane++) ExpectView(problem, fit, view, lane);
     }
@@ -140,7 +140,7 @@ TEST(LaneSmoother, GivesWhatAKinkSmootherGivesForEachViewAndHypothesis) {
 TEST(LaneSmoother, AViewWithoutTwoDifferentPlacesHasNoLikelihood) {
   LaneSmoother fit;
   fit.Fit({{0, 1, 0, 1}, {1, 2, 0, 1}, {1, 2, 0.5, 1}, {0, 3, 0, 1}},
-          std::vector<LaneSmoother::Noise>(3));
+          std::vector<LaneSmoother::Noise>(3), false);
   for (std::size_t lane = 0; lane < kLanes; lane++) {
     EXPECT_TRUE(std::isfinite(fit.LogLikelihood(0)[lane]));
     EXPECT_FALSE(std::isfinite(fit.LogLikelihood(1)[lane]));
