@@ -9,17 +9,15 @@ namespace {
 constexpr double kLeastLoss = 1e-9; // GeV; the difference of two energies has rounding errors
 constexpr double kElectronMass = 0.51099895e-3; // GeV; CODATA 2018
 
-/// Carries energies upstream through a gap, from its downstream end.
-void Upstream(const MaterialAlong& material, const Gap& gap, double stretch,
-              std::vector<double>& T) {
+/// Carries the energy of particle i upstream through a gap, layer by layer.
+double ThroughLayers(const MaterialAlong& material, const Gap& gap, double stretch, std::size_t i,
+                     double T) {
   const Layer* layers = material.Layers(gap);
   for (std::size_t k = gap.fN; k-- > 0;) {
-    const std::vector<matter::RangeTable>& tables =
-        material.Materials()[layers[k].fMaterial].fTables;
-    const double length = layers[k].fThickness * stretch;
-    for (std::size_t i = 0; i < tables.size(); i++)
-      T[i] = tables[i].Energy(tables[i].Range(T[i]) + length);
+    const matter::RangeTable& table = material.Materials()[layers[k].fMaterial].fTables[i];
+    T = table.Energy(table.Range(T) + layers[k].fThickness * stretch);
   }
+  return T;
 }
 
 /// Carries energies downstream through a gap; 0 where a particle stops in it.
@@ -55,10 +53,51 @@ void EnergyAlong::Stop(const MaterialAlong& material, const std::vector<double>&
   fPoints = gaps.size() + 1;
   fT.resize(fMasses.size() * fPoints);
   fNow.assign(fMasses.size(), 0);
+  fRange.assign(fMasses.size(), 0);
+  fRangeIn = nullptr;
   for (std::size_t i = fPoints; i-- > 0;) {
-    Upstream(material, i < gaps.size() ? gaps[i] : material.End(), stretch[i], fNow);
+    Upstream(material, i < gaps.size() ? gaps[i] : material.End(), stretch[i]);
     for (std::size_t p = 0; p < fNow.size(); p++) fT[p * fPoints + i] = fNow[p];
   }
+}
+
+/// Carries energies upstream through a gap, from its downstream end. What is in it lies in
+/// no order (the averaged layers have none), so that all of it counts as a length of the material
+/// that takes most energy: by the ratio of losses in the middle of the gap. Where the energy
+/// changes much in a gap, at the end of a track, layers are crossed one by one.
+void EnergyAlong::Upstream(const MaterialAlong& material, const Gap& gap, double stretch) {
+  constexpr double kFar = 4; // gaps from the end
+  if (gap.fN == 0) return;
+  const Layer* layers = material.Layers(gap);
+  const DetectorMaterials& data = material.Materials();
+  const auto loss = [&data](const Layer& layer) {
+    return layer.fThickness * data[layer.fMaterial].fMipLoss;
+  };
+  const Layer* main =
+      std::max_element(layers, layers + gap.fN,
+                       [&loss](const Layer& a, const Layer& b) { return loss(a) < loss(b); });
+  const MaterialData& in = data[main->fMaterial];
+  const double length = gap.fMipLoss / in.fMipLoss * stretch;
+  for (std::size_t p = 0; p < fNow.size(); p++) {
+    const matter::RangeTable& table = in.fTables[p];
+    if (fRangeIn != &in) fRange[p] = table.Range(fNow[p]);
+    if (fRange[p] < kFar * length) {
+      fNow[p] = ThroughLayers(material, gap, stretch, p, fNow[p]);
+      fRange[p] = table.Range(fNow[p]);
+      continue;
+    }
+    double more = main->fThickness;
+    if (gap.fN > 1) {
+      const double middle = table.Energy(fRange[p] + 0.5 * length);
+      const double perLoss = 1 / table.Loss(middle);
+      for (const Layer* layer = layers; layer != layers + gap.fN; layer++)
+        if (layer != main)
+          more += layer->fThickness * data[layer->fMaterial].fTables[p].Loss(middle) * perLoss;
+    }
+    fRange[p] += more * stretch;
+    fNow[p] = table.Energy(fRange[p]);
+  }
+  fRangeIn = &in;
 }
 
 void EnergyAlong::Pass(const MaterialAlong& material, const std::vector<double>& stretch,

@@ -46,13 +46,16 @@ public:
                      const std::vector<double>& stretch) const;
 
 private:
+  void Upstream(const MaterialAlong& material, const Gap& gap, double stretch);
   double LossRatio(const MaterialAlong& material, std::size_t particle,
                    const std::vector<double>& stretch) const;
 
   std::vector<double> fMasses;
   std::size_t fPoints = 0;
-  std::vector<double> fT;   // by particle, then by point [GeV]
-  std::vector<double> fNow; // at the point at hand, by particle [GeV]
+  std::vector<double> fT;                 // by particle, then by point [GeV]
+  std::vector<double> fNow;               // at the point at hand, by particle [GeV]
+  std::vector<double> fRange;             // of these in one material [cm]
+  const MaterialData* fRangeIn = nullptr; // null: none yet
 };
 
 } // namespace kelvo
