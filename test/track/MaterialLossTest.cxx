@@ -71,7 +71,10 @@ TEST(MaterialLoss, IsWhatAFitTakesForAMaterialOfAnyName) {
   const Filled detector("Shielding", shielding);
   kelvo::DetectorMaterials materials(detector, {kelvo::kProtonPDG}, true);
   const double p0[] = {0, 0, 0}, p1[] = {0, 0, 1};
-  const std::size_t index = materials.Steps(p0, p1).front().fMaterial;
+  std::vector<double> lengths;
+  std::vector<const TGeoMaterial*> found;
+  detector.MaterialsBetweenPoints(p0, p1, lengths, found);
+  const std::size_t index = materials.Index(found.front());
   const MaterialLoss loss(shielding, kelvo::kProtonPDG);
   for (double T = 1e-3; T < 10; T *= 2)
     EXPECT_NEAR(materials[index].fTables.front().Loss(T) / loss(T), 1, 1e-4) << T;
