@@ -399,7 +399,7 @@ TEST(TrackFitter, ExtraHitsInAGapHardlyChangeWhatScattersThere) {
     HitList3D hits = Hits({0, 0, 0, 0}, 30);
     const double begin = 50 + kSpacing * static_cast<double>(gap);
     for (int i = 1; i < cuts; i++) AddX(hits, 0, begin + kSpacing * i / cuts);
-    TrackFitOptions options;
+    TrackFitOptions options = WithPlanes();
     options.fBeamMomentum = 1000;
     const HypothesisFit fit = Best(TrackFitter(Block(), options).Fit(hits));
     double variance = 0;
