@@ -97,8 +97,13 @@ void RegisterOutput(CLI::App& fit, FitArguments& a) {
       ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
-  fit.add_flag("--scalars", a.fFile.fScalarsOnly,
-               "Only columns of one number: no hits, planes, kinks or covariance")
+  CLI::Option* scalars =
+      fit.add_flag("--scalars", a.fFile.fScalarsOnly,
+                   "Only columns of one number: no hits, planes, kinks or covariance")
+          ->group(group);
+  fit.add_flag("--planes", a.fFile.fFit.fWithPlanes,
+               "Also fill the columns of the scattering planes: points, widths, kinks")
+      ->excludes(scalars)
       ->group(group);
 }
 

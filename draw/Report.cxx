@@ -254,7 +254,7 @@ private:
     AddPlot(DrawProbability(fReport.fProb),
             "Good: flat, along the dashed line; a peak at 0 means tracks or uncertainties that the "
             "fit does not describe, a rise towards 1 means uncertainties that are too large.");
-    if (fFits.HasVectors()) {
+    if (fReport.HasKinks()) {
       const std::array<Gaussian, 2> kinks{FitGaussian(fReport.fKink[0]),
                                           FitGaussian(fReport.fKink[1])};
       AddPlot(DrawViews(fReport.fKink, kinks, "Kinks over their expected width",

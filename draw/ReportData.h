@@ -74,6 +74,7 @@ struct ReportData {
   Histogram fProb{0, 1, 50};
   std::array<Histogram, 2> fPull{Histogram{-5, 5, 100}, Histogram{-5, 5, 100}}; ///< by view
   std::array<Histogram, 2> fKink{Histogram{-4, 4, 80}, Histogram{-4, 4, 80}};
+  bool HasKinks() const { return fKink[0].Inside() + fKink[0].Outside() > 0; }
   std::array<std::vector<PlaneResiduals>, 2> fResiduals; ///< by view and plane of the detector
 
   // Entries of the file to be displayed.

@@ -40,6 +40,7 @@ std::string DescribeOptions(const FitFileOptions& options) {
   add("beyond_last_hit", ExactNumber(used.fBeyondLastHit));
   add("beam_momentum", ExactNumber(used.fBeamMomentum));
   add("sig_beam_momentum", ExactNumber(used.fSigBeamMomentum));
+  add("with_planes", used.fWithPlanes ? "true" : "false");
   add("limit", std::to_string(options.fLimit));
   return text;
 }

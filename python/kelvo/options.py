@@ -30,6 +30,8 @@ class TrackFitOptions:
     """known momentum of a beam at its first hit [GeV/c]; 0: the particle stops"""
     sig_beam_momentum: float = 0.0
     """its uncertainty [GeV/c]"""
+    with_planes: bool = False
+    """whether the fit at the scattering planes is wanted: kinks, points and widths"""
 
     def _to_cpp(self) -> Any:
         options = cpp().TrackFitOptions()
@@ -68,7 +70,13 @@ def _code(hypothesis: Hypothesis) -> int:
     return pdg_codes()[hypothesis]
 
 
-_CONVERSIONS = {"hypotheses": _hypotheses}
+def _truth(name: str, value: Any) -> bool:
+    if not isinstance(value, bool):
+        raise Error(f"{name} is {value!r}; it must be True or False")
+    return value
+
+
+_CONVERSIONS = {"hypotheses": _hypotheses, "with_planes": _truth}
 
 
 def takes_fit_options(function: Function) -> Function:

@@ -34,7 +34,9 @@ const geo::PlaneDetector& Detector() {
 const std::vector<FitRow>& Rows() {
   static const std::vector<FitRow> rows = [] {
     std::vector<FitRow> all;
-    kelvo::TrackFitter fitter(Detector());
+    kelvo::TrackFitOptions options;
+    options.fWithPlanes = true;
+    kelvo::TrackFitter fitter(Detector(), options);
     kelvo::HitReader reader({kMuons});
     kelvo::TrackHits track;
     for (int i = 0; i < 60 && reader.Next(track); i++) {

@@ -27,7 +27,9 @@ const geo::PlaneDetector& Detector() {
 const std::vector<kelvo::FitRow>& Rows() {
   static const std::vector<kelvo::FitRow> rows = [] {
     std::vector<kelvo::FitRow> all;
-    kelvo::TrackFitter fitter(Detector());
+    kelvo::TrackFitOptions options;
+    options.fWithPlanes = true;
+    kelvo::TrackFitter fitter(Detector(), options);
     kelvo::HitReader reader({kMuons});
     kelvo::TrackHits track;
     for (int i = 0; i < kTracks && reader.Next(track); i++)

@@ -34,8 +34,8 @@ def fit(folder, *options):
 @pytest.fixture(scope="module")
 def folder(tmp_path_factory):
     folder = tmp_path_factory.mktemp("fits")
-    fit(folder, "-o", "tree.root", "--format", "ttree", "--csv", "fits.csv")
-    fit(folder, "-o", "ntuple.root", "--format", "rntuple")
+    fit(folder, "-o", "tree.root", "--format", "ttree", "--planes", "--csv", "fits.csv")
+    fit(folder, "-o", "ntuple.root", "--format", "rntuple", "--planes")
     return folder
 
 

@@ -141,6 +141,7 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
                          "beyond_last_hit = 0.5\n"
                          "beam_momentum = 0\n"
                          "sig_beam_momentum = 0\n"
+                         "with_planes = false\n"
                          "limit = 150\n";
   EXPECT_EQ(fits.Text("options"), expected);
 }
