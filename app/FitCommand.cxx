@@ -40,7 +40,8 @@ Hits come as CSV (plain or gzip), one hit a line, with columns track,view,u,z,si
 view X or Y; optional: sigz,t,sigt,w), or x,y,sigx,sigy in place of view,u,sigu; or as a ROOT file
 with a TTree or RNTuple of these names, one entry a track.
 The output has one entry per track and hypothesis in the table "fits", in the order of the input.
-Exit status: 0 all input was used, 1 some lines or tracks could not be used, 2 wrong usage or files.)";
+Exit status: 0 all input was used, 1 some lines or tracks could not be used or the hits cannot be of
+this detector, 2 wrong usage or files.)";
 
 struct FitArguments {
   FitFileOptions fFile;
@@ -86,7 +87,8 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("--limit", a.fFile.fLimit, "Stop after so many tracks (0: fit all)")
       ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   fit.add_flag("--strict", a.fFile.fStrict,
-               "End the run at the first line or track that cannot be used");
+               "End the run at the first line or track that cannot be used, and for hits that "
+               "cannot be of the detector");
 }
 
 void RegisterOutput(CLI::App& fit, FitArguments& a) {
@@ -172,6 +174,11 @@ void PrintProblems(const FitSummary& summary) {
   for (const std::string& problem : summary.fProblems) std::cerr << "  " << problem << '\n';
 }
 
+void PrintDoubts(const FitSummary& summary) {
+  for (const std::string& doubt : summary.fDoubts)
+    std::cerr << "kelvo: this cannot be meant: " << doubt << '\n';
+}
+
 void PrintLine(const char* what, unsigned long long count) {
   std::printf("  %-36s %10llu\n", what, count);
 }
@@ -227,9 +234,10 @@ int Fit(const geo::Detector& detector, const FitArguments& arguments, ProgressLi
   const FitSummary summary = FitFile(detector, arguments.fFile, show);
   line.Clear();
   PrintProblems(summary);
+  PrintDoubts(summary);
   PrintSummary(summary, arguments);
   if (!arguments.fReport.empty()) WriteReport(arguments);
-  return summary.AllUsed() ? 0 : kSomeUnusable;
+  return summary.Good() ? 0 : kSomeUnusable;
 }
 
 int Run(FitArguments& arguments) {

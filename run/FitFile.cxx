@@ -11,7 +11,9 @@ namespace kelvo {
 
 namespace {
 
-void StopAtProblem(const FittedBlock& block) {
+void StopAtProblem(const FittedBlock& block, const std::vector<std::string>& doubts) {
+  // The doubts come first, since such tracks often cannot be fitted either.
+  if (!doubts.empty()) throw StrictStop(doubts.front());
   for (const TrackOutcome& outcome : block.fOutcomes)
     if (!outcome.fProblems.empty()) throw StrictStop(outcome.fProblems.front());
 }
@@ -71,7 +73,7 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
   if (!options.fCsv.empty()) csv.emplace(csvOutput.emplace(options.fCsv));
 
   const auto write = [&](const FittedBlock& block) {
-    if (options.fStrict) StopAtProblem(block);
+    if (options.fStrict) StopAtProblem(block, run.Doubts());
     fits.Write(block.fRows);
     if (csv) csv->Write(block.fRows);
   };

@@ -21,10 +21,12 @@ struct FitFileOptions : FitRunOptions {
   std::string fCsv;     ///< a CSV summary to be written as well; empty: none
   std::string fCommand; ///< what the user typed, to be kept with the fits; empty: nothing
   TableFormat fFormat = DefaultTableFormat();
-  bool fStrict = false; ///< the first line or track that cannot be used ends the work
+  /// The first line or track that cannot be used ends the work, and hits that cannot be meant so.
+  bool fStrict = false;
 };
 
-/// Thrown in a strict run by the first line or track that cannot be used; what() says which.
+/// Thrown in a strict run by the first line or track that cannot be used, and by hits that cannot
+/// be meant so; what() says which.
 class StrictStop : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;

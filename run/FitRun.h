@@ -36,6 +36,9 @@ public:
   /// Returns what came out up to here.
   FitSummary Summary() const { return fTally.Summary(fProgress.fSeconds); }
 
+  /// Returns what cannot be meant by the hits up to here.
+  std::vector<std::string> Doubts() const { return fTally.Doubts(); }
+
   /// Returns which fraction of the hits has been read, 0 to 1.
   double Fraction() const { return fFraction; }
 

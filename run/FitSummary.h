@@ -23,10 +23,13 @@ struct FitSummary {
   unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
   unsigned long long fProblemCount = 0; ///< those lines, and the tracks that are not fitted besides
   std::vector<std::string> fProblems;   ///< the first ten of these problems
+  std::vector<std::string> fDoubts;     ///< what cannot be meant by the hits, as HitPlanes counts
   std::vector<HypothesisSummary> fHypotheses;
   double fSeconds = 0;
 
   bool AllUsed() const { return fBadLines == 0 && fFitted == fTracks; }
+  /// Whether all was used and nothing of it is in doubt.
+  bool Good() const { return AllUsed() && fDoubts.empty(); }
 };
 
 } // namespace kelvo

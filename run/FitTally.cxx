@@ -18,6 +18,7 @@ FitTally::FitTally(const std::vector<int>& hypotheses) : fChi2(hypotheses.size()
 
 void FitTally::Add(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes) AddOutcome(outcome);
+  fHitPlanes.Add(block.fHitPlanes);
   for (std::size_t i = 0; i < block.fRows.size(); i++)
     AddRow(block.fRows[i], i % fSummary.fHypotheses.size());
 }
@@ -25,6 +26,7 @@ void FitTally::Add(const FittedBlock& block) {
 FitSummary FitTally::Summary(double seconds) const {
   FitSummary summary = fSummary;
   summary.fSeconds = seconds;
+  summary.fDoubts = Doubts();
   for (std::size_t h = 0; h < fChi2.size(); h++)
     summary.fHypotheses[h].fMedianChi2PerNDF = fChi2[h].Median();
   return summary;

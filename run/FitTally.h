@@ -15,6 +15,9 @@ public:
 
   void Add(const FittedBlock& block);
 
+  /// Returns what cannot be meant by the hits up to here, as HitPlaneCounts says.
+  std::vector<std::string> Doubts() const { return fHitPlanes.Doubts(); }
+
   unsigned long long Tracks() const { return fSummary.fTracks; }
 
   /// @param seconds how long the run took
@@ -25,6 +28,7 @@ private:
   void AddRow(const FitRow& row, std::size_t h);
 
   FitSummary fSummary;
+  HitPlaneCounts fHitPlanes;
   std::vector<LogHistogram> fChi2; // per degree of freedom, by hypothesis
 };
 

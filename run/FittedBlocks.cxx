@@ -47,13 +47,15 @@ private:
   std::exception_ptr fError;
 };
 
-FittedBlock Fit(std::vector<TrackHits>& tracks, RowFitter& fitter, bool withVectors) {
+FittedBlock Fit(std::vector<TrackHits>& tracks, RowFitter& fitter, HitPlanes& planes,
+                bool withVectors) {
   const std::size_t hypotheses = fitter.Options().fHypotheses.size();
   FittedBlock block;
   block.fOutcomes.reserve(tracks.size());
   block.fRows.reserve(tracks.size() * hypotheses);
   for (TrackHits& track : tracks) {
     const TrackFit& fit = fitter.Fit(track);
+    planes.Count(track.fHits, block.fHitPlanes);
     block.fOutcomes.push_back(OutcomeOf(track, fit));
     for (std::size_t h = 0; h < hypotheses; h++)
       FillFitRow(track, fit, h, withVectors, block.fRows.emplace_back());
@@ -66,8 +68,9 @@ using Work = OrderedWork<std::vector<TrackHits>, FittedBlock>;
 std::vector<Work::Worker> Workers(const RowFitter& fitter, unsigned threads, bool withVectors) {
   std::vector<Work::Worker> workers;
   for (unsigned i = 0; i < threads; i++)
-    workers.emplace_back([own = fitter, withVectors](std::vector<TrackHits>& tracks) mutable {
-      return Fit(tracks, own, withVectors);
+    workers.emplace_back([own = fitter, planes = HitPlanes(fitter.Planes()),
+                          withVectors](std::vector<TrackHits>& tracks) mutable {
+      return Fit(tracks, own, planes, withVectors);
     });
   return workers;
 }

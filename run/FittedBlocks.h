@@ -2,6 +2,7 @@
 
 #include "io/FitRow.h"
 #include "io/HitReader.h"
+#include "run/HitPlanes.h"
 #include "run/OrderedWork.h"
 #include "run/RowFitter.h"
 
@@ -24,6 +25,7 @@ struct TrackOutcome {
 struct FittedBlock {
   std::vector<TrackOutcome> fOutcomes; ///< one per track
   std::vector<FitRow> fRows;           ///< one per track and hypothesis
+  HitPlaneCounts fHitPlanes;           ///< of all hits, where the fitter knows the planes
 };
 
 /// Fits tracks on several threads and gives them back in the order of the input, in blocks.

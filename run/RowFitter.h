@@ -22,6 +22,8 @@ public:
   /// @param track gets the offsets
   const TrackFit& Fit(TrackHits& track);
 
+  /// Returns the planes whose offsets are added, null for none.
+  const geo::PlaneDetector* Planes() const { return fPlanes; }
   const TrackFitOptions& Options() const { return fFitter.Options(); }
 
 private:

@@ -43,6 +43,7 @@ class FitSummary:
     bad_rows: int  #: rows, lines or hits that could not be used
     problem_count: int  #: those, and the tracks that are not fitted besides
     problems: tuple[str, ...]  #: the first ten of these problems
+    doubts: tuple[str, ...]  #: what cannot be meant, such as lengths in mm or views exchanged
     hypotheses: tuple[HypothesisSummary, ...]
     seconds: float
 
@@ -82,7 +83,9 @@ def fit_tracks(
     fit_options: hypotheses, scattering_factor, ... by name, see TrackFitOptions
 
     What cannot be used is never guessed: such a track has a status above 0 and a message, the
-    others are fitted, and a FitWarning tells the first problem. result.attrs["summary"] is a
+    others are fitted, and a FitWarning tells the first problem. Hits that cannot be meant so (lengths in mm, views exchanged,
+    another detector's, several tracks under one number) are fitted, and told with numbers by a
+    FitWarning. result.attrs["summary"] is a
     FitSummary. Raises Error for missing columns, files and options that cannot be used.
     """
     if output not in ("pandas", "awkward"):
@@ -104,6 +107,8 @@ def fit_tracks(
     summary = _summary(table.Summary())
     if summary.problem_count:
         warnings.warn(FitWarning(_told(summary)), stacklevel=2)
+    for doubt in summary.doubts:
+        warnings.warn(FitWarning(doubt), stacklevel=2)
     convert = to_pandas if output == "pandas" else to_awkward
     return convert(views(table, table.Columns()), {"summary": summary})
 
@@ -120,6 +125,7 @@ def _summary(s: Any) -> FitSummary:
         s.fBadLines,
         s.fProblemCount,
         tuple(str(problem) for problem in s.fProblems),
+        tuple(str(doubt) for doubt in s.fDoubts),
         hypotheses,
         s.fSeconds,
     )

@@ -114,6 +114,22 @@ TEST_F(FitCommand, TellsWhatCouldNotBeUsedAndEndsWithStatus1) {
   EXPECT_EQ(kelvo::FitReader(fFolder.Path("fits.root")).Entries(), 9);
 }
 
+TEST_F(FitCommand, TellsHitsOfAnotherDetectorAndEndsWithStatus1) {
+  const std::string arguments = kMuons + " --limit 50 -o fits.root --beam-momentum 1 -d ";
+  const Outcome run = Run("fit " + arguments + kTelescope);
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_TRUE(Contains(run.fErr, "kelvo: this cannot be meant: ")) << run.fErr;
+  EXPECT_TRUE(Contains(run.fErr,
+                       " hits lie more than half a plane from any; are lengths in mm? is "
+                       "this the detector?\n"))
+      << run.fErr;
+  fFolder.Write("fits.root", "before");
+  const Outcome strict = Run("fit --strict " + arguments + kTelescope);
+  EXPECT_EQ(strict.fStatus, 1);
+  EXPECT_TRUE(Contains(strict.fErr, " hits lie more than half a plane from any;")) << strict.fErr;
+  EXPECT_EQ(fFolder.Read("fits.root"), "before");
+}
+
 TEST_F(FitCommand, ShowsTheFirstTenOfManyBadLines) {
   std::string text = "track,view,u,z,sigu\n";
   for (int i = 0; i < 40; i++) text += std::to_string(i) + ",X,?,3,0.3\n";

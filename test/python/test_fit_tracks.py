@@ -133,12 +133,12 @@ def test_options_are_those_of_the_command(tmp_path, frame):
 
 def test_planes_of_both_views_and_columns_of_other_names(tmp_path):
     random = np.random.default_rng(5)
-    z = np.tile(np.array([0.0, 15, 30, 45, 60, 75]), 20)
+    z = np.tile(np.arange(4.0), 30)
     hits = pd.DataFrame(
         {
-            "event": np.repeat(np.arange(20), 6),
-            "x": random.normal(0, 0.001, 120),
-            "y": random.normal(0, 0.001, 120),
+            "event": np.repeat(np.arange(30), 4),
+            "x": random.normal(1, 0.001, 120),
+            "y": random.normal(1, 0.001, 120),
             "z": z,
             "ex": 0.001,
             "sigy": 0.002,
@@ -217,6 +217,20 @@ def test_what_cannot_be_used_is_told_and_kept(frame, tmp_path):
     assert fits["message"].tolist() == [text for text in told for _ in range(3)] + [""] * 3
     assert fits["status"].tolist() == [2] * 9 + [0] * 3
     assert fits["p"].isna().sum() == 9
+
+
+def test_hits_that_cannot_be_meant_are_told_once_with_numbers(frame):
+    for change, words in (
+        ({"z": 10 * frame["z"], "u": 10 * frame["u"]}, "are lengths in mm?"),
+        ({"view": frame["view"].map({"X": "Y", "Y": "X"})}, "are the views exchanged?"),
+        ({"track": frame["track"] // 4}, "are several tracks under one number?"),
+    ):
+        with pytest.warns(kelvo.FitWarning) as caught:
+            fits = kelvo.fit_tracks(frame.assign(**change), DETECTOR, hypotheses="mu")
+        (doubt,) = fits.attrs["summary"].doubts
+        assert words in doubt and " of " in doubt
+        assert [str(w.message) for w in caught].count(doubt) == 1
+        assert caught[-1].filename == __file__
 
 
 def test_gaps_in_awkward_arrays_are_told():
