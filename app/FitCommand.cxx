@@ -36,7 +36,7 @@ Examples:
       --column track=event --column sigx=sigma_x --column sigy=sigma_y
       a beam of 120 GeV/c pions, in a file with column names of its own
 
-Hits come as CSV (plain or gzip), one hit a line, with columns track,view,u,z,sigu (lengths in cm,
+Hits come as CSV (plain or gzip), one hit a line, with columns track,view,u,z,sigu (lengths in cm or --unit,
 view X or Y; optional: sigz,t,sigt,w), or x,y,sigx,sigy in place of view,u,sigu; or as a ROOT file
 with a TTree or RNTuple of these names, one entry a track.
 The output has one entry per track and hypothesis in the table "fits", in the order of the input.
@@ -113,6 +113,11 @@ void RegisterInput(CLI::App& fit, FitArguments& a) {
   const char* group = "What is read";
   fit.add_option("--column", a.fColumns, "A column has another name in the files: sigu=error")
       ->type_name("NAME=OTHER")
+      ->group(group);
+  fit.add_option("--unit", a.fFile.fReader.fUnit, "Unit of the lengths in the files")
+      ->check(OneOf({"cm", "mm", "m", "um"}))
+      ->type_name("UNIT")
+      ->capture_default_str()
       ->group(group);
   fit.add_option("--tree", a.fFile.fReader.fTree,
                  "Table of hits in ROOT files (default: hits, or the only one)")

@@ -31,8 +31,8 @@ constexpr double kTouch = 1e-9;
 // Protects the memory against a slip in a number.
 constexpr std::int64_t kMaxParts = 100000;
 
-constexpr Range kLength{"a length in cm from 1e-6 to 1e6", 1e-6, 1e6};
-constexpr Range kPosition{"a position in cm from -1e6 to 1e6", -1e6, 1e6};
+constexpr Range kLength{"a length in cm from 1e-6 to 1e6", 1e-6, 1e6, true};
+constexpr Range kPosition{"a position in cm from -1e6 to 1e6", -1e6, 1e6, true};
 constexpr Range kDensity{"a density in g/cm3 from 1e-30 to 1e3", 1e-30, 1e3};
 constexpr Range kRadLength{"a radiation length in cm from 1e-6 to 1e30", 1e-6, 1e30};
 constexpr Range kMassFraction{"a mass fraction above 0, at most 1", 1e-12, 1};
@@ -48,8 +48,9 @@ public:
   Reader(const toml::table& root, const std::string& file) : fRoot(file, root, "", {1, 1}) {}
 
   DetectorDescription Read() {
-    fRoot.AllowOnly({"name", "world", "material", "slab", "plane", "stack"});
+    fRoot.AllowOnly({"name", "unit", "world", "material", "slab", "plane", "stack"});
     fOut.fName = fRoot.Text("name");
+    if (fRoot.Find("unit")) fRoot.SetUnit(Unit());
     for (const Table& t : fRoot.Tables("material", 1)) ReadMaterial(t);
     fOut.fWorld = Material(fRoot, "world");
     for (const Table& t : fRoot.Tables("slab", 0)) ReadSlab(t);
@@ -80,6 +81,14 @@ private:
     if (IndexOf(others, name))
       table.FailExpected(*table.Find("name"), "name", "a name that is not yet taken");
     return name;
+  }
+
+  kelvo::LengthUnit Unit() const {
+    const kelvo::LengthUnit* unit = kelvo::FindLengthUnit(fRoot.Text("unit"));
+    if (!unit)
+      fRoot.FailExpected(*fRoot.Find("unit"), "unit",
+                         fmt::format(FMT_STRING("one of {}"), kelvo::kLengthUnitNames));
+    return *unit;
   }
 
   unsigned Material(const Table& table, const char* key) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "geo/DetectorError.h"
+#include "util/LengthUnit.h"
 #include "util/Text.h"
 
 #define TOML_ENABLE_FORMATTERS 0 // only read here
@@ -27,6 +28,7 @@ struct Range {
   const char* fExpected;
   double fLow;
   double fHigh;
+  bool fIsLength = false; ///< in the unit of the file; the limits are in cm
 };
 
 using kelvo::Quoted;
@@ -178,6 +180,9 @@ public:
     FailAt(fAt, fPath.substr(0, fPath.size() - 1) + ": " + message);
   }
 
+  /// Says what the lengths of this table and of those inside it are given in.
+  void SetUnit(const kelvo::LengthUnit& unit) { fUnit = unit; }
+
   const toml::source_position& At() const { return fAt; }
 
   void AllowOnly(std::initializer_list<const char*> keys) const {
@@ -213,9 +218,10 @@ public:
   }
 
   double ToNumber(const toml::node& node, const char* key, const Range& range) const {
-    const auto value = node.is_number() ? node.value<double>() : std::nullopt;
+    auto value = node.is_number() ? node.value<double>() : std::nullopt;
+    if (value && range.fIsLength) value = fUnit.ToCm(*value);
     if (!value || !(*value >= range.fLow && *value <= range.fHigh))
-      FailExpected(node, key, range.fExpected);
+      FailExpected(node, key, Expected(range));
     return *value;
   }
 
@@ -280,13 +286,22 @@ public:
 private:
   Table Inner(const toml::table& table, const char* key) const {
     const auto at = table.source().begin;
-    return {fFile, table, fPath + key + ".", at.line > 0 ? at : fAt};
+    Table inner(fFile, table, fPath + key + ".", at.line > 0 ? at : fAt);
+    inner.SetUnit(fUnit);
+    return inner;
+  }
+
+  std::string Expected(const Range& range) const {
+    const bool other = range.fIsLength && fUnit.fName != std::string(kelvo::kCentimetre.fName);
+    if (!other) return range.fExpected;
+    return fmt::format(FMT_STRING("{} once it is converted from {}"), range.fExpected, fUnit.fName);
   }
 
   const std::string& fFile;
   const toml::table& fTable;
   std::string fPath;
   toml::source_position fAt; // of the table
+  kelvo::LengthUnit fUnit = kelvo::kCentimetre;
 };
 
 } // namespace geo::tomlfile

@@ -35,13 +35,12 @@ bool SeenNumbers::Add(long long number) {
   return true;
 }
 
-CsvHits::CsvHits(std::unique_ptr<InputBytes> bytes,
-                 const std::map<std::string, std::string>& columns)
+CsvHits::CsvHits(std::unique_ptr<InputBytes> bytes, const HitConventions& conventions)
     : fFile(bytes->Name()), fLines(std::move(bytes)) {
-  ReadHeader(columns);
+  ReadHeader(conventions);
 }
 
-void CsvHits::ReadHeader(const std::map<std::string, std::string>& columns) {
+void CsvHits::ReadHeader(const HitConventions& conventions) {
   std::string_view line;
   unsigned skipped = 0;
   do {
@@ -53,7 +52,7 @@ void CsvHits::ReadHeader(const std::map<std::string, std::string>& columns) {
   } while (Trimmed(line).empty() || line.front() == '#');
   if (!fFields.Split(line)) throw FileError(Place() + kBadMarks);
   fWidth = fFields.Size();
-  fColumns = HitColumns(Place(), fFields.Copies(), columns);
+  fColumns = HitColumns(Place(), fFields.Copies(), conventions);
 }
 
 bool CsvHits::Next(TrackHits& track) {

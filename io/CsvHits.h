@@ -30,7 +30,7 @@ public:
   /// Reads the line that names the columns.
   /// @param bytes of the file, from the beginning; not null
   /// @throw FileError for a file that lacks a column
-  CsvHits(std::unique_ptr<InputBytes> bytes, const std::map<std::string, std::string>& columns);
+  CsvHits(std::unique_ptr<InputBytes> bytes, const HitConventions& conventions);
 
   bool Next(TrackHits& track) override;
   double Fraction() const override { return fLines.Fraction(); }
@@ -43,7 +43,7 @@ private:
     HitValues fValues = AbsentHitValues();
   };
 
-  void ReadHeader(const std::map<std::string, std::string>& columns);
+  void ReadHeader(const HitConventions& conventions);
   void Begin(TrackHits& track);
   void AddLine(TrackHits& track);
   void TakeStrays(TrackHits& track);

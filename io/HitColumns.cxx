@@ -16,9 +16,12 @@ const std::vector<std::string>& HitColumnNames() {
   return names;
 }
 
-void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
+void CheckHitConventions(const HitConventions& conventions) {
+  if (!FindLengthUnit(conventions.fUnit))
+    throw std::invalid_argument(fmt::format(FMT_STRING("the unit {} is none of {}"),
+                                            Shown(conventions.fUnit), kLengthUnitNames));
   const auto& names = HitColumnNames();
-  for (const auto& [name, other] : mapping) {
+  for (const auto& [name, other] : conventions.fColumns) {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
     throw std::invalid_argument(fmt::format(
         FMT_STRING("column {} is none of those that hits have: {}"), Shown(name), Joined(names)));
@@ -26,7 +29,10 @@ void CheckHitColumnNames(const std::map<std::string, std::string>& mapping) {
 }
 
 HitColumns::HitColumns(const std::string& place, const std::vector<std::string>& inFile,
-                       const std::map<std::string, std::string>& mapping, bool numbered) {
+                       const HitConventions& conventions, bool numbered) {
+  CheckHitConventions(conventions);
+  fUnit = *FindLengthUnit(conventions.fUnit);
+  const auto& mapping = conventions.fColumns;
   for (std::size_t c = 0; c < kHitColumns; c++) {
     std::string& name = fNames[c];
     name = HitColumnNames()[c];

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/LengthUnit.h"
+
 #include <array>
 #include <map>
 #include <string>
@@ -25,7 +27,14 @@ enum HitColumn {
   kHitColumns ///< how many there are
 };
 
-/// Where the columns of hits are in one file.
+/// What a table of hits does not say itself.
+struct HitConventions {
+  /// Columns of other names: from our name, such as "sigu", to the one in the table.
+  std::map<std::string, std::string> fColumns;
+  std::string fUnit = kCentimetre.fName; ///< of all lengths: cm, mm, m or um
+};
+
+/// Where the columns of hits are in one file, and what their numbers are.
 class HitColumns {
 public:
   HitColumns() = default;
@@ -33,11 +42,11 @@ public:
   /// Finds the columns.
   /// @param place    begins the messages: file, and line or tree
   /// @param inFile   names of all columns of the file
-  /// @param mapping  from our names to those in the file, for columns of other names
   /// @param numbered whether the track's number is needed, too
   /// @throw FileError for a column that is missing or there twice
+  /// @throw std::invalid_argument as CheckHitConventions does
   HitColumns(const std::string& place, const std::vector<std::string>& inFile,
-             const std::map<std::string, std::string>& mapping, bool numbered = true);
+             const HitConventions& conventions, bool numbered = true);
 
   /// Whether the file has a column that is of use: x and y are not beside a view and u.
   bool Has(HitColumn column) const { return fIndex[column] >= 0; }
@@ -47,18 +56,21 @@ public:
   const std::string& Name(HitColumn column) const { return fNames[column]; }
   /// Whether each hit has x and y, instead of a view and one coordinate.
   bool BothViews() const { return fBothViews; }
+  /// Returns what the numbers of lengths are given in.
+  const LengthUnit& Unit() const { return fUnit; }
 
 private:
   std::array<std::string, kHitColumns> fNames;
   std::array<int, kHitColumns> fIndex{}; // -1: not in the file, or of no use
   bool fBothViews = false;
+  LengthUnit fUnit = kCentimetre;
 };
 
 /// Returns the names, in the order of HitColumn.
 const std::vector<std::string>& HitColumnNames();
 
-/// Sees that a mapping is one from names that hits have.
+/// Sees that a mapping is one from names that hits have, and that the unit is known.
 /// @throw std::invalid_argument
-void CheckHitColumnNames(const std::map<std::string, std::string>& mapping);
+void CheckHitConventions(const HitConventions& conventions);
 
 } // namespace kelvo

@@ -58,23 +58,24 @@ const char* BrokenRule(HitColumn column, double value) {
 
 void AddHit(const HitColumns& columns, const HitValues& values, HitList3D& hits) {
   const bool both = columns.BothViews();
+  const auto cm = [&](HitColumn column) { return columns.Unit().ToCm(values[column]); };
   Hit3D hit;
-  hit.fZ = values[kHitZ];
-  hit.fSigZ = values[kHitSigZ];
+  hit.fZ = cm(kHitZ);
+  hit.fSigZ = cm(kHitSigZ);
   hit.fT = values[kHitT];
   hit.fSigT = values[kHitSigT];
   hit.fW = values[kHitW];
   if (both || ViewOf(values[kHitView]) == geo::kX) {
     Hit3D& x = hits.emplace_back(hit);
     x.fView = geo::kX;
-    x.fX = values[both ? kHitX : kHitU];
-    x.fSigX = values[both ? kHitSigX : kHitSigU];
+    x.fX = cm(both ? kHitX : kHitU);
+    x.fSigX = cm(both ? kHitSigX : kHitSigU);
   }
   if (both || ViewOf(values[kHitView]) == geo::kY) {
     Hit3D& y = hits.emplace_back(hit);
     y.fView = geo::kY;
-    y.fY = values[both ? kHitY : kHitU];
-    y.fSigY = values[both ? kHitSigY : kHitSigU];
+    y.fY = cm(both ? kHitY : kHitU);
+    y.fSigY = cm(both ? kHitSigY : kHitSigU);
   }
 }
 

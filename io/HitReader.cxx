@@ -2,7 +2,6 @@
 
 #include "io/CsvHits.h"
 #include "io/FileError.h"
-#include "io/HitColumns.h"
 #include "io/InputBytes.h"
 #include "io/RootHits.h"
 
@@ -31,8 +30,7 @@ double SizeOf(const std::string& file) {
 
 std::unique_ptr<HitSource> Open(const std::string& file, const HitReaderOptions& options) {
   auto bytes = std::make_unique<InputBytes>(file);
-  if (!bytes->BeginsWith("root"))
-    return std::make_unique<CsvHits>(std::move(bytes), options.fColumns);
+  if (!bytes->BeginsWith("root")) return std::make_unique<CsvHits>(std::move(bytes), options);
   if (!bytes->IsFile())
     throw FileError(file + ": is a ROOT file, which cannot be read from a pipe; give its name");
   return OpenRootHits(file, options);
@@ -51,7 +49,7 @@ void TrackHits::AddProblem(const std::string& sentence) {
 
 HitReader::HitReader(std::vector<std::string> files, HitReaderOptions options)
     : fFiles(std::move(files)), fOptions(std::move(options)) {
-  CheckHitColumnNames(fOptions.fColumns);
+  CheckHitConventions(fOptions);
   for (const std::string& file : fFiles) fSizes.push_back(SizeOf(file));
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "func/HitList3D.h"
+#include "io/HitColumns.h"
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,9 +33,7 @@ struct TrackHits {
 };
 
 /// How the files of hits are to be read.
-struct HitReaderOptions {
-  /// Columns of other names: from our name, such as "sigu", to the one in the files.
-  std::map<std::string, std::string> fColumns;
+struct HitReaderOptions : HitConventions {
   /// Name of the TTree or RNTuple in ROOT files. Empty: "hits", or else the only one in the file.
   std::string fTree;
 };
@@ -62,13 +60,14 @@ public:
 /// | column | meaning |
 /// |---|---|
 /// | track | whole number; the lines of a track stand together |
-/// | view, u, sigu | X or Y (or 0, 1), measured coordinate and its uncertainty [cm] |
-/// | x, y, sigx, sigy | instead of these, for planes that measure both: gives two hits [cm] |
-/// | z | position of the plane [cm] |
-/// | sigz, t, sigt, w | optional: uncertainty of z [cm], time, its uncertainty, weight (1) |
+/// | view, u, sigu | X or Y (or 0, 1), measured coordinate and its uncertainty |
+/// | x, y, sigx, sigy | instead of these, for planes that measure both: gives two hits |
+/// | z | position of the plane |
+/// | sigz, t, sigt, w | optional: uncertainty of z, time, its uncertainty, weight (1) |
 ///
-/// Other columns are skipped, as are empty lines and those that begin with "#". A ROOT file has a
-/// TTree or an RNTuple with one entry a track: track as a number, the others as vectors.
+/// Lengths are in cm unless the options name another unit. Other columns are skipped, as are empty
+/// lines and those that begin with "#". A ROOT file has a TTree or an RNTuple with one entry a
+/// track: track as a number, the others as vectors.
 ///
 /// A line that cannot be used makes its track a bad one, which is still given, with the reason. A
 /// line without a readable track number counts for the track in which it stands; between two tracks
@@ -77,7 +76,7 @@ class HitReader : public HitSource {
 public:
   /// Opens nothing yet, except to see that the files are there.
   /// @throw FileError          for a file that cannot be opened
-  /// @throw std::invalid_argument for a mapping of an unknown column
+  /// @throw std::invalid_argument as CheckHitConventions does
   explicit HitReader(std::vector<std::string> files, HitReaderOptions options = {});
   ~HitReader() override;
 

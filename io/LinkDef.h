@@ -11,6 +11,8 @@
 
 #pragma link C++ class kelvo::FileError-;
 #pragma link C++ enum kelvo::HitColumn;
+#pragma link C++ struct kelvo::HitConventions-;
+#pragma link C++ function kelvo::CheckHitConventions;
 #pragma link C++ class kelvo::HitColumns-;
 #pragma link C++ struct kelvo::HitReaderOptions-;
 #pragma link C++ class kelvo::HitSource-;

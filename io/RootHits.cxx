@@ -51,7 +51,7 @@ public:
     const std::string place = file + ", " + table.fName;
     fTable = table.fIsNTuple ? MakeNTupleTable(*fRootFile, table.fName, place)
                              : MakeTreeTable(*fRootFile, table.fName, place);
-    fColumns = HitColumns(place, fTable->Columns(), options.fColumns);
+    fColumns = HitColumns(place, fTable->Columns(), options);
     fTable->BindNumber(fColumns.Name(kHitTrack), fTrack);
     for (std::size_t c = 0; c < kHitColumns; c++)
       if (c != kHitTrack && Has(c)) Bind(Column(c));

@@ -51,9 +51,8 @@ struct LineFitCalls {
 /// several constructors, Python loses the exception among the reasons why the others do not fit.
 struct ArrayCalls {
   static HitColumns MakeColumns(const std::string& place, const std::vector<std::string>& inFile,
-                                const std::map<std::string, std::string>& mapping) {
-    CheckHitColumnNames(mapping);
-    return HitColumns(place, inFile, mapping);
+                                const HitConventions& conventions) {
+    return HitColumns(place, inFile, conventions);
   }
   /// Returns the bytes of what an exception says: a file's name in it may be no text in UTF-8,
   /// which alone Python takes for a text.

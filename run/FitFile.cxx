@@ -36,6 +36,7 @@ std::string DescribeOptions(const FitFileOptions& options) {
   };
   add("hits", List(options.fInputs));
   for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, TomlText(other));
+  if (options.fReader.fUnit != kCentimetre.fName) add("unit", TomlText(options.fReader.fUnit));
   if (!options.fReader.fTree.empty()) add("tree", TomlText(options.fReader.fTree));
   add("hypotheses", "[" + hypotheses + "]");
   add("scattering_factor", ExactNumber(used.fScatteringFactor));

@@ -138,9 +138,10 @@ std::vector<std::string> DefineHits(RNode& frame, const HitColumns& columns,
 }
 
 HitColumns FindColumns(RNode& tracks, const std::map<std::string, std::string>& mapping) {
-  CheckHitColumnNames(mapping);
+  HitConventions conventions;
+  conventions.fColumns = mapping;
   try {
-    return HitColumns("the data frame", tracks.GetColumnNames(), mapping, false);
+    return HitColumns("the data frame", tracks.GetColumnNames(), conventions, false);
   } catch (const FileError& e) {
     throw std::invalid_argument(e.what());
   }

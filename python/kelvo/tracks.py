@@ -57,6 +57,7 @@ def fit_tracks(
     output: Literal["pandas", "awkward"] = "pandas",
     vectors: bool = True,
     columns: Mapping[str, str] | None = None,
+    unit: str = "cm",
     tree: str = "",
     limit: int = 0,
     progress: Callable[[float], object] | None = None,
@@ -77,6 +78,7 @@ def fit_tracks(
     output: "pandas" gives a DataFrame, with vectors as Arrow lists; "awkward" an awkward array
     vectors: False leaves out the columns of hits, planes, kinks and covariance
     columns: from a name above to the one in the input, such as {"track": "event"}
+    unit: of the lengths in the input: "cm", "mm", "m" or "um"
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
     progress: called some ten times a second with the fraction of the input that is read, 0 to 1
@@ -95,7 +97,7 @@ def fit_tracks(
     options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1, 1024)
     options.fScalarsOnly = not vectors
     options.fLimit = count("limit", limit, maximum=2**63 - 1)
-    source = _source(hits, dict(columns or {}), tree)
+    source = _source(hits, _conventions(columns or {}, unit), tree)
     table = call(cpp().FitTable, cpp_detector(detector), source.cpp, options)
     try:
         while call(table.Fit, _SECONDS):
@@ -147,28 +149,36 @@ class _Source:
     arrays: list[Any] = dataclasses.field(default_factory=list)
 
 
-def _source(hits: Any, columns: dict[str, str], tree: str) -> _Source:
+def _source(hits: Any, conventions: Any, tree: str) -> _Source:
     if isinstance(hits, (str, os.PathLike)):
         hits = [hits]
     if isinstance(hits, (list, tuple)) and all(isinstance(h, (str, os.PathLike)) for h in hits):
-        return _files(hits, columns, tree)
+        return _files(hits, conventions, tree)
     # A frame or an array can only be there where its package has been imported.
     pandas, awkward = sys.modules.get("pandas"), sys.modules.get("awkward")
     if pandas and isinstance(hits, pandas.DataFrame):
-        return _frame(hits, columns)
+        return _frame(hits, conventions)
     if awkward and isinstance(hits, awkward.Array):
-        return _awkward(hits, columns)
+        return _awkward(hits, conventions)
     raise Error(
         f"hits is a {type(hits).__name__}; fit_tracks takes a pandas frame (one hit a row, such as "
         "pandas.DataFrame(hits)), an awkward array (one track an entry), or names of files"
     )
 
 
-def _files(files: Sequence[Any], columns: dict[str, str], tree: str) -> _Source:
+def _conventions(columns: Mapping[str, str], unit: str) -> Any:
+    conventions = cpp().HitConventions()
+    conventions.fColumns = string_map(columns)
+    conventions.fUnit = unit
+    call(cpp().CheckHitConventions, conventions)
+    return conventions
+
+
+def _files(files: Sequence[Any], conventions: Any, tree: str) -> _Source:
     if not files:
         raise Error("there is no file of hits")
     options = cpp().HitReaderOptions()
-    options.fColumns = string_map(columns)
+    options.fColumns, options.fUnit = conventions.fColumns, conventions.fUnit
     options.fTree = tree
     names = root().std.vector["std::string"]([root().std.string(os.fsencode(f)) for f in files])
     return _Source(call(cpp().HitReader, names, options))
@@ -177,9 +187,9 @@ def _files(files: Sequence[Any], columns: dict[str, str], tree: str) -> _Source:
 class _Columns:
     """The columns of hits in a table in memory, found by the rules for files."""
 
-    def __init__(self, names: Sequence[str], mapping: dict[str, str]) -> None:
+    def __init__(self, names: Sequence[str], conventions: Any) -> None:
         vector = root().std.vector["std::string"](list(names))
-        self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, string_map(mapping))
+        self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, conventions)
         # Those that there are: number in C++, and name in the table.
         self.found = {
             name: (number, str(self.cpp.Name(number)))
@@ -207,8 +217,8 @@ def _code_of_view(view: object) -> float:
     return float(ord(view)) if isinstance(view, str) and len(view) == 1 else -1.0
 
 
-def _frame(frame: Any, mapping: dict[str, str]) -> _Source:
-    columns = _Columns([str(name) for name in frame.columns], mapping)
+def _frame(frame: Any, conventions: Any) -> _Source:
+    columns = _Columns([str(name) for name in frame.columns], conventions)
     arrays = {}
     for name, (number, other) in columns.found.items():
         series = frame[other]
@@ -246,9 +256,9 @@ def _frame_views(series: Any) -> Any:
     return np.array([*map(_code_of_view, views_), np.nan])[codes]
 
 
-def _awkward(array: Any, mapping: dict[str, str]) -> _Source:
+def _awkward(array: Any, conventions: Any) -> _Source:
     ak = sys.modules["awkward"]
-    columns = _Columns(ak.fields(array), mapping)
+    columns = _Columns(ak.fields(array), conventions)
     vectors = {}
     for name, (number, other) in columns.found.items():
         column = array[other]

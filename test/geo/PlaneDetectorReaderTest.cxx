@@ -120,6 +120,60 @@ TEST(DetectorFile, GivesCellsTheirPlaceResolutionAndOffset) {
   EXPECT_DOUBLE_EQ(pixels.fCells[1].fResolution, 0.5 / std::sqrt(12.));
 }
 
+TEST(DetectorFile, TakesLengthsInTheUnitItNames) {
+  std::string text = kGood;
+  const auto replace = [&text](const std::string& from, const std::string& to) {
+    const std::size_t at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    text.replace(at, from.size(), to);
+  };
+  replace("world", "unit = \"mm\"\nworld");
+  replace("size = [30, 20]\nthickness = 0.5\ncentre = [1, -2]",
+          "size = [300, 200]\nthickness = 5\ncentre = [10, -20]");
+  replace("width = 4, length = 20, depth = 6", "width = 40, length = 200, depth = 60");
+  replace("thickness = 0.2", "thickness = 2");
+  replace("width = 0.5 }\nresolution = 1.5", "width = 5 }\nresolution = 15");
+  replace("width = [2, 0.5], depth = 1", "width = [20, 5], depth = 10");
+  replace("3.5]", "35]");
+  replace("z = 30", "z = 300");
+  replace("offset = [0.1, -0.2, 0.3]", "offset = [1, -2, 3]");
+  const auto cm = PlaneDetector::FromText(kGood, "cm.toml");
+  const auto mm = PlaneDetector::FromText(text, "mm.toml");
+  ASSERT_EQ(mm.Planes().size(), cm.Planes().size());
+  for (std::size_t i = 0; i < cm.Planes().size(); i++) {
+    const auto& a = cm.Planes()[i];
+    const auto& b = mm.Planes()[i];
+    EXPECT_EQ(a.fZLow, b.fZLow);
+    EXPECT_EQ(a.fZHigh, b.fZHigh);
+    for (int k = 0; k < 3; k++) EXPECT_EQ(a.fOffset[k], b.fOffset[k]);
+    for (int view = 0; view < 2; view++) {
+      EXPECT_EQ(a.fCells[view].fPitch, b.fCells[view].fPitch);
+      EXPECT_EQ(a.fCells[view].fFirst, b.fCells[view].fFirst);
+      EXPECT_EQ(a.fCells[view].fLength, b.fCells[view].fLength);
+      EXPECT_EQ(a.fCells[view].fResolution, b.fCells[view].fResolution);
+    }
+  }
+  const double p0[3] = {-3, 1, -1};
+  const double p1[3] = {4, 2, 40};
+  const auto inCm = geo::ThicknessBetweenPoints(cm, p0, p1);
+  const auto inMm = geo::ThicknessBetweenPoints(mm, p0, p1);
+  ASSERT_EQ(inCm.size(), inMm.size());
+  for (std::size_t i = 0; i < inCm.size(); i++) {
+    EXPECT_EQ(inCm[i].fLength, inMm[i].fLength);
+    EXPECT_EQ(inCm[i].fRadLengths, inMm[i].fRadLengths);
+  }
+}
+
+TEST(DetectorFile, TellsUnitsThatItDoesNotKnowAndLengthsOutOfRangeInOthers) {
+  EXPECT_EQ(Message("world = ", "unit = \"inch\"\nworld = "),
+            "test.toml:2:8: unit: expected one of cm, mm, m or um, found \"inch\"");
+  std::string text = Exchanged("world = ", "unit = \"m\"\nworld = ");
+  text.replace(text.find("z = 30"), 6, "z = 3e4");
+  EXPECT_EQ(MessageOf(text),
+            "test.toml:50:5: stack.z: expected a position in cm from -1e6 to 1e6 once it is "
+            "converted from m, found 30000");
+}
+
 TEST(DetectorFile, TakesMaterialsAsGiven) {
   const PlaneDetector d = PlaneDetector::FromText(kGood, "test.toml");
   ASSERT_EQ(d.Materials().size(), 3u);
@@ -266,7 +320,8 @@ TEST(DetectorFile, TellsWhatIsMissing) {
 
 TEST(DetectorFile, TellsUnknownKeysAndTheKnownOnes) {
   EXPECT_EQ(Message("world =", "wrold ="),
-            "test.toml:2:1: wrold: unknown key; expected one of \"name\", \"world\", \"material\", "
+            "test.toml:2:1: wrold: unknown key; expected one of \"name\", \"unit\", \"world\", "
+            "\"material\", "
             "\"slab\", \"plane\", \"stack\"");
   EXPECT_EQ(Message("density = 0.9", "rho = 0.9"),
             "test.toml:6:1: material.rho: unknown key; expected one of \"name\", \"like\", "

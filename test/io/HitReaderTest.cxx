@@ -490,6 +490,34 @@ TEST(HitReader, EndsSoonForFilesThatUnpackToNothing) {
                 "column track the number of the track?");
 }
 
+TEST(HitReader, ConvertsLengthsFromTheUnitOfTheFiles) {
+  const test::TempFolder folder;
+  const std::string header = "track,x,y,sigx,sigy,z,sigz,t,sigt,w\n";
+  const std::string cm = folder.Write("cm.csv", header + "7,1.5,-3,0.3,0.25,9,0.1,5,2,3\n");
+  const Hit3D x = ReadAll({cm})[0].fHits[0];
+  const Hit3D y = ReadAll({cm})[0].fHits[1];
+  for (const auto& [unit, line] :
+       std::map<std::string, std::string>{{"cm", "7,1.5,-3,0.3,0.25,9,0.1,5,2,3\n"},
+                                          {"mm", "7,15,-30,3,2.5,90,1,5,2,3\n"},
+                                          {"m", "7,0.015,-0.03,0.003,0.0025,0.09,0.001,5,2,3\n"},
+                                          {"um", "7,15000,-30000,3000,2500,90000,1000,5,2,3\n"}}) {
+    kelvo::HitReaderOptions options;
+    options.fUnit = unit;
+    const auto tracks = ReadAll({folder.Write(unit + ".csv", header + line)}, options);
+    ASSERT_EQ(tracks.size(), 1u);
+    ExpectHit(tracks[0].fHits[0], x);
+    ExpectHit(tracks[0].fHits[1], y);
+  }
+  kelvo::HitReaderOptions options;
+  options.fUnit = "inch";
+  try {
+    const HitReader reader({}, options);
+    FAIL();
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "the unit \"inch\" is none of cm, mm, m or um");
+  }
+}
+
 TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {
   kelvo::HitReaderOptions options;
   options.fColumns = {{"energy", "E"}};

@@ -106,7 +106,7 @@ TEST(HitArrays, OfTracksGiveTheTracksOfAFile) {
 TEST(HitArrays, GiveTwoHitsWhereAPlaneMeasuresBoth) {
   const std::vector<std::int64_t> track{1, 1};
   const Column x{1, 2}, y{3, 4}, z{5, 6}, sigx{0.1, 0.2}, sigy{0.3, 0.4};
-  const HitColumns columns("hits", {"track", "x", "y", "z", "ex", "sigy"}, {{"sigx", "ex"}});
+  const HitColumns columns("hits", {"track", "x", "y", "z", "ex", "sigy"}, {{{"sigx", "ex"}}});
   HitArrays hits("hits", columns, HitLayout::kRowIsHit, track.data(), 2);
   hits.SetColumn(kelvo::kHitX, x.data(), 2);
   hits.SetColumn(kelvo::kHitY, y.data(), 2);

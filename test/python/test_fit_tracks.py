@@ -233,6 +233,18 @@ def test_hits_that_cannot_be_meant_are_told_once_with_numbers(frame):
         assert caught[-1].filename == __file__
 
 
+def test_lengths_are_taken_in_the_unit_that_is_named(frame, expected, tmp_path):
+    lengths = {name: 10 * frame[name] for name in ("u", "z", "sigu")}
+    in_mm = frame.assign(**lengths)
+    in_mm.to_csv(tmp_path / "mm.csv", index=False)
+    for hits in (in_mm, entries(in_mm), tmp_path / "mm.csv"):
+        fits = kelvo.fit_tracks(hits, DETECTOR, unit="mm", output="awkward")
+        assert np.allclose(fits["p"], expected["p"], rtol=1e-9)
+        assert fits.attrs["summary"].doubts == ()
+    with pytest.raises(kelvo.Error, match='^the unit "inch" is none of cm, mm, m or um$'):
+        kelvo.fit_tracks(frame, DETECTOR, unit="inch")
+
+
 def test_gaps_in_awkward_arrays_are_told():
     hits = ak.Array(
         [
