@@ -32,6 +32,8 @@ Examples:
       and makes a page with plots, to be opened in a browser
   kelvo fit run1.csv run2.csv --detector detectors/range.toml -o fits.root --hypothesis mu,p --csv fits.csv
       two files, two hypotheses, and a summary as CSV
+  kelvo fit cosmics.csv --detector detectors/fine.toml -o fits.root --hypothesis mu --end leaves
+      muons that all leave the detector: their momentum is that from scattering
   kelvo fit beam.csv --detector detectors/telescope.toml -o fits.root --hypothesis pi --beam-momentum 120
       --column track=event --column sigx=sigma_x --column sigy=sigma_y
       a beam of 120 GeV/c pions, in a file with column names of its own
@@ -46,8 +48,10 @@ this detector, 2 wrong usage or files.)";
 struct FitArguments {
   FitFileOptions fFile;
   std::string fDetector;
-  std::string fReport; // a page to be written as well; empty: none
-  std::vector<std::string> fHypotheses = ParticleNames();
+  std::string fReport;                  // a page to be written as well; empty: none
+  std::vector<std::string> fHypotheses; // empty: what is usual
+  std::string fEnd = "auto";
+  bool fNoScatteringMomentum = false;
   std::vector<std::string> fColumns;
   std::string fFormat = DefaultTableFormat() == TableFormat::kRNTuple ? "rntuple" : "ttree";
 };
@@ -76,11 +80,11 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("--report", a.fReport, "Write a page with plots (HTML) as well")
       ->check(EndsIn({".html", ".htm"}))
       ->type_name("FILE");
-  fit.add_option("--hypothesis", a.fHypotheses, "Particles to fit the tracks as: mu, pi, p")
+  fit.add_option("--hypothesis", a.fHypotheses,
+                 "Particles to fit the tracks as: mu, pi, p (default: all; of a beam mu)")
       ->delimiter(',')
       ->check(OneOf(ParticleNames()))
-      ->type_name("LIST")
-      ->capture_default_str();
+      ->type_name("LIST");
   fit.add_option("--threads", a.fFile.fThreads, "Threads to use; the result does not depend on it")
       ->check(WholeNumberWithin(1, 1024))
       ->capture_default_str();
@@ -139,9 +143,22 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
       ->check(NumberWithin(0, 100, "from 0 to 100"))
       ->capture_default_str()
       ->group(group);
+  CLI::Option* end =
+      fit.add_option(
+             "--end", a.fEnd,
+             "Tracks stop, or leave the detector: stops, leaves, or auto to tell by the end of "
+             "each; one that leaves gets no momentum from range but a lower limit")
+          ->check(OneOf({"auto", "stops", "leaves"}))
+          ->type_name("NAME")
+          ->capture_default_str()
+          ->group(group);
+  fit.add_flag("--no-scattering-momentum", a.fNoScatteringMomentum,
+               "Leave out the momentum from scattering of tracks that do not leave")
+      ->group(group);
   fit.add_option("--beam-momentum", f.fBeamMomentum,
                  "The particles are a beam of this momentum [GeV/c] and do not stop")
       ->check(NumberWithin(1e-3, 1e6, "from 0.001 to 1000000"))
+      ->excludes(end)
       ->group(group);
   fit.add_option("--sig-beam-momentum", f.fSigBeamMomentum, "Uncertainty of that momentum [GeV/c]")
       ->check(NumberWithin(0, 1e6, "from 0 to 1000000"))
@@ -157,11 +174,16 @@ void Register(CLI::App& fit, FitArguments& a) {
 }
 
 void Complete(FitArguments& a) {
-  a.fFile.fFit.fHypotheses.clear();
+  TrackFitOptions& fit = a.fFile.fFit;
+  fit.fEnd = EndMode(a.fEnd);
+  fit.fScatteringMomentum = !a.fNoScatteringMomentum;
+  if (a.fHypotheses.empty())
+    a.fHypotheses = fit.fBeamMomentum > 0 ? std::vector<std::string>{"mu"} : ParticleNames();
+  fit.fHypotheses.clear();
   for (const std::string& name : a.fHypotheses) {
     if (std::count(a.fHypotheses.begin(), a.fHypotheses.end(), name) > 1)
       throw std::invalid_argument("--hypothesis: \"" + name + "\" is named more than once");
-    a.fFile.fFit.fHypotheses.push_back(FindParticle(name)->fPDG);
+    fit.fHypotheses.push_back(FindParticle(name)->fPDG);
   }
   for (const std::string& text : a.fColumns) {
     const auto [name, other] = Mapping(text);
@@ -192,6 +214,7 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
   PrintLine("tracks read", summary.fTracks);
   PrintLine("hits read", summary.fHits);
   PrintLine("tracks fitted", summary.fFitted);
+  if (summary.fLeft > 0) PrintLine("of these, leave the detector", summary.fLeft);
   for (std::size_t status = 1; status < summary.fByStatus.size(); status++)
     if (summary.fByStatus[status] > 0)
       PrintLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),

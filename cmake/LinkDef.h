@@ -58,9 +58,13 @@
 #pragma link C++ function kelvo::RejectOutliers;
 
 #pragma link C++ enum kelvo::FitStatus;
+#pragma link C++ enum kelvo::TrackEndMode;
+#pragma link C++ function kelvo::EndMode;
+#pragma link C++ function kelvo::EndModeName;
 #pragma link C++ struct kelvo::TrackFitOptions+;
 #pragma link C++ struct kelvo::ViewFit+;
 #pragma link C++ struct kelvo::HitFit+;
+#pragma link C++ struct kelvo::MomentumFromScattering+;
 #pragma link C++ struct kelvo::HypothesisFit+;
 #pragma link C++ struct kelvo::TrackFit+;
 #pragma link C++ class kelvo::TrackFitter-;

@@ -143,6 +143,14 @@ private:
         "<a href=\"#failures\">Failed tracks</a></nav>\n";
   }
 
+  std::string Particles() const {
+    const std::string& options = fFits.Text("options");
+    if (IsBeam()) return "a beam of " + Safe(Option(options, "beam_momentum")) + " GeV/c";
+    const std::string end = Listed(Option(options, "end"));
+    if (end == "leaves") return "leave the detector";
+    return end == "auto" ? "stop in the detector or leave it" : "stop in the detector";
+  }
+
   bool IsBeam() const {
     const std::string beam = Option(fFits.Text("options"), "beam_momentum");
     return !beam.empty() && beam != "0";
@@ -170,8 +178,7 @@ private:
                               fmt::format(FMT_STRING(", {} planes"), fDetector->Planes().size()));
     else
       AddItem("detector", Safe(fFits.Text("detector")));
-    AddItem("particles", IsBeam() ? "a beam of " + Safe(Option(options, "beam_momentum")) + " GeV/c"
-                                  : "stop in the detector");
+    AddItem("particles", Particles());
     fHtml += "</dl>\n";
     AddDetails("All options", options);
     if (fDetector) AddDetails("The detector's description", fDetector->Text());
@@ -188,6 +195,7 @@ private:
         "<div class=\"wide\"><table>\n<tr><th>tracks</th><th>number</th><th>fraction</th></tr>\n";
     AddCount("read", fReport.fTracks);
     AddCount("fitted", fReport.fFitted);
+    if (fReport.fLeft > 0) AddCount("of these, leave the detector", fReport.fLeft);
     for (const auto& [status, failure] : fReport.fFailures)
       AddCount(std::string("not fitted: ") + StatusWords(status), failure.fCount);
     fHtml +=

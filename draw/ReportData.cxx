@@ -103,7 +103,10 @@ public:
       hypothesis.fChi2.AddClamped(chi2PerNDF);
       hypothesis.fProb.Add(row.fProb);
     }
-    hypothesis.fMomentum.Add(row.fP);
+    if (row.fLeaves)
+      fLeaves = true; // and has no momentum from range
+    else
+      hypothesis.fMomentum.Add(row.fP);
     fLikelihoods.push_back(row.fLogLikelihood);
     if (!row.fBest) return;
     fBestPDG = row.fPDG;
@@ -128,6 +131,7 @@ private:
       AddFit();
     fRows = 0;
     fBestPDG = 0;
+    fLeaves = false;
     fSeen.clear();
     fLikelihoods.clear();
   }
@@ -141,6 +145,7 @@ private:
 
   void AddFit() {
     fReport.fFitted++;
+    if (fLeaves) fReport.fLeft++;
     if (fLikelihoods.size() < 2 || fBestPDG == 0) return;
     std::sort(fLikelihoods.rbegin(), fLikelihoods.rend());
     for (HypothesisReport& hypothesis : fReport.fHypotheses)
@@ -154,6 +159,7 @@ private:
   unsigned fRows = 0;
   long long fTrack = 0;
   int fBestPDG = 0;
+  bool fLeaves = false;
   std::set<int> fSeen;
   std::vector<double> fLikelihoods;
   std::pair<int, std::string> fFailure; // status and message of its first entry
@@ -164,12 +170,12 @@ void MakeRanges(ReportData& report) {
   constexpr unsigned kBins = 44;
   double maxMomentum = 0;
   for (const HypothesisReport& hypothesis : report.fHypotheses)
-    if (hypothesis.fBest > 0)
+    if (hypothesis.fBest > 0 && hypothesis.fMomentum.Entries() > 0)
       maxMomentum = std::max(maxMomentum, hypothesis.fMomentum.Quantile(kNearlyAll));
   const double maxLength = report.fLength.Quantile(kNearlyAll);
   for (HypothesisReport& hypothesis : report.fHypotheses) {
     if (hypothesis.fBest == 0) continue;
-    hypothesis.fMomentumOfBest.emplace_back(0, 1.1 * maxMomentum, kBins);
+    if (maxMomentum > 0) hypothesis.fMomentumOfBest.emplace_back(0, 1.1 * maxMomentum, kBins);
     hypothesis.fLengthOfBest.emplace_back(0, 1.1 * maxLength, kBins);
   }
 }
@@ -207,7 +213,7 @@ void AddBest(FitReader& fits, long long entry, const geo::PlaneDetector* detecto
   if (!names.fBest || names.fStatus != 0) return;
   const FitRow& row = fits.Read(entry, FitPart::kAll);
   HypothesisReport& hypothesis = HypothesisOf(row, report);
-  hypothesis.fMomentumOfBest[0].Add(row.fP);
+  if (!row.fLeaves) hypothesis.fMomentumOfBest[0].Add(row.fP);
   hypothesis.fLengthOfBest[0].Add(row.fLength);
   if (fits.HasVectors()) AddVectors(row, detector, report);
 }

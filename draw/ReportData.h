@@ -66,6 +66,7 @@ constexpr std::size_t kTracksOfAKind = 4;
 struct ReportData {
   unsigned long long fTracks = 0;
   unsigned long long fFitted = 0; ///< tracks with at least one fitted hypothesis
+  unsigned long long fLeft = 0;   ///< of these, tracks that are taken to leave the detector
   std::vector<HypothesisReport> fHypotheses;
   std::map<int, FailureReport> fFailures; ///< by status, of tracks that no hypothesis fits
   LogHistogram fLength;                   ///< of the best fits [cm]

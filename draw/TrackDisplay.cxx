@@ -74,8 +74,7 @@ private:
         {28, colour::kText, Align::kLeft, true});
     fPicture.Text({12, 70}, fmt::format(FMT_STRING("χ²/ndf = {:.1f}/{}   (probability {:.2g})"),
                                         chi2, fRow.fNDF, fRow.fProb));
-    fPicture.Text({12, 102},
-                  fmt::format(FMT_STRING("momentum {:.4g} GeV/c at the first hit"), fRow.fP));
+    fPicture.Text({12, 102}, Momentum());
     return 126 +
            DrawLegend(fPicture, {12, 142}, kRight,
                       {{LegendEntry::kMark, "hit", colour::kBlack},
@@ -85,6 +84,14 @@ private:
                        {LegendEntry::kArea, "plane", colour::kPaleGrey},
                        {LegendEntry::kMark, "kink", colour::kVermillion, Mark::kDiamond},
                        {LegendEntry::kLine, "scattering plane", colour::kPurple, {}, kPlaneLine}});
+  }
+
+  std::string Momentum() const {
+    if (!fRow.fLeaves)
+      return fmt::format(FMT_STRING("momentum {:.4g} GeV/c at the first hit"), fRow.fP);
+    return fmt::format(FMT_STRING("leaves: above {:.4g} GeV/c at the first hit, by scattering "
+                                  "{:.3g} to {:.3g}"),
+                       fRow.fPMin, fRow.fPScatteringLow, fRow.fPScatteringHigh);
   }
 
   std::vector<std::size_t> Hits(std::size_t view) const {

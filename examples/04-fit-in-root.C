@@ -5,7 +5,9 @@
 {
   //! [fit]
   auto detector = geo::PlaneDetector::FromFile("detectors/fine.toml");
-  kelvo::TrackFitter fitter(detector);
+  kelvo::TrackFitOptions options;
+  options.fEnd = kelvo::TrackEndMode::kStops; // all of these muons do
+  kelvo::TrackFitter fitter(detector, options);
   kelvo::HitReader reader({"examples/data/fine_mu_hits_smeared.csv.gz"});
 
   TH1D momentum("momentum",

@@ -39,7 +39,8 @@ void FitAndDraw(const std::string& hits, const std::string& detector, const std:
 
   auto planes = std::make_shared<geo::PlaneDetector>(geo::PlaneDetector::FromFile(detector));
   kelvo::TrackFitOptions options;
-  options.fHypotheses = {13}; // muons were simulated
+  options.fHypotheses = {13};                 // muons were simulated,
+  options.fEnd = kelvo::TrackEndMode::kStops; // which stop
   auto all = kelvo::DefineFit(ROOT::RDataFrame(tracks), planes, options);
   auto fits = all.Filter([](int status) { return status == 0; }, {"fit_status"})
                   .Define("ratio", Ratio, {"fit_p", "px", "py", "pz"});

@@ -20,7 +20,7 @@ DATA = "examples/data"
 detector = kelvo.PlaneDetector.FromFile("detectors/fine.toml")
 hits = pd.read_csv(f"{DATA}/fine_mu_hits_smeared.csv.gz")  # one hit a row
 fits = kelvo.fit_tracks(hits, detector)  # one track and hypothesis a row
-muons = fits[(fits.pdg == 13) & (fits.status == 0)]
+muons = fits[(fits.pdg == 13) & (fits.status == 0) & ~fits.leaves]  # with a momentum from range
 ## [fit]
 
 ## [truth]

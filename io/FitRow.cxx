@@ -36,6 +36,20 @@ void SetScalars(const HypothesisFit& fit, FitRow& row) {
   row.fSigT = fit.fSigT;
   row.fSigP = fit.fSigP;
   row.fSigLength = fit.fSigLength;
+  row.fPMin = fit.fPMin;
+  row.fPScattering = fit.fScattering.fP;
+  row.fPScatteringLow = fit.fScattering.fLow;
+  row.fPScatteringHigh = fit.fScattering.fHigh;
+  row.fInvPScattering = fit.fScattering.fInverse;
+  row.fSigInvPScattering = fit.fScattering.fSigInverse;
+  row.fProbScattering = fit.fProbScattering;
+}
+
+void SetEnd(const TrackFit& fit, FitRow& row) {
+  row.fLeaves = fit.fLeaves;
+  row.fEndDistance = fit.fEndDistance;
+  row.fEndPlanes = fit.fEndPlanes;
+  row.fStopChi2 = fit.fStopChi2;
 }
 
 /// Numbers of hits per view are known for a failed fit, too; all else is not.
@@ -115,12 +129,13 @@ void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool
   row.fPDG = hypothesis.fPDG;
   row.fStatus = static_cast<int>(hypothesis.fStatus);
   row.fMessage = hypothesis.fMessage;
-  row.fBest = static_cast<int>(h) == fit.fBest;
+  row.fBest = fit.fHasBest && static_cast<int>(h) == fit.fBest;
   if (hypothesis.fStatus != FitStatus::kFitted) {
     SetNothing(track.fHits, row);
     return;
   }
   SetScalars(hypothesis, row);
+  SetEnd(fit, row);
   if (withVectors) SetVectors(hypothesis, row);
 }
 

@@ -48,6 +48,17 @@ struct FitRow {
   double fSigT = 0;
   double fSigP = 0;
   double fSigLength = 0;
+  bool fLeaves = false;
+  double fEndDistance = 0;
+  double fEndPlanes = 0;
+  double fStopChi2 = 0;
+  double fPMin = 0;
+  double fPScattering = 0;
+  double fPScatteringLow = 0;
+  double fPScatteringHigh = 0;
+  double fInvPScattering = 0;
+  double fSigInvPScattering = 0;
+  double fProbScattering = 0;
   ROOT::RVec<double> fCov;
   ROOT::RVec<int> fHitView;
   ROOT::RVec<double> fHitZ;
@@ -103,6 +114,17 @@ void VisitScalars(Visit visit) {
   visit("sig_T", &FitRow::fSigT);
   visit("sig_p", &FitRow::fSigP);
   visit("sig_length", &FitRow::fSigLength);
+  visit("leaves", &FitRow::fLeaves);
+  visit("end_distance", &FitRow::fEndDistance);
+  visit("end_planes", &FitRow::fEndPlanes);
+  visit("stop_chi2", &FitRow::fStopChi2);
+  visit("p_min", &FitRow::fPMin);
+  visit("p_scattering", &FitRow::fPScattering);
+  visit("p_scattering_low", &FitRow::fPScatteringLow);
+  visit("p_scattering_high", &FitRow::fPScatteringHigh);
+  visit("inv_p_scattering", &FitRow::fInvPScattering);
+  visit("sig_inv_p_scattering", &FitRow::fSigInvPScattering);
+  visit("prob_scattering", &FitRow::fProbScattering);
 }
 
 /// The same for the columns of vectors, which come behind those.

@@ -44,6 +44,8 @@ std::string DescribeOptions(const FitFileOptions& options) {
   add("beam_momentum", ExactNumber(used.fBeamMomentum));
   add("sig_beam_momentum", ExactNumber(used.fSigBeamMomentum));
   add("with_planes", used.fWithPlanes ? "true" : "false");
+  add("end", TomlText(EndModeName(used.fEnd)));
+  add("scattering_momentum", used.fScatteringMomentum ? "true" : "false");
   add("limit", std::to_string(options.fLimit));
   return text;
 }

@@ -38,7 +38,8 @@ void FitTally::AddOutcome(const TrackOutcome& outcome) {
   fSummary.fBadLines += outcome.fBadLines;
   fSummary.fProblemCount += outcome.fBadLines > 0 ? outcome.fBadLines : outcome.fProblems.size();
   ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];
-  if (outcome.fBestPDG != 0) fSummary.fFitted++;
+  if (outcome.fFitted) fSummary.fFitted++;
+  if (outcome.fFitted && outcome.fLeaves) fSummary.fLeft++;
   for (const std::string& problem : outcome.fProblems)
     if (fSummary.fProblems.size() < kProblemsKept) fSummary.fProblems.push_back(problem);
 }

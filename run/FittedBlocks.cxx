@@ -13,10 +13,9 @@ TrackOutcome OutcomeOf(const TrackHits& track, const TrackFit& fit) {
   outcome.fHits = track.fHits.size();
   outcome.fBadLines = track.fBadLines;
   outcome.fProblems = track.fProblems;
-  if (fit.Fitted()) {
-    outcome.fBestPDG = fit.fHypothesis[static_cast<std::size_t>(fit.fBest)].fPDG;
-    return outcome;
-  }
+  outcome.fFitted = fit.Fitted();
+  outcome.fLeaves = fit.fLeaves;
+  if (outcome.fFitted) return outcome;
   const HypothesisFit& first = fit.fHypothesis.front();
   outcome.fStatus = first.fStatus;
   if (track.Good())

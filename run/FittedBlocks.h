@@ -14,8 +14,9 @@ namespace kelvo {
 
 /// What became of one track; where it is from, for tracks that are told to the user.
 struct TrackOutcome {
-  FitStatus fStatus = FitStatus::kFitted; ///< of the best hypothesis, else of the first
-  int fBestPDG = 0;                       ///< 0: no hypothesis fitted
+  FitStatus fStatus = FitStatus::kFitted; ///< of the first hypothesis where none is fitted
+  bool fFitted = false;                   ///< under one hypothesis at least
+  bool fLeaves = false;                   ///< as one that leaves the detector
   unsigned long long fHits = 0;
   unsigned long long fBadLines = 0;
   std::vector<std::string> fProblems; ///< sentences with file and line; empty for a fitted track

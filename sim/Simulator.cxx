@@ -100,6 +100,8 @@ SimulationOptions Completed(const geo::PlaneDetector& detector, SimulationOption
   if (!options.fSlope) options.fSlope = beam ? kBeamSlope : kSlope;
   options.fFit.fHypotheses = {options.fPDG};
   options.fFit.fWithPlanes = true;
+  options.fFit.fEnd = TrackEndMode::kStops;
+  options.fFit.fScatteringMomentum = false;
   return options;
 }
 

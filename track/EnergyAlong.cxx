@@ -101,13 +101,16 @@ void EnergyAlong::Upstream(const MaterialAlong& material, const Gap& gap, double
 }
 
 void EnergyAlong::Pass(const MaterialAlong& material, const std::vector<double>& stretch,
-                       double p) {
+                       const std::vector<double>& momenta) {
   constexpr double kLeast = 0.01; // of the first energy
   const std::vector<Gap>& gaps = material.Gaps();
   fPoints = gaps.size() + 1;
   fT.resize(fMasses.size() * fPoints);
   fNow.clear();
-  for (double mass : fMasses) fNow.push_back(p * p / (std::hypot(p, mass) + mass));
+  for (std::size_t k = 0; k < fMasses.size(); k++) {
+    const double p = momenta[k], mass = fMasses[k];
+    fNow.push_back(p * p / (std::hypot(p, mass) + mass));
+  }
   for (std::size_t i = 0; i < fPoints; i++) {
     if (i > 0) Downstream(material, gaps[i - 1], stretch[i - 1], fNow);
     for (std::size_t k = 0; k < fNow.size(); k++) {

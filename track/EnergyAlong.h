@@ -21,9 +21,10 @@ public:
   /// Ranges all particles out: they stop at the end of the track.
   void Stop(const MaterialAlong& material, const std::vector<double>& stretch);
 
-  /// Follows all particles downstream from the first point, where they have a momentum p [GeV/c].
+  /// Follows all particles downstream from the first point, where each has its momentum [GeV/c].
   /// One that would stop on the way goes on with a hundredth of its energy.
-  void Pass(const MaterialAlong& material, const std::vector<double>& stretch, double p);
+  void Pass(const MaterialAlong& material, const std::vector<double>& stretch,
+            const std::vector<double>& momenta);
 
   /// Returns the kinetic energy of a particle at each point [GeV].
   const double* T(std::size_t particle) const { return fT.data() + particle * fPoints; }

@@ -1,12 +1,14 @@
 #include "track/TrackChain.h"
 
 #include "track/HitCheck.h"
+#include "track/TrackEnd.h"
 #include "util/Particles.h"
 
 #include <TMath.h>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <tuple>
 
 namespace kelvo {
@@ -39,6 +41,23 @@ Lanes BetaP2(const Lanes& energy, const Lanes& mass) {
   const Lanes T = Max(energy, kStopped * mass);
   const Lanes betaP = T * (T + 2 * mass) / (T + mass);
   return betaP * betaP;
+}
+
+/// Returns the momentum of a particle whose velocity times momentum is that of another one, of
+/// momentum p and mass m [GeV].
+double SameBetaP(double p, double m, double mass) {
+  if (std::isinf(p)) return p;
+  const double betaP = p * p / std::hypot(p, m);
+  return std::sqrt(betaP * (betaP + std::hypot(betaP, 2 * mass)) / 2);
+}
+
+ScatteringMomentumFit SameBetaP(ScatteringMomentumFit fit, double m, double mass) {
+  for (double* p : {&fit.fP, &fit.fLow, &fit.fHigh, &fit.fLikely}) *p = SameBetaP(*p, m, mass);
+  return fit;
+}
+
+double Momentum(double T, double mass) {
+  return std::sqrt(T * (T + 2 * mass));
 }
 
 double MipLoss(const std::vector<Gap>& gaps) {
@@ -112,24 +131,32 @@ struct LocalLine {
 
 TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options)
     : fOptions(options),
+      fPlaneDetector(dynamic_cast<const geo::PlaneDetector*>(&detector)),
       fMasses(Masses(options.fHypotheses)),
       fMaterial(DetectorMaterials(detector, options.fHypotheses, options.fBeamMomentum == 0)),
       fEnergy(fMasses),
-      fOwnEnergy(fMasses) {}
+      fOwnEnergy(fMasses),
+      fScattering(fMaterial, 0, fMasses[0]) {}
 
 Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
   SortHits(hits);
   if (Refusal refusal = LayCourse()) return refusal;
   FindPoints();
   TraceMaterial();
+  fLeaves = false;
+  if (!IsBeam()) FindEnd(out);
   PlacePlanes();
   if (!IsBeam() && !(fMaterial.End().fMipLoss + MipLoss(fMaterial.Gaps()) > 0))
     return {FitStatus::kBadGeometry,
             "the detector reports no material along the track; check that the hits lie in it"};
-  if (IsBeam())
-    fEnergy.Pass(fMaterial, fCourse.fStretch, fOptions.fBeamMomentum);
-  else
+  if (IsBeam()) {
+    fMomenta.assign(fMasses.size(), fOptions.fBeamMomentum);
+    fEnergy.Pass(fMaterial, fCourse.fStretch, fMomenta);
+  } else {
     fEnergy.Stop(fMaterial, fCourse.fStretch);
+  }
+  if (fOptions.fScatteringMomentum || fLeaves) MeasureScattering(out);
+  if (fLeaves) Leave(out);
   for (std::size_t h = 0; h < out.fHypothesis.size(); h += kLanes) {
     const LaneFits lanes = {h, std::min(kLanes, out.fHypothesis.size() - h), &out.fHypothesis[h]};
     FindWidths(lanes);
@@ -137,6 +164,7 @@ Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
     Fill(lanes);
   }
   FindBest(out);
+  if (!Stops() && fMasses.size() > 1) ForgetBest(out);
   return {};
 }
 
@@ -209,9 +237,20 @@ void TrackChain::TraceMaterial() {
   const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2);
   std::nth_element(gaps.begin(), middle, gaps.end());
   fUsualGap = *middle;
-  if (IsBeam()) return;
-  fMaterial.TraceEnd(fPoints.back(), {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()},
-                     fUsualGap, fOptions.fBeyondLastHit);
+}
+
+/// Finds out whether the track leaves, and the material where it ends.
+void TrackChain::FindEnd(TrackFit& out) {
+  const std::array<double, 2> slopes = {fCourse.fSlope[0].back(), fCourse.fSlope[1].back()};
+  fLeaves = fOptions.fEnd == TrackEndMode::kLeaves;
+  if (fPlaneDetector) {
+    const TrackEnd end = FindTrackEnd(*fPlaneDetector, fPoints.back().fX, slopes, fUsualGap);
+    out.fEndDistance = end.fDistance;
+    out.fEndPlanes = end.fPlanes;
+    if (fOptions.fEnd == TrackEndMode::kAuto) fLeaves = end.fLeaves;
+  }
+  out.fLeaves = fLeaves;
+  fMaterial.TraceEnd(fPoints.back(), slopes, fUsualGap, fLeaves ? 0 : fOptions.fBeyondLastHit);
 }
 
 /// Highland's logarithm belongs to a thickness as a whole: that of the gap, but not of one that is
@@ -246,6 +285,64 @@ void TrackChain::PlacePlanes() {
     }
     fPlanesBefore.push_back(fPlanes.size());
   }
+}
+
+/// Looks at the track as one that stops, or as a beam, and as one of which only the hits are known.
+void TrackChain::MeasureScattering(TrackFit& out) {
+  fScattering.Clear();
+  for (const TrackHit& hit : fHits) fScattering.AddHit(hit.fView, hit.fZ, hit.fU, hit.fSig);
+  for (std::size_t j = 0; j < fPlanes.size(); j++) {
+    const Plane& plane = fPlanes[j];
+    fScattering.AddPlane({fPlaneZ[j],
+                          plane.fGap,
+                          plane.fPart,
+                          plane.fScale,
+                          {plane.fSlopePerAngle[0], plane.fSlopePerAngle[1]}});
+  }
+  fScattering.Load(fCourse.fStretch, AreCells());
+  const double least = IsBeam() ? 0 : Momentum(fEnergy.T(0)[0], fMasses[0]);
+  const ScatteringMomentumFit found = fScattering.Fit(least);
+  fMomenta.clear();
+  for (std::size_t h = 0; h < fMasses.size(); h++) {
+    const ScatteringMomentumFit same = SameBetaP(found, fMasses[0], fMasses[h]);
+    out.fHypothesis[h].fScattering = {same.fP, same.fLow, same.fHigh, 1 / same.fP,
+                                      same.SigInverse()};
+    fMomenta.push_back(same.fLikely);
+  }
+  if (!IsBeam()) CompareWithStopping(found.fLogLikelihood, out);
+}
+
+/// @param freeEnd log-likelihood of a track whose end is free, up to a constant
+void TrackChain::CompareWithStopping(double freeEnd, TrackFit& out) {
+  for (std::size_t h = 0; h < fMasses.size(); h++) {
+    const ScatteringMomentum::Point stopping = fScattering.AtScale(fEnergy.T(h), fMasses[h]);
+    if (h == 0) out.fStopChi2 = std::max(2 * (freeEnd - stopping.fLogLikelihood), 0.);
+    if (!fLeaves && stopping.fInformation > 0)
+      out.fHypothesis[h].fProbScattering =
+          std::erfc(std::abs(fScattering.Deviate(stopping)) / std::sqrt(2.));
+  }
+}
+
+/// Returns whether all hits are centres of cells.
+bool TrackChain::AreCells() const {
+  constexpr double kSame = 0.01;
+  const auto isCell = [this](const TrackHit& hit) {
+    const geo::ActivePlane& plane = fPlaneDetector->Planes()[fPlaneDetector->NearestPlane(hit.fZ)];
+    const double sigma = plane.fCells[hit.fView].fWidth / std::sqrt(12.);
+    return std::abs(hit.fSigU - sigma) < kSame * sigma;
+  };
+  return fPlaneDetector && std::all_of(fHits.begin(), fHits.end(), isCell);
+}
+
+/// The range tells only from which momentum on a particle gets to its last hit. Its energies along
+/// the track are those of the momentum from scattering.
+void TrackChain::Leave(TrackFit& out) {
+  for (std::size_t h = 0; h < fMasses.size(); h++) {
+    const double least = Momentum(fEnergy.T(h)[0], fMasses[h]);
+    out.fHypothesis[h].fPMin = least;
+    fMomenta[h] = std::fmax(fMomenta[h], least); // NaN without kinks
+  }
+  fEnergy.Pass(fMaterial, fCourse.fStretch, fMomenta);
 }
 
 /// The width of a kink is Highland's with the momentum at its plane. The square of beta p grows
@@ -444,7 +541,7 @@ void TrackChain::FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j,
 void TrackChain::FillPath(const LaneFits& lanes) const {
   const std::vector<Gap>& gaps = fMaterial.Gaps();
   const std::size_t last = gaps.size();
-  const Gap none{}, &end = IsBeam() ? none : fMaterial.End();
+  const Gap none{}, &end = Stops() ? fMaterial.End() : none;
   const double beyond = end.fEnd - end.fBegin;
   Lanes length = beyond * fStretch[last], radLen = end.fRadLen * fStretch[last];
   for (std::size_t i = 0; i < last; i++) {
@@ -456,7 +553,7 @@ void TrackChain::FillPath(const LaneFits& lanes) const {
     HypothesisFit& fit = lanes.fFit[l];
     fit.fLength = length[l];
     fit.fRadLen = radLen[l];
-    fit.fSigLength = IsBeam() ? 0 : SigLength(l, fit);
+    fit.fSigLength = Stops() ? SigLength(l, fit) : 0;
     fit.fEnd.SetXYZ(x.fX[l] + beyond * x.fSlope[l], y.fX[l] + beyond * y.fSlope[l],
                     fHits[last].fZ + beyond);
   }
@@ -488,6 +585,11 @@ double TrackChain::OwnEnergy(std::size_t h, std::size_t lane) {
 }
 
 void TrackChain::FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& fit) {
+  if (fLeaves) {
+    constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+    fit.fT = fit.fP = fit.fSigT = fit.fSigP = fit.fBeta = fit.fGamma = fit.fSigLength = kUnknown;
+    return;
+  }
   const double m = fMasses[h];
   fit.fT = fEnergy.T(h)[0];
   double variance = fStraggling[lane];
@@ -544,6 +646,14 @@ void FindBest(TrackFit& out) {
     }
   }
   out.fLead = fitted > 1 ? best - second : 0;
+}
+
+void ForgetBest(TrackFit& out) {
+  const auto fitted = [](const HypothesisFit& fit) { return fit.fStatus == FitStatus::kFitted; };
+  const auto first = std::find_if(out.fHypothesis.begin(), out.fHypothesis.end(), fitted);
+  out.fHasBest = false;
+  out.fLead = 0;
+  if (first != out.fHypothesis.end()) out.fBest = static_cast<int>(first - out.fHypothesis.begin());
 }
 
 } // namespace kelvo

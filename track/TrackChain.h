@@ -6,6 +6,7 @@
 #include "track/EnergyAlong.h"
 #include "track/HitCheck.h"
 #include "track/MaterialAlong.h"
+#include "track/ScatteringMomentum.h"
 #include "track/TrackFitter.h"
 
 #include <array>
@@ -44,6 +45,8 @@ class TrackChain {
 public:
   /// Both arguments must outlive the object.
   TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options);
+  TrackChain(const TrackChain&) = delete;
+  TrackChain& operator=(const TrackChain&) = delete;
 
   /// Fits checked hits. `out` holds one cleared fit per hypothesis. A reason that concerns the
   /// whole track is returned, one that concerns a hypothesis is left in its fit.
@@ -83,11 +86,17 @@ private:
   };
 
   bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
+  bool Stops() const { return !IsBeam() && !fLeaves; }
   void SortHits(const HitList3D& hits);
   Refusal LayCourse();
   void FindPoints();
   void TraceMaterial();
+  void FindEnd(TrackFit& out);
   void PlacePlanes();
+  void MeasureScattering(TrackFit& out);
+  void CompareWithStopping(double freeEnd, TrackFit& out);
+  bool AreCells() const;
+  void Leave(TrackFit& out);
   void FindWidths(const LaneFits& lanes);
   void FindNoise();
   void SolveViews();
@@ -105,10 +114,13 @@ private:
   void FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& fit);
 
   const TrackFitOptions& fOptions;
-  std::vector<double> fMasses; // of the hypotheses [GeV]
+  const geo::PlaneDetector* fPlaneDetector; // null: the detector's planes are not known
+  std::vector<double> fMasses;              // of the hypotheses [GeV]
+  std::vector<double> fMomenta; // of the hypotheses at the first hit, where they go on [GeV/c]
   MaterialAlong fMaterial;
-  EnergyAlong fEnergy;    // of all hypotheses along fCourse
-  EnergyAlong fOwnEnergy; // where fOwnCourse differs much
+  EnergyAlong fEnergy;            // of all hypotheses along fCourse
+  EnergyAlong fOwnEnergy;         // where fOwnCourse differs much
+  ScatteringMomentum fScattering; // of the first hypothesis
 
   // What belongs to the track at hand.
   std::vector<TrackHit> fHits; // sorted by z
@@ -116,6 +128,7 @@ private:
   std::vector<WayPoint> fPoints; // one per hit
   Course fCourse;                // of lines through neighbouring hits
   double fUsualGap = 0;          // median of those between hits, along z [cm]
+  bool fLeaves = false;
   std::vector<Plane> fPlanes;
   std::vector<double> fPlaneZ;            // of fPlanes [cm]
   std::vector<std::size_t> fPlanesBefore; // number of planes before each hit
@@ -141,5 +154,9 @@ void RefuseFit(const Refusal& refusal, HypothesisFit& fit);
 /// Sets index and lead of the most likely hypothesis among those that are fitted, of equals the
 /// first.
 void FindBest(TrackFit& out);
+
+/// Leaves the first hypothesis that is fitted in place of the most likely one, of several that
+/// differ by nothing but their velocity.
+void ForgetBest(TrackFit& out);
 
 } // namespace kelvo

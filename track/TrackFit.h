@@ -5,10 +5,25 @@
 #include <TVector3.h>
 
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
 namespace kelvo {
+
+/// Whether tracks stop in the detector or leave it.
+enum class TrackEndMode {
+  kAuto = 0,   ///< those leave that could not have made another hit; see TrackEnd
+  kStops = 1,  ///< all stop
+  kLeaves = 2, ///< all leave
+};
+
+/// Returns the name of a mode: "auto", "stops" or "leaves".
+const char* EndModeName(TrackEndMode mode);
+
+/// Returns the mode of a name.
+/// @throw std::invalid_argument for any other name
+TrackEndMode EndMode(const std::string& name);
 
 /// What a fit is to do. Every value has the default that users want for stopping particles.
 struct TrackFitOptions {
@@ -21,7 +36,10 @@ struct TrackFitOptions {
                                ///< particles
   double fBeamMomentum = 0; ///< known momentum of a beam at its first hit [GeV/c]; 0: the particle
                             ///< stops
-  double fSigBeamMomentum = 0; ///< its uncertainty [GeV/c]
+  double fSigBeamMomentum = 0;             ///< its uncertainty [GeV/c]
+  TrackEndMode fEnd = TrackEndMode::kAuto; ///< of no meaning for a beam
+  bool fScatteringMomentum = true; ///< whether all tracks get a momentum from scattering; those
+                                   ///< that leave need one
   bool fWithPlanes = false; ///< whether the fit at the scattering planes is wanted: kinks, points
                             ///< and widths, which take as much time as half of all else
 };
@@ -64,6 +82,16 @@ struct HitFit {
   double fFitSigSlope = 0; ///< uncertainty of the fitted slope
 };
 
+/// A momentum from multiple scattering alone. NaN where it was not asked for; ScatteringMomentum
+/// finds it.
+struct MomentumFromScattering {
+  double fP = std::numeric_limits<double>::quiet_NaN();    ///< most likely [GeV/c]; may be infinite
+  double fLow = std::numeric_limits<double>::quiet_NaN();  ///< ends of an interval of 68 % [GeV/c];
+  double fHigh = std::numeric_limits<double>::quiet_NaN(); ///< infinite: the other is a lower limit
+  double fInverse = std::numeric_limits<double>::quiet_NaN();    ///< 1 / fP [c/GeV]
+  double fSigInverse = std::numeric_limits<double>::quiet_NaN(); ///< half of the interval of 1 / p
+};
+
 /// The fit of one track under one hypothesis.
 struct HypothesisFit {
   int fPDG = 0;
@@ -83,6 +111,7 @@ struct HypothesisFit {
   TVector3 fEnd;       ///< where the track is taken to end, detector frame [cm]
   /// Covariance of (x, y, ux, uy) at fixed z there: upper triangle, row by row.
   std::array<double, 10> fCov{};
+  // Energy and momentum are those from the range, or of the beam; NaN for a track that leaves.
   double fT = 0;         ///< kinetic energy at the first hit [GeV]
   double fP = 0;         ///< momentum there [GeV/c]
   double fSigT = 0;      ///< uncertainty of fT [GeV]
@@ -92,6 +121,13 @@ struct HypothesisFit {
   double fLength = 0;    ///< path length from the first hit to the end of the track [cm]
   double fSigLength = 0; ///< its uncertainty [cm]
   double fRadLen = 0;    ///< radiation lengths on that path
+  /// Lower limit on the momentum at the first hit of a particle that leaves: it takes that to get
+  /// to the last hit [GeV/c]. NaN for a track that stops, and for a beam.
+  double fPMin = std::numeric_limits<double>::quiet_NaN();
+  MomentumFromScattering fScattering; ///< at the first hit
+  /// Probability that a particle that stops scatters as much, or as little, as this track or more
+  /// so. NaN without a test: for beams, tracks that leave, and fewer than three hits in each view.
+  double fProbScattering = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// The fit of one track.
@@ -99,6 +135,18 @@ struct TrackFit {
   std::vector<HypothesisFit> fHypothesis; ///< in the order of the options
   int fBest = -1;   ///< index of the most likely hypothesis, -1 where none was fitted
   double fLead = 0; ///< its log-likelihood minus that of the second best [nats]
+  bool fHasBest =
+      true; ///< false where several hypotheses differ by nothing but their velocity: of
+            ///< a beam, or of a track that leaves; fBest is then the first that is fitted
+  bool fLeaves = false; ///< fitted as a track that leaves the detector
+  /// How far behind the last hit, along z, the track would go on to the boundary of what can
+  /// measure it: in cm, and in gaps between planes. NaN for beams, and for a geometry that does not
+  /// know its planes.
+  double fEndDistance = std::numeric_limits<double>::quiet_NaN();
+  double fEndPlanes = std::numeric_limits<double>::quiet_NaN();
+  /// Twice the logarithm of the ratio of the likelihoods of a free end and of one where the first
+  /// hypothesis stops. NaN for beams, and without momentum from scattering.
+  double fStopChi2 = std::numeric_limits<double>::quiet_NaN();
 
   bool Fitted() const { return fBest >= 0; }
 };

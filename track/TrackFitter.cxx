@@ -7,10 +7,14 @@
 #include "util/Particles.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace kelvo {
 namespace {
+
+constexpr const char* kEndModes[] = {"auto", "stops", "leaves"}; // in the order of TrackEndMode
 
 void CheckOptions(const TrackFitOptions& o) {
   if (o.fHypotheses.empty())
@@ -32,13 +36,30 @@ void CheckOptions(const TrackFitOptions& o) {
               o.fSigBeamMomentum, "between 0 and 1e+06 GeV/c");
 }
 
+/// Clears what is not of one hypothesis.
+void ClearTrack(TrackFit& out) {
+  TrackFit fresh;
+  fresh.fHypothesis.swap(out.fHypothesis);
+  out = std::move(fresh);
+}
+
 void Refuse(const Refusal& refusal, TrackFit& out) {
-  out.fBest = -1;
-  out.fLead = 0;
+  ClearTrack(out);
   for (HypothesisFit& fit : out.fHypothesis) RefuseFit(refusal, fit);
 }
 
 } // namespace
+
+const char* EndModeName(TrackEndMode mode) {
+  return kEndModes[static_cast<std::size_t>(mode)];
+}
+
+TrackEndMode EndMode(const std::string& name) {
+  for (std::size_t i = 0; i < std::size(kEndModes); i++)
+    if (name == kEndModes[i]) return static_cast<TrackEndMode>(i);
+  throw std::invalid_argument("the end of tracks is \"" + name +
+                              "\"; it must be auto, stops or leaves");
+}
 
 struct TrackFitter::Impl {
   Impl(const geo::GeometryBase& detector, const TrackFitOptions& options)
@@ -73,8 +94,7 @@ TrackFit TrackFitter::Fit(const HitList3D& hits) {
 void TrackFitter::Fit(const HitList3D& hits, TrackFit& out) {
   const std::vector<int>& hypotheses = fImpl->fOptions.fHypotheses;
   out.fHypothesis.resize(hypotheses.size());
-  out.fBest = -1;
-  out.fLead = 0;
+  ClearTrack(out);
   for (std::size_t h = 0; h < hypotheses.size(); h++) ClearFit(hypotheses[h], out.fHypothesis[h]);
   Refusal refusal = CheckHits(hits);
   if (!refusal) refusal = Guarded([&] { return fImpl->fChain.Fit(hits, out); });

@@ -52,6 +52,17 @@ class HypothesisFit:
     sig_T: float  #: uncertainty of T [GeV]
     sig_p: float  #: uncertainty of p [GeV/c]
     sig_length: float  #: uncertainty of length [cm]
+    leaves: bool  #: fitted as leaving the detector: T and p are NaN, p_min is a lower limit
+    end_distance: float  #: from the last hit to the boundary of what can measure, along z [cm]
+    end_planes: float  #: the same in gaps between planes
+    stop_chi2: float  #: twice the log-likelihood ratio of a free end against a stopping one
+    p_min: float  #: of a track that leaves: what it takes to get to the last hit [GeV/c]
+    p_scattering: float  #: momentum at the first hit from scattering [GeV/c]; may be infinite
+    p_scattering_low: float  #: ends of an interval of 68 % [GeV/c]
+    p_scattering_high: float  #: may be infinite: then the other one is a lower limit
+    inv_p_scattering: float  #: 1 / p_scattering [c/GeV]
+    sig_inv_p_scattering: float  #: its uncertainty [c/GeV]
+    prob_scattering: float  #: probability that a particle that stops scatters so differently
     cov: Floats  #: of (x, y, ux, uy) at fixed z: the upper triangle, row by row
     hit_view: npt.NDArray[np.int32]  #: per hit, by increasing z: 0 measures x, 1 measures y
     hit_z: Floats  #: [cm]
@@ -78,7 +89,8 @@ class TrackFit:
 
     @property
     def best(self) -> HypothesisFit | None:
-        """The most likely hypothesis, None where none is fitted."""
+        """The most likely hypothesis; None where none is fitted, and where several differ by their
+        velocity alone: of a beam, or of a track that leaves."""
         return next((h for h in self.hypotheses if h.best), None)
 
 

@@ -5,7 +5,9 @@ from __future__ import annotations
 import dataclasses
 import inspect
 import math
-from typing import Any, Callable, Sequence, TypeVar, Union
+from typing import Any, Callable, Literal, Sequence, TypeVar, Union
+
+import numpy as np
 
 from ._arrays import is_number
 from ._particles import pdg_codes
@@ -20,8 +22,9 @@ Function = TypeVar("Function", bound=Callable[..., Any])
 class TrackFitOptions:
     """What a fit is to do; the defaults are what users want for stopping particles."""
 
-    hypotheses: Sequence[Hypothesis] = ("mu", "pi", "p")
-    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212"""
+    hypotheses: Hypothesis | Sequence[Hypothesis] | None = None
+    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212; None takes all three,
+    of a beam "mu\""""
     scattering_factor: float = math.sqrt(3)
     """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
     beyond_last_hit: float = 0.5
@@ -32,12 +35,19 @@ class TrackFitOptions:
     """its uncertainty [GeV/c]"""
     with_planes: bool = False
     """whether the fit at the scattering planes is wanted: kinks, points and widths"""
+    end: Literal["auto", "stops", "leaves"] = "auto"
+    """whether tracks stop in the detector; "auto" tells by the end of each. A track that leaves has no
+    momentum from range but a lower limit, p_min"""
+    scattering_momentum: bool = True
+    """whether tracks that stop get a momentum from scattering, too"""
 
     def _to_cpp(self) -> Any:
         options = cpp().TrackFitOptions()
         members = {member.lower(): member for member in dir(options)}
         for field in dataclasses.fields(self):
             given = getattr(self, field.name)
+            if given is None:
+                given = "mu" if self.beam_momentum else ("mu", "pi", "p")
             convert: Callable[[str, Any], Any] = _CONVERSIONS.get(field.name, _number)
             setattr(options, members[_in_small_letters(field.name)], convert(field.name, given))
         return options
@@ -70,13 +80,24 @@ def _code(hypothesis: Hypothesis) -> int:
     return pdg_codes()[hypothesis]
 
 
+def _end(name: str, value: Any) -> Any:
+    if value not in ("auto", "stops", "leaves"):
+        raise Error(f'{name} is {value!r}; it must be "auto", "stops" or "leaves"')
+    return cpp().EndMode(value)
+
+
 def _truth(name: str, value: Any) -> bool:
-    if not isinstance(value, bool):
+    if not isinstance(value, (bool, np.bool_)):
         raise Error(f"{name} is {value!r}; it must be True or False")
-    return value
+    return bool(value)
 
 
-_CONVERSIONS = {"hypotheses": _hypotheses, "with_planes": _truth}
+_CONVERSIONS = {
+    "hypotheses": _hypotheses,
+    "with_planes": _truth,
+    "end": _end,
+    "scattering_momentum": _truth,
+}
 
 
 def takes_fit_options(function: Function) -> Function:

@@ -39,6 +39,7 @@ class FitSummary:
     tracks: int
     hits: int
     fitted: int  #: tracks with at least one fitted hypothesis
+    left: int  #: of these, tracks that are taken to leave the detector
     by_status: tuple[int, ...]  #: tracks by their status, 0 to 5
     bad_rows: int  #: rows, lines or hits that could not be used
     problem_count: int  #: those, and the tracks that are not fitted besides
@@ -123,6 +124,7 @@ def _summary(s: Any) -> FitSummary:
         s.fTracks,
         s.fHits,
         s.fFitted,
+        s.fLeft,
         tuple(int(n) for n in s.fByStatus),
         s.fBadLines,
         s.fProblemCount,

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 
 namespace {
@@ -83,6 +84,42 @@ TEST_F(FitCommand, WritesOneHypothesisAndTheScalarsAloneWhenAsked) {
   for (long long i = 0; i < fits.Entries(); i++)
     EXPECT_EQ(fits.Read(i, kelvo::FitPart::kNames).fPDG, 2212);
   EXPECT_FALSE(fits.HasVectors());
+}
+
+TEST_F(FitCommand, FitsTracksThatLeaveAsSuch) {
+  const auto left = [this](const std::string& arguments) {
+    const Outcome run = Fit(kMuons + " --limit 50 --hypothesis mu" + arguments);
+    EXPECT_EQ(run.fStatus, 0);
+    kelvo::FitReader fits(fFolder.Path("fits.root"));
+    long long count = 0;
+    for (long long i = 0; i < fits.Entries(); i++) {
+      const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kScalars);
+      EXPECT_EQ(row.fLeaves, std::isnan(row.fP));
+      EXPECT_EQ(row.fLeaves, std::isfinite(row.fPMin));
+      count += row.fLeaves;
+    }
+    EXPECT_EQ(Contains(run.fOut, "of these, leave the detector"), count > 0) << run.fOut;
+    return count;
+  };
+  EXPECT_EQ(left(" --end leaves"), 50);
+  EXPECT_EQ(left(" --end stops"), 0);
+  EXPECT_LT(left(""), 5);
+}
+
+TEST_F(FitCommand, LeavesOutTheMomentumFromScatteringWhenAsked) {
+  EXPECT_EQ(Fit(kMuons + " --limit 5 --hypothesis mu --end stops --no-scattering-momentum").fStatus,
+            0);
+  kelvo::FitReader fits(fFolder.Path("fits.root"));
+  for (long long i = 0; i < fits.Entries(); i++)
+    EXPECT_TRUE(std::isnan(fits.Read(i, kelvo::FitPart::kScalars).fPScattering));
+}
+
+TEST_F(FitCommand, FitsABeamAsMuonsUnlessToldOtherwise) {
+  EXPECT_EQ(Fit(kMuons + " --limit 5 --beam-momentum 2").fStatus, 0);
+  kelvo::FitReader fits(fFolder.Path("fits.root"));
+  EXPECT_EQ(fits.Entries(), 5);
+  for (long long i = 0; i < fits.Entries(); i++)
+    EXPECT_TRUE(fits.Read(i, kelvo::FitPart::kNames).fBest);
 }
 
 TEST_F(FitCommand, WritesAnRNTupleWhereThereAreSomeUnlessATreeIsWanted) {
@@ -187,6 +224,7 @@ TEST_F(FitCommand, SaysWhatIsWrongWithTheUsage) {
        "kelvo: --limit: \"-3\" is not a whole number from 0 to 18446744073709551615\n"},
       {"--scattering-factor 101",
        "kelvo: --scattering-factor: \"101\" is not a number above 0 and at most 100\n"},
+      {"--end leaving", "kelvo: --end: \"leaving\" is none of auto, stops and leaves\n"},
       {"--hypothesis mu,mu", "kelvo: --hypothesis: \"mu\" is named more than once\n"},
       {"--format hdf", "kelvo: --format: \"hdf\" is none of rntuple and ttree\n"},
       {"--csv fits.txt", "kelvo: --csv: \"fits.txt\" must end in .csv\n"},

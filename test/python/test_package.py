@@ -240,7 +240,11 @@ def test_options_have_the_defaults_of_the_library():
     from kelvo._root import cpp
 
     ours, library = kelvo.TrackFitOptions()._to_cpp(), cpp().TrackFitOptions()
-    for name in "fScatteringFactor fBeyondLastHit fBeamMomentum fSigBeamMomentum fWithPlanes".split():
+    names = (
+        "fScatteringFactor fBeyondLastHit fBeamMomentum fSigBeamMomentum fWithPlanes fEnd "
+        "fScatteringMomentum"
+    )
+    for name in names.split():
         assert getattr(ours, name) == getattr(library, name), name
     assert list(ours.fHypotheses) == list(library.fHypotheses)
 

@@ -54,7 +54,9 @@ int frame() {
   auto planes = std::make_shared<geo::PlaneDetector>(
       geo::PlaneDetector::FromFile("detectors/fine.toml"));
   ROOT::RDataFrame tracks("hits", "hits.root");
-  auto fits = kelvo::DefineFit(tracks, planes);
+  kelvo::TrackFitOptions options;
+  options.fEnd = kelvo::TrackEndMode::kStops;
+  auto fits = kelvo::DefineFit(tracks, planes, options);
   // As far as a muon comes a pion with more momentum only.
   auto more = fits.Filter("All(fit_each_p[fit_each_pdg == 211] > fit_each_p[fit_each_pdg == 13])")
                   .Count();

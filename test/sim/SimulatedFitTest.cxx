@@ -127,6 +127,7 @@ Sample Fitted(const geo::PlaneDetector& detector, const SimulationOptions& optio
   fitting.fScatteringFactor = factor;
   fitting.fBeamMomentum = options.fBeamMomentum;
   fitting.fSigBeamMomentum = options.fSigBeamMomentum;
+  fitting.fEnd = kelvo::TrackEndMode::kStops;
   const auto count = static_cast<std::size_t>(tracks);
   std::vector<SimulatedTrack> truth(count);
   std::vector<HypothesisFit> fits(count);

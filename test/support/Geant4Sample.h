@@ -37,6 +37,11 @@ inline std::filesystem::path Geant4Folder() {
   return folder / "data" / "geant4";
 }
 
+/// Returns the folder of the samples with muons that leave the detector.
+inline std::filesystem::path LeavingFolder() {
+  return Geant4Folder().replace_filename("geant4-leaving");
+}
+
 /// A gzipped text file, read line by line; its first line is skipped.
 class GzipLines {
 public:
@@ -72,8 +77,8 @@ private:
 
 /// Reads a sample such as "fine_mu".
 /// @param hits "cell" or "smeared"
-inline std::vector<Geant4Track> ReadGeant4(const std::string& sample, const std::string& hits) {
-  const std::filesystem::path folder = Geant4Folder();
+inline std::vector<Geant4Track> ReadGeant4(const std::string& sample, const std::string& hits,
+                                           const std::filesystem::path& folder = Geant4Folder()) {
   std::vector<Geant4Track> tracks;
   GzipLines truth(folder / (sample + "_truth.csv.gz"));
   while (truth.Next()) {

@@ -3,6 +3,7 @@
 #include "track/TrackChain.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace kelvo {
 
@@ -20,6 +21,7 @@ struct TrackChainStages {
     chain.FindPoints();
     done(0);
     chain.TraceMaterial();
+    chain.FindEnd(out);
     chain.PlacePlanes();
     done(1);
     chain.fEnergy.Stop(chain.fMaterial, chain.fCourse.fStretch);
@@ -35,6 +37,12 @@ struct TrackChainStages {
     }
     FindBest(out);
     done(5);
+  }
+
+  /// Returns the Cramer-Rao bound of the relative uncertainty of a momentum from scattering, for
+  /// the last track and its true momentum [GeV/c].
+  static double Bound(TrackChain& chain, double p) {
+    return 1 / std::sqrt(chain.fScattering.At(p).fInformation);
   }
 };
 

@@ -76,7 +76,8 @@ TEST(EnergyAlong, ABeamLosesWhatAStoppingParticleHas) {
     const double T = stack.fEnergy.T(p)[0];
     const double last = stack.fEnergy.T(p)[Stack::kPlanes - 1];
     EnergyAlong beam({kMass[0], kMass[1], kMass[2]});
-    beam.Pass(stack.fMaterial, stack.fStretch, std::sqrt(T * (T + 2 * kMass[p])));
+    beam.Pass(stack.fMaterial, stack.fStretch,
+              std::vector<double>(3, std::sqrt(T * (T + 2 * kMass[p]))));
     EXPECT_NEAR(beam.T(p)[0], T, 1e-12);
     EXPECT_NEAR(beam.T(p)[Stack::kPlanes - 1], last, 2e-4 * T); // layers in the other order
   }
@@ -145,7 +146,7 @@ TEST(EnergyAlong, StragglingHasTheCoreOfSingleCollisions) {
 
 TEST(EnergyAlong, HardCollisionsOfAFastMuonAreATailAndNotInTheCore) {
   Stack stack;
-  stack.fEnergy.Pass(stack.fMaterial, stack.fStretch, 5);
+  stack.fEnergy.Pass(stack.fMaterial, stack.fStretch, {5, 5, 5});
   ExpectCoreOfCollisions(stack, 0);
 }
 

@@ -334,7 +334,8 @@ struct Summary {
   std::vector<double> fPullU[3], fPullSlope[3]; ///< at the first, middle and last hit
 };
 
-Summary FitSample(const Sample& sample, const std::string& hits, const TrackFitOptions& options) {
+Summary FitSample(const Sample& sample, const std::string& hits, TrackFitOptions options) {
+  options.fEnd = kelvo::TrackEndMode::kStops;
   const std::string name = sample.fName;
   const geo::PlaneDetector detector = geo::PlaneDetector::FromFile(
       KELVO_SOURCE_DIR "/detectors/" + name.substr(0, name.find('_')) + ".toml");

@@ -46,10 +46,10 @@ class Fits:
 
     def select(self, **wanted):
         """Numbers of all columns of the tracks with these values."""
-        mask = np.ones(len(self.columns["prob"]), bool)
+        mask = np.ones(len(self.columns["hits"]), bool)
         for name, value in wanted.items():
             mask &= self.columns[name] == value
-        text = ("detector", "particle", "hits")
+        text = ("detector", "particle", "sample", "hits")
         return {k: v[mask].astype(float) for k, v in self.columns.items() if k not in text}
 
     def pulls(self, quantity, place, **wanted):
@@ -197,12 +197,12 @@ def save(figure, path):
     plt.close(figure)
 
 
-def write_between_markers(path, part):
+def write_between_markers(path, part, begin, end):
     text = path.read_text(encoding="utf-8")
-    if text.count(BEGIN) != 1 or text.count(END) != 1:
-        raise ValueError(f'{path}: expected one line "{BEGIN}" and one line "{END}"')
-    before, rest = text.split(BEGIN)
-    path.write_text(before + part + rest.split(END)[1].lstrip("\n"), encoding="utf-8")
+    if text.count(begin) != 1 or text.count(end) != 1:
+        raise ValueError(f'{path}: expected one line "{begin}" and one line "{end}"')
+    before, rest = text.split(begin)
+    path.write_text(before + part + rest.split(end)[1].lstrip("\n"), encoding="utf-8")
 
 
 def main():
@@ -211,7 +211,7 @@ def main():
     parser.add_argument("docs", type=Path, help="folder of validation.md")
     arguments = parser.parse_args()
     fits = Fits(arguments.fits)
-    write_between_markers(arguments.docs / "validation.md", markdown(fits))
+    write_between_markers(arguments.docs / "validation.md", markdown(fits), BEGIN, END)
     pictures = arguments.docs / "img"
     pictures.mkdir(exist_ok=True)
     plot_momentum(fits, pictures / "validation-momentum.svg")

@@ -98,7 +98,9 @@ struct Fits {
 Fits FitSample(const Sample& sample, const char* hits) {
   const geo::PlaneDetector detector = geo::PlaneDetector::FromFile(
       std::string(KELVO_SOURCE_DIR "/detectors/") + sample.fDetector + ".toml");
-  kelvo::TrackFitter fitter(detector);
+  kelvo::TrackFitOptions options;
+  options.fEnd = kelvo::TrackEndMode::kStops; // as all do
+  kelvo::TrackFitter fitter(detector, options);
   const std::string name = std::string(sample.fDetector) + "_" + sample.fParticle;
   Fits fits;
   for (const Geant4Track& track : kelvo::test::ReadGeant4(name, hits)) {
