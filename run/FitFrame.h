@@ -28,7 +28,7 @@ namespace kelvo {
 /// The new columns have the names and the meaning of those in a file of fits (docs/files.md),
 /// except for track:
 ///
-/// - fit_p, fit_status, fit_pull, ... of the best hypothesis, the first one where none is fitted;
+/// - fit_p, fit_status, fit_pull, ... of the best hypothesis, the first one where there is none;
 /// - fit_each_p, fit_each_status, ... of all hypotheses, in the order of the options: a vector for
 ///   each column of one number.
 ///
