@@ -54,6 +54,7 @@ void EnergyAlong::Stop(const MaterialAlong& material, const std::vector<double>&
   fT.resize(fMasses.size() * fPoints);
   fNow.assign(fMasses.size(), 0);
   fRange.assign(fMasses.size(), 0);
+  fLoss.assign(fMasses.size(), 0);
   fRangeIn = nullptr;
   for (std::size_t i = fPoints; i-- > 0;) {
     Upstream(material, i < gaps.size() ? gaps[i] : material.End(), stretch[i]);
@@ -83,13 +84,15 @@ void EnergyAlong::Upstream(const MaterialAlong& material, const Gap& gap, double
     if (fRangeIn != &in) fRange[p] = table.Range(fNow[p]);
     if (fRange[p] < kFar * length) {
       fNow[p] = ThroughLayers(material, gap, stretch, p, fNow[p]);
+      fLoss[p] = table.Loss(fNow[p]);
       fRange[p] = table.Range(fNow[p]);
       continue;
     }
     double more = main->fThickness;
     if (gap.fN > 1) {
-      const double middle = table.Energy(fRange[p] + 0.5 * length);
-      const double perLoss = 1 / table.Loss(middle);
+      const double middle = fNow[p] + 0.5 * length * fLoss[p];
+      fLoss[p] = table.Loss(middle);
+      const double perLoss = 1 / fLoss[p];
       for (const Layer* layer = layers; layer != layers + gap.fN; layer++)
         if (layer != main)
           more += layer->fThickness * data[layer->fMaterial].fTables[p].Loss(middle) * perLoss;

@@ -55,6 +55,7 @@ private:
   std::size_t fPoints = 0;
   std::vector<double> fT;                 // by particle, then by point [GeV]
   std::vector<double> fNow;               // at the point at hand, by particle [GeV]
+  std::vector<double> fLoss;              // per length there, about [GeV/cm]
   std::vector<double> fRange;             // of these in one material [cm]
   const MaterialData* fRangeIn = nullptr; // null: none yet
 };

@@ -84,21 +84,24 @@ double RadLenAround(const std::vector<Gap>& gaps, std::size_t i, double window) 
   return sum;
 }
 
-/// A straight line through the hits of a view, by least squares.
+/// A straight line through the hits of a view, by least squares: sums about the first hit.
 struct StraightLine {
-  double f0 = 0, fZ = 0, fU = 0, fZZ = 0, fZU = 0; // weighted sums
+  double fZ0 = 0, fU0 = 0;
+  double f0 = 0, fZ = 0, fU = 0, fZZ = 0, fZU = 0;
 
   void Add(double z, double u, double sig) {
-    const double w = 1 / (sig * sig);
-    const double share = w / (f0 + w);
-    const double dz = z - fZ, du = u - fU;
-    fZZ += f0 * share * dz * dz;
-    fZU += f0 * share * dz * du;
+    if (f0 == 0) {
+      fZ0 = z;
+      fU0 = u;
+    }
+    const double w = 1 / (sig * sig), dz = z - fZ0, du = u - fU0;
     f0 += w;
-    fZ += share * dz;
-    fU += share * du;
+    fZ += w * dz;
+    fU += w * du;
+    fZZ += w * dz * dz;
+    fZU += w * dz * du;
   }
-  double Slope() const { return fZU / fZZ; }
+  double Slope() const { return (f0 * fZU - fZ * fU) / (f0 * fZZ - fZ * fZ); }
 };
 
 /// The straight line through the hits of a view around one of them.
@@ -180,7 +183,8 @@ void TrackChain::SortHits(const HitList3D& hits) {
     return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ) <
            std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ);
   };
-  std::sort(fHits.begin(), fHits.end(), isUpstream);
+  if (!std::is_sorted(fHits.begin(), fHits.end(), isUpstream))
+    std::sort(fHits.begin(), fHits.end(), isUpstream);
   for (ViewHits& view : fViewHits) view.Clear();
 }
 
