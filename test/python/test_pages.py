@@ -30,7 +30,7 @@ def folder(tmp_path_factory):
     bad = folder / f"{EVIL.replace('/', '|')}.csv"
     bad.write_text(f"track,view,u,z,sigu\n1,X,{EVIL.replace(',', '')},3,1\n2,Y,1,9,1\n")
     result = subprocess.run(
-        [COMMAND, "fit", HITS, bad, "--limit", "3002", "-d", detector, "-o", "fits.root",
+        [COMMAND, "fit", HITS, bad, "--planes", "--limit", "3002", "-d", detector, "-o", "fits.root",
          "--report", "report.html"],
         cwd=folder, capture_output=True, text=True)
     assert result.returncode == 1, result.stderr  # some of the input could not be used
