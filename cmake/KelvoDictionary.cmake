@@ -4,8 +4,11 @@
 # load it by itself. No path of the machine that built it is in them: util/HeaderPath.cxx tells ROOT
 # where the headers are as seen from the library.
 function(kelvo_add_dictionary target linkdef)
+  # A dictionary keeps the layout of all classes that its headers include.
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/*/*.h)
+  list(FILTER headers EXCLUDE REGEX "/(app|bench|build|draw|test|tools)/[^/]*$")
   ROOT_GENERATE_DICTIONARY(G__${target} ${ARGN} MODULE ${target} LINKDEF ${linkdef}
-                           OPTIONS -noIncludePaths)
+                           OPTIONS -noIncludePaths EXTRA_DEPENDENCIES ${headers})
   # ROOT's generated code has warnings of its own.
   target_compile_options(G__${target} PRIVATE -w)
 endfunction()
