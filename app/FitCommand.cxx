@@ -37,9 +37,12 @@ Examples:
   kelvo fit beam.csv --detector detectors/telescope.toml -o fits.root --hypothesis pi --beam-momentum 120
       --column track=event --column sigx=sigma_x --column sigy=sigma_y
       a beam of 120 GeV/c pions, in a file with column names of its own
+  kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --charge-resolution 0.2
+      --fractions mu=0.8,pi=0.1,p=0.1
+      hits with a column q, the deposit in each cell in any unit, measured to 20 %
 
 Hits come as CSV (plain or gzip), one hit a line, with columns track,view,u,z,sigu (lengths in cm or --unit,
-view X or Y; optional: sigz,t,sigt,w), or x,y,sigx,sigy in place of view,u,sigu; or as a ROOT file
+view X or Y; optional: sigz,t,sigt,w,q), or x,y,sigx,sigy in place of view,u,sigu; or as a ROOT file
 with a TTree or RNTuple of these names, one entry a track.
 The output has one entry per track and hypothesis in the table "fits", in the order of the input.
 Exit status: 0 all input was used, 1 some lines or tracks could not be used or the hits cannot be of
@@ -53,6 +56,7 @@ struct FitArguments {
   std::string fEnd = "auto";
   bool fNoScatteringMomentum = false;
   std::vector<std::string> fColumns;
+  std::vector<std::string> fFractions;
   std::string fFormat = DefaultTableFormat() == TableFormat::kRNTuple ? "rntuple" : "ttree";
 };
 
@@ -143,6 +147,21 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
       ->check(NumberWithin(0, 100, "from 0 to 100"))
       ->capture_default_str()
       ->group(group);
+  fit.add_option("--charge-resolution", f.fChargeResolution,
+                 "The hits have deposits (column q), whose relative standard deviation is this for "
+                 "a minimum-ionising particle that crosses a plane at right angles")
+      ->check(NumberWithin(0.02, 2, "from 0.02 to 2"))
+      ->group(group);
+  fit.add_option("--charge-scale", f.fChargeScale,
+                 "Deposit in q per GeV; without, it is found from the first tracks")
+      ->check(NumberWithin(1e-12, 1e12, "from 1e-12 to 1e12"))
+      ->group(group);
+  fit.add_option("--fractions", a.fFractions,
+                 "Fractions of the particles among all tracks, for the probability of each "
+                 "hypothesis (default: equal)")
+      ->delimiter(',')
+      ->type_name("mu=0.8,pi=0.1,p=0.1")
+      ->group(group);
   CLI::Option* end =
       fit.add_option(
              "--end", a.fEnd,
@@ -173,6 +192,26 @@ void Register(CLI::App& fit, FitArguments& a) {
   RegisterModel(fit, a);
 }
 
+/// Sets the fractions of the hypotheses from texts such as mu=0.8.
+void SetFractions(const std::vector<std::string>& texts, TrackFitOptions& options) {
+  std::vector<double>& fractions = options.fFractions;
+  fractions.assign(texts.empty() ? 0 : options.fHypotheses.size(), 0);
+  for (const std::string& text : texts) {
+    const std::size_t equals = std::min(text.find('='), text.size());
+    const Particle* particle = FindParticle(text.substr(0, equals));
+    const auto value = NumberFrom<double>(text.substr(std::min(equals + 1, text.size())));
+    const auto& codes = options.fHypotheses;
+    const auto h = particle ? std::find(codes.begin(), codes.end(), particle->fPDG) : codes.end();
+    if (!value || !(*value > 0 && *value <= 1e6) || h == codes.end())
+      throw std::invalid_argument("--fractions: \"" + text +
+                                  "\" is not of the form mu=0.8 with one of the hypotheses and a "
+                                  "number above 0");
+    fractions[static_cast<std::size_t>(h - codes.begin())] = *value;
+  }
+  if (std::count(fractions.begin(), fractions.end(), 0) > 0)
+    throw std::invalid_argument("--fractions: each hypothesis needs one");
+}
+
 void Complete(FitArguments& a) {
   TrackFitOptions& fit = a.fFile.fFit;
   fit.fEnd = EndMode(a.fEnd);
@@ -185,6 +224,7 @@ void Complete(FitArguments& a) {
       throw std::invalid_argument("--hypothesis: \"" + name + "\" is named more than once");
     fit.fHypotheses.push_back(FindParticle(name)->fPDG);
   }
+  SetFractions(a.fFractions, a.fFile.fFit);
   for (const std::string& text : a.fColumns) {
     const auto [name, other] = Mapping(text);
     a.fFile.fReader.fColumns[name] = other;
@@ -219,6 +259,8 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
     if (summary.fByStatus[status] > 0)
       PrintLine((std::string("not fitted: ") + StatusWords(static_cast<int>(status))).c_str(),
                 summary.fByStatus[status]);
+  if (summary.fChargeScale > 0)
+    std::printf("  %-36s %10.4g\n", "deposit per GeV", summary.fChargeScale);
   if (summary.fBadLines > 0) PrintLine("lines that could not be used", summary.fBadLines);
 
   std::printf("\n  %-12s %10s %10s   %s\n", "hypothesis", "fitted", "best",

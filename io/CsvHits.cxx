@@ -102,7 +102,7 @@ void CsvHits::AddLine(TrackHits& track) {
     throw FileError(fmt::format(
         FMT_STRING("{}: track {} has more than {} hits; is column {} the number of the track?"),
         Place(), track.fTrack, kMaxHits, fColumns.Name(kHitTrack)));
-  AddHit(fColumns, fLine.fValues, track.fHits);
+  AddHit(fColumns, fLine.fValues, track);
 }
 
 void CsvHits::TakeStrays(TrackHits& track) {

@@ -21,6 +21,8 @@ void SetScalars(const HypothesisFit& fit, FitRow& row) {
   row.fNDF = fit.fNDF;
   row.fProb = fit.fProb;
   row.fLogLikelihood = fit.fLogLikelihood;
+  row.fLogLikelihoodCharge = fit.fLogLikelihoodCharge;
+  row.fProbHypothesis = fit.fProbHypothesis;
   row.fX = fit.fPosition.X();
   row.fY = fit.fPosition.Y();
   row.fZ = fit.fPosition.Z();

@@ -33,6 +33,8 @@ struct FitRow {
   int fNDF = 0;
   double fProb = 0;
   double fLogLikelihood = 0;
+  double fLogLikelihoodCharge = 0;
+  double fProbHypothesis = 0;
   double fX = 0;
   double fY = 0;
   double fZ = 0;
@@ -99,6 +101,8 @@ void VisitScalars(Visit visit) {
   visit("ndf", &FitRow::fNDF);
   visit("prob", &FitRow::fProb);
   visit("log_likelihood", &FitRow::fLogLikelihood);
+  visit("log_likelihood_charge", &FitRow::fLogLikelihoodCharge);
+  visit("prob_hypothesis", &FitRow::fProbHypothesis);
   visit("x", &FitRow::fX);
   visit("y", &FitRow::fY);
   visit("z", &FitRow::fZ);

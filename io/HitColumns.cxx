@@ -12,7 +12,7 @@ namespace kelvo {
 
 const std::vector<std::string>& HitColumnNames() {
   static const std::vector<std::string> names{"track", "view", "u",    "sigu", "x",    "y", "sigx",
-                                              "sigy",  "z",    "sigz", "t",    "sigt", "w"};
+                                              "sigy",  "z",    "sigz", "t",    "sigt", "w", "q"};
   return names;
 }
 

@@ -24,6 +24,7 @@ enum HitColumn {
   kHitT,
   kHitSigT,
   kHitW,
+  kHitQ,
   kHitColumns ///< how many there are
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <limits>
 
 namespace kelvo {
 
@@ -56,7 +57,8 @@ const char* BrokenRule(HitColumn column, double value) {
   }
 }
 
-void AddHit(const HitColumns& columns, const HitValues& values, HitList3D& hits) {
+void AddHit(const HitColumns& columns, const HitValues& values, TrackHits& track) {
+  HitList3D& hits = track.fHits;
   const bool both = columns.BothViews();
   const auto cm = [&](HitColumn column) { return columns.Unit().ToCm(values[column]); };
   Hit3D hit;
@@ -77,10 +79,13 @@ void AddHit(const HitColumns& columns, const HitValues& values, HitList3D& hits)
     y.fY = cm(both ? kHitY : kHitU);
     y.fSigY = cm(both ? kHitSigY : kHitSigU);
   }
+  if (!columns.Has(kHitQ)) return;
+  track.fCharges.push_back(values[kHitQ]);
+  track.fCharges.resize(hits.size(), std::numeric_limits<double>::infinity());
 }
 
 std::string AddRow(const HitColumns& columns, const HitNumbers& numbers, std::size_t i,
-                   HitList3D& hits) {
+                   TrackHits& track) {
   HitValues values = AbsentHitValues();
   for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
     const auto column = static_cast<HitColumn>(c);
@@ -89,7 +94,7 @@ std::string AddRow(const HitColumns& columns, const HitNumbers& numbers, std::si
     if (const char* rule = BrokenRule(column, values[c]))
       return fmt::format(FMT_STRING("column {}: {}"), columns.Name(column), rule);
   }
-  AddHit(columns, values, hits);
+  AddHit(columns, values, track);
   return "";
 }
 
@@ -100,7 +105,7 @@ void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& t
   const std::string length = LengthProblem(columns, numbers);
   if (!length.empty()) return add(length);
   for (std::size_t i = 0; i < numbers[kHitZ].fSize; i++) {
-    const std::string problem = AddRow(columns, numbers, i, track.fHits);
+    const std::string problem = AddRow(columns, numbers, i, track);
     if (!problem.empty()) add(fmt::format(FMT_STRING("hit {}, {}"), i, problem));
   }
 }

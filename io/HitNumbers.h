@@ -25,7 +25,7 @@ double CharacterCode(std::string_view text);
 const char* BrokenRule(HitColumn column, double value);
 
 /// Appends a hit of good numbers, as one hit or as one of each view.
-void AddHit(const HitColumns& columns, const HitValues& values, HitList3D& hits);
+void AddHit(const HitColumns& columns, const HitValues& values, TrackHits& track);
 
 /// Numbers that lie one after the other in memory of somebody else.
 struct Numbers {
@@ -42,7 +42,7 @@ using HitNumbers = std::array<Numbers, kHitColumns>;
 /// Appends hit i, or returns what is wrong with it: column and rule, such as "column sigu: is not
 /// above 0".
 [[nodiscard]] std::string AddRow(const HitColumns& columns, const HitNumbers& numbers,
-                                 std::size_t i, HitList3D& hits);
+                                 std::size_t i, TrackHits& track);
 
 /// Appends all hits of a track that is one entry of a table, or says what is wrong with it.
 /// @param track its place begins the messages, where it has the name of a file

@@ -11,9 +11,11 @@ namespace kelvo {
 
 /// The hits of one track as they were found in a file.
 struct TrackHits {
-  long long fTrack = 0; ///< number of the track in its file
-  HitList3D fHits;      ///< in the order of the file; those that could be read
-  std::string fFile;    ///< the file that the track is from
+  long long fTrack = 0;         ///< number of the track in its file
+  HitList3D fHits;              ///< in the order of the file; those that could be read
+  std::vector<double> fCharges; ///< measured deposits of the hits, in their order, infinity for
+                                ///< none; empty where the file has no column of them
+  std::string fFile;            ///< the file that the track is from
   unsigned long long fPlace =
       0; ///< line of its first hit, from 1; in a ROOT file its entry, in memory its row, from 0
   const char* fPlaceWord = "line"; ///< what fPlace counts
@@ -64,6 +66,8 @@ public:
 /// | x, y, sigx, sigy | instead of these, for planes that measure both: gives two hits |
 /// | z | position of the plane |
 /// | sigz, t, sigt, w | optional: uncertainty of z, time, its uncertainty, weight (1) |
+/// | q | optional: energy deposited in the hit's cell, in any unit; of planes that measure both, in
+/// the cell that measures x |
 ///
 /// Lengths are in cm unless the options name another unit. Other columns are skipped, as are empty
 /// lines and those that begin with "#". A ROOT file has a TTree or an RNTuple with one entry a

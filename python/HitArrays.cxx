@@ -99,7 +99,7 @@ void HitArrays::AddRowsOfTrack(TrackHits& track) {
             "{}, column {}: track {} had rows further up; the rows of a track must stand together"),
         fRows->Place(row), fRows->fColumns.Name(kHitTrack), track.fTrack));
   for (; row < fRows->fN && fRows->fTracks[row] == track.fTrack; row++) {
-    const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track.fHits);
+    const std::string problem = AddRow(fRows->fColumns, fRows->fNumbers, row, track);
     if (!problem.empty()) track.AddProblem(fRows->Place(row) + ", " + problem);
   }
 }

@@ -25,7 +25,8 @@ std::string List(const std::vector<std::string>& texts) {
 }
 
 /// Returns the options that make the result, in the form of a TOML table.
-std::string DescribeOptions(const FitFileOptions& options) {
+/// @param chargeScale 0: deposits are not used
+std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   const TrackFitOptions& used = options.fFit;
   std::string hypotheses;
   for (const int pdg : used.fHypotheses)
@@ -46,15 +47,24 @@ std::string DescribeOptions(const FitFileOptions& options) {
   add("with_planes", used.fWithPlanes ? "true" : "false");
   add("end", TomlText(EndModeName(used.fEnd)));
   add("scattering_momentum", used.fScatteringMomentum ? "true" : "false");
+  if (chargeScale > 0) {
+    add("charge_resolution", ExactNumber(used.fChargeResolution));
+    add("charge_scale", ExactNumber(chargeScale));
+  }
+  std::string fractions;
+  for (const double fraction : used.fFractions)
+    fractions += (fractions.empty() ? "" : ", ") + ExactNumber(fraction);
+  if (!fractions.empty()) add("fractions", "[" + fractions + "]");
   add("limit", std::to_string(options.fLimit));
   return text;
 }
 
-FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptions& options) {
+FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptions& options,
+                               double chargeScale) {
   FitWriterOptions writing;
   writing.fFormat = options.fFormat;
   writing.fWithVectors = !options.fScalarsOnly;
-  writing.fTexts = {{"options", DescribeOptions(options)},
+  writing.fTexts = {{"options", DescribeOptions(options, chargeScale)},
                     {"detector", detector.Text()},
                     {"version", KELVO_VERSION}};
   if (!options.fCommand.empty()) writing.fTexts["command"] = options.fCommand;
@@ -70,7 +80,7 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
   HitReader reader(options.fInputs, options.fReader);
   FitRun run(detector, reader, options);
   PendingFile output(options.fOutput);
-  FitWriter fits(output, WriterOptions(detector, options));
+  FitWriter fits(output, WriterOptions(detector, options, run.ChargeScale()));
   std::optional<PendingFile> csvOutput;
   std::optional<FitCsvWriter> csv;
   if (!options.fCsv.empty()) csv.emplace(csvOutput.emplace(options.fCsv));

@@ -1,24 +1,15 @@
 #include "run/FitRun.h"
 
+#include "run/ChargeScale.h"
 #include "util/Text.h"
 
 #include <TROOT.h>
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace kelvo {
-
-namespace {
-
-RowFitter MakeFitter(const geo::Detector& detector, const TrackFitOptions& options) {
-  CheckMaterials(detector, options);
-  // One thread may read a ROOT file while others use ROOT, too.
-  ROOT::EnableThreadSafety();
-  return {TrackFitter(detector.Geometry(), options), detector.Planes()};
-}
-
-} // namespace
 
 void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& options) {
   if (options.fBeamMomentum > 0) return;
@@ -51,7 +42,36 @@ bool FitRun::Fit(const std::function<void(const FittedBlock&)>& write, const GoO
   return true;
 }
 
+/// The scale is found before the first thread starts, so that it does not depend on their number.
+RowFitter FitRun::MakeFitter(const geo::Detector& detector, const TrackFitOptions& options) {
+  CheckMaterials(detector, options);
+  // One thread may read a ROOT file while others use ROOT, too.
+  ROOT::EnableThreadSafety();
+  RowFitter fitter(TrackFitter(detector.Geometry(), options), detector.Planes());
+  if (fitter.MipDeposit() == 0) return fitter;
+  fChargeScale = options.fChargeScale;
+  if (fChargeScale > 0) return fitter;
+  for (TrackHits track; fFirst.size() < kTracksForScale && Read(track);) fFirst.push_back(track);
+  if (fFirst.empty()) return fitter;
+  fChargeScale = FitChargeScale(fitter, fFirst);
+  fitter.SetChargeScale(fChargeScale);
+  return fitter;
+}
+
+FitSummary FitRun::Summary() const {
+  FitSummary summary = fTally.Summary(fProgress.fSeconds);
+  summary.fChargeScale = fChargeScale;
+  return summary;
+}
+
 bool FitRun::Next(TrackHits& track) {
+  if (fFirst.empty()) return Read(track);
+  track = std::move(fFirst.front());
+  fFirst.pop_front();
+  return true;
+}
+
+bool FitRun::Read(TrackHits& track) {
   if (fLimit != 0 && fRead == fLimit) return false;
   if (!fHits.Next(track)) return false;
   fRead++;

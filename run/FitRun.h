@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <functional>
 
 namespace kelvo {
@@ -23,7 +24,8 @@ void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& option
 class FitRun {
 public:
   /// @param detector, hits must outlive the object
-  /// @throw std::invalid_argument for options out of range, and as CheckMaterials does
+  /// @throw std::invalid_argument for options out of range, as CheckMaterials does, and where the
+  ///        scale of deposits is to be found and cannot be; then what the source throws, too
   FitRun(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options);
 
   /// Fits block after block, in the order of the source.
@@ -34,7 +36,11 @@ public:
   bool Fit(const std::function<void(const FittedBlock&)>& write, const GoOn& goOn);
 
   /// Returns what came out up to here.
-  FitSummary Summary() const { return fTally.Summary(fProgress.fSeconds); }
+  FitSummary Summary() const;
+
+  /// Returns the measured deposit per GeV, given or found from the first tracks; 0 where deposits
+  /// are not used.
+  double ChargeScale() const { return fChargeScale; }
 
   /// Returns what cannot be meant by the hits up to here.
   std::vector<std::string> Doubts() const { return fTally.Doubts(); }
@@ -43,7 +49,9 @@ public:
   double Fraction() const { return fFraction; }
 
 private:
+  RowFitter MakeFitter(const geo::Detector& detector, const TrackFitOptions& options);
   bool Next(TrackHits& track);
+  bool Read(TrackHits& track);
 
   HitSource& fHits;
   unsigned long long fLimit;
@@ -52,6 +60,8 @@ private:
   std::chrono::steady_clock::time_point fStart = std::chrono::steady_clock::now();
   Progress fProgress;
   FitTally fTally;
+  double fChargeScale = 0;
+  std::deque<TrackHits> fFirst; // read ahead to find the scale of their deposits
   FittedBlocks fBlocks;
 };
 

@@ -26,6 +26,7 @@ struct FitSummary {
   std::vector<std::string> fProblems;   ///< the first ten of these problems
   std::vector<std::string> fDoubts;     ///< what cannot be meant by the hits, as HitPlanes counts
   std::vector<HypothesisSummary> fHypotheses;
+  double fChargeScale = 0; ///< measured deposit per GeV; 0: deposits were not used
   double fSeconds = 0;
 
   bool AllUsed() const { return fBadLines == 0 && fFitted == fTracks; }

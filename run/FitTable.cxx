@@ -66,11 +66,14 @@ void FitColumns::Append(const std::vector<FitRow>& rows) {
   fRows += rows.size();
 }
 
-FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits) {
+FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits,
+                       const std::vector<double>& charges) {
   TrackHits track;
   track.fHits = hits;
   FitColumns columns(true);
-  columns.Append(FitRows(track, fitter.Fit(hits), true));
+  TrackFit fit;
+  fitter.Fit(hits, charges, fit);
+  columns.Append(FitRows(track, fit, true));
   return columns;
 }
 

@@ -51,7 +51,9 @@ private:
 };
 
 /// Fits one track and returns the result as the rows of a table, one per hypothesis.
-FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits);
+/// @param charges as for the fitter
+FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits,
+                       const std::vector<double>& charges = {});
 
 /// From hits of any source to all fits in memory, with the same content as a file of fits.
 ///

@@ -7,7 +7,7 @@ namespace kelvo {
 const TrackFit& RowFitter::Fit(TrackHits& track) {
   if (fPlanes) AddPlaneOffsets(*fPlanes, track.fHits);
   if (track.Good())
-    fFitter.Fit(track.fHits, fFit);
+    fFitter.Fit(track.fHits, track.fCharges, fFit);
   else
     SetUnusable(track);
   return fFit;

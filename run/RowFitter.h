@@ -26,6 +26,10 @@ public:
   const geo::PlaneDetector* Planes() const { return fPlanes; }
   const TrackFitOptions& Options() const { return fFitter.Options(); }
 
+  /// As in TrackFitter.
+  void SetChargeScale(double scale) { fFitter.SetChargeScale(scale); }
+  double MipDeposit() const { return fFitter.MipDeposit(); }
+
 private:
   void SetUnusable(const TrackHits& track);
 

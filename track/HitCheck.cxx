@@ -104,4 +104,17 @@ Refusal CheckHits(const HitList3D& hits) {
   return CheckView("Y", count[1]);
 }
 
+Refusal CheckCharges(std::size_t hits, const std::vector<double>& charges) {
+  if (!charges.empty() && charges.size() != hits)
+    return {FitStatus::kBadNumber, "there are " + std::to_string(charges.size()) +
+                                       " deposits for " + std::to_string(hits) +
+                                       " hits; there must be one for each, or none"};
+  for (std::size_t i = 0; i < charges.size(); i++)
+    if (!(charges[i] > -std::numeric_limits<double>::infinity()))
+      return {FitStatus::kBadNumber, "the deposit of hit " + std::to_string(i) + " is " +
+                                         NumberText(charges[i]) +
+                                         "; it must be a number, or infinity where there is none"};
+  return {};
+}
+
 } // namespace kelvo

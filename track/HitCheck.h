@@ -3,7 +3,9 @@
 #include "func/HitList3D.h"
 #include "track/TrackFit.h"
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 namespace kelvo {
 
@@ -18,5 +20,9 @@ struct Refusal {
 /// Checks what the library would choke on: views, finite numbers of a sane size, positive
 /// uncertainties, and two hits at different z in each view. The first fault is told.
 Refusal CheckHits(const HitList3D& hits);
+
+/// Checks that deposits are as many as hits, or none, and finite numbers or infinity, which stands
+/// for none.
+Refusal CheckCharges(std::size_t hits, const std::vector<double>& charges);
 
 } // namespace kelvo

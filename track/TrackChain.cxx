@@ -14,6 +14,7 @@
 namespace kelvo {
 namespace {
 
+constexpr double kNoCharge = std::numeric_limits<double>::infinity();
 constexpr double kSmallestCosine = 0.02; // between a track and z: 88.9 degrees
 
 double Stretch(double slopeX, double slopeY) {
@@ -130,19 +131,27 @@ struct LocalLine {
   double At(double z) const { return fU + fSlope * (z - fZ); }
 };
 
+/// Returns the log-likelihood of all that was measured.
+double LogLikelihood(const HypothesisFit& fit) {
+  const bool hasCharge = !std::isnan(fit.fLogLikelihoodCharge);
+  return hasCharge ? fit.fLogLikelihood + fit.fLogLikelihoodCharge : fit.fLogLikelihood;
+}
+
 } // namespace
 
-TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options)
+TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options,
+                       const ChargeLikelihood* charge)
     : fOptions(options),
       fPlaneDetector(dynamic_cast<const geo::PlaneDetector*>(&detector)),
+      fCharge(charge),
       fMasses(Masses(options.fHypotheses)),
       fMaterial(DetectorMaterials(detector, options.fHypotheses, options.fBeamMomentum == 0)),
       fEnergy(fMasses),
       fOwnEnergy(fMasses),
       fScattering(fMaterial, 0, fMasses[0]) {}
 
-Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
-  SortHits(hits);
+Refusal TrackChain::Fit(const HitList3D& hits, const std::vector<double>& charges, TrackFit& out) {
+  SortHits(hits, charges);
   if (Refusal refusal = LayCourse()) return refusal;
   FindPoints();
   TraceMaterial();
@@ -166,22 +175,26 @@ Refusal TrackChain::Fit(const HitList3D& hits, TrackFit& out) {
     SolveViews();
     Fill(lanes);
   }
-  FindBest(out);
+  AddCharges(out);
+  FindBest(fOptions.fFractions, out);
   if (!Stops() && fMasses.size() > 1) ForgetBest(out);
   return {};
 }
 
-void TrackChain::SortHits(const HitList3D& hits) {
+void TrackChain::SortHits(const HitList3D& hits, const std::vector<double>& charges) {
+  const double perGeV = ChargePerGeV();
   fHits.clear();
-  for (const Hit3D& hit : hits) {
+  for (std::size_t i = 0; i < hits.size(); i++) {
+    const Hit3D& hit = hits[i];
     const bool isX = hit.fView == geo::kX;
     fHits.push_back({isX ? std::size_t{0} : std::size_t{1}, hit.fZ, isX ? hit.fX : hit.fY,
-                     isX ? hit.fSigX : hit.fSigY, hit.fSigZ, 0});
+                     isX ? hit.fSigX : hit.fSigY, hit.fSigZ, 0,
+                     charges.empty() ? kNoCharge : charges[i] / perGeV});
   }
   // A complete order, so that the result does not depend on the order of hits in one plane.
   const auto isUpstream = [](const TrackHit& a, const TrackHit& b) {
-    return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ) <
-           std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ);
+    return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ, a.fQ) <
+           std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ, b.fQ);
   };
   if (!std::is_sorted(fHits.begin(), fHits.end(), isUpstream))
     std::sort(fHits.begin(), fHits.end(), isUpstream);
@@ -347,6 +360,30 @@ void TrackChain::Leave(TrackFit& out) {
     fMomenta[h] = std::fmax(fMomenta[h], least); // NaN without kinks
   }
   fEnergy.Pass(fMaterial, fCourse.fStretch, fMomenta);
+}
+
+/// The energies are those along the line through neighbouring hits, and so are the paths in cells.
+void TrackChain::AddCharges(TrackFit& out) {
+  if (!fCharge || !Stops()) return;
+  fChargedHits.clear();
+  for (std::size_t i = 0; i < fHits.size(); i++) {
+    const std::size_t v = fHits[i].fView;
+    if (std::isfinite(fHits[i].fQ))
+      fChargedHits.push_back({i,
+                              v,
+                              fHits[i].fZ,
+                              fPoints[i].fX[v],
+                              fPoints[i].fSig[v],
+                              {fCourse.fSlope[0][i], fCourse.fSlope[1][i]},
+                              fHits[i].fQ});
+  }
+  fCharge->FindPaths(fChargedHits, fHits.size(), fChargePaths);
+  if (fChargePaths.empty()) return;
+  const double units = static_cast<double>(fChargePaths.size()) * std::log(ChargePerGeV());
+  for (std::size_t h = 0; h < out.fHypothesis.size(); h++)
+    if (out.fHypothesis[h].fStatus == FitStatus::kFitted)
+      out.fHypothesis[h].fLogLikelihoodCharge =
+          fCharge->LogLikelihood(h, fChargePaths, fEnergy.T(h)) - units;
 }
 
 /// The width of a kink is Highland's with the momentum at its plane. The square of beta p grows
@@ -633,23 +670,34 @@ void RefuseFit(const Refusal& refusal, HypothesisFit& fit) {
   fit.fMessage = refusal.fMessage;
 }
 
-void FindBest(TrackFit& out) {
+void FindBest(const std::vector<double>& fractions, TrackFit& out) {
   constexpr double kTie = 1e-9; // nats; two hits in each view fit every hypothesis equally well
   double best = 0, second = 0;
   int fitted = 0;
   for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
     const HypothesisFit& fit = out.fHypothesis[h];
     if (fit.fStatus != FitStatus::kFitted) continue;
+    const double likelihood = LogLikelihood(fit);
     fitted++;
-    if (fitted == 1 || fit.fLogLikelihood > best + kTie) {
+    if (fitted == 1 || likelihood > best + kTie) {
       second = best;
-      best = fit.fLogLikelihood;
+      best = likelihood;
       out.fBest = static_cast<int>(h);
-    } else if (fitted == 2 || fit.fLogLikelihood > second) {
-      second = fit.fLogLikelihood;
+    } else if (fitted == 2 || likelihood > second) {
+      second = likelihood;
     }
   }
   out.fLead = fitted > 1 ? best - second : 0;
+  double sum = 0;
+  for (std::size_t h = 0; h < out.fHypothesis.size(); h++) {
+    HypothesisFit& fit = out.fHypothesis[h];
+    if (fit.fStatus != FitStatus::kFitted) continue;
+    fit.fProbHypothesis =
+        (fractions.empty() ? 1 : fractions[h]) * std::exp(LogLikelihood(fit) - best);
+    sum += fit.fProbHypothesis;
+  }
+  if (sum > 0)
+    for (HypothesisFit& fit : out.fHypothesis) fit.fProbHypothesis /= sum;
 }
 
 void ForgetBest(TrackFit& out) {
@@ -657,6 +705,8 @@ void ForgetBest(TrackFit& out) {
   const auto first = std::find_if(out.fHypothesis.begin(), out.fHypothesis.end(), fitted);
   out.fHasBest = false;
   out.fLead = 0;
+  constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+  for (HypothesisFit& fit : out.fHypothesis) fit.fProbHypothesis = kUnknown;
   if (first != out.fHypothesis.end()) out.fBest = static_cast<int>(first - out.fHypothesis.begin());
 }
 

@@ -3,6 +3,7 @@
 #include "fit/LaneSmoother.h"
 #include "func/HitList3D.h"
 #include "geo/GeometryBase.h"
+#include "track/ChargeLikelihood.h"
 #include "track/EnergyAlong.h"
 #include "track/HitCheck.h"
 #include "track/MaterialAlong.h"
@@ -43,15 +44,18 @@ struct ViewHits {
 /// calculated side by side, in lanes.
 class TrackChain {
 public:
-  /// Both arguments must outlive the object.
-  TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options);
+  /// All arguments must outlive the object.
+  /// @param charge the likelihood of deposits; null: they are not used
+  TrackChain(const geo::GeometryBase& detector, const TrackFitOptions& options,
+             const ChargeLikelihood* charge = nullptr);
   TrackChain(const TrackChain&) = delete;
   TrackChain& operator=(const TrackChain&) = delete;
 
   /// Fits checked hits. `out` holds one cleared fit per hypothesis. A reason that concerns the
   /// whole track is returned, one that concerns a hypothesis is left in its fit.
   /// @throws GeometryRefusal, KelvoException and what the detector throws
-  Refusal Fit(const HitList3D& hits, TrackFit& out);
+  /// @param charges of the hits, in their order; empty: they have none
+  Refusal Fit(const HitList3D& hits, const std::vector<double>& charges, TrackFit& out);
 
 private:
   friend struct TrackChainStages; // the benchmark times the stages one by one
@@ -62,6 +66,7 @@ private:
     double fZ, fU;     // as measured [cm]
     double fSigU, fSigZ;
     double fSig; // of the position at the measured z [cm]
+    double fQ;   // deposit [GeV]; infinity: none
   };
 
   /// The fits of hypotheses that are calculated side by side.
@@ -85,9 +90,10 @@ private:
     double fSlopePerAngle[2]; // change of a view's slope per angle
   };
 
+  double ChargePerGeV() const { return fOptions.fChargeScale > 0 ? fOptions.fChargeScale : 1; }
   bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
   bool Stops() const { return !IsBeam() && !fLeaves; }
-  void SortHits(const HitList3D& hits);
+  void SortHits(const HitList3D& hits, const std::vector<double>& charges);
   Refusal LayCourse();
   void FindPoints();
   void TraceMaterial();
@@ -97,6 +103,7 @@ private:
   void CompareWithStopping(double freeEnd, TrackFit& out);
   bool AreCells() const;
   void Leave(TrackFit& out);
+  void AddCharges(TrackFit& out);
   void FindWidths(const LaneFits& lanes);
   void FindNoise();
   void SolveViews();
@@ -115,6 +122,7 @@ private:
 
   const TrackFitOptions& fOptions;
   const geo::PlaneDetector* fPlaneDetector; // null: the detector's planes are not known
+  const ChargeLikelihood* fCharge;          // null: not used
   std::vector<double> fMasses;              // of the hypotheses [GeV]
   std::vector<double> fMomenta; // of the hypotheses at the first hit, where they go on [GeV/c]
   MaterialAlong fMaterial;
@@ -132,6 +140,8 @@ private:
   std::vector<Plane> fPlanes;
   std::vector<double> fPlaneZ;            // of fPlanes [cm]
   std::vector<std::size_t> fPlanesBefore; // number of planes before each hit
+  std::vector<ChargedHit> fChargedHits;
+  std::vector<ChargeLikelihood::Path> fChargePaths;
 
   std::vector<LaneMeasurement> fMeasurements; // fHits
 
@@ -152,8 +162,9 @@ void ClearFit(int pdg, HypothesisFit& fit);
 void RefuseFit(const Refusal& refusal, HypothesisFit& fit);
 
 /// Sets index and lead of the most likely hypothesis among those that are fitted, of equals the
-/// first.
-void FindBest(TrackFit& out);
+/// first; and the probability of each.
+/// @param fractions of the hypotheses; empty: all equal
+void FindBest(const std::vector<double>& fractions, TrackFit& out);
 
 /// Leaves the first hypothesis that is fitted in place of the most likely one, of several that
 /// differ by nothing but their velocity.

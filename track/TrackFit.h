@@ -40,6 +40,13 @@ struct TrackFitOptions {
   TrackEndMode fEnd = TrackEndMode::kAuto; ///< of no meaning for a beam
   bool fScatteringMomentum = true; ///< whether all tracks get a momentum from scattering; those
                                    ///< that leave need one
+  double fChargeResolution = 0;    ///< standard deviation of the measured deposit of a
+                                ///< minimum-ionising particle that crosses a plane at right angles,
+                                ///< as a fraction of it; 0: deposits are not used
+  double fChargeScale = 0; ///< measured deposit per GeV; 0: a run finds it from its first tracks,
+                           ///< and a single track has its deposits in GeV
+  std::vector<double> fFractions; ///< of the hypotheses among all tracks, in their order and up to
+                                  ///< a common factor; empty: all equal
   bool fWithPlanes = false; ///< whether the fit at the scattering planes is wanted: kinks, points
                             ///< and widths, which take as much time as half of all else
 };
@@ -96,13 +103,17 @@ struct MomentumFromScattering {
 struct HypothesisFit {
   int fPDG = 0;
   FitStatus fStatus = FitStatus::kFitted;
-  std::string fMessage;               ///< empty when fitted, else one sentence
-  std::array<ViewFit, 2> fView;       ///< 0: x, 1: y
-  int fNDF = 0;                       ///< of both views
-  double fProb = 0;                   ///< of both views
-  double fLogLikelihood = 0;          ///< marginal log-likelihood of the measurements
-  std::vector<double> fPlaneS;        ///< way along the track from its first hit to each scattering
-                                      ///< plane [cm]
+  std::string fMessage;         ///< empty when fitted, else one sentence
+  std::array<ViewFit, 2> fView; ///< 0: x, 1: y
+  int fNDF = 0;                 ///< of both views
+  double fProb = 0;             ///< of both views
+  double fLogLikelihood = 0;    ///< marginal log-likelihood of the measurements
+  /// Log-likelihood of the deposits in their own units; NaN where there are none.
+  double fLogLikelihoodCharge = std::numeric_limits<double>::quiet_NaN();
+  double fProbHypothesis = 0;  ///< probability of this hypothesis among those that are fitted, from
+                               ///< both likelihoods and the fractions of the options
+  std::vector<double> fPlaneS; ///< way along the track from its first hit to each scattering
+                               ///< plane [cm]
   std::vector<TVector3> fPlanePoint;  ///< the fitted track at the planes, detector frame [cm]
   std::vector<double> fPlaneSigAlpha; ///< widths used, scattering factor included [rad]
   std::vector<HitFit> fHit;
@@ -134,7 +145,8 @@ struct HypothesisFit {
 struct TrackFit {
   std::vector<HypothesisFit> fHypothesis; ///< in the order of the options
   int fBest = -1;   ///< index of the most likely hypothesis, -1 where none was fitted
-  double fLead = 0; ///< its log-likelihood minus that of the second best [nats]
+  double fLead = 0; ///< its log-likelihood, with that of the deposits, minus that of the second
+                    ///< best [nats]
   bool fHasBest =
       true; ///< false where several hypotheses differ by nothing but their velocity: of
             ///< a beam, or of a track that leaves; fBest is then the first that is fitted

@@ -6,6 +6,7 @@
 #include "track/TrackFit.h"
 
 #include <memory>
+#include <vector>
 
 namespace kelvo {
 
@@ -35,7 +36,21 @@ public:
   /// As above, into a result whose memory is used again.
   void Fit(const HitList3D& hits, TrackFit& out);
 
+  /// As above, with the energy deposited in the cell of each hit.
+  /// @param charges in the order of the hits, in units of GeV times the scale of the options;
+  ///                infinity for a hit without, empty where no hit has one. Not used unless the
+  ///                options have a resolution.
+  void Fit(const HitList3D& hits, const std::vector<double>& charges, TrackFit& out);
+
   const TrackFitOptions& Options() const;
+
+  /// Changes the measured deposit per GeV of the options.
+  /// @throws std::invalid_argument as the constructor
+  void SetChargeScale(double scale);
+
+  /// Returns the mean deposit of a minimum-ionising particle that crosses the detector's first
+  /// plane at right angles [GeV]; 0 where deposits are not used.
+  double MipDeposit() const;
 
 private:
   struct Impl;

@@ -8,9 +8,9 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
-from ._arrays import Floats
+from ._arrays import Floats, floats
 from ._columns import views
-from ._root import call, cpp
+from ._root import call, cpp, root
 from .detector import DetectorLike, PlaneDetector, cpp_detector
 from .errors import Error
 from .hits import HitList3D
@@ -37,6 +37,8 @@ class HypothesisFit:
     ndf: int  #: degrees of freedom of both views
     prob: float  #: probability of a larger chi-square
     log_likelihood: float  #: of the hits, all kinks integrated over
+    log_likelihood_charge: float  #: of the deposits; NaN without
+    prob_hypothesis: float  #: probability of this hypothesis among all, for the fractions given
     x: float  #: the track at the plane of its first hit [cm]
     y: float
     z: float
@@ -118,17 +120,27 @@ class TrackFitter:
     def Options(self) -> TrackFitOptions:
         return self._options
 
-    def Fit(self, hits: HitList3D) -> TrackFit:
-        """Fits one track. Bad hits raise nothing: status and message say what is wrong."""
+    def Fit(self, hits: HitList3D, q: Floats | None = None) -> TrackFit:
+        """Fits one track. Bad hits raise nothing: status and message say what is wrong.
+
+        q: energy deposited in the cell of each hit, in GeV or in the unit of the options' charge_scale,
+            infinity where none was measured; used where the options have a charge_resolution
+        """
         if not isinstance(hits, HitList3D):
             raise Error(f"hits is a {type(hits).__name__}; TrackFitter.Fit takes a kelvo.HitList3D")
-        columns = call(cpp().FitOneTrack, self._cpp, hits._cpp)
+        columns = call(cpp().FitOneTrack, self._cpp, hits._cpp, _charges(q, len(hits)))
         table = views(columns, columns)
         names = [field.name for field in dataclasses.fields(HypothesisFit)]
         rows = range(columns.Rows())
         return TrackFit(
             tuple(HypothesisFit(*(_value(*table[name], row) for name in names)) for row in rows)
         )
+
+
+def _charges(q: Floats | None, n: int) -> Any:
+    if q is not None:
+        floats("q", q, n)
+    return root().std.vector["double"](() if q is None else q)
 
 
 def _value(kind: str, values: Any, offsets: Any, row: int) -> Any:

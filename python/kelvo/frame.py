@@ -26,7 +26,7 @@ def define_fit(
         momentum = kelvo.define_fit(tracks, "detectors/fine.toml").Histo1D("fit_p")
 
     The hits are columns of vectors: view, u, z, sigu; or x, y, z, sigx, sigy; optional sigz, t,
-    sigt, w. The new columns have the names of those in files of fits: fit_p, fit_status, fit_pull,
+    sigt, w, q. The new columns have the names of those in files of fits: fit_p, fit_status, fit_pull,
     ... of the best hypothesis (the first one where there is none), and fit_each_p, ... of all
     hypotheses as a vector for each column of one number. An entry is fitted once, in whichever
     thread works on it; the bits do not depend on the number of threads.

@@ -40,6 +40,13 @@ class TrackFitOptions:
     momentum from range but a lower limit, p_min"""
     scattering_momentum: bool = True
     """whether tracks that stop get a momentum from scattering, too"""
+    charge_resolution: float = 0.0
+    """hits have deposits q, whose relative standard deviation is this for a minimum-ionising particle
+    that crosses a plane at right angles; 0: they are not used"""
+    charge_scale: float = 0.0
+    """deposit in q per GeV; 0: fit_tracks finds it from the first tracks, else q is in GeV"""
+    fractions: Sequence[float] = ()
+    """of the hypotheses among all tracks, for the probability of each; empty: equal"""
 
     def _to_cpp(self) -> Any:
         options = cpp().TrackFitOptions()
@@ -72,6 +79,10 @@ def _hypotheses(name: str, value: Any) -> Any:
     return root().std.vector["int"]([_code(hypothesis) for hypothesis in given])
 
 
+def _fractions(name: str, value: Any) -> Any:
+    return root().std.vector["double"]([_number("a number in " + name, v) for v in value])
+
+
 def _code(hypothesis: Hypothesis) -> int:
     if not isinstance(hypothesis, str):
         return hypothesis
@@ -97,6 +108,7 @@ _CONVERSIONS = {
     "with_planes": _truth,
     "end": _end,
     "scattering_momentum": _truth,
+    "fractions": _fractions,
 }
 
 

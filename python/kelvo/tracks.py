@@ -46,6 +46,7 @@ class FitSummary:
     problems: tuple[str, ...]  #: the first ten of these problems
     doubts: tuple[str, ...]  #: what cannot be meant, such as lengths in mm or views exchanged
     hypotheses: tuple[HypothesisSummary, ...]
+    charge_scale: float  #: measured deposit per GeV; 0: deposits were not used
     seconds: float
 
 
@@ -73,7 +74,7 @@ def fit_tracks(
     hits: a pandas frame with one hit a row, the rows of a track together; an awkward array with one
         track an entry; or names of files as the command takes them, one or a sequence. Columns:
         track (whole number), view (X or Y, 0 or 1), u, z, sigu; or x, y, sigx, sigy for planes that
-        measure both; optional sigz, t, sigt, w. Numbers of any type. Others are skipped.
+        measure both; optional sigz, t, sigt, w, q. Numbers of any type. Others are skipped.
     detector: the name of a detector's file, or a kelvo.PlaneDetector
     threads: None takes all that the process may use; the result does not depend on it
     output: "pandas" gives a DataFrame, with vectors as Arrow lists; "awkward" an awkward array
@@ -131,6 +132,7 @@ def _summary(s: Any) -> FitSummary:
         tuple(str(problem) for problem in s.fProblems),
         tuple(str(doubt) for doubt in s.fDoubts),
         hypotheses,
+        s.fChargeScale,
         s.fSeconds,
     )
 

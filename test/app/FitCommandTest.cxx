@@ -211,7 +211,7 @@ TEST_F(FitCommand, SaysWhatIsWrongWithTheUsage) {
       {"--column energy=E",
        "kelvo: column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
        "sigx, "
-       "sigy, z, sigz, t, sigt, w\n"},
+       "sigy, z, sigz, t, sigt, w, q\n"},
       {"--scattering-factor nan",
        "kelvo: --scattering-factor: \"nan\" is not a number above 0 and at most 100\n"},
       {"--beyond-last-hit -0.1",

@@ -527,7 +527,7 @@ TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(),
                  "column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
-                 "sigx, sigy, z, sigz, t, sigt, w");
+                 "sigx, sigy, z, sigz, t, sigt, w, q");
   }
 }
 

@@ -20,7 +20,7 @@ TRACKS = 200
 
 SCALARS = (
     "track pdg status message best n_x n_y chi2_x chi2_y chi2_kink_x chi2_kink_y ndf prob "
-    "log_likelihood x y z ux uy uz T p beta gamma length radlen sig_T sig_p sig_length "
+    "log_likelihood log_likelihood_charge prob_hypothesis x y z ux uy uz T p beta gamma length radlen sig_T sig_p sig_length "
     "leaves end_distance end_planes stop_chi2 p_min p_scattering p_scattering_low "
     "p_scattering_high inv_p_scattering sig_inv_p_scattering prob_scattering"
 ).split()

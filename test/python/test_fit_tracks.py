@@ -131,6 +131,28 @@ def test_options_are_those_of_the_command(tmp_path, frame):
     assert_same(fits, expected)
 
 
+def test_deposits_give_the_bits_of_the_command(tmp_path, frame):
+    hits = frame.assign(q=0.01 + 0.01 * np.random.default_rng(6).random(len(frame)))
+    hits.to_csv(tmp_path / "hits.csv", index=False)
+    expected = command(
+        tmp_path, tmp_path / "hits.csv", "--detector", DETECTOR, "--limit", "20",
+        "--charge-resolution", "0.2", "--fractions", "pi=0.3,mu=0.5,p=0.2",
+    )
+    fits = kelvo.fit_tracks(
+        hits, DETECTOR, limit=20, output="awkward", charge_resolution=0.2, fractions=(0.5, 0.3, 0.2)
+    )
+    assert_same(fits, expected)
+    scale = fits.attrs["summary"].charge_scale
+    assert 0.2 < scale < 5
+    first = hits[hits.track == hits.track.iloc[0]]
+    view = (first.view == "Y").to_numpy(np.int64)
+    options = kelvo.TrackFitOptions(charge_resolution=0.2, charge_scale=scale, fractions=(0.5, 0.3, 0.2))
+    track = kelvo.HitList3D(view, *(first[name].to_numpy() for name in ("u", "z", "sigu")))
+    single = kelvo.TrackFitter(DETECTOR, options).Fit(track, first.q.to_numpy())
+    assert [h.log_likelihood_charge for h in single.hypotheses] == list(fits.log_likelihood_charge[:3])
+    assert [h.prob_hypothesis for h in single.hypotheses] == list(fits.prob_hypothesis[:3])
+
+
 def test_planes_of_both_views_and_columns_of_other_names(tmp_path):
     random = np.random.default_rng(5)
     z = np.tile(np.arange(4.0), 30)
@@ -294,7 +316,7 @@ def test_results_outlive_what_made_them(frame):
     np.testing.assert_array_equal(p, kept)
 
 
-KNOWN = "track, view, u, sigu, x, y, sigx, sigy, z, sigz, t, sigt, w"
+KNOWN = "track, view, u, sigu, x, y, sigx, sigy, z, sigz, t, sigt, w, q"
 
 MISTAKES = [
     (lambda f: kelvo.fit_tracks(f.drop(columns="sigu"), DETECTOR),

@@ -333,7 +333,7 @@ TEST(FitFrame, SaysWhichColumnIsMissingAndWhichThereAre) {
         kelvo::DefineFit(frame, Fine(), {}, {{"Z", "depth"}});
       }),
       "column \"Z\" is none of those that hits have: track, view, u, sigu, x, y, sigx, sigy, z, "
-      "sigz, t, sigt, w");
+      "sigz, t, sigt, w, q");
 }
 
 TEST(FitFrame, RefusesWhatIsNoVectorOfNumbers) {

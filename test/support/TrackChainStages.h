@@ -16,7 +16,7 @@ struct TrackChainStages {
   /// Fits a track and calls done(i) after each piece of stage i.
   template <class Done>
   static void Fit(TrackChain& chain, const HitList3D& hits, TrackFit& out, Done&& done) {
-    chain.SortHits(hits);
+    chain.SortHits(hits, {});
     chain.LayCourse();
     chain.FindPoints();
     done(0);
@@ -35,7 +35,7 @@ struct TrackChainStages {
       done(4);
       chain.Fill(lanes);
     }
-    FindBest(out);
+    FindBest({}, out);
     done(5);
   }
 
