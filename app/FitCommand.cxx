@@ -127,6 +127,11 @@ void RegisterInput(CLI::App& fit, FitArguments& a) {
       ->type_name("UNIT")
       ->capture_default_str()
       ->group(group);
+  fit.add_option("--sigma", a.fFile.fReader.fSigma,
+                 "Uncertainty of u, x and y in files that have none (default: the detector's "
+                 "resolution)")
+      ->check(NumberWithin(kTiny, 1e6, "above 0 and at most 1000000"))
+      ->group(group);
   fit.add_option("--tree", a.fFile.fReader.fTree,
                  "Table of hits in ROOT files (default: hits, or the only one)")
       ->type_name("NAME")

@@ -179,6 +179,16 @@ unsigned PlaneDetector::NearestPlane(double z) const {
   return z - fPlanes[i - 1].ZMid() <= fPlanes[i].ZMid() - z ? i - 1 : i;
 }
 
+const ActivePlane* PlaneDetector::NearestPlane(double z, unsigned view) const {
+  const auto nearest = fPlanes.begin() + NearestPlane(z);
+  const auto measures = [view](const ActivePlane& plane) { return plane.Measures(view); };
+  const auto above = std::find_if(nearest, fPlanes.end(), measures);
+  const auto below = std::find_if(std::make_reverse_iterator(nearest), fPlanes.rend(), measures);
+  if (above == fPlanes.end()) return below == fPlanes.rend() ? nullptr : &*below;
+  if (below == fPlanes.rend()) return &*above;
+  return z - below->ZMid() < std::abs(above->ZMid() - z) ? &*below : &*above;
+}
+
 std::vector<std::string> PlaneDetector::MaterialNames() const {
   std::vector<std::string> names;
   for (const TGeoMaterial* m : fUsed) names.emplace_back(m->GetName());

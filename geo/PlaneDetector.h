@@ -43,7 +43,8 @@ struct ActivePlane {
   double fOffset[3]; ///< x, y, z [cm]: where the plane is minus where hits assume it to be;
                      ///< what to add to the coordinates of a hit
 
-  double ZMid() const { return 0.5 * (fZLow + fZHigh); }                 ///< [cm]
+  double ZMid() const { return 0.5 * (fZLow + fZHigh); } ///< [cm]
+  double ZOfHits() const { return ZMid() - fOffset[2]; } ///< where hits assume it to be [cm]
   bool Measures(unsigned view) const { return fCells[view].fCount > 0; } ///< view 0: x, 1: y
   const char* View() const;                                              ///< "X", "Y" or "XY"
 };
@@ -92,6 +93,10 @@ public:
   /// Returns the index of the plane whose mid z is nearest to z [cm], the upstream one at equal
   /// distance. Cost: logarithm of the number of planes.
   unsigned NearestPlane(double z) const;
+
+  /// Returns the plane that measures a view and whose mid z is nearest to z [cm], null without one.
+  /// @param view 0: x, 1: y
+  const ActivePlane* NearestPlane(double z, unsigned view) const;
 
   /// Returns the smallest box that holds all parts [cm].
   const Box& Extent() const { return fExtent; }

@@ -150,9 +150,11 @@ bool CsvHits::ParseHit() {
 bool CsvHits::ParseValue(HitColumn column, double& value) {
   if (column == kHitView)
     value = CharacterCode(Field(column));
+  else if (column == kHitPlane)
+    value = fColumns.PlaneNumber(Field(column));
   else if (!ParseNumber(column, value))
     return false;
-  const char* rule = BrokenRule(column, value);
+  const char* rule = BrokenRule(fColumns, column, value);
   return !rule || Fail(column, Shown(Field(column)) + ' ' + rule);
 }
 

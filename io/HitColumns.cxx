@@ -6,13 +6,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <stdexcept>
 
 namespace kelvo {
 
 const std::vector<std::string>& HitColumnNames() {
-  static const std::vector<std::string> names{"track", "view", "u",    "sigu", "x",    "y", "sigx",
-                                              "sigy",  "z",    "sigz", "t",    "sigt", "w", "q"};
+  static const std::vector<std::string> names{"track", "view", "u",    "sigu", "x",
+                                              "y",     "sigx", "sigy", "z",    "sigz",
+                                              "t",     "sigt", "w",    "q",    "plane"};
   return names;
 }
 
@@ -20,6 +23,10 @@ void CheckHitConventions(const HitConventions& conventions) {
   if (!FindLengthUnit(conventions.fUnit))
     throw std::invalid_argument(fmt::format(FMT_STRING("the unit {} is none of {}"),
                                             Shown(conventions.fUnit), kLengthUnitNames));
+  if (!(conventions.fSigma >= 0 && std::isfinite(conventions.fSigma)))
+    throw std::invalid_argument(
+        fmt::format(FMT_STRING("the uncertainty of hits is {}; it must be above 0, or 0 for none"),
+                    NumberText(conventions.fSigma)));
   const auto& names = HitColumnNames();
   for (const auto& [name, other] : conventions.fColumns) {
     if (std::find(names.begin(), names.end(), name) != names.end()) continue;
@@ -32,6 +39,8 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
                        const HitConventions& conventions, bool numbered) {
   CheckHitConventions(conventions);
   fUnit = *FindLengthUnit(conventions.fUnit);
+  fSigma = fUnit.ToCm(conventions.fSigma);
+  fPlanes = conventions.fPlanes;
   const auto& mapping = conventions.fColumns;
   for (std::size_t c = 0; c < kHitColumns; c++) {
     std::string& name = fNames[c];
@@ -51,12 +60,48 @@ HitColumns::HitColumns(const std::string& place, const std::vector<std::string>&
 
   std::vector<HitColumn> needed = fBothViews ? ofBoth : ofOne;
   if (numbered) needed.insert(needed.begin(), kHitTrack);
+  if (Has(kHitZ) || !fPlanes) fIndex[kHitPlane] = -1;
+  const auto maybeAbsent = [&](HitColumn c) {
+    if (mapping.count(HitColumnNames()[c]) > 0) return false;
+    if (c == kHitZ) return Has(kHitPlane);
+    const bool isSigma = c == kHitSigU || c == kHitSigX || c == kHitSigY;
+    return isSigma && (fSigma > 0 || fPlanes);
+  };
   for (const HitColumn c : needed)
-    if (!Has(c))
+    if (!Has(c) && !maybeAbsent(c))
       throw FileError(fmt::format(FMT_STRING("{}: there is no column {} but {}; a column of "
-                                             "another name needs a mapping, {}=NAME"),
+                                             "another name needs a mapping, {}=NAME; hits have "
+                                             "track,view,u,z,sigu or track,x,y,z,sigx,sigy"),
                                   place, Shown(Name(c)), Shown(Joined(inFile)),
                                   HitColumnNames()[c]));
+}
+
+double HitColumns::Sigma(unsigned view, double z) const {
+  if (fSigma > 0 || !fPlanes) return fSigma;
+  const geo::ActivePlane* plane = fPlanes->NearestPlane(z, view);
+  return plane ? plane->fCells[view].fResolution : 0;
+}
+
+double HitColumns::PlaneNumber(std::string_view text) const {
+  double number = -1;
+  const char* end = text.data() + text.size();
+  if (const auto [stop, error] = std::from_chars(text.data(), end, number);
+      error == std::errc() && stop == end)
+    return IsPlane(number) ? number : -1;
+  const auto& planes = fPlanes->Planes();
+  const auto named = [text](const geo::ActivePlane& plane) { return plane.fName == text; };
+  const auto found = std::find_if(planes.begin(), planes.end(), named);
+  const bool one = found != planes.end() && std::none_of(found + 1, planes.end(), named);
+  return one ? static_cast<double>(found - planes.begin()) : -1;
+}
+
+bool HitColumns::IsPlane(double number) const {
+  return number >= 0 && number < static_cast<double>(fPlanes->Planes().size()) &&
+         number == std::floor(number);
+}
+
+double HitColumns::ZOfPlane(double number) const {
+  return fPlanes->Planes()[static_cast<std::size_t>(number)].ZOfHits();
 }
 
 } // namespace kelvo

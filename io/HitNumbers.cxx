@@ -15,14 +15,20 @@ int ViewOf(double value) {
   return -1;
 }
 
-/// Which column has another length than that of z; empty if none has.
+/// The column that says where hits are.
+HitColumn Position(const HitColumns& columns) {
+  return columns.Has(kHitPlane) ? kHitPlane : kHitZ;
+}
+
+/// Which column has another length than that of the position; empty if none has.
 std::string LengthProblem(const HitColumns& columns, const HitNumbers& numbers) {
-  const std::size_t n = numbers[kHitZ].fSize;
+  const HitColumn position = Position(columns);
+  const std::size_t n = numbers[position].fSize;
   for (std::size_t c = kHitTrack + 1; c < kHitColumns; c++) {
     const auto column = static_cast<HitColumn>(c);
     if (columns.Has(column) && numbers[c].fSize != n)
       return fmt::format(FMT_STRING("column {}: has {} values where column {} has {}"),
-                         columns.Name(column), numbers[c].fSize, columns.Name(kHitZ), n);
+                         columns.Name(column), numbers[c].fSize, columns.Name(position), n);
   }
   return "";
 }
@@ -39,7 +45,7 @@ double CharacterCode(std::string_view text) {
   return text.size() == 1 && text[0] > ' ' ? text[0] : -1.0;
 }
 
-const char* BrokenRule(HitColumn column, double value) {
+const char* BrokenRule(const HitColumns& columns, HitColumn column, double value) {
   if (!std::isfinite(value)) return "is not a finite number";
   switch (column) {
     case kHitView:
@@ -52,6 +58,8 @@ const char* BrokenRule(HitColumn column, double value) {
     case kHitSigT:
     case kHitW:
       return value < 0 ? "is below 0" : nullptr;
+    case kHitPlane:
+      return columns.IsPlane(value) ? nullptr : "is not the number, from 0, or name of one plane";
     default:
       return nullptr;
   }
@@ -62,7 +70,10 @@ void AddHit(const HitColumns& columns, const HitValues& values, TrackHits& track
   const bool both = columns.BothViews();
   const auto cm = [&](HitColumn column) { return columns.Unit().ToCm(values[column]); };
   Hit3D hit;
-  hit.fZ = cm(kHitZ);
+  hit.fZ = columns.Has(kHitPlane) ? columns.ZOfPlane(values[kHitPlane]) : cm(kHitZ);
+  const auto sigma = [&](HitColumn column, unsigned view) {
+    return columns.Has(column) ? cm(column) : columns.Sigma(view, hit.fZ);
+  };
   hit.fSigZ = cm(kHitSigZ);
   hit.fT = values[kHitT];
   hit.fSigT = values[kHitSigT];
@@ -71,13 +82,13 @@ void AddHit(const HitColumns& columns, const HitValues& values, TrackHits& track
     Hit3D& x = hits.emplace_back(hit);
     x.fView = geo::kX;
     x.fX = cm(both ? kHitX : kHitU);
-    x.fSigX = cm(both ? kHitSigX : kHitSigU);
+    x.fSigX = sigma(both ? kHitSigX : kHitSigU, 0);
   }
   if (both || ViewOf(values[kHitView]) == geo::kY) {
     Hit3D& y = hits.emplace_back(hit);
     y.fView = geo::kY;
     y.fY = cm(both ? kHitY : kHitU);
-    y.fSigY = cm(both ? kHitSigY : kHitSigU);
+    y.fSigY = sigma(both ? kHitSigY : kHitSigU, 1);
   }
   if (!columns.Has(kHitQ)) return;
   track.fCharges.push_back(values[kHitQ]);
@@ -91,7 +102,7 @@ std::string AddRow(const HitColumns& columns, const HitNumbers& numbers, std::si
     const auto column = static_cast<HitColumn>(c);
     if (!columns.Has(column)) continue;
     values[c] = numbers[c][i];
-    if (const char* rule = BrokenRule(column, values[c]))
+    if (const char* rule = BrokenRule(columns, column, values[c]))
       return fmt::format(FMT_STRING("column {}: {}"), columns.Name(column), rule);
   }
   AddHit(columns, values, track);
@@ -104,7 +115,7 @@ void AddEntry(const HitColumns& columns, const HitNumbers& numbers, TrackHits& t
   };
   const std::string length = LengthProblem(columns, numbers);
   if (!length.empty()) return add(length);
-  for (std::size_t i = 0; i < numbers[kHitZ].fSize; i++) {
+  for (std::size_t i = 0; i < numbers[Position(columns)].fSize; i++) {
     const std::string problem = AddRow(columns, numbers, i, track);
     if (!problem.empty()) add(fmt::format(FMT_STRING("hit {}, {}"), i, problem));
   }

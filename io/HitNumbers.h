@@ -22,7 +22,7 @@ double CharacterCode(std::string_view text);
 
 /// Returns the rule that a number breaks, such as "is not above 0"; null for a good one. A table of
 /// hits is held to these rules wherever it is from; which sizes a fit can take, CheckHits says.
-const char* BrokenRule(HitColumn column, double value);
+const char* BrokenRule(const HitColumns& columns, HitColumn column, double value);
 
 /// Appends a hit of good numbers, as one hit or as one of each view.
 void AddHit(const HitColumns& columns, const HitValues& values, TrackHits& track);

@@ -38,6 +38,7 @@ std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   add("hits", List(options.fInputs));
   for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, TomlText(other));
   if (options.fReader.fUnit != kCentimetre.fName) add("unit", TomlText(options.fReader.fUnit));
+  if (options.fReader.fSigma > 0) add("sigma", ExactNumber(options.fReader.fSigma));
   if (!options.fReader.fTree.empty()) add("tree", TomlText(options.fReader.fTree));
   add("hypotheses", "[" + hypotheses + "]");
   add("scattering_factor", ExactNumber(used.fScatteringFactor));
@@ -77,7 +78,9 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
                    const GoOn& progress) {
   if (options.fInputs.empty()) throw std::invalid_argument("there is no file of hits");
   CheckApart(options.fInputs, {options.fOutput, options.fCsv});
-  HitReader reader(options.fInputs, options.fReader);
+  HitReaderOptions reading = options.fReader;
+  reading.fPlanes = detector.Planes();
+  HitReader reader(options.fInputs, reading);
   FitRun run(detector, reader, options);
   PendingFile output(options.fOutput);
   FitWriter fits(output, WriterOptions(detector, options, run.ChargeScale()));

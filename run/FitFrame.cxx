@@ -137,9 +137,11 @@ std::vector<std::string> DefineHits(RNode& frame, const HitColumns& columns,
   return names;
 }
 
-HitColumns FindColumns(RNode& tracks, const std::map<std::string, std::string>& mapping) {
+HitColumns FindColumns(RNode& tracks, const std::map<std::string, std::string>& mapping,
+                       const geo::GeometryBase* detector) {
   HitConventions conventions;
   conventions.fColumns = mapping;
+  conventions.fPlanes = dynamic_cast<const geo::PlaneDetector*>(detector);
   try {
     return HitColumns("the data frame", tracks.GetColumnNames(), conventions, false);
   } catch (const FileError& e) {
@@ -202,7 +204,7 @@ ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
                            const TrackFitOptions& options,
                            const std::map<std::string, std::string>& columns,
                            const std::string& prefix) {
-  const HitColumns found = FindColumns(tracks, columns);
+  const HitColumns found = FindColumns(tracks, columns, detector.get());
   const auto fitter = MakeFitter(detector, options, found, tracks.GetNSlots());
   const std::vector<std::string> hits = DefineHits(tracks, found, prefix);
   const std::string source = Hidden(prefix, "result");

@@ -64,15 +64,8 @@ std::vector<std::string> HitPlaneCounts::Doubts() const {
   return doubts;
 }
 
-HitPlanes::HitPlanes(const geo::PlaneDetector* detector) {
-  if (!detector) return;
-  for (const geo::ActivePlane& plane : detector->Planes())
-    for (const unsigned view : {0u, 1u})
-      if (plane.Measures(view)) fPlanes[view].push_back(&plane);
-}
-
 void HitPlanes::Count(const HitList3D& hits, HitPlaneCounts& counts) {
-  if (fPlanes[0].empty() && fPlanes[1].empty()) return;
+  if (!fDetector) return;
   fFound.clear();
   for (const Hit3D& hit : hits) {
     counts.fHits++;
@@ -93,18 +86,12 @@ void HitPlanes::Count(const HitList3D& hits, HitPlaneCounts& counts) {
 
 /// Returns the plane of a view that a position is on, null for none.
 const geo::ActivePlane* HitPlanes::PlaneAt(int view, double z) const {
-  const auto distance = [z](const geo::ActivePlane* plane) { return std::abs(z - plane->ZMid()); };
-  const auto& planes = fPlanes[view];
-  const auto above =
-      std::partition_point(planes.begin(), planes.end(),
-                           [z](const geo::ActivePlane* plane) { return plane->ZMid() < z; });
-  const geo::ActivePlane* nearest = above == planes.end() ? nullptr : *above;
-  if (above != planes.begin() && (!nearest || distance(above[-1]) <= distance(nearest)))
-    nearest = above[-1];
+  const geo::ActivePlane* nearest = fDetector->NearestPlane(z, static_cast<unsigned>(view));
   if (!nearest) return nullptr;
   const double half = 0.5 * (nearest->fZHigh - nearest->fZLow);
   // A little more than half, since a hit may be at the face.
-  return distance(nearest) <= std::max(1.001 * half, kMinDepth) ? nearest : nullptr;
+  const bool isOn = std::abs(z - nearest->ZMid()) <= std::max(1.001 * half, kMinDepth);
+  return isOn ? nearest : nullptr;
 }
 
 /// Neighbouring cells are less than two cells apart wherever in them their hits are.

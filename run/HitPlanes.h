@@ -30,7 +30,7 @@ struct HitPlaneCounts {
 class HitPlanes {
 public:
   /// @param detector must outlive the object; null: nothing is counted
-  explicit HitPlanes(const geo::PlaneDetector* detector);
+  explicit HitPlanes(const geo::PlaneDetector* detector) : fDetector(detector) {}
 
   /// Counts the hits of one track; their planes' offsets are in them. A hit is on a plane where it
   /// is at most half of the plane's depth from its middle, or 1 mm for thinner ones.
@@ -45,8 +45,8 @@ private:
   const geo::ActivePlane* PlaneAt(int view, double z) const;
   void CountSeparated(HitPlaneCounts& counts);
 
-  std::vector<const geo::ActivePlane*> fPlanes[2]; // of each view, by increasing z
-  std::vector<Found> fFound;                       // of the current track
+  const geo::PlaneDetector* fDetector;
+  std::vector<Found> fFound; // of the current track
 };
 
 } // namespace kelvo

@@ -211,7 +211,7 @@ TEST_F(FitCommand, SaysWhatIsWrongWithTheUsage) {
       {"--column energy=E",
        "kelvo: column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
        "sigx, "
-       "sigy, z, sigz, t, sigt, w, q\n"},
+       "sigy, z, sigz, t, sigt, w, q, plane\n"},
       {"--scattering-factor nan",
        "kelvo: --scattering-factor: \"nan\" is not a number above 0 and at most 100\n"},
       {"--beyond-last-hit -0.1",
@@ -256,7 +256,8 @@ TEST_F(FitCommand, SaysWhatIsWrongWithFiles) {
             "kelvo: missing.csv: cannot be opened: No such file or directory\n");
   EXPECT_EQ(error("other.csv -o fits.root" + fine),
             "kelvo: other.csv, line 1: there is no column \"track\" but \"event, view, u, z, "
-            "sigu\"; a column of another name needs a mapping, track=NAME\n");
+            "sigu\"; a column of another name needs a mapping, track=NAME; hits have "
+            "track,view,u,z,sigu or track,x,y,z,sigx,sigy\n");
   EXPECT_EQ(error("hits.csv -o folder/fits.root" + fine),
             "kelvo: folder/fits.root: cannot be written: No such file or directory\n");
   EXPECT_EQ(error("hits.csv -o fits.root --csv hits.csv" + fine),

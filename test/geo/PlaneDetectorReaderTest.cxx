@@ -164,6 +164,19 @@ TEST(DetectorFile, TakesLengthsInTheUnitItNames) {
   }
 }
 
+TEST(DetectorFile, FindsTheNearestPlaneOfAViewAsALoopDoes) {
+  const auto detector = PlaneDetector::FromText(kGood, "test.toml");
+  for (const unsigned view : {0u, 1u})
+    for (double z = -10; z < 50; z += 0.37) {
+      const geo::ActivePlane* nearest = nullptr;
+      for (const geo::ActivePlane& plane : detector.Planes())
+        if (plane.Measures(view) &&
+            (!nearest || std::abs(z - plane.ZMid()) < std::abs(z - nearest->ZMid())))
+          nearest = &plane;
+      EXPECT_EQ(detector.NearestPlane(z, view), nearest) << z;
+    }
+}
+
 TEST(DetectorFile, TellsUnitsThatItDoesNotKnowAndLengthsOutOfRangeInOthers) {
   EXPECT_EQ(Message("world = ", "unit = \"inch\"\nworld = "),
             "test.toml:2:8: unit: expected one of cm, mm, m or um, found \"inch\"");

@@ -381,11 +381,14 @@ TEST(HitReader, RefusesWhatIsNoTableOfHits) {
   EXPECT_EQ(error("event,view,u,z,sigu\n"),
             file +
                 ", line 1: there is no column \"track\" but \"event, view, u, z, sigu\"; a column "
-                "of another name needs a mapping, track=NAME");
-  EXPECT_EQ(error("# hits\ntrack,z,x,y,sigx,sigma_y\n"),
-            file +
-                ", line 2: there is no column \"sigy\" but \"track, z, x, y, sigx, sigma_y\"; a "
-                "column of another name needs a mapping, sigy=NAME");
+                "of another name needs a mapping, track=NAME; hits have track,view,u,z,sigu or "
+                "track,x,y,z,sigx,sigy");
+  EXPECT_EQ(
+      error("# hits\ntrack,z,x,y,sigx,sigma_y\n"),
+      file +
+          ", line 2: there is no column \"sigy\" but \"track, z, x, y, sigx, sigma_y\"; a "
+          "column of another name needs a mapping, sigy=NAME; hits have track,view,u,z,sigu or "
+          "track,x,y,z,sigx,sigy");
   EXPECT_EQ(error("track,u,view,u,z,sigu\n"), file + ", line 1: names the column \"u\" twice");
   EXPECT_EQ(error("track,view,u,z,sigu\nx,X,1,2,0.3\ny,X,1,2,0.3\n"),
             file +
@@ -518,6 +521,62 @@ TEST(HitReader, ConvertsLengthsFromTheUnitOfTheFiles) {
   }
 }
 
+TEST(HitReader, TakesWhatHitsLackFromTheDetector) {
+  const test::TempFolder folder;
+  const auto detector = geo::PlaneDetector::FromText(R"(name = "two"
+world = "Vacuum"
+[[material]]
+name = "Vacuum"
+density = 1e-25
+[[plane]]
+name = "first"
+view = "X"
+count = 4
+cell = { width = 3, length = 12, depth = 1 }
+filling = "Vacuum"
+resolution = 0.25
+[[plane]]
+name = "second"
+view = "Y"
+count = 4
+cell = { width = 3, length = 12, depth = 1 }
+filling = "Vacuum"
+resolution = 0.5
+[[stack]]
+parts = ["first", 2]
+[[stack]]
+parts = ["second", 1, "second"]
+offset = [0, 0, 0.125]
+)",
+                                                     "two.toml");
+  kelvo::HitReaderOptions options;
+  options.fPlanes = &detector;
+  // Hits have the nominal position of a plane, without its offset.
+  const std::string text = "track,view,u,plane\n1,X,1,0\n1,X,2,first\n1,Y,3,2\n1,X,4,2\n";
+  const auto hits = ReadAll({folder.Write("bare.csv", text)}, options)[0].fHits;
+  ASSERT_EQ(hits.size(), 4u);
+  ExpectHit(hits[0], XHit(1, 0.5, 0.25));
+  ExpectHit(hits[1], XHit(2, 0.5, 0.25));
+  ExpectHit(hits[2], YHit(3, 5.5, 0.5));
+  ExpectHit(hits[3], XHit(4, 5.5, 0.25)); // of the plane of its view
+
+  options.fSigma = 3;
+  options.fUnit = "mm";
+  const std::string depths = folder.Write("z.csv", "track,view,u,z\n1,X,10,5\n");
+  ExpectHit(ReadAll({depths}, options)[0].fHits[0], XHit(1, 0.5, 0.3));
+  // What is in the file counts; a column of planes beside z is not looked at.
+  const std::string full = folder.Write("u.csv", "track,view,u,z,sigu,plane\n1,X,10,5,2,?\n");
+  ExpectHit(ReadAll({full}, options)[0].fHits[0], XHit(1, 0.5, 0.2));
+
+  for (const std::string plane : {"3", "-1", "0.5", "second", "third", ""}) {
+    const auto track =
+        ReadAll({folder.Write("bad.csv", "track,view,u,plane\n1,X,1," + plane + "\n")}, options)[0];
+    EXPECT_FALSE(track.Good()) << plane;
+    EXPECT_EQ(track.fProblems[0], folder.Path("bad.csv") + ", line 2, column plane: \"" + plane +
+                                      "\" is not the number, from 0, or name of one plane");
+  }
+}
+
 TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {
   kelvo::HitReaderOptions options;
   options.fColumns = {{"energy", "E"}};
@@ -527,7 +586,7 @@ TEST(HitReader, RefusesAMappingOfAColumnThatHitsDoNotHave) {
   } catch (const std::invalid_argument& e) {
     EXPECT_STREQ(e.what(),
                  "column \"energy\" is none of those that hits have: track, view, u, sigu, x, y, "
-                 "sigx, sigy, z, sigz, t, sigt, w, q");
+                 "sigx, sigy, z, sigz, t, sigt, w, q, plane");
   }
 }
 

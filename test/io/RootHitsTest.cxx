@@ -211,7 +211,8 @@ TEST(RootHits, RefusesFilesWithoutTheColumnsOfHits) {
   EXPECT_EQ(ErrorOf(file),
             file +
                 ", hits: there is no column \"track\" but \"u, z, sigu, view\"; a column of "
-                "another name needs a mapping, track=NAME");
+                "another name needs a mapping, track=NAME; hits have track,view,u,z,sigu or "
+                "track,x,y,z,sigx,sigy");
   write("real", "vector");
   EXPECT_EQ(ErrorOf(file), file + ", hits, column track: is not a whole number");
   write("whole", "real");

@@ -94,7 +94,7 @@ def test_mistakes_are_told_in_one_sentence(ROOT, folder):
          "rdf is a int; define_fit takes a ROOT.RDataFrame or a node of one"),
         (lambda: kelvo.define_fit(hits, DETECTOR, columns={"sigu": "error"}),
          f'the data frame: there is no column "error" but "{names}"; a column of another name needs '
-         'columns={"sigu": "NAME"}'),
+         'columns={"sigu": "NAME"}; hits have track,view,u,z,sigu or track,x,y,z,sigx,sigy'),
         (lambda: kelvo.define_fit(hits, DETECTOR, columns={"sigu": "track"}),
          "the data frame, column track: is of the type std::int64_t, which is no vector of numbers"),
         (lambda: kelvo.define_fit(hits, DETECTOR, scattering_factor=0.0),

@@ -327,13 +327,13 @@ TEST(FitFrame, SaysWhichColumnIsMissingAndWhichThereAre) {
                     .Define("depth", [] { return ROOT::RVecD(); });
   EXPECT_EQ(ErrorOf([&] { kelvo::DefineFit(frame, Fine()); }),
             "the data frame: there is no column \"z\" but \"depth, u, view\"; a column of another "
-            "name needs a mapping, z=NAME");
+            "name needs a mapping, z=NAME; hits have track,view,u,z,sigu or track,x,y,z,sigx,sigy");
   EXPECT_EQ(
       ErrorOf([&] {
         kelvo::DefineFit(frame, Fine(), {}, {{"Z", "depth"}});
       }),
       "column \"Z\" is none of those that hits have: track, view, u, sigu, x, y, sigx, sigy, z, "
-      "sigz, t, sigt, w, q");
+      "sigz, t, sigt, w, q, plane");
 }
 
 TEST(FitFrame, RefusesWhatIsNoVectorOfNumbers) {
