@@ -11,9 +11,10 @@ from typing import Any, Callable, Literal, Mapping, Sequence, Union
 import numpy as np
 
 from ._columns import to_awkward, to_pandas, views
-from ._arrays import count
+from ._arrays import count, number
 from ._root import call, cpp, root, string_map
 from .detector import DetectorLike, cpp_detector
+from ._inputs import normal_form, with_tracks_together
 from .errors import Error, FitWarning
 from .options import TrackFitOptions, takes_fit_options
 
@@ -59,7 +60,9 @@ def fit_tracks(
     output: Literal["pandas", "awkward"] = "pandas",
     vectors: bool = True,
     columns: Mapping[str, str] | None = None,
+    key: str | Sequence[str] | None = None,
     unit: str = "cm",
+    sigma: float = 0.0,
     tree: str = "",
     limit: int = 0,
     progress: Callable[[float], object] | None = None,
@@ -71,8 +74,10 @@ def fit_tracks(
         fits = kelvo.fit_tracks("hits.csv.gz", "detectors/fine.toml")
         muons = fits[fits.best & (fits.pdg == 13)]
 
-    hits: a pandas frame with one hit a row, the rows of a track together; an awkward array with one
-        track an entry; or names of files as the command takes them, one or a sequence. Columns:
+    hits: one hit a row, in any order: a pandas frame, where the track may also be the index, a dict
+        of arrays, a polars frame, an Arrow table; one track an entry: an awkward array or Arrow
+        table of lists, whose hits may be records, and whose tracks may be in events; a Parquet
+        file of either; or names of files as the command takes them, one or a sequence. Columns:
         track (whole number), view (X or Y, 0 or 1), u, z, sigu; or x, y, sigx, sigy for planes that
         measure both; optional sigz, t, sigt, w, q. Numbers of any type. Others are skipped.
     detector: the name of a detector's file, or a kelvo.PlaneDetector
@@ -80,7 +85,11 @@ def fit_tracks(
     output: "pandas" gives a DataFrame, with vectors as Arrow lists; "awkward" an awkward array
     vectors: False leaves out the columns of hits, planes, kinks and covariance
     columns: from a name above to the one in the input, such as {"track": "event"}
+    key: columns that tell the tracks apart together, such as ("event", "track"), in place of one
+        number; they are columns of the result; for one hit a row
     unit: of the lengths in the input: "cm", "mm", "m" or "um"
+    sigma: uncertainty of u, x and y, in that unit, where the input has no column of it; 0: the
+        detector's resolution
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
     progress: called some ten times a second with the fraction of the input that is read, 0 to 1
@@ -99,8 +108,11 @@ def fit_tracks(
     options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1, 1024)
     options.fScalarsOnly = not vectors
     options.fLimit = count("limit", limit, maximum=2**63 - 1)
-    source = _source(hits, _conventions(columns or {}, unit), tree)
-    table = call(cpp().FitTable, cpp_detector(detector), source.cpp, options)
+    geometry = cpp_detector(detector)
+    key = (key,) if isinstance(key, str) else key
+    hits, keys = _prepared(normal_form(hits), (columns or {}).get("track", "track"), key)
+    source = _source(hits, _conventions(columns or {}, unit, sigma, geometry), tree)
+    table = call(cpp().FitTable, geometry, source.cpp, options)
     try:
         while call(table.Fit, _SECONDS):
             if progress:
@@ -114,7 +126,32 @@ def fit_tracks(
     for doubt in summary.doubts:
         warnings.warn(FitWarning(doubt), stacklevel=2)
     convert = to_pandas if output == "pandas" else to_awkward
-    return convert(views(table, table.Columns()), {"summary": summary})
+    return _with_keys(convert(views(table, table.Columns()), {"summary": summary}), keys, output)
+
+
+def _prepared(hits: Any, track: str, key: Sequence[str] | None) -> tuple[Any, Any]:
+    pandas = sys.modules.get("pandas")
+    if pandas and isinstance(hits, pandas.DataFrame):
+        return with_tracks_together(hits, track, key)
+    if key:
+        raise Error("key is for hits with one hit a row, such as pandas.read_csv(FILE)")
+    return hits, None
+
+
+def _with_keys(fits: Any, keys: Any, output: str) -> Any:
+    """Gives the fits the columns of the key, whose values are in the order of the tracks' numbers."""
+    if keys is None:
+        return fits
+    numbers = np.asarray(fits["track"])
+    for place, name in enumerate(keys.columns):
+        values = keys[name].to_numpy()[numbers]
+        if output == "awkward":
+            fits = sys.modules["awkward"].with_field(fits, values, name)
+        elif name in fits:
+            fits[name] = values
+        else:
+            fits.insert(place, name, values)
+    return fits
 
 
 def _summary(s: Any) -> FitSummary:
@@ -165,15 +202,18 @@ def _source(hits: Any, conventions: Any, tree: str) -> _Source:
     if awkward and isinstance(hits, awkward.Array):
         return _awkward(hits, conventions)
     raise Error(
-        f"hits is a {type(hits).__name__}; fit_tracks takes a pandas frame (one hit a row, such as "
-        "pandas.DataFrame(hits)), an awkward array (one track an entry), or names of files"
+        f"hits is a {type(hits).__name__}; fit_tracks takes a table with one hit a row (pandas, polars, "
+        "Arrow, dict of arrays), an awkward array (one track an entry), or names of files"
     )
 
 
-def _conventions(columns: Mapping[str, str], unit: str) -> Any:
+def _conventions(columns: Mapping[str, str], unit: str, sigma: float, detector: Any) -> Any:
     conventions = cpp().HitConventions()
     conventions.fColumns = string_map(columns)
     conventions.fUnit = unit
+    conventions.fSigma = number("sigma", sigma)
+    if detector.Planes():
+        conventions.fPlanes = detector.Planes()
     call(cpp().CheckHitConventions, conventions)
     return conventions
 
@@ -182,7 +222,8 @@ def _files(files: Sequence[Any], conventions: Any, tree: str) -> _Source:
     if not files:
         raise Error("there is no file of hits")
     options = cpp().HitReaderOptions()
-    options.fColumns, options.fUnit = conventions.fColumns, conventions.fUnit
+    for member in ("fColumns", "fUnit", "fSigma", "fPlanes"):
+        setattr(options, member, getattr(conventions, member))
     options.fTree = tree
     names = root().std.vector["std::string"]([root().std.string(os.fsencode(f)) for f in files])
     return _Source(call(cpp().HitReader, names, options))
@@ -224,17 +265,18 @@ def _code_of_view(view: object) -> float:
 def _frame(frame: Any, conventions: Any) -> _Source:
     columns = _Columns([str(name) for name in frame.columns], conventions)
     arrays = {}
-    for name, (number, other) in columns.found.items():
+    for name, (column, other) in columns.found.items():
         series = frame[other]
         if name == "track":
             tracks = _track_numbers(other, series)
         else:
-            arrays[number] = _frame_views(series) if name == "view" else _frame_numbers(series)
+            code = {"view": _code_of_view, "plane": lambda text: columns.cpp.PlaneNumber(str(text))}.get(name)
+            arrays[column] = _frame_codes(series, code) if code else _frame_numbers(series)
     make = cpp().HitArrays
     n = len(frame)
     source = call(make, "hits", columns.cpp, cpp().HitLayout.kRowIsHit, _addressed(tracks), n)
-    for number, values in arrays.items():
-        call(source.SetColumn, number, _addressed(values), n)
+    for column, values in arrays.items():
+        call(source.SetColumn, column, _addressed(values), n)
     return _Source(source, [tracks, arrays])
 
 
@@ -252,29 +294,29 @@ def _frame_numbers(series: Any) -> Any:
     return np.ascontiguousarray(series.to_numpy(np.float64, na_value=np.nan))
 
 
-def _frame_views(series: Any) -> Any:
+def _frame_codes(series: Any, code: Callable[[Any], float]) -> Any:
     if _is_numeric(series):
         return _frame_numbers(series)
-    codes, views_ = sys.modules["pandas"].factorize(series)
+    codes, texts = sys.modules["pandas"].factorize(series)
     # The last one is for what is missing, which has the code -1.
-    return np.array([*map(_code_of_view, views_), np.nan])[codes]
+    return np.array([*map(code, texts), np.nan])[codes]
 
 
 def _awkward(array: Any, conventions: Any) -> _Source:
     ak = sys.modules["awkward"]
     columns = _Columns(ak.fields(array), conventions)
     vectors = {}
-    for name, (number, other) in columns.found.items():
+    for name, (index, other) in columns.found.items():
         column = array[other]
         if name == "track":
             tracks = _track_numbers(other, _awkward_tracks(ak, other, column))
         else:
-            vectors[number] = _awkward_vectors(ak, other, column, name == "view")
+            vectors[index] = _awkward_vectors(ak, other, column, name == "view")
     make = cpp().HitArrays
     n = len(array)
     source = call(make, "hits", columns.cpp, cpp().HitLayout.kRowIsTrack, _addressed(tracks), n)
-    for number, (values, offsets) in vectors.items():
-        call(source.SetVectors, number, _addressed(values), len(values), offsets)
+    for index, (values, offsets) in vectors.items():
+        call(source.SetVectors, index, _addressed(values), len(values), offsets)
     return _Source(source, [tracks, vectors])
 
 

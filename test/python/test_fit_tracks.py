@@ -267,6 +267,30 @@ def test_lengths_are_taken_in_the_unit_that_is_named(frame, expected, tmp_path):
         kelvo.fit_tracks(frame, DETECTOR, unit="inch")
 
 
+def test_what_hits_lack_is_taken_from_the_detector(frame, tmp_path):
+    planes = kelvo.PlaneDetector.FromFile(DETECTOR)
+    plane = frame["z"].map(planes.NearestPlane)
+    told = frame.assign(sigu=4 / 12**0.5)
+    bare = frame.assign(plane=plane).drop(columns=["z", "sigu"])
+    bare.to_csv(tmp_path / "hits.csv", index=False)
+    wanted = kelvo.fit_tracks(told, DETECTOR, output="awkward")
+    for hits in (bare, entries(bare, ["view", "u", "plane"]), tmp_path / "hits.csv"):
+        fits = kelvo.fit_tracks(hits, DETECTOR, output="awkward")
+        assert np.allclose(fits["chi2_x"], wanted["chi2_x"], rtol=1e-6)
+        assert np.allclose(fits["p"], wanted["p"], rtol=1e-6)
+    constant = kelvo.fit_tracks(frame.drop(columns="sigu"), DETECTOR, sigma=0.3, output="awkward")
+    assert_same(constant, kelvo.fit_tracks(frame.assign(sigu=0.3), DETECTOR, output="awkward"))
+    with pytest.warns(kelvo.FitWarning, match="column plane: is not the number, from 0, or name of"):
+        kelvo.fit_tracks(bare.assign(plane=128), DETECTOR, limit=1)
+
+
+def test_planes_have_names_where_these_are_unique():
+    text = open(f"{SOURCE}/detectors/telescope.toml").read()
+    frame = pd.DataFrame({"track": 1, "x": 1.0, "y": 1.0, "plane": ["sensor"] * 4})
+    with pytest.warns(kelvo.FitWarning, match="name of one plane"):
+        kelvo.fit_tracks(frame, kelvo.PlaneDetector(text), beam_momentum=100.0)
+
+
 def test_gaps_in_awkward_arrays_are_told():
     hits = ak.Array(
         [
@@ -316,12 +340,13 @@ def test_results_outlive_what_made_them(frame):
     np.testing.assert_array_equal(p, kept)
 
 
-KNOWN = "track, view, u, sigu, x, y, sigx, sigy, z, sigz, t, sigt, w, q"
+KNOWN = "track, view, u, sigu, x, y, sigx, sigy, z, sigz, t, sigt, w, q, plane"
+LAYOUTS = "hits have track,view,u,z,sigu or track,x,y,z,sigx,sigy"
 
 MISTAKES = [
-    (lambda f: kelvo.fit_tracks(f.drop(columns="sigu"), DETECTOR),
-     'hits: there is no column "sigu" but "track, view, u, z"; a column of another name needs '
-     'columns={"sigu": "NAME"}'),
+    (lambda f: kelvo.fit_tracks(f.drop(columns="z"), DETECTOR),
+     'hits: there is no column "z" but "track, view, u, sigu"; a column of another name needs '
+     'columns={"z": "NAME"}; ' + LAYOUTS),
     (lambda f: kelvo.fit_tracks(f, DETECTOR, columns={"angle": "u"}),
      f'column "angle" is none of those that hits have: {KNOWN}'),
     (lambda f: kelvo.fit_tracks(f.astype({"track": float}), DETECTOR),
@@ -331,9 +356,9 @@ MISTAKES = [
      'column u is str; it must hold numbers: pandas.to_numeric(hits["u"])'),
     (lambda f: kelvo.fit_tracks(pd.concat([f, f["u"]], axis=1), DETECTOR),
      'hits: names the column "u" twice'),
-    (lambda f: kelvo.fit_tracks(entries(f[:9], ["view", "u", "z"]), DETECTOR),
-     'hits: there is no column "sigu" but "track, view, u, z"; a column of another name needs '
-     'columns={"sigu": "NAME"}'),
+    (lambda f: kelvo.fit_tracks(entries(f[:9], ["view", "u", "sigu"]), DETECTOR),
+     'hits: there is no column "z" but "track, view, u, sigu"; a column of another name needs '
+     'columns={"z": "NAME"}; ' + LAYOUTS),
     (lambda f: kelvo.fit_tracks(ak.Array([{"track": 1, "view": 0, "u": 1, "z": 1, "sigu": 1}]), DETECTOR),
      "column view is int64; it must be a list of numbers a track"),
     (lambda f: kelvo.fit_tracks(
@@ -342,15 +367,19 @@ MISTAKES = [
     (lambda f: kelvo.fit_tracks(
         ak.Array([{"track": None, "view": [0], "u": [1], "z": [1], "sigu": [1]}]), DETECTOR),
      "column track is ?unknown; it must be one whole number a track"),
-    (lambda f: kelvo.fit_tracks({"track": [1]}, DETECTOR),
-     "hits is a dict; fit_tracks takes a pandas frame (one hit a row, such as "
-     "pandas.DataFrame(hits)), an awkward array (one track an entry), or names of files"),
+    (lambda f: kelvo.fit_tracks(3, DETECTOR),
+     "hits is a int; fit_tracks takes a table with one hit a row (pandas, polars, Arrow, dict of "
+     "arrays), an awkward array (one track an entry), or names of files"),
+    (lambda f: kelvo.fit_tracks(HITS, DETECTOR, key="event"),
+     "key is for hits with one hit a row, such as pandas.read_csv(FILE)"),
+    (lambda f: kelvo.fit_tracks(f, DETECTOR, key=("event", "track")),
+     'hits: there is no column "event", which key names'),
     (lambda f: kelvo.fit_tracks([], DETECTOR), "there is no file of hits"),
     (lambda f: kelvo.fit_tracks("nowhere.csv", DETECTOR),
      "nowhere.csv: cannot be opened: No such file or directory"),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, columns={"sigu": "error"}),
      f'{HITS}, line 1: there is no column "error" but "track, view, u, z, sigu"; a column of '
-     'another name needs columns={"sigu": "NAME"}'),
+     'another name needs columns={"sigu": "NAME"}; ' + LAYOUTS),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, output="root"),
      "output is 'root'; it must be \"pandas\" or \"awkward\""),
     (lambda f: kelvo.fit_tracks(HITS, DETECTOR, threads=0),
