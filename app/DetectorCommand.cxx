@@ -2,6 +2,7 @@
 #include "app/CommandParts.h"
 #include "draw/DetectorDrawing.h"
 #include "geo/Detector.h"
+#include "geo/DetectorFiles.h"
 #include "geo/MaterialBudget.h"
 #include "geo/PlaneDetector.h"
 #include "io/FileNames.h"
@@ -23,6 +24,8 @@ namespace {
 
 const char* const kExamples = R"(
 Examples:
+  kelvo detector
+      lists the installed detectors, which go by their names: --detector fine
   kelvo detector detectors/fine.toml
       checks the file, and tells planes and materials
   kelvo detector detectors/fine.toml --ray 1,2,0,10,20,100
@@ -163,7 +166,17 @@ void Draw(const geo::Detector& detector, const std::string& output) {
   std::printf("\nwritten: %s\n", output.c_str());
 }
 
+int List(const DetectorArguments& arguments) {
+  if (!arguments.fRay.empty() || !arguments.fOutput.empty())
+    throw std::invalid_argument("the detector is missing; installed are " +
+                                Joined(geo::InstalledDetectors()));
+  for (const std::string& name : geo::InstalledDetectors())
+    std::printf("%-12s %s\n", name.c_str(), geo::DetectorFileOf(name).c_str());
+  return 0;
+}
+
 int Run(const DetectorArguments& arguments) {
+  if (arguments.fFile.empty()) return List(arguments);
   CheckApart({arguments.fFile}, {arguments.fOutput});
   const geo::Detector detector = geo::Detector::FromFile(arguments.fFile);
   std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
@@ -187,9 +200,10 @@ Command MakeDetectorCommand(CLI::App& program) {
   detector->footer(kExamples);
   auto arguments = std::make_shared<DetectorArguments>();
   detector
-      ->add_option("file", arguments->fFile,
-                   "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file")
-      ->required()
+      ->add_option(
+          "file", arguments->fFile,
+          "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file, or "
+          "the name of an installed one; without it these are listed")
       ->type_name("FILE");
   detector
       ->add_option("--ray", arguments->fRay,

@@ -70,8 +70,10 @@ std::pair<std::string, std::string> Mapping(const std::string& text) {
 
 void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("hits", a.fFile.fInputs, "Files of hits")->required()->type_name("FILE");
-  fit.add_option("-d,--detector", a.fDetector,
-                 "The detector: a TOML file, or a geometry of ROOT's in a .gdml or .root file")
+  fit.add_option(
+         "-d,--detector", a.fDetector,
+         "The detector: a TOML file, a geometry of ROOT's in a .gdml or .root file, or the name "
+         "of an installed one (fine)")
       ->required()
       ->type_name("FILE");
   fit.add_option("-o,--output", a.fFile.fOutput, "ROOT file to be written")

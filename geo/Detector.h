@@ -14,8 +14,8 @@ namespace geo {
 /// share the geometry.
 class Detector {
 public:
-  /// Opens a file. One that ends in .gdml or .root holds a geometry of ROOT's (TGeoDetector),
-  /// any other one is TOML (PlaneDetector).
+  /// Opens a file, or an installed detector by its name, such as "fine". One that ends in .gdml or
+  /// .root holds a geometry of ROOT's (TGeoDetector), any other one is TOML (PlaneDetector).
   /// @throw DetectorError for a file that cannot be used; so for .gdml and .root where this
   ///        ROOT lacks its geometry package
   static Detector FromFile(const std::string& file);

@@ -61,7 +61,7 @@ struct ActivePlane {
 /// materials stay where they are.
 class PlaneDetector : public GeometryBase, public LaneGeometry {
 public:
-  /// Reads a file.
+  /// Reads a file, or an installed detector by its name, such as "fine".
   /// @throw DetectorError, with file, line, column and field, for whatever is wrong with the file
   static PlaneDetector FromFile(const std::string& file);
 

@@ -1,5 +1,6 @@
 #include "geo/PlaneDetectorReader.h"
 
+#include "geo/DetectorFiles.h"
 #include "geo/TomlTable.h"
 
 #include <algorithm>
@@ -386,7 +387,8 @@ DetectorDescription ReadDetectorText(const std::string& text, const std::string&
 }
 
 DetectorDescription ReadDetectorFile(const std::string& file) {
-  return ReadDetectorText(ReadAll(file), file);
+  const std::string found = DetectorFileOf(file);
+  return ReadDetectorText(ReadAll(found), found);
 }
 
 } // namespace geo

@@ -58,7 +58,7 @@ struct DetectorDescription {
 /// @throw DetectorError
 DetectorDescription ReadDetectorText(const std::string& text, const std::string& file);
 
-/// Reads and checks a detector file.
+/// Reads and checks a detector file, or the installed one of a name.
 /// @throw DetectorError
 DetectorDescription ReadDetectorFile(const std::string& file);
 

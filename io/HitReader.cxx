@@ -30,6 +30,10 @@ double SizeOf(const std::string& file) {
 
 std::unique_ptr<HitSource> Open(const std::string& file, const HitReaderOptions& options) {
   auto bytes = std::make_unique<InputBytes>(file);
+  if (bytes->BeginsWith("PAR1"))
+    throw FileError(file +
+                    ": this is a Parquet file; kelvo.fit_tracks of the Python package reads it, "
+                    "or write its hits as CSV");
   if (!bytes->BeginsWith("root")) return std::make_unique<CsvHits>(std::move(bytes), options);
   if (!bytes->IsFile())
     throw FileError(file + ": is a ROOT file, which cannot be read from a pipe; give its name");

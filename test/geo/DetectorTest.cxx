@@ -1,5 +1,7 @@
 #include "geo/Detector.h"
 
+#include "geo/DetectorFiles.h"
+
 #include "test/support/TestGeometry.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +25,13 @@ TEST(DetectorTest, OpensADetectorMadeOfPlanes) {
   std::stringstream file;
   file << std::ifstream(kFine).rdbuf();
   EXPECT_EQ(detector.Text(), file.str());
+}
+
+TEST(DetectorTest, FindsInstalledDetectorsByTheirNames) {
+  EXPECT_EQ(geo::InstalledDetectors(), (std::vector<std::string>{"fine", "range", "telescope"}));
+  EXPECT_EQ(Detector::FromFile("fine").Text(), Detector::FromFile(kFine).Text());
+  EXPECT_EQ(geo::DetectorFileOf("no such"), "no such");
+  EXPECT_EQ(geo::DetectorFileOf("../detectors/fine"), "../detectors/fine");
 }
 
 TEST(DetectorTest, CopiesShareTheGeometryAndKeepItAlive) {

@@ -378,6 +378,9 @@ TEST(HitReader, RefusesWhatIsNoTableOfHits) {
       file + ": is empty; the first line must name the columns, such as track,view,u,z,sigu";
   EXPECT_EQ(error(""), empty);
   EXPECT_EQ(error("\n# nothing\n"), empty);
+  EXPECT_EQ(error("PAR1"), file +
+                               ": this is a Parquet file; kelvo.fit_tracks of the Python package "
+                               "reads it, or write its hits as CSV");
   EXPECT_EQ(error("event,view,u,z,sigu\n"),
             file +
                 ", line 1: there is no column \"track\" but \"event, view, u, z, sigu\"; a column "
