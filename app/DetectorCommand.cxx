@@ -24,14 +24,14 @@ namespace {
 
 const char* const kExamples = R"(
 Examples:
-  kelvo detector
-      lists the installed detectors, which go by their names: --detector fine
   kelvo detector detectors/fine.toml
       checks the file, and tells planes and materials
   kelvo detector detectors/fine.toml --ray 1,2,0,10,20,100
       lists the materials on the way from (1, 2, 0) to (10, 20, 100) cm
   kelvo detector detectors/fine.toml -o fine.svg
-      draws side views, one cell with its materials, and the radiation lengths along z)";
+      draws side views, one cell with its materials, and the radiation lengths along z
+  kelvo detector
+      lists the installed detectors, which go by their names: --detector fine)";
 
 struct DetectorArguments {
   std::string fFile;
