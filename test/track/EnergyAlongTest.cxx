@@ -134,7 +134,8 @@ void ExpectCoreOfCollisions(const Stack& stack, std::size_t p) {
   }
   std::sort(sums.begin(), sums.end());
   const double half = (sums[kTracks * 8413 / 10000] - sums[kTracks * 1587 / 10000]) / 2;
-  const double expected = std::sqrt(stack.fEnergy.Straggling(stack.fMaterial, 0, stack.fStretch)[p]);
+  const double expected =
+      std::sqrt(stack.fEnergy.Straggling(stack.fMaterial, 0, stack.fStretch)[p]);
   EXPECT_NEAR(expected / half, 1, 0.08) << "mass " << kMass[p];
 }
 
