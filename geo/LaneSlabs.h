@@ -27,8 +27,8 @@ struct LaneLines {
 struct LaneSlab {
   double fBegin, fEnd; ///< z [cm]
   std::size_t fN;      ///< number of materials
-  std::array<const TGeoMaterial*, 3> fMaterial;
-  std::array<Lanes, 3> fFraction; ///< of each line's way between fBegin and fEnd
+  std::array<const TGeoMaterial*, 3> fMaterial{};
+  std::array<Lanes, 3> fFraction{}; ///< of each line's way between fBegin and fEnd
 
   LaneSlab(double begin, double end) : fBegin(begin), fEnd(end), fN(0) {}
   void Add(const TGeoMaterial* material, const Lanes& fraction) {

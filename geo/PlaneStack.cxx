@@ -196,7 +196,7 @@ struct Row {
 
 /// How much of a row of cells lies before a place in it.
 struct BeforeInRow {
-  Lanes fAll, fCells, fFillings;
+  Lanes fAll, fCells{}, fFillings{};
 
   BeforeInRow(const Lanes& place, const Row& row) : fAll(place) {
     const Lanes index = Rounded(place - 0.5); // at a side of the pitch either one is right

@@ -25,9 +25,9 @@ namespace geo::tomlfile {
 
 /// What a number must be.
 struct Range {
-  const char* fExpected;
-  double fLow;
-  double fHigh;
+  const char* fExpected = "";
+  double fLow = 0;
+  double fHigh = 0;
   bool fIsLength = false; ///< in the unit of the file; the limits are in cm
 };
 

@@ -51,6 +51,8 @@ void TrackHits::AddProblem(const std::string& sentence) {
   if (fProblems.size() < kProblemsKept) fProblems.push_back(sentence);
 }
 
+HitReaderOptions::HitReaderOptions() = default;
+
 HitReader::HitReader(std::vector<std::string> files, HitReaderOptions options)
     : fFiles(std::move(files)), fOptions(std::move(options)) {
   CheckHitConventions(fOptions);

@@ -36,6 +36,8 @@ struct TrackHits {
 
 /// How the files of hits are to be read.
 struct HitReaderOptions : HitConventions {
+  HitReaderOptions(); // else Python takes it for an aggregate, which it cannot fill with its base
+
   /// Name of the TTree or RNTuple in ROOT files. Empty: "hits", or else the only one in the file.
   std::string fTree;
 };

@@ -90,10 +90,10 @@ private:
   template <typename T>
   void BindNumberAs(T, const std::string& column, long long& value) {
     auto reader = std::make_shared<TTreeReaderValue<T>>(fReader, column.c_str());
-    // NOLINTNEXTLINE(bugprone-signed-char-misuse): a column of signed char holds numbers
     fFetches.emplace_back([this, reader, column, &value] {
       const T* number = reader->Get();
       if (!number) Damaged(column);
+      // NOLINTNEXTLINE(bugprone-signed-char-misuse): a column of signed char holds numbers
       value = static_cast<long long>(*number);
       if (std::is_unsigned_v<T> && value < 0)
         throw FileError(fmt::format(

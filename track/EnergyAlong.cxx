@@ -37,7 +37,7 @@ void Downstream(const MaterialAlong& material, const Gap& gap, double stretch,
 /// that an electron can get in one of them [1/GeV] (Particle Data Group, passage of particles
 /// through matter, eq. 34.4).
 struct Collisions {
-  Lanes fPerBeta2, fPerMax;
+  Lanes fPerBeta2{}, fPerMax{};
   Collisions(const Lanes& T, const Lanes& perMass) {
     const Lanes gamma = 1 + T * perMass, square = gamma * gamma, ratio = kElectronMass * perMass;
     const Lanes perBetaGamma2 = 1 / (square - 1);

@@ -153,12 +153,12 @@ geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, 
 /// "The unreasonable effectiveness of quasirandom sequences", 2018: multiples of the inverse powers
 /// of the plastic number, modulo 1). It is the same for all tracks, and kept.
 const std::array<Lanes, 2>& MaterialAlong::NextShift() {
-  constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
+  static constexpr double kStep[] = {0.7548776662466927, 0.5698402909980532};
   const double width = std::sqrt(12.); // of a uniform distribution, in standard deviations
   if (fRay == fShifts.size()) {
     fShifts.emplace_back();
     for (std::size_t v = 0; v < 2; v++) {
-      const auto next = [this, v, width, kStep] {
+      const auto next = [this, v, width] {
         fLastShift[v] += kStep[v] - (fLastShift[v] + kStep[v] >= 1 ? 1 : 0);
         return (fLastShift[v] - 0.5) * width;
       };

@@ -127,7 +127,7 @@ void ExpectView(const Problem& problem, const LaneSmoother& fit, std::size_t vie
 TEST(LaneSmoother, GivesWhatAKinkSmootherGivesForEachViewAndHypothesis) {
   std::mt19937_64 random(42);
   for (double scale : {1e-6, 1e-3, 0.1})
-    for (std::size_t n : {4, 5, 9, 30, 66, 300}) {
+    for (std::size_t n : {4u, 5u, 9u, 30u, 66u, 300u}) {
       SCOPED_TRACE(testing::Message() << "scale " << scale << ", n = " << n);
       const Problem problem = RandomProblem(n, scale, random);
       LaneSmoother fit;

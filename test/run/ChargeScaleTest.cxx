@@ -32,7 +32,7 @@ std::string Hits() {
       const kelvo::SimulatedTrack track = simulator.Make(i);
       const auto deposits = kelvo::test::DrawDeposits(detector, track, mass, 4e-4, random);
       for (std::size_t k = 0; k < track.fHits.size(); k++)
-        text << i + pdg * 1000 << ',' << track.fHits[k].fView << ',' << track.fHits[k].fU << ','
+        text << i + 1000LL * pdg << ',' << track.fHits[k].fView << ',' << track.fHits[k].fU << ','
              << track.fHits[k].fZ << ',' << track.fHits[k].fSigU << ',' << kScale * deposits[k]
              << '\n';
     }

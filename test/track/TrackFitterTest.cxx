@@ -408,7 +408,7 @@ TEST(TrackFitter, ExtraHitsInAGapHardlyChangeWhatScattersThere) {
         variance += fit.fPlaneSigAlpha[j] * fit.fPlaneSigAlpha[j];
     return std::sqrt(variance);
   };
-  for (const std::size_t gap : {0, 14, 28})
+  for (const std::size_t gap : {0u, 14u, 28u})
     for (const int cuts : {2, 10})
       EXPECT_NEAR(width(gap, cuts) / width(gap, 1), 1, kHardly) << gap << ' ' << cuts;
 }

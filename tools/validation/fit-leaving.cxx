@@ -34,7 +34,7 @@ void PrintTracks(const Sample& sample, const char* hits) {
                                kelvo::test::LeavingFolder())) {
     fit = kelvo::TrackFit();
     for (int pdg : options.fHypotheses) fit.fHypothesis.emplace_back().fPDG = pdg;
-    if (chain.Fit(track.fHits, fit)) continue;
+    if (chain.Fit(track.fHits, {}, fit)) continue;
     const kelvo::HypothesisFit& muon = fit.fHypothesis.front();
     std::printf("%s,%s,%s,%zu,%.6g,%d,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%d", sample.fDetector,
                 sample.fName, hits, track.fTruth.size(), track.fP, fit.fLeaves, fit.fEndPlanes,
