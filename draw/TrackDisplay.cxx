@@ -75,15 +75,20 @@ private:
     fPicture.Text({12, 70}, fmt::format(FMT_STRING("χ²/ndf = {:.1f}/{}   (probability {:.2g})"),
                                         chi2, fRow.fNDF, fRow.fProb));
     fPicture.Text({12, 102}, Momentum());
-    return 126 +
-           DrawLegend(fPicture, {12, 142}, kRight,
-                      {{LegendEntry::kMark, "hit", colour::kBlack},
-                       {LegendEntry::kLine, "fitted track", colour::kBlue, {}, kTrackLine},
-                       {LegendEntry::kArea, "±1σ", colour::kPaleBlue},
-                       {LegendEntry::kArea, "crossed cell", colour::kPaleOrange},
-                       {LegendEntry::kArea, "plane", colour::kPaleGrey},
-                       {LegendEntry::kMark, "kink", colour::kVermillion, Mark::kDiamond},
-                       {LegendEntry::kLine, "scattering plane", colour::kPurple, {}, kPlaneLine}});
+    return 126 + DrawLegend(fPicture, {12, 142}, kRight, Entries());
+  }
+
+  std::vector<LegendEntry> Entries() const {
+    std::vector<LegendEntry> entries{
+        {LegendEntry::kMark, "hit", colour::kBlack},
+        {LegendEntry::kLine, "fitted track", colour::kBlue, {}, kTrackLine},
+        {LegendEntry::kArea, "±1σ", colour::kPaleBlue},
+        {LegendEntry::kArea, "crossed cell", colour::kPaleOrange},
+        {LegendEntry::kArea, "plane", colour::kPaleGrey}};
+    if (fRow.fPlaneZ.empty()) return entries; // a fit has them only where they were asked for
+    entries.push_back({LegendEntry::kMark, "kink", colour::kVermillion, Mark::kDiamond});
+    entries.push_back({LegendEntry::kLine, "scattering plane", colour::kPurple, {}, kPlaneLine});
+    return entries;
   }
 
   std::string Momentum() const {

@@ -202,6 +202,20 @@ TEST(TrackDisplay, ShowsEveryCrossedCellOnce) {
   EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "#fbe3b0"), crossed + 1); // one in the legend
 }
 
+TEST(TrackDisplay, HasALegendOfWhatIsThere) {
+  kelvo::FitRow row = BestRow();
+  const auto names = [&row](const std::string& what) {
+    return kelvo::DrawTrack(&Detector(), row).Svg().find(">" + what + "<") != std::string::npos;
+  };
+  EXPECT_TRUE(names("kink"));
+  for (auto* values : {&row.fPlaneS, &row.fPlaneX, &row.fPlaneY, &row.fPlaneZ, &row.fPlaneSigAlpha,
+                       &row.fKinkX, &row.fKinkY})
+    values->clear();
+  EXPECT_FALSE(names("kink"));
+  EXPECT_FALSE(names("scattering plane"));
+  EXPECT_TRUE(names("fitted track"));
+}
+
 TEST(TrackDisplay, NeedsNoDetector) {
   const kelvo::FitRow& row = BestRow();
   const test::SvgShapes svg(kelvo::DrawTrack(nullptr, row).Svg());
