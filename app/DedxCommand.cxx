@@ -1,6 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "draw/EnergyLoss.h"
+#include "geo/Matter.h"
 #include "io/FileError.h"
 #include "io/PendingFile.h"
 #include "util/Particles.h"
@@ -47,7 +48,7 @@ std::vector<double> Energies(const std::vector<double>& perDecade) {
 
 void Check(const DedxArguments& a) {
   for (const std::string& material : a.fMaterials)
-    if (material == "Vacuum")
+    if (material == geo::kVacuum)
       throw std::invalid_argument("nothing is lost in \"Vacuum\"; name a material");
 }
 

@@ -2,6 +2,7 @@
 #include "app/CommandParts.h"
 #include "draw/TrackDisplay.h"
 #include "geo/Detector.h"
+#include "io/FileNames.h"
 #include "io/FitReader.h"
 #include "util/Particles.h"
 
@@ -70,6 +71,7 @@ long long EntryToDraw(FitReader& fits, const DisplayArguments& a) {
 }
 
 int Run(const DisplayArguments& a) {
+  CheckApart({a.fFits}, {a.fOutput});
   FitReader fits(a.fFits);
   if (!fits.HasVectors())
     throw std::invalid_argument(a.fFits +

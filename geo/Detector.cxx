@@ -11,8 +11,6 @@ namespace geo {
 
 namespace {
 
-constexpr const char* kVacuum = "Vacuum"; // in which nothing is lost
-
 std::vector<std::string> Unknown(const PlaneDetector& planes) {
   std::vector<std::string> names;
   for (const TGeoMaterial* material : planes.Materials())

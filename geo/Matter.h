@@ -9,6 +9,9 @@
 
 namespace geo {
 
+/// Name of the one material that takes no energy and does not scatter.
+inline constexpr const char* kVacuum = "Vacuum";
+
 /// A material of a detector that knows what it is made of.
 class MaterialOfMatter : public TGeoMaterial {
 public:

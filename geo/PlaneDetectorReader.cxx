@@ -1,6 +1,7 @@
 #include "geo/PlaneDetectorReader.h"
 
 #include "geo/DetectorFiles.h"
+#include "geo/Matter.h"
 #include "geo/TomlTable.h"
 
 #include <algorithm>
@@ -119,7 +120,7 @@ private:
   /// Of all materials only vacuum may do without, and those for which it can be calculated.
   static double ReadRadLength(const Table& table, const DetectorDescription::Material& material) {
     const bool given = table.Find("radiation_length");
-    if (!given && material.fName == "Vacuum") return 0;
+    if (!given && material.fName == kVacuum) return 0;
     if (!given && material.fMatter) return material.fMatter->RadLength() / material.fDensity;
     return table.Number("radiation_length", kRadLength);
   }

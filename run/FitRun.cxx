@@ -17,10 +17,9 @@ void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& option
   if (unknown.empty()) return;
   throw std::invalid_argument("the detector \"" + detector.Name() + "\" has " + Joined(unknown) +
                               ", of which neither the name nor the composition is known, so that "
-                              "particles cannot be followed "
-                              "to where they stop; name a material of 'kelvo materials', give a "
-                              "composition, or fit a beam of "
-                              "known momentum");
+                              "particles cannot be followed to where they stop; name a material "
+                              "of 'kelvo materials', give a composition, or fit a beam of known "
+                              "momentum");
 }
 
 FitRun::FitRun(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)

@@ -93,7 +93,7 @@ ParticleTransport::ParticleTransport(const geo::PlaneDetector& detector, int pdg
     : fDetector(detector), fMass(FindParticle(pdg)->fMeasuredMass), fFluctuate(fluctuate) {
   for (const TGeoMaterial* material : detector.Materials()) {
     Medium& medium = fMedia.emplace_back(Medium{material, 0, std::nullopt});
-    if (std::strcmp(material->GetName(), "Vacuum") == 0) continue;
+    if (std::strcmp(material->GetName(), geo::kVacuum) == 0) continue;
     medium.fRadLen = 1 / material->GetRadLen();
     medium.fLoss.emplace(geo::MatterOf(*material).value(), pdg);
   }

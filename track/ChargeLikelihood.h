@@ -52,8 +52,9 @@ public:
                    double resolution);
 
   /// Finds the paths of a track.
-  /// @param hits by increasing z, at least one
-  /// @param out  is overwritten
+  /// @param hits   by increasing z
+  /// @param points number of points of the track, with and without deposits
+  /// @param out    is overwritten; empty where no hit counts
   void FindPaths(const std::vector<ChargedHit>& hits, std::size_t points,
                  std::vector<Path>& out) const;
 

@@ -13,8 +13,6 @@
 namespace kelvo {
 namespace {
 
-constexpr const char* kVacuum = "Vacuum"; // the one material that needs no radiation length
-
 /// 2 pi m_e r_e^2 N_A, the factor of the Bethe formula and of Landau's xi (Particle Data Group,
 /// Review of Particle Physics, passage of particles through matter, table 34.1) [GeV cm2/mol].
 constexpr double kBetheScale = 0.1535375e-3;
@@ -55,7 +53,7 @@ std::size_t DetectorMaterials::IndexOfNew(const TGeoMaterial* material) {
 MaterialData DetectorMaterials::Data(const TGeoMaterial& material) const {
   constexpr double kMipT = 0.2284; // GeV, of a muon of beta gamma 3
   const std::string name = material.GetName();
-  if (name == kVacuum) return {&material, 0, 0, 0, {}};
+  if (name == geo::kVacuum) return {&material, 0, 0, 0, {}};
   const std::optional<matter::Material> matter = geo::MatterOf(material);
   if (fNeedsLoss && !matter)
     throw GeometryRefusal{"the track crosses the material \"" + name +

@@ -1,5 +1,7 @@
 #include "track/ScatteringMomentum.h"
 
+#include "track/BetaP.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -31,14 +33,6 @@ Series Inverse(const Series& a) {
   return {r0, r1, r2, -r0 * (a.c1 * r2 + a.c2 * r1 + a.c3 * r0)};
 }
 
-/// Square of velocity times momentum [GeV^2], of a particle that has not quite stopped.
-double BetaP2(double T, double mass) {
-  constexpr double kStopped = 1e-4; // kinetic energy, in masses
-  T = std::max(T, kStopped * mass);
-  const double betaP = T * (T + 2 * mass) / (T + mass);
-  return betaP * betaP;
-}
-
 } // namespace
 
 void ScatteringMomentum::Clear() {
@@ -47,7 +41,6 @@ void ScatteringMomentum::Clear() {
     view.fU.clear();
     view.fVar.clear();
   }
-  fPlanes.clear();
 }
 
 /// Hits at the same z are as good as their mean: how they differ says nothing of the momentum.
@@ -65,8 +58,10 @@ void ScatteringMomentum::AddHit(std::size_t view, double z, double u, double sig
   v.fVar.push_back(var);
 }
 
-void ScatteringMomentum::Load(const std::vector<double>& stretch, bool cells) {
+void ScatteringMomentum::Load(const std::vector<ScatteringPlane>& planes,
+                              const std::vector<double>& stretch, bool cells) {
   fCells = cells;
+  fPlanes = &planes;
   fStretch = &stretch;
   for (std::size_t v = 0; v < 2; v++) SetUp(fView[v], v);
 }
@@ -92,8 +87,9 @@ void ScatteringMomentum::SetUp(View& view, std::size_t index) {
     if (i > 1) view.fW[i][2] = a * last(i - 2) * view.fVar[i];
   }
   std::size_t gap = 0;
-  for (std::size_t j = 0; j < fPlanes.size(); j++) {
-    const double s = fPlanes[j].fZ, perAngle = fPlanes[j].fSlopePerAngle[index];
+  const std::vector<ScatteringPlane>& planes = *fPlanes;
+  for (std::size_t j = 0; j < planes.size(); j++) {
+    const double s = planes[j].fZ, perAngle = planes[j].fSlopePerAngle[index];
     if (s < z.front()) continue;
     while (gap + 2 < z.size() && z[gap + 1] < s) gap++;
     if (s > z[gap + 1]) break;
@@ -137,10 +133,11 @@ void ScatteringMomentum::FindEnergies(double p) {
 }
 
 void ScatteringMomentum::FindWidths() {
-  fVariance.resize(fPlanes.size());
-  fDerivative.resize(fPlanes.size());
-  for (std::size_t j = 0; j < fPlanes.size(); j++) {
-    const Plane& plane = fPlanes[j];
+  const std::vector<ScatteringPlane>& planes = *fPlanes;
+  fVariance.resize(planes.size());
+  fDerivative.resize(planes.size());
+  for (std::size_t j = 0; j < planes.size(); j++) {
+    const ScatteringPlane& plane = planes[j];
     const std::size_t i = plane.fGap;
     const double inverse = 1 / (fBetaP2[i] + plane.fPart * (fBetaP2[i + 1] - fBetaP2[i]));
     fVariance[j] = plane.fScale * plane.fScale * inverse;

@@ -10,6 +10,15 @@
 
 namespace kelvo {
 
+/// A thin plane that scatters on the way of a track.
+struct ScatteringPlane {
+  double fZ;                            ///< [cm]
+  std::size_t fGap;                     ///< gap of the track where it is
+  double fPart;                         ///< of the gap before it
+  double fScale;                        ///< width of the angle times beta p [rad GeV]
+  std::array<double, 2> fSlopePerAngle; ///< change of a view's slope per angle
+};
+
 /// A momentum from scattering, with an interval that holds the truth in 68 % of tracks. Infinite
 /// values: the line bends no more than its hits make it. NaN: there are no kinks to be seen.
 struct ScatteringMomentumFit {
@@ -49,15 +58,6 @@ public:
   static constexpr double kMaxP = 100;              ///< [GeV/c]
   static constexpr std::size_t kMaxEvaluations = 6; ///< of the likelihood, per track
 
-  /// A thin plane that scatters.
-  struct Plane {
-    double fZ;                            ///< [cm]
-    std::size_t fGap;                     ///< gap of the track where it is
-    double fPart;                         ///< of the gap before it
-    double fScale;                        ///< width of the angle times beta p [rad GeV]
-    std::array<double, 2> fSlopePerAngle; ///< change of a view's slope per angle
-  };
-
   /// What a likelihood and its score are at one momentum.
   struct Point {
     double fX;             ///< ln p
@@ -81,13 +81,12 @@ public:
   /// @param sig  uncertainty [cm]
   void AddHit(std::size_t view, double z, double u, double sig);
 
-  /// Adds a plane, by increasing z.
-  void AddPlane(const Plane& plane) { fPlanes.push_back(plane); }
-
-  /// To be called behind the last hit and plane of a track whose material has been traced.
+  /// To be called behind the last hit of a track whose material has been traced.
+  /// @param planes  by increasing z; must live as long as the track at hand
   /// @param stretch see EnergyAlong; must live as long as the track at hand
-  /// @param cells whether the hits are centres of cells, whose errors are not Gaussian
-  void Load(const std::vector<double>& stretch, bool cells);
+  /// @param cells   whether the hits are centres of cells, whose errors are not Gaussian
+  void Load(const std::vector<ScatteringPlane>& planes, const std::vector<double>& stretch,
+            bool cells);
 
   /// Finds momentum and interval.
   /// @param least momentum that gets the particle to the last hit [GeV/c]; 0 without energy loss
@@ -146,7 +145,7 @@ private:
   double fMass;
   const std::vector<double>* fStretch = nullptr;
   std::array<View, 2> fView;
-  std::vector<Plane> fPlanes;
+  const std::vector<ScatteringPlane>* fPlanes = nullptr;
   std::vector<double> fBetaP2, fSlope;        // at each hit, and its derivative by ln p
   std::vector<double> fVariance, fDerivative; // of each plane's angle, and by ln p
   bool fCells = false;

@@ -1,5 +1,6 @@
 #include "track/TrackChain.h"
 
+#include "track/BetaP.h"
 #include "track/HitCheck.h"
 #include "track/TrackEnd.h"
 #include "util/Particles.h"
@@ -33,15 +34,6 @@ std::vector<double> Masses(const std::vector<int>& hypotheses) {
   std::vector<double> masses;
   for (int pdg : hypotheses) masses.push_back(FindParticle(pdg)->fMass);
   return masses;
-}
-
-/// Square of velocity times momentum [GeV^2]. Where a particle is all but stopped, the kinks are
-/// as good as free.
-Lanes BetaP2(const Lanes& energy, const Lanes& mass) {
-  constexpr double kStopped = 1e-4; // kinetic energy, in masses
-  const Lanes T = Max(energy, kStopped * mass);
-  const Lanes betaP = T * (T + 2 * mass) / (T + mass);
-  return betaP * betaP;
 }
 
 /// Returns the momentum of a particle whose velocity times momentum is that of another one, of
@@ -279,7 +271,6 @@ void TrackChain::PlacePlanes() {
   constexpr double kLog = 0.038;        // Particle Physics, passage of particles through matter
   const double factor = kHighland * fOptions.fScatteringFactor / std::sqrt(3.);
   fPlanes.clear();
-  fPlaneZ.clear();
   fPlanesBefore.assign(1, 0);
   const std::vector<Gap>& gaps = fMaterial.Gaps();
   for (std::size_t i = 0; i < gaps.size(); i++) {
@@ -294,11 +285,11 @@ void TrackChain::PlacePlanes() {
     const double along = Stretch(x, y);
     for (std::size_t k = 0; k < gap.fNPlanes; k++) {
       const double z = gap.fPlane[k].fZ;
-      fPlanes.push_back({i,
+      fPlanes.push_back({z,
+                         i,
                          (z - gap.fBegin) / (gap.fEnd - gap.fBegin),
                          scale * std::sqrt(gap.fPlane[k].fRadLen * stretch),
                          {along * std::sqrt(1 + x * x), along * std::sqrt(1 + y * y)}});
-      fPlaneZ.push_back(z);
     }
     fPlanesBefore.push_back(fPlanes.size());
   }
@@ -308,15 +299,7 @@ void TrackChain::PlacePlanes() {
 void TrackChain::MeasureScattering(TrackFit& out) {
   fScattering.Clear();
   for (const TrackHit& hit : fHits) fScattering.AddHit(hit.fView, hit.fZ, hit.fU, hit.fSig);
-  for (std::size_t j = 0; j < fPlanes.size(); j++) {
-    const Plane& plane = fPlanes[j];
-    fScattering.AddPlane({fPlaneZ[j],
-                          plane.fGap,
-                          plane.fPart,
-                          plane.fScale,
-                          {plane.fSlopePerAngle[0], plane.fSlopePerAngle[1]}});
-  }
-  fScattering.Load(fCourse.fStretch, AreCells());
+  fScattering.Load(fPlanes, fCourse.fStretch, AreCells());
   const double least = IsBeam() ? 0 : Momentum(fEnergy.T(0)[0], fMasses[0]);
   const ScatteringMomentumFit found = fScattering.Fit(least);
   fMomenta.clear();
@@ -398,10 +381,11 @@ void TrackChain::FindWidths(const LaneFits& lanes) {
     mass[l] = fMasses[h];
   }
   for (std::size_t i = 0; i < fHits.size(); i++)
-    fBetaP2[i] = BetaP2({T[0][i], T[1][i], T[2][i], T[3][i]}, {mass[0], mass[1], mass[2], mass[3]});
+    fBetaP2[i] = BetaP2(Lanes{T[0][i], T[1][i], T[2][i], T[3][i]},
+                        Lanes{mass[0], mass[1], mass[2], mass[3]});
   fVarAlpha.resize(fPlanes.size());
   for (std::size_t j = 0; j < fPlanes.size(); j++) {
-    const Plane& plane = fPlanes[j];
+    const ScatteringPlane& plane = fPlanes[j];
     const Lanes up = fBetaP2[plane.fGap], down = fBetaP2[plane.fGap + 1];
     fVarAlpha[j] = plane.fScale * plane.fScale / (up + plane.fPart * (down - up));
   }
@@ -421,8 +405,8 @@ void TrackChain::FindNoise() {
     const std::size_t j = fPlanesBefore[i], n = fPlanesBefore[i + 1] - j;
     if (n == 0) continue;
     const LineNoise angle =
-        n == 1 ? LineNoise{fPlaneZ[j], 0, fVarAlpha[j]}
-               : TwoPlanes(fPlaneZ[j], fVarAlpha[j], fPlaneZ[j + 1], fVarAlpha[j + 1]);
+        n == 1 ? LineNoise{fPlanes[j].fZ, 0, fVarAlpha[j]}
+               : TwoPlanes(fPlanes[j].fZ, fVarAlpha[j], fPlanes[j + 1].fZ, fVarAlpha[j + 1]);
     for (std::size_t v = 0; v < 2; v++) {
       const double factor = fPlanes[j].fSlopePerAngle[v] * fPlanes[j].fSlopePerAngle[v];
       fNoise[i][v] = {angle.fZ, angle.fVarX * factor, angle.fVarSlope * factor};
@@ -551,7 +535,7 @@ void TrackChain::FillPlanes(const LaneFits& lanes) const {
       LanePlane planes[2];
       for (std::size_t k = 0; k < in; k++) {
         const double factor = fPlanes[first].fSlopePerAngle[v] * fPlanes[first].fSlopePerAngle[v];
-        planes[k] = {fPlaneZ[first + k], fVarAlpha[first + k] * factor};
+        planes[k] = {fPlanes[first + k].fZ, fVarAlpha[first + k] * factor};
       }
       fSmoother.FitPlanes(v, i, planes, in, kinks[v]);
     }
@@ -571,7 +555,7 @@ void TrackChain::FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j,
       fit.fView[v].fKink[j] = plane.fKink[l] * perSlope;
       fit.fView[v].fSigKink[j] = std::sqrt(plane.fVarKink[l]) * perSlope;
     }
-    const TVector3 point(x.fX[l], y.fX[l], fPlaneZ[j]);
+    const TVector3 point(x.fX[l], y.fX[l], fPlanes[j].fZ);
     const TVector3& last = j > 0 ? fit.fPlanePoint[j - 1] : fit.fPosition;
     fit.fPlaneS[j] = (j > 0 ? fit.fPlaneS[j - 1] : 0) + (point - last).Mag();
     fit.fPlanePoint[j] = point;
@@ -638,7 +622,7 @@ void TrackChain::FillKinematics(std::size_t h, std::size_t lane, HypothesisFit& 
     fit.fT = OwnEnergy(h, lane);
     variance += fEnergy.EndVariance(fMaterial, h, fCourse.fStretch);
   }
-  fit.fP = std::sqrt(fit.fT * (fit.fT + 2 * m));
+  fit.fP = Momentum(fit.fT, m);
   fit.fGamma = 1 + fit.fT / m;
   fit.fBeta = fit.fP / (fit.fT + m);
   fit.fSigT = std::hypot(std::sqrt(variance), fOptions.fSigBeamMomentum * fit.fBeta);

@@ -53,8 +53,9 @@ public:
 
   /// Fits checked hits. `out` holds one cleared fit per hypothesis. A reason that concerns the
   /// whole track is returned, one that concerns a hypothesis is left in its fit.
+  /// @param charges deposits of the hits, in their order, in units of the options' charge scale;
+  ///                infinity: none; empty: the hits have none
   /// @throws GeometryRefusal, KelvoException and what the detector throws
-  /// @param charges of the hits, in their order; empty: they have none
   Refusal Fit(const HitList3D& hits, const std::vector<double>& charges, TrackFit& out);
 
 private:
@@ -80,14 +81,6 @@ private:
   struct Course {
     std::array<std::vector<double>, 2> fSlope; // by view, at each hit
     std::vector<double> fStretch;              // of each gap, and of the end behind the last hit
-  };
-
-  /// A thin plane that scatters.
-  struct Plane {
-    std::size_t fGap;         // where it is
-    double fPart;             // of the gap before it
-    double fScale;            // width of the angle times beta p [rad GeV]
-    double fSlopePerAngle[2]; // change of a view's slope per angle
   };
 
   double ChargePerGeV() const { return fOptions.fChargeScale > 0 ? fOptions.fChargeScale : 1; }
@@ -137,8 +130,7 @@ private:
   Course fCourse;                // of lines through neighbouring hits
   double fUsualGap = 0;          // median of those between hits, along z [cm]
   bool fLeaves = false;
-  std::vector<Plane> fPlanes;
-  std::vector<double> fPlaneZ;            // of fPlanes [cm]
+  std::vector<ScatteringPlane> fPlanes;   // by increasing z
   std::vector<std::size_t> fPlanesBefore; // number of planes before each hit
   std::vector<ChargedHit> fChargedHits;
   std::vector<ChargeLikelihood::Path> fChargePaths;

@@ -43,6 +43,7 @@ TEST_F(FileSafety, NoOutputTakesThePlaceOfAnInput) {
            "cp fine.toml d.root; ln -s d.root l.root; $KELVO fit $HITS -d d.root -o l.root",
            "cp fine.toml d.html; $KELVO report d.html -o ./d.html",
            "cp fine.toml d.svg; $KELVO detector d.svg -o d.svg",
+           "cp fine.toml d.svg; $KELVO display d.svg --track 1 -o ./d.svg",
            "cp fine.toml d.csv; $KELVO simulate -d d.csv -o d.csv --tracks 1 --particle mu "
            "--kinetic-energy 1 --seed 1",
            "cp fine.toml h.truth.csv; $KELVO simulate -d h.truth.csv -o h.csv --tracks 1 "

@@ -43,7 +43,7 @@ public:
         fPlanes.push_back({z, i, (z - points[i].fX[2]) / 4, 13.6e-3 * std::sqrt(x0), {1.2, 1.1}});
         fPlaneZ.push_back(z);
       }
-    for (const ScatteringMomentum::Plane& plane : fPlanes) fLast = plane.fZ;
+    for (const kelvo::ScatteringPlane& plane : fPlanes) fLast = plane.fZ;
     fFinder.Clear();
   }
 
@@ -52,7 +52,7 @@ public:
     EnergyAlong energy({kMass});
     energy.Pass(fMaterial, fStretch, {p});
     std::vector<double> widths;
-    for (const ScatteringMomentum::Plane& plane : fPlanes) {
+    for (const kelvo::ScatteringPlane& plane : fPlanes) {
       const double up = BetaP2(energy.T(0)[plane.fGap]), down = BetaP2(energy.T(0)[plane.fGap + 1]);
       widths.push_back(plane.fScale * plane.fSlopePerAngle[view] /
                        std::sqrt(up + plane.fPart * (down - up)));
@@ -89,10 +89,11 @@ public:
     fFinder.Clear();
     for (std::size_t v = 0; v < 2; v++)
       for (std::size_t i = 0; i < fZ[v].size(); i++) fFinder.AddHit(v, fZ[v][i], fU[v][i], kSigma);
-    for (const ScatteringMomentum::Plane& plane : fPlanes) fFinder.AddPlane(plane);
-    fFinder.Load(fStretch, false);
+    LoadPlanes();
     return fFinder;
   }
+
+  void LoadPlanes() { fFinder.Load(fPlanes, fStretch, false); }
 
   /// The marginal likelihood of the lines with kinks.
   double LogLikelihood(double p) {
@@ -137,7 +138,7 @@ private:
 
   LayeredGeometry fGeometry{Layers()};
   MaterialAlong fMaterial{kelvo::DetectorMaterials(fGeometry, {13}, true)};
-  std::vector<ScatteringMomentum::Plane> fPlanes;
+  std::vector<kelvo::ScatteringPlane> fPlanes;
   std::vector<double> fPlaneZ;
   double fLast = 0;
   std::array<std::vector<double>, 2> fZ, fU;
@@ -276,7 +277,7 @@ TEST(ScatteringMomentum, TwoHitsInEachViewTellNothing) {
   ScatteringMomentum& finder = stack.Load(); // without any hits
   for (std::size_t v = 0; v < 2; v++)
     for (double z : {3.25, 43.25}) finder.AddHit(v, z, 1, 0.3);
-  finder.Load(stack.fStretch, false);
+  stack.LoadPlanes();
   EXPECT_TRUE(std::isnan(finder.Fit(1).fP));
 }
 
@@ -287,7 +288,7 @@ TEST(ScatteringMomentum, HitsAtOnePlaceCountAsTheirMean) {
   const double once = stack.Load().Fit(2).fP;
   ScatteringMomentum& finder = stack.Load();
   finder.AddHit(0, 3.25 + 4 * 48, 7, 1e9); // at the last hit of x, and worthless
-  finder.Load(stack.fStretch, false);
+  stack.LoadPlanes();
   EXPECT_NEAR(finder.Fit(2).fP, once, 1e-6 * once);
 }
 
