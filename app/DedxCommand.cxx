@@ -117,7 +117,7 @@ int Run(const DedxArguments& a) {
     WriteCsv(curves, a.fOutput);
   else
     DrawEnergyLoss(curves).Save(a.fOutput);
-  std::printf("written: %s\n", a.fOutput.c_str());
+  std::printf("written: %s\n", Printable(a.fOutput).c_str());
   return 0;
 }
 

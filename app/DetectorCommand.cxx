@@ -163,7 +163,7 @@ void Draw(const geo::Detector& detector, const std::string& output) {
     throw std::invalid_argument(
         "a geometry of ROOT's cannot be drawn: it knows no planes and cells");
   DrawDetector(*detector.Planes()).Save(output);
-  std::printf("\nwritten: %s\n", output.c_str());
+  std::printf("\nwritten: %s\n", Printable(output).c_str());
 }
 
 int List(const DetectorArguments& arguments) {
@@ -179,7 +179,7 @@ int Run(const DetectorArguments& arguments) {
   if (arguments.fFile.empty()) return List(arguments);
   CheckApart({arguments.fFile}, {arguments.fOutput});
   const geo::Detector detector = geo::Detector::FromFile(arguments.fFile);
-  std::printf("%s (%s)", detector.Name().c_str(), arguments.fFile.c_str());
+  std::printf("%s (%s)", detector.Name().c_str(), Printable(arguments.fFile).c_str());
   if (detector.Planes())
     PrintExtent(*detector.Planes());
   else

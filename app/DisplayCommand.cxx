@@ -5,6 +5,7 @@
 #include "io/FileNames.h"
 #include "io/FitReader.h"
 #include "util/Particles.h"
+#include "util/Text.h"
 
 #include <cstdio>
 #include <iostream>
@@ -83,7 +84,7 @@ int Run(const DisplayArguments& a) {
   }
   const auto detector = geo::Detector::PlanesOfText(fits.Text("detector"), a.fFits + ", detector");
   DrawTrack(detector.get(), row).Save(a.fOutput);
-  std::printf("written: %s\n", a.fOutput.c_str());
+  std::printf("written: %s\n", Printable(a.fOutput).c_str());
   return 0;
 }
 

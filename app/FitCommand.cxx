@@ -7,6 +7,7 @@
 #include "io/PendingFile.h"
 #include "run/FitFile.h"
 #include "util/Particles.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -245,12 +246,13 @@ void PrintProblems(const FitSummary& summary) {
   if (summary.fProblemCount > summary.fProblems.size())
     std::cerr << "; the first " << summary.fProblems.size() << " cases";
   std::cerr << ":\n";
-  for (const std::string& problem : summary.fProblems) std::cerr << "  " << problem << '\n';
+  for (const std::string& problem : summary.fProblems)
+    std::cerr << "  " << Printable(problem) << '\n';
 }
 
 void PrintDoubts(const FitSummary& summary) {
   for (const std::string& doubt : summary.fDoubts)
-    std::cerr << "kelvo: this cannot be meant: " << doubt << '\n';
+    std::cerr << "kelvo: this cannot be meant: " << Printable(doubt) << '\n';
 }
 
 void PrintLine(const char* what, unsigned long long count) {
@@ -282,7 +284,7 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
   std::string written = arguments.fFile.fOutput;
   if (!arguments.fFile.fCsv.empty()) written += ", " + arguments.fFile.fCsv;
   std::printf("\n  %.1f s, %.0f tracks/s; written: %s\n", summary.fSeconds,
-              static_cast<double>(summary.fTracks) / summary.fSeconds, written.c_str());
+              static_cast<double>(summary.fTracks) / summary.fSeconds, Printable(written).c_str());
 }
 
 /// Tells of names that cannot be written, which should not be found out after hours.
@@ -297,7 +299,7 @@ void CheckOutputs(const FitArguments& a) {
 void WriteReport(const FitArguments& a) try {
   FitReader fits(a.fFile.fOutput);
   kelvo::WriteReport(fits, a.fReport);
-  std::printf("  written: %s\n", a.fReport.c_str());
+  std::printf("  written: %s\n", Printable(a.fReport).c_str());
 } catch (const std::exception& e) {
   throw FileError(std::string(e.what()) + "\nkelvo: " + a.fFile.fOutput +
                   " is complete, and 'kelvo report' makes the page from it");
@@ -327,7 +329,7 @@ int Run(FitArguments& arguments) {
     } catch (const StrictStop& e) {
       line.Clear();
       std::cerr << "kelvo: stopped at the first problem (--strict), nothing is written: "
-                << e.what() << '\n';
+                << Printable(e.what()) << '\n';
       return kSomeUnusable;
     }
   });

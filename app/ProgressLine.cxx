@@ -1,7 +1,8 @@
 #include "app/ProgressLine.h"
 
+#include "app/StandardStreams.h"
+
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <iostream>
@@ -36,7 +37,7 @@ std::string TimeText(double seconds) {
 }
 
 ProgressLine::ProgressLine()
-    : fTerminal(isatty(STDERR_FILENO)), fNext(fTerminal ? 0 : kBetweenLines) {}
+    : fTerminal(StandardStreams::IsTerminal()), fNext(fTerminal ? 0 : kBetweenLines) {}
 
 void ProgressLine::Show(const Progress& progress) {
   if (progress.fSeconds < fNext) return;

@@ -3,6 +3,7 @@
 #include "draw/Report.h"
 #include "io/FileNames.h"
 #include "io/FitReader.h"
+#include "util/Text.h"
 
 #include <cstdio>
 #include <memory>
@@ -27,7 +28,7 @@ int Run(const ReportArguments& a) {
   CheckApart({a.fFits}, {a.fOutput});
   FitReader fits(a.fFits);
   WriteReport(fits, a.fOutput);
-  std::printf("written: %s\n", a.fOutput.c_str());
+  std::printf("written: %s\n", Printable(a.fOutput).c_str());
   return 0;
 }
 

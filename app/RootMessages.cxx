@@ -1,5 +1,7 @@
 #include "app/RootMessages.h"
 
+#include "util/Text.h"
+
 #include <TError.h>
 
 #include <iostream>
@@ -34,7 +36,7 @@ RootMessages::~RootMessages() {
   SetErrorHandler(gPrevious);
   if (gCount == 0) return;
   std::cerr << "kelvo: ROOT gave " << gCount << (gCount == 1 ? " warning: " : " warnings, first: ")
-            << gFirst << '\n';
+            << Printable(gFirst) << '\n';
 }
 
 } // namespace kelvo::app

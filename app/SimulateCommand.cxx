@@ -221,7 +221,7 @@ void PrintSummary(const SimulationSummary& summary) {
               summary.fTracks, summary.fHits, summary.fMeanT);
   std::printf("  %.1f s, %.0f tracks/s; written:", summary.fSeconds,
               static_cast<double>(summary.fTracks) / summary.fSeconds);
-  for (const std::string& file : summary.fFiles) std::printf(" %s", file.c_str());
+  for (const std::string& file : summary.fFiles) std::printf(" %s", Printable(file).c_str());
   std::printf("\n");
 }
 

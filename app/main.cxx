@@ -3,6 +3,8 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "app/RootMessages.h"
+#include "app/StandardStreams.h"
+#include "util/Text.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -12,6 +14,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -50,7 +53,7 @@ int Run(int argc, char** argv) {
     program.parse(Words(argc, argv));
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return program.exit(e); // --help, --version
-    std::cerr << kelvo::app::UsageMessage(program, e, argc, argv);
+    std::cerr << kelvo::Printable(kelvo::app::UsageMessage(program, e, argc, argv));
     return kelvo::app::kUsageOrFiles;
   }
   for (const auto& command : commands)
@@ -77,13 +80,17 @@ int main(int argc, char** argv) {
   std::signal(SIGXFSZ, SIG_IGN);
   // As does a pipe that is closed, so that no partial file is left.
   std::signal(SIGPIPE, SIG_IGN);
+  const kelvo::app::StandardStreams words;
   const kelvo::app::RootMessages messages;
   try {
     const int status = Run(argc, argv);
     if (IsPrinted()) return status;
+  } catch (const std::bad_alloc&) {
+    std::cerr << "kelvo: too little memory; give this process more, or --threads less\n";
+    return kelvo::app::kUsageOrFiles;
   } catch (const std::exception& e) {
     if (IsPrinted()) {
-      std::cerr << "kelvo: " << e.what() << '\n';
+      std::cerr << "kelvo: " << kelvo::Printable(e.what()) << '\n';
       return kelvo::app::kUsageOrFiles;
     }
   }

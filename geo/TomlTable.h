@@ -52,7 +52,7 @@ std::string ListOfNames(const Entries& entries) {
 }
 
 inline std::string Found(const toml::node& node) {
-  if (const auto* text = node.as_string()) return Quoted(text->get());
+  if (const auto* text = node.as_string()) return kelvo::TomlText(text->get());
   if (const auto* number = node.as_integer()) return fmt::format(FMT_STRING("{}"), number->get());
   if (const auto* number = node.as_floating_point()) return ToText(number->get());
   if (const auto* flag = node.as_boolean()) return flag->get() ? "true" : "false";
@@ -214,6 +214,8 @@ public:
     const toml::node& node = Get(key, expected);
     const auto* text = node.as_string();
     if (!text || text->get().empty()) FailExpected(node, key, expected);
+    if (kelvo::HasControls(text->get()))
+      FailExpected(node, key, "a text without control characters");
     return text->get();
   }
 

@@ -6,6 +6,8 @@
 #include <TObjString.h>
 
 #include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,6 +45,16 @@ public:
 
 } // namespace
 
+void CheckRoomForRoot() {
+  constexpr rlim_t kNeeded = 700'000'000; // [bytes]; ROOT 6.40 starts with 650 MB
+  constexpr rlim_t kMega = 1'000'000;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur >= kNeeded) return;
+  throw FileError(fmt::format(FMT_STRING("ROOT needs {} MB of address space, and this process may "
+                                         "have {}; raise its limit (ulimit -v)"),
+                              kNeeded / kMega, limit.rlim_cur / kMega));
+}
+
 OpenPath::OpenPath(const std::string& name)
     : fDescriptor(::open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
   if (fDescriptor < 0) throw FileError(name + ": cannot be opened: " + std::strerror(errno));
@@ -57,6 +69,7 @@ std::string OpenPath::Path() const {
 }
 
 std::unique_ptr<TFile> OpenRootFile(const std::string& name) {
+  CheckRoomForRoot();
   const TDirectory::TContext restore;
   auto file = std::make_unique<InputFile>(name);
   if (file->IsZombie()) throw FileError(name + ": is damaged and cannot be read");
@@ -111,6 +124,7 @@ private:
 };
 
 RootOutput::RootOutput(const PendingFile& file, int settings) : fName(file.Name()) {
+  CheckRoomForRoot();
   const int descriptor = ::open(file.Partial().c_str(), O_RDWR | O_TRUNC | O_CLOEXEC);
   if (descriptor < 0) throw FileError(fName + ": cannot be written: " + std::strerror(errno));
   const TDirectory::TContext restore;

@@ -10,6 +10,11 @@
 
 namespace kelvo {
 
+/// Makes sure that there is room for ROOT's interpreter, which starts with the first table or
+/// thread and ends a process that has too little.
+/// @throw FileError where the address space of the process is limited to less
+void CheckRoomForRoot();
+
 /// A file that is open to be read, under a path without anything that ROOT takes apart, as it does
 /// names with '#', '?', '|' or '$', blanks in front, or what looks like a protocol.
 class OpenPath {

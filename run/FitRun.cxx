@@ -1,5 +1,6 @@
 #include "run/FitRun.h"
 
+#include "io/RootFile.h"
 #include "run/ChargeScale.h"
 #include "util/Text.h"
 
@@ -44,6 +45,7 @@ bool FitRun::Fit(const std::function<void(const FittedBlock&)>& write, const GoO
 /// The scale is found before the first thread starts, so that it does not depend on their number.
 RowFitter FitRun::MakeFitter(const geo::Detector& detector, const TrackFitOptions& options) {
   CheckMaterials(detector, options);
+  CheckRoomForRoot();
   // One thread may read a ROOT file while others use ROOT, too.
   ROOT::EnableThreadSafety();
   RowFitter fitter(TrackFitter(detector.Geometry(), options), detector.Planes());

@@ -13,6 +13,13 @@ bool EndsWith(std::string_view text, std::string_view end);
 /// Returns the texts with a comma and a blank between them.
 std::string Joined(const std::vector<std::string>& texts);
 
+/// Returns a text for a terminal, which would obey control characters: each but the end of a line
+/// becomes a question mark, also those of 0x80 to 0x9f in UTF-8.
+std::string Printable(std::string_view text);
+
+/// Returns whether a text has control characters, the end of a line included.
+bool HasControls(std::string_view text);
+
 /// Returns a text between quotation marks.
 std::string Quoted(std::string_view text);
 

@@ -1,9 +1,11 @@
 // What the program does to files and streams that are not as it would like to have them.
 
 #include "test/support/TempFolder.h"
+#include "util/Text.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -11,6 +13,12 @@
 namespace {
 
 const std::string kFine = KELVO_SOURCE_DIR "/detectors/fine.toml";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
 const std::string kMuons = KELVO_SOURCE_DIR "/examples/data/fine_mu_hits_smeared.csv.gz";
 
 class FileSafety : public testing::Test {
@@ -104,6 +112,82 @@ TEST_F(FileSafety, WhatCannotBePrintedIsAnError) {
     EXPECT_EQ(printed,
               "kelvo: not all could be printed; is the disk of the standard output full?\n2\n")
         << command;
+  }
+}
+
+TEST_F(FileSafety, TooLittleAddressSpaceIsToldInOneSentence) {
+  if (kIsSanitized) GTEST_SKIP() << "a sanitizer takes more address space than any limit leaves";
+  Shell(
+      "$KELVO simulate -d fine.toml -o hits.root --tracks 2 --particle mu --kinetic-energy 0.5 "
+      "--seed 1");
+  for (const std::string megabytes : {"300", "450", "600"})
+    for (const std::string command :
+         {"fit $HITS -d fine.toml -o fits.root", "fit hits.root -d fine.toml -o fits.root",
+          "simulate -d fine.toml -o fits.root --tracks 2 --particle mu --kinetic-energy 1 --seed "
+          "1"})
+      EXPECT_EQ(
+          Shell("ulimit -v " + megabytes + "000; $KELVO " + command + "; echo $?; ls | grep fits"),
+          "kelvo: ROOT needs 700 MB of address space, and this process may have " +
+              std::to_string(std::stoi(megabytes) * 1024 / 1000) +
+              "; raise its limit (ulimit -v)\n2\n")
+          << command;
+}
+
+TEST_F(FileSafety, AFaultInALibraryIsToldInOneSentence) {
+  if (kIsSanitized) GTEST_SKIP() << "a sanitizer reports faults itself";
+  // A signal from outside takes the way of one that a damaged file causes inside of ROOT.
+  const std::string printed = Shell(
+      "mkfifo pipe; $KELVO fit pipe -d fine.toml -o fits.root & "
+      "until ls | grep -q partial; do :; done; kill -SEGV $!; wait $!; echo $?");
+  EXPECT_EQ(printed,
+            "kelvo: a fault in a library ended the work, and nothing more is written; is an input "
+            "file damaged, or too little memory left?\n2\n");
+  EXPECT_FALSE(Exists("fits.root"));
+}
+
+TEST_F(FileSafety, WhatLibrariesPrintIsToldInOneLine) {
+  if (kIsSanitized) GTEST_SKIP() << "a sanitizer reports through the same stream";
+  // Compressed bytes that ROOT cannot unpack, of which it tells by itself.
+  Shell(
+      "$KELVO simulate -d fine.toml -o hits.root --tracks 20 --particle mu --kinetic-energy 0.5 "
+      "--seed 1");
+  std::string bytes = fFolder.Read("hits.root");
+  for (std::size_t at = 300; at < bytes.size(); at += 100)
+    bytes[at] = static_cast<char>(bytes[at] + 1);
+  fFolder.Write("hits.root", bytes);
+  const std::string printed = Shell("$KELVO fit hits.root -d fine.toml -o fits.root; echo $?");
+  EXPECT_EQ(printed.substr(0, 18), "kelvo: hits.root: ") << printed;
+  EXPECT_LE(std::count(printed.begin(), printed.end(), '\n'), 4) << printed;
+  EXPECT_EQ(printed.substr(printed.size() - 3), "\n2\n") << printed;
+}
+
+TEST_F(FileSafety, NoFileTakesThePlaceOfAClosedStream) {
+  Shell("$KELVO fit $HITS -d fine.toml -o fits.root --limit 3 --csv expected.csv");
+  for (const std::string closed : {">&-", "2>&-", "<&-", ">&- 2>&- <&-"}) {
+    const std::string printed =
+        Shell("$KELVO fit $HITS -d fine.toml -o fits.root --limit 3 --csv fits.csv " + closed +
+              "; echo $?; cmp expected.csv fits.csv && echo same");
+    const bool isTold = closed[0] != '>';
+    EXPECT_NE(printed.find(isTold ? "\n0\nsame\n" : "2\nsame\n"), std::string::npos)
+        << closed << '\n'
+        << printed;
+  }
+}
+
+TEST_F(FileSafety, TerminalsGetNoControlCharactersFromNames) {
+  for (const std::string command :
+       {"fit \"$BAD\" -d fine.toml -o fits.root", "fit $HITS -d \"$BAD\" -o fits.root",
+        "fit $HITS -d fine.toml -o \"$BAD.root\" --limit 2", "\"$BAD\"", "dedx \"$BAD\"",
+        "dedx Iron -o \"$BAD.svg\"", "detector \"$BAD\"", "detector fine.toml -o \"$BAD.svg\"",
+        "report \"$BAD\" -o r.html", "display \"$BAD\" --track 1 -o d.svg",
+        "fit $HITS -d fine.toml -o fits.root --column \"u=$BAD\"",
+        "fit $HITS -d fine.toml -o fits.root --limit \"$BAD\"",
+        "simulate -d fine.toml -o \"$BAD.csv\" --tracks 2 --particle mu --kinetic-energy 1 --seed "
+        "1"}) {
+    const std::string printed =
+        Shell("BAD=$(printf 'a\\033[31m\\302\\233m\\007b'); $KELVO " + command);
+    EXPECT_NE(printed.find("a?[31m"), std::string::npos) << command << '\n' << printed;
+    EXPECT_EQ(kelvo::Printable(printed), printed) << command;
   }
 }
 

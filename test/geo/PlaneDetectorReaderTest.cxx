@@ -273,6 +273,15 @@ TEST(DetectorFile, TakesAnyCharacterInTextsAndComments) {
   EXPECT_EQ(name("\"\\\"\u00e9\\\\\""), "\"\u00e9\\");
 }
 
+TEST(DetectorFile, RefusesNamesThatATerminalWouldObey) {
+  const std::string rule = "expected a text without control characters, found ";
+  EXPECT_EQ(Message("\"test\"", "\"a\\u001B[31m\""),
+            "test.toml:1:8: name: " + rule + "\"a\\u001B[31m\"");
+  for (const std::string control : {"\\n", "\\u007F", "\\u009B", "\\t"})
+    EXPECT_NE(Message("name = \"test\"", "name = \"a" + control + "\"").find(rule),
+              std::string::npos);
+}
+
 TEST(DetectorFile, RefusesOtherCharactersElsewhere) {
   const std::string rule =
       "a character outside of ASCII may only be in a comment or between quotation marks";

@@ -32,6 +32,19 @@ TEST(Text, ATomlTextHasBackslashesBeforeWhatMayNotStandThere) {
   EXPECT_EQ(kelvo::TomlText("\xC3\xA9"), "\"\xC3\xA9\"");
 }
 
+TEST(Text, ATerminalGetsNoControlCharacters) {
+  EXPECT_EQ(kelvo::Printable("a\x1b[31mb\ac\x7f\r\td"), "a?[31mb?c???d");
+  EXPECT_EQ(kelvo::Printable("one\ntwo"), "one\ntwo");
+  EXPECT_EQ(kelvo::Printable(std::string(1, '\0') + "a"), "?a");
+  // 0x80 and 0x9f, which some terminals obey as well, and the letters at either side of them.
+  EXPECT_EQ(kelvo::Printable("\xc2\x80\xc2\x9f"), "??");
+  EXPECT_EQ(kelvo::Printable("\xc2\xa0\xc3\x80\xc3\x9f"), "\xc2\xa0\xc3\x80\xc3\x9f");
+  EXPECT_EQ(kelvo::Printable("\xc2"), "\xc2");
+  for (const char* text : {"\n", "a\x1b", "\xc2\x9bm"}) EXPECT_TRUE(kelvo::HasControls(text));
+  for (const char* text : {"", "a b", "\xc2\xa0", "\xc3\x9f", "\xc2"})
+    EXPECT_FALSE(kelvo::HasControls(text)) << text;
+}
+
 TEST(Text, TextOfAFileIsShownPrintableAndShort) {
   EXPECT_EQ(kelvo::Shown("12 cm"), "\"12 cm\"");
   EXPECT_EQ(kelvo::Shown("a\tb\xFF"), "\"a?b?\"");
