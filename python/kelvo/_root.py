@@ -6,6 +6,7 @@ import functools
 import os
 import pathlib
 import re
+import threading
 import warnings
 from typing import Any, Callable, Mapping
 
@@ -16,9 +17,17 @@ _HERE = pathlib.Path(__file__).parent
 _FOLDERS = [folder / name for folder in (_HERE, _HERE.parent.parent) for name in ("lib", "lib64")]
 
 
-@functools.cache
+_LOADING = threading.RLock()  # ROOT must be imported and asked to load by one thread at a time
+
+
 def root() -> Any:
     """Returns the module ROOT with the library loaded; takes about a second the first time."""
+    with _LOADING:
+        return _loaded()
+
+
+@functools.cache
+def _loaded() -> Any:
     with warnings.catch_warnings():
         # ROOT's wheel says so in every process.
         warnings.filterwarnings("ignore", r"\s*This distribution of ROOT is in alpha stage")
@@ -30,6 +39,9 @@ def root() -> Any:
     # loaded after ROOT has compiled for a data frame does not fit in.
     for library in ("libkelvo_frame.so", "libkelvo_run.so", "libkelvo_python.so"):
         _load(ROOT, library)
+    # A class without what ROOT adds to it is seen by other threads while it is made.
+    for element in ("unsigned char", "Long64_t"):
+        ROOT.std.vector[element]
     return ROOT
 
 
@@ -96,5 +108,7 @@ def string_map(names: Mapping[str, str]) -> Any:
     """Returns a std::map of texts."""
     made = root().std.map["std::string", "std::string"]()
     for name, other in names.items():
+        if not isinstance(name, str) or not isinstance(other, str):
+            raise Error(f"columns maps {name!r} to {other!r}; both must be texts")
         made[name] = other
     return made

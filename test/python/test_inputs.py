@@ -2,6 +2,7 @@
 
 import doctest
 import subprocess
+import sys
 
 import awkward as ak
 import numpy as np
@@ -111,3 +112,36 @@ def test_the_recipes_run(hits, tmp_path, monkeypatch):
     assert results.attempted > 15 and results.failed == 0
     for block in page.read_text().split("```python\n")[2:]:
         assert block.split("```")[0].count(">>>") <= 2
+
+
+FIRST_USE = """
+import sys, threading
+together = threading.Barrier(8)
+failed = []
+
+def use(i):
+    try:
+        together.wait()
+        import kelvo
+        if i % 2:
+            assert len(kelvo.fit_tracks(sys.argv[1], sys.argv[2], limit=5)) == 15
+        else:
+            kelvo.Lutz(5, 2)
+    except BaseException as e:
+        failed.append(repr(e))
+
+threads = [threading.Thread(target=use, args=[i]) for i in range(8)]
+for thread in threads: thread.start()
+for thread in threads: thread.join()
+print(failed)
+"""
+
+
+def test_the_first_use_may_be_by_several_threads_at_once(run):
+    for _ in range(3):
+        assert run(sys.executable, "-c", FIRST_USE, FILE, DETECTOR) == "[]\n"
+
+
+def test_a_mapping_of_columns_is_of_texts(hits):
+    with pytest.raises(kelvo.Error, match="columns maps 1 to 'event'; both must be texts"):
+        kelvo.fit_tracks(hits, DETECTOR, columns={1: "event"})
