@@ -1,6 +1,7 @@
 // Surfaces for a track with 200 positions through 1,000 material steps, beside a plain program that
 // integrates the track and looks every value up by a scan; with the allocations per call.
 #include "func/ScatteringSurfaces.h"
+#include "geo/OwnMaterial.h"
 #include "test/support/Allocations.h"
 #include "test/support/SurfacesReference.h"
 
@@ -15,8 +16,8 @@ constexpr std::size_t kPositions = 200;
 constexpr std::size_t kSteps = 1000;
 constexpr double kStep = 1.5; // [cm]
 
-const TGeoMaterial gPlastic("Scintillator", 11.2, 5.6, 1.0, -42, -70);
-const TGeoMaterial gWall("PVC", 28, 14, 1.4, -20, -50);
+const geo::Own<> gPlastic("Scintillator", 11.2, 5.6, 1.0, -42, -70);
+const geo::Own<> gWall("PVC", 28, 14, 1.4, -20, -50);
 const double kStart[] = {0, 0, 0};
 const double kEnd[] = {0, 0, kSteps* kStep};
 

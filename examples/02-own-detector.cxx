@@ -81,12 +81,13 @@ private:
 
   //! [materials]
   // The name picks the stopping power: Scintillator, PVC, Glue, Steel or Vacuum. Then atomic mass
-  // and number, density [g/cm3], and minus the radiation length [cm]: a positive one would make
-  // ROOT compute its own. Never deleted here: ROOT's geometry package, where it is there, does so
-  // at the end of the program.
-  const TGeoMaterial* fScintillator = new TGeoMaterial("Scintillator", 11.2, 5.6, 0.859, -51.447);
-  const TGeoMaterial* fPVC = new TGeoMaterial("PVC", 20, 10, 1.49, -16.517);
-  const TGeoMaterial* fSteel = new TGeoMaterial("Steel", 55.845, 26, 7.87, -1.7584);
+  // and number, density [g/cm3], and minus the radiation and nuclear interaction lengths [cm]:
+  // without either ROOT would compute it, by a geometry that is not there. Never deleted here:
+  // ROOT's geometry package, where it is there, does so at the end of the program.
+  const TGeoMaterial* fScintillator =
+      new TGeoMaterial("Scintillator", 11.2, 5.6, 0.859, -51.447, -91.2);
+  const TGeoMaterial* fPVC = new TGeoMaterial("PVC", 20, 10, 1.49, -16.517, -63.8);
+  const TGeoMaterial* fSteel = new TGeoMaterial("Steel", 55.845, 26, 7.87, -1.7584, -17);
   const TGeoMaterial* fVacuum = new TGeoMaterial("Vacuum", 0, 0, 0);
   //! [materials]
   const std::vector<Shell> fShells{{30, fScintillator}, {31, fPVC}, {31.5, fSteel}}; // outwards

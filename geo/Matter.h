@@ -1,5 +1,6 @@
 #pragma once
 
+#include "geo/OwnMaterial.h"
 #include "matter/Material.h"
 
 #include <TGeoMaterial.h>
@@ -19,7 +20,8 @@ public:
   /// @param a,z    atomic mass [g/mole] and number, 0 where none were given
   /// @param radLen radiation length [cm]
   MaterialOfMatter(const char* name, double a, double z, double radLen, matter::Material matter)
-      : TGeoMaterial(name, a, z, matter.Density(), -radLen), fMatter(std::move(matter)) {}
+      : TGeoMaterial(name, a, z, matter.Density(), -radLen, GivenIntLen(a, z, matter.Density())),
+        fMatter(std::move(matter)) {}
 
   const matter::Material& Matter() const { return fMatter; }
 

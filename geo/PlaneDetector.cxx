@@ -1,11 +1,8 @@
 #include "geo/PlaneDetector.h"
 
 #include "geo/Matter.h"
+#include "geo/OwnMaterial.h"
 #include "geo/PlaneDetectorReader.h"
-
-#if __has_include(<TGeoManager.h>)
-#include <TGeoManager.h>
-#endif
 
 #include <algorithm>
 #include <cmath>
@@ -14,25 +11,13 @@ namespace geo {
 
 namespace {
 
-/// ROOT's geometry manager, where there is one, takes every new material for its own and would
-/// delete it at the end of the program.
-void KeepFromManager([[maybe_unused]] TGeoMaterial* material) {
-#if __has_include(<TGeoManager.h>)
-  if (gGeoManager) gGeoManager->GetListOfMaterials()->Remove(material);
-#endif
-}
-
 std::unique_ptr<TGeoMaterial> MakeMaterial(const DetectorDescription::Material& m) {
-  std::unique_ptr<TGeoMaterial> material;
   // A negative radiation length is ROOT's way to say: take this one, compute none.
   if (m.fMatter && m.fRadLength > 0)
-    material =
-        std::make_unique<MaterialOfMatter>(m.fName.c_str(), m.fA, m.fZ, m.fRadLength, *m.fMatter);
-  else
-    material =
-        std::make_unique<TGeoMaterial>(m.fName.c_str(), m.fA, m.fZ, m.fDensity, -m.fRadLength);
-  KeepFromManager(material.get());
-  return material;
+    return std::make_unique<Own<MaterialOfMatter>>(m.fName.c_str(), m.fA, m.fZ, m.fRadLength,
+                                                   *m.fMatter);
+  return std::make_unique<Own<>>(m.fName.c_str(), m.fA, m.fZ, m.fDensity, -m.fRadLength,
+                                 GivenIntLen(m.fA, m.fZ, m.fDensity));
 }
 
 using Materials = std::vector<std::unique_ptr<TGeoMaterial>>;

@@ -1,5 +1,6 @@
 #include "geo/TGeoDetector.h"
 
+#include "geo/OwnMaterial.h"
 #include "util/Text.h"
 
 #include <TError.h>
@@ -14,8 +15,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <mutex>
 #include <set>
+#include <shared_mutex>
 #include <stdexcept>
 
 namespace geo {
@@ -28,15 +31,12 @@ constexpr double kStuck = 1e-8;  // cm, the size of an atom; shorter steps may b
 constexpr double kPush = 1e-9;   // cm; first push over a boundary that is not crossed
 constexpr int kMaxThreads = 256;
 
+// Held by whoever walks; held alone by whoever adds a navigator, which changes the manager. Of the
+// process, since ROOT holds one geometry at a time and several detectors may stand on it.
+std::shared_mutex gWalks;
+
 bool IsEmpty(const TGeoMaterial& material) {
   return material.GetDensity() < kEmpty;
-}
-
-std::unique_ptr<TGeoMaterial> MakeVacuum() {
-  auto vacuum = std::make_unique<TGeoMaterial>("Vacuum", 0, 0, 0);
-  // The manager takes every new material for its own.
-  gGeoManager->GetListOfMaterials()->Remove(vacuum.get());
-  return vacuum;
 }
 
 TGeoManager& Checked(TGeoManager& manager) {
@@ -69,6 +69,11 @@ void AddMaterials(const TGeoVolume& volume, std::set<const TGeoVolume*>& seen,
     AddMaterials(*volume.GetNode(i)->GetVolume(), seen, names);
 }
 
+/// Volumes of one material may have records of their own, as GDML files often have them.
+bool AreSame(const TGeoMaterial& a, const TGeoMaterial& b) {
+  return &a == &b || std::strcmp(a.GetName(), b.GetName()) == 0;
+}
+
 /// Collects steps: tiny ones are added to a neighbour, and those of one material to each other.
 class StepList {
 public:
@@ -77,7 +82,7 @@ public:
 
   void Add(double length, const TGeoMaterial* material) {
     fSum += length;
-    if (!fMats.empty() && (fMats.back() == material || length < kTiny)) {
+    if (!fMats.empty() && (length < kTiny || AreSame(*fMats.back(), *material))) {
       fDs.back() += length;
     } else if (length < kTiny) {
       fBefore += length;
@@ -185,7 +190,9 @@ std::unique_ptr<TGeoManager> Import(const std::string& file) {
 } // namespace
 
 TGeoDetector::TGeoDetector(TGeoManager& manager)
-    : fManager(Checked(manager)), fVacuum(MakeVacuum()), fName(manager.GetName()) {
+    : fManager(Checked(manager)),
+      fVacuum(std::make_unique<Own<>>("Vacuum", 0, 0, 0)),
+      fName(manager.GetName()) {
   fMaterialNames.emplace_back("Vacuum");
   std::set<const TGeoVolume*> seen;
   AddMaterials(*manager.GetTopVolume(), seen, fMaterialNames);
@@ -239,14 +246,21 @@ void TGeoDetector::CheckThread() const {
 }
 
 TGeoNavigator* TGeoDetector::FindNavigator() const {
-  const auto found = fNavigators.find(std::this_thread::get_id());
-  return found == fNavigators.end() ? nullptr : found->second;
+  const TGeoNavigatorArray* own = fManager.GetListOfNavigators(); // those of this thread
+  if (!own || !own->GetCurrentNavigator()) return nullptr;
+  // Volumes that ROOT has divided into voxels ask the manager's current navigator, whichever walks.
+  // For several threads it is that of the thread already.
+  if (!fManager.IsMultiThread() && fManager.GetCurrentNavigator() != own->GetCurrentNavigator())
+    fManager.SetCurrentNavigator(own->IndexOf(own->GetCurrentNavigator()));
+  return fManager.GetCurrentNavigator();
 }
 
 void TGeoDetector::AddNavigator() const {
-  const std::unique_lock lock(fMutex);
-  if (!fNavigators.empty() && !fManager.IsMultiThread()) fManager.SetMaxThreads(kMaxThreads);
-  fNavigators[std::this_thread::get_id()] = fManager.AddNavigator();
+  const std::unique_lock lock(gWalks);
+  // A navigator that is there already is another thread's.
+  if (!fManager.IsMultiThread() && fManager.GetCurrentNavigator())
+    fManager.SetMaxThreads(kMaxThreads);
+  fManager.AddNavigator();
 }
 
 const TGeoMaterial* TGeoDetector::MaterialAt(const TGeoNavigator& navigator) const {
@@ -268,15 +282,17 @@ void TGeoDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
   if (distance == 0) return;
   CheckManager();
 
-  std::shared_lock lock(fMutex);
-  if (!FindNavigator()) {
+  std::shared_lock lock(gWalks);
+  TGeoNavigator* navigator = FindNavigator();
+  if (!navigator) {
     lock.unlock();
     AddNavigator();
     lock.lock();
+    navigator = FindNavigator();
   }
   CheckThread();
   StepList steps(ds, mats);
-  Walk walk(*FindNavigator(), p0, p1, distance);
+  Walk walk(*navigator, p0, p1, distance);
   while (!walk.AtEnd()) {
     const TGeoMaterial* material = MaterialAt(walk.Navigator());
     steps.Add(walk.Step(), material);

@@ -5,11 +5,8 @@
 
 #include <TGeoMaterial.h>
 
-#include <map>
 #include <memory>
-#include <shared_mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 class TGeoManager;
@@ -23,12 +20,14 @@ namespace geo {
 ///     const auto detector = geo::TGeoDetector::FromFile("calorimeter.gdml");
 ///     detector->MaterialsBetweenPoints(p0, p1, ds, mats);
 ///
-/// Any number of threads may share one; each gets a navigator of its own with its first question.
-/// With the second thread the manager is switched to several threads, for up to 256 of them, unless
-/// SetMaxThreads was called before.
+/// Any number of threads may share one, and several may stand on one geometry. Each thread asks by
+/// its own current navigator of the manager, and moves it; one that has none gets one with its
+/// first question, which stays with the manager. With the second thread the manager is switched to
+/// several threads, for up to 256 of them, unless SetMaxThreads was called before.
 ///
 /// ROOT holds one geometry at a time: while this object is in use, no other one may be read or
-/// made. Exists only where ROOT has its geometry package.
+/// made. In one process one geometry may be asked by several threads, and no other one after it:
+/// ROOT's threads keep its navigators in mind. Exists only where ROOT has its geometry package.
 class TGeoDetector : public GeometryBase {
 public:
   /// Refers to a geometry in memory, which must outlive this object.
@@ -46,7 +45,7 @@ public:
   TGeoDetector& operator=(const TGeoDetector&) = delete;
 
   /// Lists the material steps on the straight way from p0 to p1, in order: lengths above zero that
-  /// add up to the distance, neighbouring steps of different materials, no step for a zero
+  /// add up to the distance, neighbouring steps of materials of different names, no step for a zero
   /// distance. Outside of the world, and in matter thinner than 1e-15 g/cm3, the material is one
   /// named "Vacuum". Cost: proportional to the volumes on the way.
   /// @param p0,p1 first and last point: x, y, z [cm]
@@ -77,9 +76,6 @@ private:
   std::unique_ptr<TGeoMaterial> fVacuum;
   std::string fName;
   std::vector<std::string> fMaterialNames;
-  // Held by whoever walks; held alone by whoever adds a navigator, which changes the manager.
-  mutable std::shared_mutex fMutex;
-  mutable std::map<std::thread::id, TGeoNavigator*> fNavigators; // owned by the manager
 };
 
 } // namespace geo

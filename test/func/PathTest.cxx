@@ -362,7 +362,9 @@ public:
 private:
   struct Material : TGeoMaterial {
     Material(const char* name, double radLength)
-        : TGeoMaterial(name, 12, 6, 1), fGiven(radLength) {}
+        : TGeoMaterial(name, 12, 6, 1, -40, -80), fGiven(radLength) {
+      geo::KeepFromManager(*this);
+    }
     Double_t GetRadLen() const override { return fGiven; }
     double fGiven;
   } fMaterial;

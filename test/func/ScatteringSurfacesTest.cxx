@@ -2,7 +2,6 @@
 // one plain program that integrates and looks up for itself.
 #include "func/ScatteringSurfaces.h"
 
-#include <TGeoMaterial.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 
 #include "func/KelvoException.h"
 #include "func/Path.h"
+#include "geo/OwnMaterial.h"
 #include "test/support/SameBits.h"
 #include "test/support/SurfacesReference.h"
 
@@ -30,13 +30,13 @@ using Positions = std::vector<double>;
 constexpr double kNoLimit = 1e30;
 constexpr double kRadLength = 25; // of the uniform material [cm]
 
-const TGeoMaterial gPlastic("Scintillator", 11.2, 5.6, 1.0, -kRadLength, -70);
-const TGeoMaterial gSteel("Steel", 55.8, 26, 7.9, -1.76, -17);
-const TGeoMaterial gVacuum("Vacuum", 0, 0, 0);
+const geo::Own<> gPlastic("Scintillator", 11.2, 5.6, 1.0, -kRadLength, -70);
+const geo::Own<> gSteel("Steel", 55.8, 26, 7.9, -1.76, -17);
+const geo::Own<> gVacuum("Vacuum", 0, 0, 0);
 
 class NoRadLength : public TGeoMaterial {
 public:
-  NoRadLength() : TGeoMaterial("Glue", 12, 6, 1.0) {}
+  NoRadLength() : TGeoMaterial("Glue", 12, 6, 1.0, -40, -80) { geo::KeepFromManager(*this); }
   double GetRadLen() const override { return 0; }
 };
 const NoRadLength gBroken;

@@ -103,12 +103,12 @@ TEST(Matter, GivenRadiationLengthIsKeptToTheBit) {
 }
 
 TEST(Matter, RecordOfAnyGeometryIsKnownByNameOrElement) {
-  const TGeoMaterial lead("shield", 207.2, 82, 11.35, -0.5612);
+  const geo::Own<> lead("shield", 207.2, 82, 11.35, -0.5612);
   const auto byElement = MatterOf(lead);
   ASSERT_TRUE(byElement);
   EXPECT_NEAR(byElement->Excitation(), 823, 1e-9);
   EXPECT_DOUBLE_EQ(byElement->RadLength(), 0.5612 * 11.35);
-  const TGeoMaterial water("Water", 0, 0, 0.998, -36.1);
+  const geo::Own<> water("Water", 0, 0, 0.998, -36.1);
   const auto byName = MatterOf(water);
   ASSERT_TRUE(byName);
   EXPECT_EQ(byName->Density(), 0.998);
@@ -116,7 +116,7 @@ TEST(Matter, RecordOfAnyGeometryIsKnownByNameOrElement) {
 }
 
 TEST(Matter, AMixtureIsOfItsElementsByMass) {
-  TGeoMixture glass("window", 4, 2.2);
+  geo::Own<TGeoMixture> glass("window", 4, 2.2);
   glass.AddElement(28.085, 14, 0.467);
   glass.AddElement(15.995, 8, 0.5);
   glass.AddElement(17.999, 8, 0.033); // another isotope of the same element
@@ -134,7 +134,7 @@ TEST(Matter, AMixtureIsOfItsElementsByMass) {
 }
 
 TEST(Matter, TheWeightsOfAMixtureNeedNotAddUpToOne) {
-  TGeoMixture water("coolant", 2, 0.998);
+  geo::Own<TGeoMixture> water("coolant", 2, 0.998);
   water.AddElement(1.008, 1, 2 * 1.008);
   water.AddElement(15.999, 8, 15.999);
   const auto matter = MatterOf(water);
@@ -143,14 +143,14 @@ TEST(Matter, TheWeightsOfAMixtureNeedNotAddUpToOne) {
 }
 
 TEST(Matter, AMixtureOfWhatIsNoElementIsNotKnown) {
-  TGeoMixture foam("foam", 1, 0.05);
+  geo::Own<TGeoMixture> foam("foam", 1, 0.05);
   foam.AddElement(11.2, 5.6, 1);
   EXPECT_FALSE(MatterOf(foam));
 }
 
 TEST(Matter, UnknownNameWithoutElementIsUnknown) {
-  EXPECT_FALSE(MatterOf(TGeoMaterial("Oil", 0, 0, 0.9, -50)));
-  EXPECT_FALSE(MatterOf(TGeoMaterial("Mixture", 12.4, 6.6, 0.9, -50)));
+  EXPECT_FALSE(MatterOf(geo::Own<>("Oil", 0, 0, 0.9, -50)));
+  EXPECT_FALSE(MatterOf(geo::Own<>("Mixture", 12.4, 6.6, 0.9, -50, -90)));
   const Filling oil("Oil", "density = 0.9\nradiation_length = 50\n");
   EXPECT_FALSE(MatterOf(oil.fMaterial));
 }

@@ -1,9 +1,8 @@
 // A user's program: a straight track of eight hits that stops in a detector.
 #include "func/HitList3D.h"
+#include "geo/OwnMaterial.h"
 #include "geo/PlaneDetector.h"
 #include "track/TrackFitter.h"
-
-#include <TGeoMaterial.h>
 
 #include <iostream>
 
@@ -20,6 +19,6 @@ int main() {
   if (fit.Fitted()) std::cout << fit.fHypothesis[fit.fBest].fP << " GeV/c\n";
   if (!fit.Fitted()) std::cout << fit.fHypothesis[0].fMessage << '\n';
   //! [five lines]
-  const TGeoMaterial steel("Steel", 55.845, 26, 7.87, -1.7584);
+  const geo::Own<> steel("Steel", 55.845, 26, 7.87, -1.7584, -17);
   return fit.Fitted() && fit.fHypothesis[0].fP > 0.1 && steel.GetRadLen() == 1.7584 ? 0 : 1;
 }

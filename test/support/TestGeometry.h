@@ -1,7 +1,5 @@
 #pragma once
 
-#include <TGeoMaterial.h>
-
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "geo/GeometryBase.h"
+#include "geo/OwnMaterial.h"
 
 /// Layers along z, without end in x and y, for tests: the first begins at z = 0, and vacuum lies on
 /// both sides of the stack. It counts how often it was asked.
@@ -53,7 +52,8 @@ private:
   /// Radiation lengths as the project's detectors have them [cm].
   static std::unique_ptr<TGeoMaterial> Material(const std::string& name) {
     const auto make = [&name](double a, double z, double density, double radLength) {
-      return std::make_unique<TGeoMaterial>(name.c_str(), a, z, density, -radLength);
+      return std::make_unique<geo::Own<>>(name.c_str(), a, z, density, -radLength,
+                                          geo::GivenIntLen(a, z, density));
     };
     if (name == "Scintillator") return make(11.2, 5.6, 0.859, 51.447);
     if (name == "PVC") return make(20, 10, 1.49, 16.517);

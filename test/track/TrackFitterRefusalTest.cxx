@@ -4,6 +4,7 @@
 #include "track/TrackFitter.h"
 
 #include "func/KelvoException.h"
+#include "geo/OwnMaterial.h"
 #include "test/support/BlockTracks.h"
 #include "track/ErrorSentence.h"
 
@@ -111,7 +112,7 @@ struct OneStep : geo::GeometryBase {
 };
 
 TEST(TrackFitterRefusal, AMaterialThatNothingIsKnownOfIsRefusedByName) {
-  const TGeoMaterial secret("Secret", 0, 0, 2, -10);
+  const geo::Own<> secret("Secret", 0, 0, 2, -10);
   OneStep geo;
   geo.fDs = {1};
   geo.fMats = {&secret};
@@ -123,7 +124,7 @@ TEST(TrackFitterRefusal, AMaterialThatNothingIsKnownOfIsRefusedByName) {
 
 TEST(TrackFitterRefusal, ADetectorThatReportsNonsenseIsRefused) {
   const HitList3D hits = Hits({0, 0, 0, 0}, 8);
-  const TGeoMaterial steel("Steel", 55.8, 26, 7.87, -1.7584);
+  const geo::Own<> steel("Steel", 55.8, 26, 7.87, -1.7584, -17.);
   OneStep geo;
   EXPECT_EQ(Message(hits, FitStatus::kBadGeometry, geo),
             "the detector reports no material along the track; check that the hits lie in it");

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "test/support/root_geometry/StandIn.h"
