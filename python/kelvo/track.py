@@ -17,6 +17,16 @@ _SAYS = {
     ErrorCode.kIndexProblem: "the path has no material step; its points coincide",
     ErrorCode.kNaN: "a path coordinate is not a number (NaN)",
 }
+_FARTHEST = 100_000.0  #: as of a hit [cm]; time and memory grow with the length of a path
+
+
+def _near(name: str, values: Any, *shape: int | None) -> Floats:
+    """Returns coordinates [cm] that C++ can read."""
+    near = floats(name, values, *shape)
+    if near.size and np.abs(near).max() > _FARTHEST:
+        far = near.flat[np.argmax(np.abs(near))]
+        raise Error(f"{name} has {far:g} cm; coordinates lie within +-{_FARTHEST:.0f} cm")
+    return near
 
 
 def _vectors(values: tuple[Any, ...]) -> tuple[Floats, ...]:
@@ -125,7 +135,7 @@ class Path(NotCopied):
 
     def __init__(self, detector: DetectorLike, points: Floats, s0: float = 0.0) -> None:
         """points: n x 3 coordinates [cm], in order; s0: path coordinate of the first one [cm]."""
-        floats("points", points, None, 3)
+        _near("points", points, None, 3)
         if len(points) < 2:
             raise Error(f"points has {len(points)} rows; a path needs two or more")
         self._detector = cpp_detector(detector)
@@ -136,7 +146,7 @@ class Path(NotCopied):
 
     def SetPoint(self, i: int, xyz: Floats) -> None:
         """Sets point i to three coordinates [cm]."""
-        call(self._cpp.SetPoint, index("i", i, self._n), floats("xyz", xyz, 3))
+        call(self._cpp.SetPoint, index("i", i, self._n), _near("xyz", xyz, 3))
 
     def ScrubOne(self, eps: float) -> bool:
         """Removes the first point closer to its predecessor than the root of eps [cm2]; returns
@@ -269,20 +279,20 @@ class ScatteringSurfaces(NotCopied):
     def MakeSurfaces(self, detector: DetectorLike, p0: Floats, p1: Floats, s: Floats) -> None:
         """Replaces the surfaces by those of the straight track from p0 to p1 (three coordinates
         each [cm]); s: rising path coordinates on it, s[0] that of p0 [cm]."""
-        floats("s", s, None)
+        _near("s", s, None)
         says = {ErrorCode.kIndexProblem: "s is empty; it needs the position of p0 at least"}
         made = cpp_detector(detector)
-        points = floats("p0", p0, 3), floats("p1", p1, 3)
+        points = _near("p0", p0, 3), _near("p1", p1, 3)
         call(self._cpp.MakeSurfaces, made.Geometry(), *points, s, says=says)
 
     def MakeSteps(self, path: Path, s: Floats) -> None:
         """Appends one surface per step over the whole of s, on a path of the caller."""
-        floats("s", s, None)
+        _near("s", s, None)
         call(self._cpp.MakeSteps, path._cpp, s)
 
     def ForceOnePlane(self, path: Path, s: Floats) -> None:
         """Appends one surface for the whole span of s, whatever the limits."""
-        floats("s", s, None)
+        _near("s", s, None)
         says = {ErrorCode.kIndexProblem: "s is empty; it needs one position at least"}
         call(self._cpp.ForceOnePlane, path._cpp, s, says=says)
 
