@@ -115,6 +115,11 @@ private:
     return size;
   }
 
+  Int_t SysSync(Int_t descriptor) override {
+    if (::fsync(descriptor) != 0 && fError == 0) fError = errno;
+    return 0;
+  }
+
   Int_t SysClose(Int_t descriptor) override {
     if (::close(descriptor) != 0 && fError == 0) fError = errno;
     return 0;
