@@ -29,7 +29,7 @@ true_momentum = np.sqrt(truth.px**2 + truth.py**2 + truth.pz**2).to_numpy()
 ratio = muons.p.to_numpy() / true_momentum
 ## [truth]
 
-summary = fits.attrs["summary"]
+summary = kelvo.summary(fits)
 print(f"{summary.fitted} of {summary.tracks} tracks are fitted, with {summary.hits} hits")
 print(f"momentum, fitted over true: median {np.median(ratio):.4f}, half of 16..84 %: "
       f"{np.diff(np.percentile(ratio, [16, 84]))[0] / 2:.4f}")

@@ -1,5 +1,7 @@
 #include "python/ArrayCalls.h"
 
+#include "matter/Material.h"
+#include "track/Materials.h"
 #include "track/PathKinematics.h"
 
 #include <cstring>
@@ -28,6 +30,23 @@ void Transform(const TrackBasis& basis, Function transform, std::size_t n, const
 }
 
 } // namespace
+
+std::string ArrayCalls::Version() {
+  return KELVO_VERSION;
+}
+
+std::vector<std::string> ArrayCalls::MaterialNames() {
+  std::vector<std::string> names = MaterialsWithTable();
+  for (const std::string& name : matter::MaterialNames()) names.push_back(name);
+  return names;
+}
+
+void ArrayCalls::MaterialNumbers(const std::string& name, double* out) {
+  const matter::Material material = matter::Material::Named(name);
+  out[0] = material.Density();
+  out[1] = material.RadLength();
+  out[2] = material.Excitation();
+}
 
 void ArrayCalls::VarX(const Lutz& fit, std::size_t n, const double* z, double* out) {
   for (std::size_t i = 0; i < n; i++) out[i] = fit.VarX(z[i]);

@@ -63,6 +63,14 @@ struct ArrayCalls {
     return bytes;
   }
 
+  /// Returns the version of the libraries.
+  static std::string Version();
+
+  /// Returns the names of all materials: those with the library's own table, then the published.
+  static std::vector<std::string> MaterialNames();
+  /// @param out receives density [g/cm3], radiation length [g/cm2] and mean excitation energy [eV]
+  static void MaterialNumbers(const std::string& name, double* out);
+
   static TrackFitter MakeFitter(const geo::GeometryBase& detector, const TrackFitOptions& options) {
     return TrackFitter(detector, options);
   }

@@ -7,6 +7,7 @@ and the classes under their own names, with NumPy arrays in and out. Lengths in 
 momenta in GeV/c, angles in rad. ROOT is loaded at the first use, not by the import.
 """
 
+from ._root import version
 from .detector import ActivePlane, MaterialThickness, PlaneDetector
 from .errors import Error, ErrorCode, FitWarning
 from .fitter import HypothesisFit, TrackFit, TrackFitter
@@ -15,7 +16,8 @@ from .hits import HitList3D
 from .line_fits import KinkPoint, KinkResidual, KinkSmoother, KinkStatus, LineFit, Lutz
 from .options import TrackFitOptions
 from .track import Kinematics, Path, ScatteringSurfaces, TrackBasis, dEdxTable
-from .tracks import FitSummary, HypothesisSummary, fit_tracks
+from .summaries import FitSummary, HypothesisSummary, summary
+from .tracks import fit_tracks
 
 __all__ = [
     "ActivePlane",
@@ -44,4 +46,13 @@ __all__ = [
     "dEdxTable",
     "define_fit",
     "fit_tracks",
+    "summary",
 ]
+
+__version__: str
+
+
+def __getattr__(name: str) -> str:
+    if name == "__version__":  # is the library's, which the import leaves alone
+        return version()
+    raise AttributeError(f"module 'kelvo' has no attribute {name!r}")

@@ -3,12 +3,13 @@ is converted in silence, since a conversion hides a mistake or costs time; the e
 
 from __future__ import annotations
 
-from typing import Any, Callable, Union
+import os
+from typing import Any, Callable, Sequence, Union
 
 import numpy as np
 import numpy.typing as npt
 
-from .errors import Error, ErrorCode
+from .errors import Error, ErrorCode, shown
 
 Floats = npt.NDArray[np.float64]
 Integers = npt.NDArray[np.int64]
@@ -49,23 +50,64 @@ def is_number(value: Any) -> bool:
     return isinstance(value, (int, float, np.integer, np.floating)) and not isinstance(value, bool)
 
 
+def is_whole(value: Any) -> bool:
+    return isinstance(value, (int, np.integer)) and not isinstance(value, bool)
+
+
 def number(name: str, value: Any) -> float:
     if not is_number(value):
-        raise Error(f"{name} is a {type(value).__name__}; kelvo takes one number here")
-    return float(value)
+        raise Error(f"{name} is {shown(value)}; it must be a number")
+    try:
+        return float(value)
+    except OverflowError:
+        raise Error(f"{name} is {shown(value)}, which is too large for a number") from None
+
+
+def listed(name: str, values: Any, rule: str) -> list[Any]:
+    """Returns the elements of a list, tuple or array; a text is none."""
+    is_list = isinstance(values, Sequence) and not isinstance(values, (str, bytes))
+    if is_list or (isinstance(values, np.ndarray) and values.ndim == 1):
+        return list(values)
+    raise Error(f"{name} is {shown(values)}; {rule}")
+
+
+def truth(name: str, value: Any) -> bool:
+    if not isinstance(value, (bool, np.bool_)):
+        raise Error(f"{name} is {shown(value)}; it must be True or False")
+    return bool(value)
+
+
+def text(name: str, value: Any) -> bytes:
+    """Returns what C++ takes for a text; bytes of a file's name that are no UTF-8 stay as they are."""
+    if not isinstance(value, str):
+        raise Error(f"{name} is {shown(value)}; it must be a text")
+    try:
+        encoded = os.fsencode(value)
+    except UnicodeEncodeError:
+        encoded = b"\0"
+    if b"\0" in encoded:
+        raise Error(f"{name} is {shown(value)}, which has a character that no name has")
+    return encoded
+
+
+def file_name(name: str, value: str | os.PathLike[str]) -> bytes:
+    """Returns the bytes of a file's name for C++."""
+    if not isinstance(value, (str, os.PathLike)):
+        raise Error(f"{name} is {shown(value)}; it must be the name of a file")
+    return text(name, os.fsdecode(value))
 
 
 def count(name: str, value: Any, minimum: int = 0, maximum: int = 2**31 - 1) -> int:
-    is_whole = isinstance(value, (int, np.integer)) and not isinstance(value, bool)
-    if not is_whole or not minimum <= value <= maximum:
-        raise Error(f"{name} is {value!r}; it must be a whole number from {minimum} to {maximum}")
+    if not is_whole(value) or not minimum <= value <= maximum:
+        allowed = f"it must be a whole number from {minimum} to {maximum}"
+        raise Error(f"{name} is {shown(value)}; {allowed}")
     return int(value)
 
 
 def index(name: str, value: Any, size: int) -> int:
-    if not isinstance(value, (int, np.integer)) or isinstance(value, bool) or not 0 <= value < size:
+    if not is_whole(value) or not 0 <= value < size:
         allowed = f"it must be from 0 to {size - 1}" if size else "there is none"
-        raise Error(f"{name} is {value!r}; {allowed}", ErrorCode.kIndexProblem, 0.0)
+        raise Error(f"{name} is {shown(value)}; {allowed}", ErrorCode.kIndexProblem, 0.0)
     return int(value)
 
 
@@ -81,7 +123,7 @@ def each(
     """Calls write(n, in, out) for a number or an array of n numbers; gives one or n back, or of
     either as many rows as told."""
     single = is_number(values)
-    given = np.array([values], np.float64) if single else values
+    given = np.array([number(name, values)]) if single else values
     checked = floats(name, given, None)
     n = len(given)
     out, written = output(*((rows, n) if rows else (n,)))

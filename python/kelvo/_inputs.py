@@ -20,26 +20,41 @@ def is_file(hits: Any) -> bool:
 
 
 def normal_form(hits: Any) -> Any:
-    """Returns a frame or an awkward array, or names of files as they are."""
+    """Returns a frame whose columns have texts as names, an awkward array, or names of files as they
+    are."""
     if is_file(hits) and _is_parquet(hits):
         hits = needed("pyarrow.parquet", "a Parquet file").read_table(os.fspath(hits))
     pyarrow, awkward = sys.modules.get("pyarrow"), sys.modules.get("awkward")
     if pyarrow and isinstance(hits, pyarrow.Table) and any(map(_is_list, hits.schema.types)):
         hits = needed("awkward", "an Arrow table of lists").from_arrow(hits)
     elif isinstance(hits, Mapping):
-        hits = needed("pandas", "a dict of arrays").DataFrame(dict(hits))
+        hits = _frame_of_dict(needed("pandas", "a dict of arrays"), hits)
     elif hasattr(hits, "to_pandas"):  # of Arrow, polars and others
         hits = hits.to_pandas()
     if awkward and isinstance(hits, awkward.Array):
         return _one_entry_a_track(awkward, hits)
+    pandas = sys.modules.get("pandas")
+    if pandas and isinstance(hits, pandas.DataFrame) and not all(map(_is_text, hits.columns)):
+        return hits.set_axis([str(name) for name in hits.columns], axis=1)
     return hits
+
+
+def _frame_of_dict(pandas: Any, hits: Mapping[Any, Any]) -> Any:
+    try:
+        return pandas.DataFrame(dict(hits))
+    except ValueError as e:
+        raise Error(f"hits is a dict that is no table: {e}") from None
+
+
+def _is_text(name: object) -> bool:
+    return isinstance(name, str)
 
 
 def _is_parquet(file: Any) -> bool:
     try:
         with open(file, "rb") as opened:
             return opened.read(4) == b"PAR1"
-    except OSError:
+    except (OSError, ValueError):
         return False  # who opens it next tells why
 
 
@@ -60,6 +75,14 @@ def _one_entry_a_track(ak: Any, hits: Any) -> Any:
     return ak.zip({n: ak.flatten(c) for n, c in fields.items() if c.ndim > 1}, depth_limit=1)
 
 
+def factorized(name: object, values: Any) -> Any:
+    """Returns a code for each value, and the different values."""
+    try:
+        return sys.modules["pandas"].factorize(values)
+    except TypeError:
+        raise Error(f"column {name} holds lists or dicts; it must hold numbers or texts") from None
+
+
 def with_tracks_together(frame: Any, track: str, key: Key | None) -> tuple[Any, Any]:
     """Returns a frame with a number for each track and its rows together, the tracks and the rows of
     each in the order of the input, and with a key the frame of its values by that number.
@@ -74,11 +97,13 @@ def with_tracks_together(frame: Any, track: str, key: Key | None) -> tuple[Any, 
         for name in key:
             if name not in frame.columns:
                 raise Error(f'hits: there is no column "{name}", which key names')
+        for name in key:
+            factorized(name, frame[name])
         numbers = frame.groupby(list(key), sort=False, dropna=False).ngroup().to_numpy()
         values = frame.loc[~frame.duplicated(list(key)), list(key)].reset_index(drop=True)
         frame = frame.assign(**{track: numbers})
     elif track in frame.columns and getattr(frame[track], "ndim", 2) == 1:
-        numbers = sys.modules["pandas"].factorize(frame[track])[0]
+        numbers = factorized(track, frame[track])[0]
     else:
         return frame, None
     if np.any(np.diff(numbers) < 0):

@@ -8,26 +8,27 @@ import pathlib
 import re
 import threading
 import warnings
-from typing import Any, Callable, Mapping
+from typing import Any, Callable, Iterable, Mapping
 
-from .errors import Error, ErrorCode
+from ._arrays import is_whole, text
+from .errors import Error, ErrorCode, shown
 
 # The libraries lie in the package where it is installed, beside the folder "python" in a build tree.
 _HERE = pathlib.Path(__file__).parent
 _FOLDERS = [folder / name for folder in (_HERE, _HERE.parent.parent) for name in ("lib", "lib64")]
 
 
-_LOADING = threading.RLock()  # ROOT must be imported and asked to load by one thread at a time
+_LOADING = threading.RLock()
 
 
 def root() -> Any:
     """Returns the module ROOT with the library loaded; takes about a second the first time."""
-    with _LOADING:
-        return _loaded()
+    with _LOADING:  # by one thread, for all that ask meanwhile
+        return _loaded_root()
 
 
 @functools.cache
-def _loaded() -> Any:
+def _loaded_root() -> Any:
     with warnings.catch_warnings():
         # ROOT's wheel says so in every process.
         warnings.filterwarnings("ignore", r"\s*This distribution of ROOT is in alpha stage")
@@ -62,6 +63,12 @@ class NotCopied:
     def __reduce_ex__(self, protocol: object) -> Any:
         name = type(self).__name__
         raise Error(f"a {name} cannot be copied or pickled; make another one where it is needed")
+
+
+@functools.cache
+def version() -> str:
+    """Returns the version of the library."""
+    return str(cpp().ArrayCalls.Version())
 
 
 def cpp() -> Any:
@@ -104,11 +111,20 @@ def _error(e: Any, says: Mapping[ErrorCode, str]) -> Any:
     return e  # not from the library
 
 
-def string_map(names: Mapping[str, str]) -> Any:
-    """Returns a std::map of texts."""
-    made = root().std.map["std::string", "std::string"]()
-    for name, other in names.items():
-        if not isinstance(name, str) or not isinstance(other, str):
-            raise Error(f"columns maps {name!r} to {other!r}; both must be texts")
-        made[name] = other
+def strings(name: str, values: Iterable[str]) -> Any:
+    """Returns a std::vector of texts."""
+    string = root().std.string
+    return root().std.vector["std::string"]([string(text(f"a name in {name}", v)) for v in values])
+
+
+def column_names(columns: Mapping[str, str | int] | None) -> Any:
+    """Returns the std::map of a mapping from columns to those in the input, which may be numbers."""
+    if not isinstance(columns, (Mapping, type(None))):
+        raise Error(f'columns is {shown(columns)}; it must be a mapping such as {{"track": "event"}}')
+    std = root().std
+    made = std.map["std::string", "std::string"]()
+    for name, other in (columns or {}).items():
+        found = text(f"columns[{shown(name)}]", str(other) if is_whole(other) else other)
+        pair = std.pair["std::string", "std::string"]
+        made.insert(pair(std.string(text("a name in columns", name)), std.string(found)))
     return made

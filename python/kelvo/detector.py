@@ -7,7 +7,7 @@ from typing import Any, NamedTuple, Union
 
 import numpy as np
 
-from ._arrays import Floats, floats, number
+from ._arrays import Floats, file_name, floats, number, text
 from ._root import call, cpp, root
 from .errors import Error
 
@@ -38,25 +38,28 @@ class PlaneDetector:
     Objects can be pickled and copied.
     """
 
-    def __init__(self, text: str, file: str = "detector") -> None:
+    def __init__(self, toml: str, file: str = "detector") -> None:
         """Reads the text of a file; its name begins the messages."""
-        self._detector: Any = call(root().geo.Detector.FromText, text, file)
-        self._cpp: Any = self._detector.Planes()
+        make = root().geo.Detector.FromText
+        self._set(call(make, text("toml", toml), text("file", file)), file)
+
+    def _set(self, detector: Any, file: object) -> None:
+        self._detector: Any = detector
+        self._cpp: Any = detector.Planes()
+        if not self._cpp:
+            raise Error(f"{file} is not made of planes; give its name in place of the detector")
 
     @classmethod
     def FromFile(cls, file: str | os.PathLike[str]) -> PlaneDetector:
         """Reads a file; an Error says file, line, column and field of what is wrong."""
         self = cls.__new__(cls)
-        self._detector = call(root().geo.Detector.FromFile, os.fsencode(file))
-        self._cpp = self._detector.Planes()
-        if not self._cpp:
-            raise Error(f"{file} is not made of planes; give its name in place of the detector")
+        self._set(call(root().geo.Detector.FromFile, file_name("file", file)), file)
         return self
 
     @classmethod
-    def FromText(cls, text: str, file: str = "detector") -> PlaneDetector:
+    def FromText(cls, toml: str, file: str = "detector") -> PlaneDetector:
         """Reads the text of a file; its name begins the messages."""
-        return cls(text, file)
+        return cls(toml, file)
 
     def __reduce__(self) -> tuple[type[PlaneDetector], tuple[str]]:
         return type(self), (self.Text(),)
@@ -113,7 +116,7 @@ _kept: list[Any] = []
 def cpp_detector(detector: DetectorLike) -> Any:
     """Returns the geo::Detector of C++."""
     if isinstance(detector, (str, os.PathLike)):
-        return call(root().geo.Detector.FromFile, os.fsencode(detector))
+        return call(root().geo.Detector.FromFile, file_name("detector", detector))
     if isinstance(detector, PlaneDetector):
         return detector._detector
     if isinstance(detector, root().geo.Detector):

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import enum
+import reprlib
 
 
 class ErrorCode(enum.IntEnum):
@@ -38,6 +39,11 @@ class Error(Exception):
 
     def __str__(self) -> str:
         return self.sentence
+
+
+def shown(value: object) -> str:
+    """Returns a value for a sentence: in one line, and not longer than is read."""
+    return " ".join(reprlib.repr(value).split())
 
 
 class FitWarning(UserWarning):

@@ -12,7 +12,7 @@ from ._arrays import Floats, floats
 from ._columns import views
 from ._root import call, cpp, root
 from .detector import DetectorLike, PlaneDetector, cpp_detector
-from .errors import Error
+from .errors import Error, shown
 from .hits import HitList3D
 from .options import TrackFitOptions
 
@@ -108,6 +108,8 @@ class TrackFitter:
         self, detector: DetectorLike, options: TrackFitOptions = TrackFitOptions()
     ) -> None:
         self._detector = cpp_detector(detector)
+        if not isinstance(options, TrackFitOptions):
+            raise Error(f"options is {shown(options)}; it must be a kelvo.TrackFitOptions")
         self._options = options
         made = options._to_cpp()
         self._cpp: Any = call(cpp().ArrayCalls.MakeFitter, self._detector.Geometry(), made)

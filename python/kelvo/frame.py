@@ -4,17 +4,19 @@ from __future__ import annotations
 
 from typing import Any, Mapping
 
-from ._root import call, cpp, root, string_map
+from ._arrays import text
+from ._root import call, column_names, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error
 from .options import TrackFitOptions, takes_fit_options
+
 
 @takes_fit_options
 def define_fit(
     rdf: Any,
     detector: DetectorLike,
     *,
-    columns: Mapping[str, str] | None = None,
+    columns: Mapping[str, str | int] | None = None,
     prefix: str = "fit_",
     **fit_options: Any,
 ) -> Any:
@@ -45,6 +47,6 @@ def define_fit(
             f"rdf is a {type(rdf).__name__}; define_fit takes a ROOT.RDataFrame or a node of one"
         ) from None
     options = TrackFitOptions(**fit_options)._to_cpp()
-    mapping = string_map(columns or {})
+    mapping = column_names(columns)
     geometry = cpp_detector(detector).SharedGeometry()
-    return call(cpp().DefineFit, node, geometry, options, mapping, prefix)
+    return call(cpp().DefineFit, node, geometry, options, mapping, text("prefix", prefix))

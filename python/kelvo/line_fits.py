@@ -60,6 +60,19 @@ class KinkResidual(NamedTuple):
     chi2: Floats  #: contribution to chi-square
 
 
+# What a fit keeps of a measurement or plane, rounded up.
+_BYTES_EACH = 256
+
+
+def _check_memory(needed: int, instead: str = "") -> None:
+    there = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
+    if needed > there:
+        raise Error(
+            f"so many measurements and scattering planes need {needed / 1e9:.0f} GB, and this "
+            f"machine has {there / 1e9:.0f}{instead}"
+        )
+
+
 class _LineFitClass(NotCopied):
     """What Lutz and KinkSmoother have in common. Lengths in cm, angles in rad."""
 
@@ -72,8 +85,7 @@ class _LineFitClass(NotCopied):
 
     @staticmethod
     def _check_sizes(nmeas: int, nscat: int) -> None:
-        count("nmeas", nmeas)
-        count("nscat", nscat)
+        _check_memory(_BYTES_EACH * (count("nmeas", nmeas) + count("nscat", nscat)))
 
     def SetMeasurement(self, i: int, z: float, x: float, sigx: float) -> None:
         """Loads measurement i: position z, coordinate x and its standard deviation sigx [cm]."""
@@ -152,16 +164,7 @@ class _LineFitClass(NotCopied):
         matrix = call(self._fit.Covariance)
         n = matrix.GetNrows()
         view = np.frombuffer(matrix.GetMatrixArray(), np.float64, count=n * n)
-        return view.reshape(n, n).copy()
-
-
-def _check_memory(needed: int) -> None:
-    there = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
-    if needed > there:
-        raise Error(
-            f"the matrix of so many scattering planes needs {needed / 1e9:.0f} GB, and this machine "
-            f"has {there / 1e9:.0f}; KinkSmoother solves the same problem without"
-        )
+        return np.array(view.reshape(n, n))
 
 
 class Lutz(_LineFitClass):
@@ -177,7 +180,9 @@ class Lutz(_LineFitClass):
     @staticmethod
     def _check_sizes(nmeas: int, nscat: int) -> None:
         if count("nmeas", nmeas) > count("nscat", nscat):
-            return _check_memory((nscat + 2) ** 2 * np.dtype(np.float64).itemsize)
+            matrix = (nscat + 2) ** 2 * np.dtype(np.float64).itemsize
+            instead = "; KinkSmoother solves the same problem without a matrix"
+            return _check_memory(matrix + _BYTES_EACH * (nmeas + nscat), instead)
         raise Error(
             f"there are {nmeas} measurements and {nscat} scattering planes; this fit needs more "
             "measurements than planes",
@@ -221,7 +226,7 @@ class KinkSmoother(_LineFitClass):
 
     def At(self, z: FloatOrFloats) -> KinkPoint:
         """Returns position, slope and their covariance at one z or an array of them [cm]."""
-        given = np.array([z], np.float64) if np.isscalar(z) else z
+        given = np.array([number("z", z)]) if np.isscalar(z) else z
         checked = floats("z", given, None)
         out, written = output(len(given), len(KinkPoint._fields))  # type: ignore[arg-type]
         call(cpp().ArrayCalls.At, self._fit, len(out), checked, written)

@@ -5,16 +5,13 @@ from __future__ import annotations
 import dataclasses
 import inspect
 import math
-from typing import Any, Callable, Literal, Sequence, TypeVar, Union
+from typing import Any, Callable, Literal, Sequence, TypeVar
 
-import numpy as np
-
-from ._arrays import is_number
-from ._particles import pdg_codes
+from ._arrays import is_whole, listed, number, truth
+from ._particles import Hypothesis, pdg_code
 from ._root import PYTHON_NAMES, cpp, root
-from .errors import Error
+from .errors import Error, shown
 
-Hypothesis = Union[str, int]
 Function = TypeVar("Function", bound=Callable[..., Any])
 
 
@@ -23,8 +20,8 @@ class TrackFitOptions:
     """What a fit is to do; the defaults are what users want for stopping particles."""
 
     hypotheses: Hypothesis | Sequence[Hypothesis] | None = None
-    """particles to fit tracks as: "mu", "pi", "p", or PDG codes 13, 211, 2212; None takes all three,
-    of a beam "mu\""""
+    """particles to fit tracks as: "mu", "pi", "p", "mu-", ..., PDG codes 13, 211, 2212, or those of
+    the package "particle"; None takes all three, of a beam "mu\""""
     scattering_factor: float = math.sqrt(3)
     """factor on the library's scattering widths; root 3 gives those of Highland's formula"""
     beyond_last_hit: float = 0.5
@@ -53,11 +50,22 @@ class TrackFitOptions:
         members = {member.lower(): member for member in dir(options)}
         for field in dataclasses.fields(self):
             given = getattr(self, field.name)
-            if given is None:
-                given = "mu" if self.beam_momentum else ("mu", "pi", "p")
-            convert: Callable[[str, Any], Any] = _CONVERSIONS.get(field.name, _number)
+            if given is None and field.name == "hypotheses":
+                is_beam = number("beam_momentum", self.beam_momentum) != 0
+                given = "mu" if is_beam else ("mu", "pi", "p")
+            convert: Callable[[str, Any], Any] = _CONVERSIONS.get(field.name, number)
             setattr(options, members[_in_small_letters(field.name)], convert(field.name, given))
         return options
+
+
+def plain_options(options: Any) -> dict[str, Any]:
+    """Returns a kelvo::TrackFitOptions of C++ as numbers, texts and lists by name, as files of fits
+    keep them."""
+    members = {member.lower(): member for member in dir(options)}
+    named = {f.name: members[_in_small_letters(f.name)] for f in dataclasses.fields(TrackFitOptions)}
+    made = {name: getattr(options, member) for name, member in named.items()}
+    made["end"] = str(cpp().EndModeName(options.fEnd))
+    return {n: list(v) if n in ("hypotheses", "fractions") else v for n, v in made.items()}
 
 
 def _in_small_letters(name: str) -> str:
@@ -68,46 +76,28 @@ def _in_small_letters(name: str) -> str:
 PYTHON_NAMES.update({_in_small_letters(f.name): f.name for f in dataclasses.fields(TrackFitOptions)})
 
 
-def _number(name: str, value: Any) -> float:
-    if not is_number(value):
-        raise Error(f"{name} is {value!r}; it must be a number")
-    return float(value)
-
-
 def _hypotheses(name: str, value: Any) -> Any:
-    given = (value,) if isinstance(value, (str, int)) else value
-    return root().std.vector["int"]([_code(hypothesis) for hypothesis in given])
+    is_one = isinstance(value, str) or is_whole(value) or hasattr(value, "pdgid")
+    given = [value] if is_one else listed(name, value, 'it must be a particle or several, such as "mu"')
+    return root().std.vector["int"]([pdg_code(name, hypothesis) for hypothesis in given])
 
 
 def _fractions(name: str, value: Any) -> Any:
-    return root().std.vector["double"]([_number("a number in " + name, v) for v in value])
-
-
-def _code(hypothesis: Hypothesis) -> int:
-    if not isinstance(hypothesis, str):
-        return hypothesis
-    if hypothesis not in pdg_codes():
-        raise Error(f"hypothesis {hypothesis!r} is none of {', '.join(pdg_codes())}")
-    return pdg_codes()[hypothesis]
+    given = listed(name, value, "it must have a number for each hypothesis, such as (0.7, 0.2, 0.1)")
+    return root().std.vector["double"]([number("a number in " + name, v) for v in given])
 
 
 def _end(name: str, value: Any) -> Any:
-    if value not in ("auto", "stops", "leaves"):
-        raise Error(f'{name} is {value!r}; it must be "auto", "stops" or "leaves"')
+    if not isinstance(value, str) or value not in ("auto", "stops", "leaves"):
+        raise Error(f'{name} is {shown(value)}; it must be "auto", "stops" or "leaves"')
     return cpp().EndMode(value)
-
-
-def _truth(name: str, value: Any) -> bool:
-    if not isinstance(value, (bool, np.bool_)):
-        raise Error(f"{name} is {value!r}; it must be True or False")
-    return bool(value)
 
 
 _CONVERSIONS = {
     "hypotheses": _hypotheses,
-    "with_planes": _truth,
+    "with_planes": truth,
     "end": _end,
-    "scattering_momentum": _truth,
+    "scattering_momentum": truth,
     "fractions": _fractions,
 }
 

@@ -6,11 +6,13 @@ from typing import Any, NamedTuple
 
 import numpy as np
 
-from ._arrays import Floats, FloatOrFloats, count, each, floats, index, is_number, number, output
+from ._arrays import (
+    FloatOrFloats, Floats, count, each, floats, index, is_number, listed, number, output, text
+)  # fmt: skip
 from ._particles import pdg_codes
 from ._root import NotCopied, call, cpp, root
 from .detector import DetectorLike, cpp_detector
-from .errors import Error, ErrorCode
+from .errors import Error, ErrorCode, shown
 
 _SIX = ("x", "y", "z", "dx", "dy", "dz")
 _SAYS = {
@@ -55,7 +57,11 @@ class TrackBasis(NotCopied):
         origin: tuple[float, float, float] = (0.0, 0.0, 0.0),
     ) -> None:
         """Builds the frame from the hits' positions and uncertainties in the detector frame."""
-        call(self._cpp.MakeBasis, *_vectors((x, y, z, dx, dy, dz)), *origin)
+        rule = "it must be three numbers, x, y and z"
+        place = [number("a number in origin", v) for v in listed("origin", origin, rule)]
+        if len(place) != 3:
+            raise Error(f"origin is {shown(origin)}; {rule}")
+        call(self._cpp.MakeBasis, *_vectors((x, y, z, dx, dy, dz)), *place)
 
     @staticmethod
     def FindAxis(x: Floats, y: Floats, z: Floats, dx: Floats, dy: Floats, dz: Floats) -> Floats:
@@ -88,7 +94,8 @@ class TrackBasis(NotCopied):
         if len(point) != len(_SIX):
             raise Error(f"a point has {len(point)} values; it must have six: {', '.join(_SIX)}")
         single = all(is_number(v) for v in point)
-        values = tuple(np.array([v], np.float64) for v in point) if single else _vectors(point)
+        named = zip(_SIX, point)
+        values = tuple(np.array([number(*v)]) for v in named) if single else _vectors(point)
         n = len(point[0]) if not single else 1
         out, written = output(len(_SIX), n)
         call(function, self._cpp, n, np.concatenate(values), written)
@@ -169,7 +176,9 @@ class Path(NotCopied):
         """Returns the kinetic energy [GeV] upstream of a length ds [cm] of material, given T0
         downstream of it, for a mass m [GeV]."""
         _check_material(material)
-        values = number("ds", ds), material, number("m", m), number("T0", T0)
+        if not abs(number("ds", ds)) <= _LONGEST:
+            raise Error(f"ds is {shown(ds)}; it must be from -1e6 to 1e6 cm")
+        values = float(ds), material, number("m", m), number("T0", T0)
         return float(call(self._cpp.IntegrateT, *values, says=_SAYS))
 
     @staticmethod
@@ -217,11 +226,17 @@ class Path(NotCopied):
         return _kinematics("s", s, lambda *a: call(write, self._cpp, pdg, *a, says=_SAYS))
 
 
+def _checked(path: Any) -> Path:
+    if not isinstance(path, Path):
+        raise Error(f"path is a {type(path).__name__}; it must be a kelvo.Path")
+    return path
+
+
 def _check_material(material: str) -> None:
     if dEdxTable.Knows(material):
         return
     known = ", ".join(str(name) for name in cpp().MaterialsWithTable())
-    raise Error(f"{material!r} has no stopping-power table; the known materials are {known}")
+    raise Error(f"{shown(material)} has no stopping-power table; the known materials are {known}")
 
 
 class dEdxTable:
@@ -256,7 +271,7 @@ class dEdxTable:
     @staticmethod
     def Knows(material: str) -> bool:
         """Returns whether there is a table of that name."""
-        return isinstance(material, str) and bool(cpp().HasTable(material))
+        return isinstance(material, str) and bool(cpp().HasTable(text("material", material)))
 
 
 class ScatteringSurfaces(NotCopied):
@@ -288,13 +303,13 @@ class ScatteringSurfaces(NotCopied):
     def MakeSteps(self, path: Path, s: Floats) -> None:
         """Appends one surface per step over the whole of s, on a path of the caller."""
         _near("s", s, None)
-        call(self._cpp.MakeSteps, path._cpp, s)
+        call(self._cpp.MakeSteps, _checked(path)._cpp, s)
 
     def ForceOnePlane(self, path: Path, s: Floats) -> None:
         """Appends one surface for the whole span of s, whatever the limits."""
         _near("s", s, None)
         says = {ErrorCode.kIndexProblem: "s is empty; it needs one position at least"}
-        call(self._cpp.ForceOnePlane, path._cpp, s, says=says)
+        call(self._cpp.ForceOnePlane, _checked(path)._cpp, s, says=says)
 
     @staticmethod
     def Width(dx0: float, beta: float, p: float) -> float:

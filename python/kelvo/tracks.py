@@ -10,45 +10,20 @@ from typing import Any, Callable, Literal, Mapping, Sequence, Union
 
 import numpy as np
 
-from ._columns import to_awkward, to_pandas, views
-from ._arrays import count, number
-from ._root import call, cpp, root, string_map
+from ._arrays import count, is_whole, number, text, truth
+from ._columns import OUTPUTS, views
+from ._inputs import factorized, normal_form, with_tracks_together
+from ._root import call, column_names, cpp, strings, version
+from ._progress import Progress, shown_progress
 from .detector import DetectorLike, cpp_detector
-from ._inputs import normal_form, with_tracks_together
-from .errors import Error, FitWarning
-from .options import TrackFitOptions, takes_fit_options
+from .errors import Error, FitWarning, shown
+from .options import TrackFitOptions, plain_options, takes_fit_options
+from .summaries import FitSummary, from_cpp
 
 Files = Union[str, "os.PathLike[str]", Sequence[Union[str, "os.PathLike[str]"]]]
 
 # How long the library works until Python looks whether the user wants to stop it.
 _SECONDS = 0.1
-
-@dataclasses.dataclass(frozen=True)
-class HypothesisSummary:
-    """What came out for one hypothesis."""
-
-    pdg: int
-    fitted: int  #: tracks
-    best: int  #: tracks that it fits best
-    median_chi2_per_ndf: float  #: hits and kinks of both views, within 0.5 %; NaN without fits
-
-
-@dataclasses.dataclass(frozen=True)
-class FitSummary:
-    """What came out of a whole run."""
-
-    tracks: int
-    hits: int
-    fitted: int  #: tracks with at least one fitted hypothesis
-    left: int  #: of these, tracks that are taken to leave the detector
-    by_status: tuple[int, ...]  #: tracks by their status, 0 to 5
-    bad_rows: int  #: rows, lines or hits that could not be used
-    problem_count: int  #: those, and the tracks that are not fitted besides
-    problems: tuple[str, ...]  #: the first ten of these problems
-    doubts: tuple[str, ...]  #: what cannot be meant, such as lengths in mm or views exchanged
-    hypotheses: tuple[HypothesisSummary, ...]
-    charge_scale: float  #: measured deposit per GeV; 0: deposits were not used
-    seconds: float
 
 
 @takes_fit_options
@@ -59,13 +34,13 @@ def fit_tracks(
     threads: int | None = None,
     output: Literal["pandas", "awkward"] = "pandas",
     vectors: bool = True,
-    columns: Mapping[str, str] | None = None,
+    columns: Mapping[str, str | int] | None = None,
     key: str | Sequence[str] | None = None,
-    unit: str = "cm",
+    unit: Literal["cm", "mm", "m", "um"] = "cm",
     sigma: float = 0.0,
     tree: str = "",
     limit: int = 0,
-    progress: Callable[[float], object] | None = None,
+    progress: Progress = None,
     **fit_options: Any,
 ) -> Any:
     """Fits all tracks under each hypothesis: one row per track and hypothesis, in the order of the
@@ -92,47 +67,77 @@ def fit_tracks(
         detector's resolution
     tree: table of hits in ROOT files; empty: "hits", or the only one
     limit: number of tracks after which to stop; 0: all
-    progress: called some ten times a second with the fraction of the input that is read, 0 to 1
+    progress: True shows a bar of the package tqdm; or a function that is called some ten times a
+        second with the fraction of the input that is read, 0 to 1
     fit_options: hypotheses, scattering_factor, ... by name, see TrackFitOptions
 
     What cannot be used is never guessed: such a track has a status above 0 and a message, the
-    others are fitted, and a FitWarning tells the first problem. Hits that cannot be meant so (lengths in mm, views exchanged,
-    another detector's, several tracks under one number) are fitted, and told with numbers by a
-    FitWarning. result.attrs["summary"] is a
-    FitSummary. Raises Error for missing columns, files and options that cannot be used.
+    others are fitted, and a FitWarning tells the first problem. Hits that cannot be meant so
+    (lengths in mm, views exchanged, another detector's, several tracks under one number) are
+    fitted, and told with numbers by a FitWarning. kelvo.summary(fits) tells what came out. Raises
+    Error for missing columns, files and options that cannot be used.
     """
-    if output not in ("pandas", "awkward"):
-        raise Error(f'output is {output!r}; it must be "pandas" or "awkward"')
+    if not isinstance(output, str) or output not in OUTPUTS:
+        raise Error(f'output is {shown(output)}; it must be "pandas" or "awkward"')
+    convert = OUTPUTS[output]()  # asks for what it needs now, not when all is fitted
+    bar = shown_progress(progress)
+    options = _run_options(fit_options, threads, vectors, limit)
+    geometry = cpp_detector(detector)
+    conventions = _conventions(columns, unit, sigma, geometry)
+    hits, keys = _prepared(normal_form(hits), (columns or {}).get("track", "track"), key)
+    source = _source(hits, conventions, text("tree", tree))
+    table = call(cpp().FitTable, geometry, source.cpp, options)
+    with bar as show:
+        _fit(table, show)
+    summary = from_cpp(table.Summary())
+    for sentence in _told(summary):
+        warnings.warn(FitWarning(sentence), stacklevel=2)
+    about = {
+        "summary": summary._plain(),
+        "options": {**plain_options(options.fFit), "charge_scale": summary.charge_scale},
+        "detector": str(geometry.Text()),
+        "version": version(),
+    }
+    return _with_keys(convert(views(table, table.Columns()), about), keys, output)
+
+
+def _run_options(fit_options: Mapping[str, Any], threads: Any, vectors: Any, limit: Any) -> Any:
     options = cpp().FitRunOptions()
     options.fFit = TrackFitOptions(**fit_options)._to_cpp()
-    options.fThreads = len(os.sched_getaffinity(0)) if threads is None else count("threads", threads, 1, 1024)
-    options.fScalarsOnly = not vectors
+    allowed = len(os.sched_getaffinity(0))
+    options.fThreads = allowed if threads is None else count("threads", threads, 1, 1024)
+    options.fScalarsOnly = not truth("vectors", vectors)
     options.fLimit = count("limit", limit, maximum=2**63 - 1)
-    geometry = cpp_detector(detector)
-    key = (key,) if isinstance(key, str) else key
-    hits, keys = _prepared(normal_form(hits), (columns or {}).get("track", "track"), key)
-    source = _source(hits, _conventions(columns or {}, unit, sigma, geometry), tree)
-    table = call(cpp().FitTable, geometry, source.cpp, options)
+    return options
+
+
+def _fit(table: Any, show: Callable[[float], object]) -> None:
     try:
         while call(table.Fit, _SECONDS):
-            if progress:
-                progress(table.Fraction())
+            show(table.Fraction())
     except BaseException:
         table.__destruct__()  # ends its threads, which read from the source
         raise
-    summary = _summary(table.Summary())
-    if summary.problem_count:
-        warnings.warn(FitWarning(_told(summary)), stacklevel=2)
-    for doubt in summary.doubts:
-        warnings.warn(FitWarning(doubt), stacklevel=2)
-    convert = to_pandas if output == "pandas" else to_awkward
-    return _with_keys(convert(views(table, table.Columns()), {"summary": summary}), keys, output)
 
 
-def _prepared(hits: Any, track: str, key: Sequence[str] | None) -> tuple[Any, Any]:
+def _key(key: Any) -> list[str] | None:
+    if key is None:
+        return None
+    names = [key] if _is_name(key) else key
+    if not isinstance(names, (list, tuple)) or not names or not all(map(_is_name, names)):
+        raise Error(f'key is {shown(key)}; it must be one or more names of columns, such as ("event", "track")')
+    return [str(name) for name in names]
+
+
+def _is_name(name: Any) -> bool:
+    return isinstance(name, str) or is_whole(name)
+
+
+def _prepared(hits: Any, track: str | int, given: Any) -> tuple[Any, Any]:
+    key = _key(given)
     pandas = sys.modules.get("pandas")
     if pandas and isinstance(hits, pandas.DataFrame):
-        return with_tracks_together(hits, track, key)
+        return with_tracks_together(hits, str(track), key)
     if key:
         raise Error("key is for hits with one hit a row, such as pandas.read_csv(FILE)")
     return hits, None
@@ -154,32 +159,16 @@ def _with_keys(fits: Any, keys: Any, output: str) -> Any:
     return fits
 
 
-def _summary(s: Any) -> FitSummary:
-    hypotheses = tuple(
-        HypothesisSummary(h.fPDG, h.fFitted, h.fBest, h.fMedianChi2PerNDF) for h in s.fHypotheses
-    )
-    return FitSummary(
-        s.fTracks,
-        s.fHits,
-        s.fFitted,
-        s.fLeft,
-        tuple(int(n) for n in s.fByStatus),
-        s.fBadLines,
-        s.fProblemCount,
-        tuple(str(problem) for problem in s.fProblems),
-        tuple(str(doubt) for doubt in s.fDoubts),
-        hypotheses,
-        s.fChargeScale,
-        s.fSeconds,
-    )
-
-
-def _told(summary: FitSummary) -> str:
-    return (
+def _told(summary: FitSummary) -> list[str]:
+    """Returns the sentences that users are warned with."""
+    if not summary.problem_count:
+        return list(summary.doubts)
+    lost = (
         f"{summary.tracks - summary.fitted} of {summary.tracks} tracks could not be used; the first "
-        f'problem: {summary.problems[0]}. See the columns status and message, and '
-        'attrs["summary"].problems'
+        f"problem: {summary.problems[0]}. See the columns status and message, and "
+        "kelvo.summary(fits).problems"
     )
+    return [lost, *summary.doubts]
 
 
 @dataclasses.dataclass
@@ -190,7 +179,7 @@ class _Source:
     arrays: list[Any] = dataclasses.field(default_factory=list)
 
 
-def _source(hits: Any, conventions: Any, tree: str) -> _Source:
+def _source(hits: Any, conventions: Any, tree: bytes) -> _Source:
     if isinstance(hits, (str, os.PathLike)):
         hits = [hits]
     if isinstance(hits, (list, tuple)) and all(isinstance(h, (str, os.PathLike)) for h in hits):
@@ -207,10 +196,12 @@ def _source(hits: Any, conventions: Any, tree: str) -> _Source:
     )
 
 
-def _conventions(columns: Mapping[str, str], unit: str, sigma: float, detector: Any) -> Any:
+def _conventions(
+    columns: Mapping[str, str | int] | None, unit: str, sigma: float, detector: Any
+) -> Any:
     conventions = cpp().HitConventions()
-    conventions.fColumns = string_map(columns)
-    conventions.fUnit = unit
+    conventions.fColumns = column_names(columns)
+    conventions.fUnit = text("unit", unit)
     conventions.fSigma = number("sigma", sigma)
     if detector.Planes():
         conventions.fPlanes = detector.Planes()
@@ -218,14 +209,14 @@ def _conventions(columns: Mapping[str, str], unit: str, sigma: float, detector: 
     return conventions
 
 
-def _files(files: Sequence[Any], conventions: Any, tree: str) -> _Source:
+def _files(files: Sequence[Any], conventions: Any, tree: bytes) -> _Source:
     if not files:
         raise Error("there is no file of hits")
     options = cpp().HitReaderOptions()
     for member in ("fColumns", "fUnit", "fSigma", "fPlanes"):
         setattr(options, member, getattr(conventions, member))
     options.fTree = tree
-    names = root().std.vector["std::string"]([root().std.string(os.fsencode(f)) for f in files])
+    names = strings("hits", [os.fsdecode(file) for file in files])
     return _Source(call(cpp().HitReader, names, options))
 
 
@@ -233,7 +224,7 @@ class _Columns:
     """The columns of hits in a table in memory, found by the rules for files."""
 
     def __init__(self, names: Sequence[str], conventions: Any) -> None:
-        vector = root().std.vector["std::string"](list(names))
+        vector = strings("the columns of hits", names)
         self.cpp = call(cpp().ArrayCalls.MakeColumns, "hits", vector, conventions)
         # Those that there are: number in C++, and name in the table.
         self.found = {
@@ -241,6 +232,9 @@ class _Columns:
             for number, name in enumerate(map(str, cpp().HitColumnNames()))
             if self.cpp.Has(number)
         }
+
+    def plane_number(self, name: object) -> float:
+        return float(self.cpp.PlaneNumber(text("a name in plane", str(name))))
 
 
 def _track_numbers(name: str, values: Any) -> Any:
@@ -270,7 +264,7 @@ def _frame(frame: Any, conventions: Any) -> _Source:
         if name == "track":
             tracks = _track_numbers(other, series)
         else:
-            code = {"view": _code_of_view, "plane": lambda text: columns.cpp.PlaneNumber(str(text))}.get(name)
+            code = {"view": _code_of_view, "plane": columns.plane_number}.get(name)
             arrays[column] = _frame_codes(series, code) if code else _frame_numbers(series)
     make = cpp().HitArrays
     n = len(frame)
@@ -297,7 +291,7 @@ def _frame_numbers(series: Any) -> Any:
 def _frame_codes(series: Any, code: Callable[[Any], float]) -> Any:
     if _is_numeric(series):
         return _frame_numbers(series)
-    codes, texts = sys.modules["pandas"].factorize(series)
+    codes, texts = factorized(series.name, series)
     # The last one is for what is missing, which has the code -1.
     return np.array([*map(code, texts), np.nan])[codes]
 

@@ -142,7 +142,7 @@ def test_deposits_give_the_bits_of_the_command(tmp_path, frame):
         hits, DETECTOR, limit=20, output="awkward", charge_resolution=0.2, fractions=(0.5, 0.3, 0.2)
     )
     assert_same(fits, expected)
-    scale = fits.attrs["summary"].charge_scale
+    scale = kelvo.summary(fits).charge_scale
     assert 0.2 < scale < 5
     first = hits[hits.track == hits.track.iloc[0]]
     view = (first.view == "Y").to_numpy(np.int64)
@@ -193,7 +193,7 @@ def test_the_summary_counts_what_came_out(frame):
         warnings.simplefilter("error")
         fractions = []
         fits = kelvo.fit_tracks(frame, DETECTOR, progress=fractions.append)
-    summary = fits.attrs["summary"]
+    summary = kelvo.summary(fits)
     assert (summary.tracks, summary.fitted, summary.hits) == (TRACKS, TRACKS, len(frame))
     assert summary.by_status == (TRACKS, 0, 0, 0, 0, 0) and summary.problems == ()
     for hypothesis in summary.hypotheses:
@@ -230,10 +230,10 @@ def test_what_cannot_be_used_is_told_and_kept(frame, tmp_path):
         fits = kelvo.fit_tracks(bad, DETECTOR)
     assert str(caught[0].message) == (
         f"3 of 4 tracks could not be used; the first problem: {told[0]}. See the columns status and "
-        'message, and attrs["summary"].problems'
+        'message, and kelvo.summary(fits).problems'
     )
     assert caught[0].filename == __file__
-    summary = fits.attrs["summary"]
+    summary = kelvo.summary(fits)
     assert summary.problems == tuple(told)
     assert (summary.bad_rows, summary.problem_count, summary.by_status[2]) == (3, 3, 3)
     assert fits["message"].tolist() == [text for text in told for _ in range(3)] + [""] * 3
@@ -249,7 +249,7 @@ def test_hits_that_cannot_be_meant_are_told_once_with_numbers(frame):
     ):
         with pytest.warns(kelvo.FitWarning) as caught:
             fits = kelvo.fit_tracks(frame.assign(**change), DETECTOR, hypotheses="mu")
-        (doubt,) = fits.attrs["summary"].doubts
+        (doubt,) = kelvo.summary(fits).doubts
         assert words in doubt and " of " in doubt
         assert [str(w.message) for w in caught].count(doubt) == 1
         assert caught[-1].filename == __file__
@@ -262,7 +262,7 @@ def test_lengths_are_taken_in_the_unit_that_is_named(frame, expected, tmp_path):
     for hits in (in_mm, entries(in_mm), tmp_path / "mm.csv"):
         fits = kelvo.fit_tracks(hits, DETECTOR, unit="mm", output="awkward")
         assert np.allclose(fits["p"], expected["p"], rtol=1e-9, equal_nan=True)
-        assert fits.attrs["summary"].doubts == ()
+        assert kelvo.summary(fits).doubts == ()
     with pytest.raises(kelvo.Error, match='^the unit "inch" is none of cm, mm, m or um$'):
         kelvo.fit_tracks(frame, DETECTOR, unit="inch")
 
@@ -320,7 +320,7 @@ def test_nothing_in_gives_nothing_out(frame):
     for hits in (frame[:0], entries(frame)[:0]):
         for output in ("pandas", "awkward"):
             fits = kelvo.fit_tracks(hits, DETECTOR, output=output)
-            assert len(fits) == 0 and fits.attrs["summary"].tracks == 0
+            assert len(fits) == 0 and kelvo.summary(fits).tracks == 0
             assert len(fits["residual"]) == 0
 
 
@@ -329,11 +329,11 @@ def test_results_travel_between_processes(frame):
     fits = kelvo.fit_tracks(few, DETECTOR)
     again = pickle.loads(pickle.dumps(fits))
     pd.testing.assert_frame_equal(again, fits, check_exact=True)
-    assert again.attrs["summary"] == fits.attrs["summary"]
+    assert kelvo.summary(again) == kelvo.summary(fits)
     fits = kelvo.fit_tracks(few, DETECTOR, output="awkward")
     again = pickle.loads(pickle.dumps(fits))
     assert_same(again, fits)
-    assert again.attrs["summary"] == fits.attrs["summary"]
+    assert kelvo.summary(again) == kelvo.summary(fits)
 
 
 def test_results_outlive_what_made_them(frame):
