@@ -38,6 +38,8 @@ Examples:
   kelvo fit beam.csv --detector detectors/telescope.toml -o fits.root --hypothesis pi --beam-momentum 120
       --column track=event --column sigx=sigma_x --column sigy=sigma_y
       a beam of 120 GeV/c pions, in a file with column names of its own
+  kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --robust tukey
+      some hits are of noise or of other particles
   kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --charge-resolution 0.2
       --fractions mu=0.8,pi=0.1,p=0.1
       hits with a column q, the deposit in each cell in any unit, measured to 20 %
@@ -55,6 +57,7 @@ struct FitArguments {
   std::string fReport;                  // a page to be written as well; empty: none
   std::vector<std::string> fHypotheses; // empty: what is usual
   std::string fEnd = "auto";
+  std::string fRobust = "keep";
   bool fNoScatteringMomentum = false;
   std::vector<std::string> fColumns;
   std::vector<std::string> fFractions;
@@ -170,6 +173,18 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
       ->delimiter(',')
       ->type_name("mu=0.8,pi=0.1,p=0.1")
       ->group(group);
+  CLI::Option* robust =
+      fit.add_option("--robust", a.fRobust,
+                     "Hits far from the track count the less the farther they are, by the weights "
+                     "of huber, tukey or cauchy")
+          ->check(OneOf({"huber", "tukey", "cauchy"}))
+          ->type_name("NAME")
+          ->group(group);
+  fit.add_option("--reject", f.fReject,
+                 "Hits farther from the track than so many standard deviations are taken out")
+      ->check(NumberWithin(2, 1e6, "from 2 to 1000000"))
+      ->excludes(robust)
+      ->group(group);
   CLI::Option* end =
       fit.add_option(
              "--end", a.fEnd,
@@ -223,6 +238,7 @@ void SetFractions(const std::vector<std::string>& texts, TrackFitOptions& option
 void Complete(FitArguments& a) {
   TrackFitOptions& fit = a.fFile.fFit;
   fit.fEnd = EndMode(a.fEnd);
+  fit.fRobust = OutlierModeOf(a.fRobust);
   fit.fScatteringMomentum = !a.fNoScatteringMomentum;
   if (a.fHypotheses.empty())
     a.fHypotheses = fit.fBeamMomentum > 0 ? std::vector<std::string>{"mu"} : ParticleNames();
@@ -263,6 +279,7 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
   PrintLine("tracks read", summary.fTracks);
   PrintLine("hits read", summary.fHits);
   PrintLine("tracks fitted", summary.fFitted);
+  if (summary.fOutliers > 0) PrintLine("hits taken as outliers", summary.fOutliers);
   if (summary.fLeft > 0) PrintLine("of these, leave the detector", summary.fLeft);
   for (std::size_t status = 1; status < summary.fByStatus.size(); status++)
     if (summary.fByStatus[status] > 0)

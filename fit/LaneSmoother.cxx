@@ -40,6 +40,10 @@ LineState Unknown(double z) {
   return {z, 0, 0, kAnyPosition, kAnySlope};
 }
 
+LineNoise NoiseOf(const LanePlane& plane) {
+  return {plane.fZ, 0, plane.fVariance};
+}
+
 LanePoint At(double z, const LineState& line) {
   const Lanes d = z - line.fZ;
   const Lanes covariance = d * line.fVarSlope;
@@ -68,6 +72,7 @@ void LaneSmoother::Fit(const std::vector<LaneMeasurement>& measurements,
   const auto grow = [&measurements](auto& vector) {
     if (vector.size() < measurements.size()) vector.resize(measurements.size());
   };
+  fN = measurements.size();
   grow(fUpstream);
   grow(fPoints);
   if (withPlanes) grow(fDownstream);
@@ -117,19 +122,33 @@ void LaneSmoother::Smooth(const std::vector<LaneMeasurement>& measurements,
 
 void LaneSmoother::FitPlanes(std::size_t view, std::size_t i, const LanePlane* planes,
                              std::size_t n, LaneKink* kinks) const {
-  const auto noise = [](const LanePlane& plane) { return LineNoise{plane.fZ, 0, plane.fVariance}; };
   LineState up = fUpstream[i][view];
   for (std::size_t k = 0; k < n; k++) {
     const LanePlane& plane = planes[k];
     LineState down = fDownstream[i + 1][view];
-    for (std::size_t j = n; --j > k;) Scatter(noise(planes[j]), down);
+    for (std::size_t j = n; --j > k;) Scatter(NoiseOf(planes[j]), down);
     const MeasuredKink measured = KinkBetween(up, down, plane.fZ);
     const Lanes part = plane.fVariance / (plane.fVariance + measured.fVariance);
-    Scatter(noise(plane), down);
+    Scatter(NoiseOf(plane), down);
     kinks[k] = {part * measured.fKink, part * measured.fVariance,
                 kelvo::At(plane.fZ, Merged(up, down)).fX};
-    Scatter(noise(plane), up);
+    Scatter(NoiseOf(plane), up);
   }
+}
+
+LanePoint LaneSmoother::Without(std::size_t view, double z, std::size_t first, std::size_t end,
+                                const LanePlane* planes, std::size_t n) const {
+  LineState up = first > 0 ? fUpstream[first - 1][view] : Unknown(z);
+  LineState down = end < fN ? fDownstream[end][view] : Unknown(z);
+  std::size_t before = 0;
+  for (; before < n && planes[before].fZ < z; before++) Scatter(NoiseOf(planes[before]), up);
+  for (std::size_t k = n; k-- > before;) Scatter(NoiseOf(planes[k]), down);
+  const LineState line = Merged(up, down);
+  const Lanes none = std::numeric_limits<double>::quiet_NaN();
+  LanePoint point = kelvo::At(z, line);
+  for (Lanes* value : {&point.fX, &point.fSlope, &point.fVarX, &point.fCovXSlope, &point.fVarSlope})
+    *value = WhereAbove(1e-9 * kAnySlope, line.fVarSlope, *value, none);
+  return point;
 }
 
 } // namespace kelvo

@@ -50,7 +50,7 @@ public:
   /// Fits; a view without solution has a log-likelihood that is not finite.
   /// @param measurements by ascending z, at least one of each view
   /// @param noise        between them, one less
-  /// @param withPlanes   whether FitPlanes will be called
+  /// @param withPlanes   whether FitPlanes or Without will be called
   void Fit(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise,
            bool withPlanes);
 
@@ -70,6 +70,14 @@ public:
   void FitPlanes(std::size_t view, std::size_t i, const LanePlane* planes, std::size_t n,
                  LaneKink* kinks) const;
 
+  /// Returns the line of a view at any z as all measurements give it but some that follow each
+  /// other, of whichever views; NaN where they fix no line. Time grows as n.
+  /// @param first,end those that are left out: from first up to the one before end; none if equal.
+  ///                  All before first are at or before z, all from end on at or behind it.
+  /// @param planes    n by ascending z, between the last measurement before and the first behind
+  LanePoint Without(std::size_t view, double z, std::size_t first, std::size_t end,
+                    const LanePlane* planes, std::size_t n) const;
+
 private:
   void Filter(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise);
   void Smooth(const std::vector<LaneMeasurement>& measurements, const std::vector<Noise>& noise,
@@ -78,6 +86,7 @@ private:
   std::vector<std::array<LineState, 2>> fUpstream;   // known at a measurement from all up to it
   std::vector<std::array<LineState, 2>> fDownstream; // from all from it on; only for planes
   std::vector<std::array<LanePoint, 2>> fPoints;
+  std::size_t fN = 0; // measurements
   std::array<Lanes, 2> fChi2{}, fChi2Kink{}, fLogLikelihood{};
 };
 

@@ -7,7 +7,7 @@
 namespace kelvo {
 
 /// For programs that load a KinkSmoother themselves and whose measurements may be wrong, such as
-/// hits of noise or of another track. TrackFitter takes every hit that it is given at its word.
+/// hits of noise or of another track. TrackFitter has the same for whole tracks (OutlierMode).
 
 /// How strongly a robust fit holds a measurement of a large pull u against threshold c.
 enum class RobustWeight {

@@ -38,7 +38,8 @@ bool Consistent(const FitRow& row) {
   const std::size_t hits = row.fHitZ.size();
   for (const std::size_t n :
        {row.fHitView.size(), row.fHitU.size(), row.fHitSigU.size(), row.fFitU.size(),
-        row.fFitSigU.size(), row.fResidual.size(), row.fPull.size()})
+        row.fFitSigU.size(), row.fResidual.size(), row.fPull.size(), row.fResidualUnbiased.size(),
+        row.fSigResidualUnbiased.size(), row.fHitWeight.size()})
     if (n != hits) return false;
   for (const int view : row.fHitView)
     if (view != 0 && view != 1) return false;

@@ -75,6 +75,9 @@ void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
   row.fFitSigU.resize(n);
   row.fResidual.resize(n);
   row.fPull.resize(n);
+  row.fResidualUnbiased.resize(n);
+  row.fSigResidualUnbiased.resize(n);
+  row.fHitWeight.resize(n);
   for (std::size_t i = 0; i < n; i++) {
     row.fHitView[i] = hits[i].fView;
     row.fHitZ[i] = hits[i].fZ;
@@ -84,6 +87,9 @@ void SetHits(const std::vector<HitFit>& hits, FitRow& row) {
     row.fFitSigU[i] = static_cast<float>(hits[i].fFitSigU);
     row.fResidual[i] = static_cast<float>(hits[i].fResidual);
     row.fPull[i] = static_cast<float>(hits[i].fPull);
+    row.fResidualUnbiased[i] = static_cast<float>(hits[i].fUnbiased);
+    row.fSigResidualUnbiased[i] = static_cast<float>(hits[i].fSigUnbiased);
+    row.fHitWeight[i] = static_cast<float>(hits[i].fWeight);
   }
 }
 
@@ -137,6 +143,7 @@ void FillFitRow(const TrackHits& track, const TrackFit& fit, std::size_t h, bool
     return;
   }
   SetScalars(hypothesis, row);
+  row.fNOutliers = static_cast<int>(fit.fOutliers);
   SetEnd(fit, row);
   if (withVectors) SetVectors(hypothesis, row);
 }

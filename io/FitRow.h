@@ -26,6 +26,7 @@ struct FitRow {
   bool fBest = false;
   int fNX = 0;
   int fNY = 0;
+  int fNOutliers = 0;
   double fChi2X = 0;
   double fChi2Y = 0;
   double fChi2KinkX = 0;
@@ -70,6 +71,9 @@ struct FitRow {
   ROOT::RVec<float> fFitSigU;
   ROOT::RVec<float> fResidual;
   ROOT::RVec<float> fPull;
+  ROOT::RVec<float> fResidualUnbiased;
+  ROOT::RVec<float> fSigResidualUnbiased;
+  ROOT::RVec<float> fHitWeight;
   ROOT::RVec<float> fPlaneS;
   ROOT::RVec<float> fPlaneX;
   ROOT::RVec<float> fPlaneY;
@@ -94,6 +98,7 @@ void VisitScalars(Visit visit) {
   visit("best", &FitRow::fBest);
   visit("n_x", &FitRow::fNX);
   visit("n_y", &FitRow::fNY);
+  visit("n_outliers", &FitRow::fNOutliers);
   visit("chi2_x", &FitRow::fChi2X);
   visit("chi2_y", &FitRow::fChi2Y);
   visit("chi2_kink_x", &FitRow::fChi2KinkX);
@@ -143,6 +148,9 @@ void VisitVectors(Visit visit) {
   visit("fit_sigu", &FitRow::fFitSigU);
   visit("residual", &FitRow::fResidual);
   visit("pull", &FitRow::fPull);
+  visit("residual_unbiased", &FitRow::fResidualUnbiased);
+  visit("sig_residual_unbiased", &FitRow::fSigResidualUnbiased);
+  visit("hit_weight", &FitRow::fHitWeight);
   visit("plane_s", &FitRow::fPlaneS);
   visit("plane_x", &FitRow::fPlaneX);
   visit("plane_y", &FitRow::fPlaneY);

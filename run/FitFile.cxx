@@ -48,6 +48,8 @@ std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   add("with_planes", used.fWithPlanes ? "true" : "false");
   add("end", TomlText(EndModeName(used.fEnd)));
   add("scattering_momentum", used.fScatteringMomentum ? "true" : "false");
+  if (used.fRobust != OutlierMode::kKeep) add("robust", TomlText(OutlierModeName(used.fRobust)));
+  if (used.fReject > 0) add("reject", ExactNumber(used.fReject));
   if (chargeScale > 0) {
     add("charge_resolution", ExactNumber(used.fChargeResolution));
     add("charge_scale", ExactNumber(chargeScale));

@@ -18,8 +18,9 @@ struct HypothesisSummary {
 struct FitSummary {
   unsigned long long fTracks = 0;
   unsigned long long fHits = 0;
-  unsigned long long fFitted = 0; ///< tracks with at least one fitted hypothesis
-  unsigned long long fLeft = 0;   ///< of these, tracks that are taken to leave the detector
+  unsigned long long fOutliers = 0; ///< hits of fitted tracks that count less than half
+  unsigned long long fFitted = 0;   ///< tracks with at least one fitted hypothesis
+  unsigned long long fLeft = 0;     ///< of these, tracks that are taken to leave the detector
   std::array<unsigned long long, 6> fByStatus{}; ///< tracks by their FitStatus
   unsigned long long fBadLines = 0;              ///< lines and entries that could not be used
   unsigned long long fProblemCount = 0; ///< those lines, and the tracks that are not fitted besides

@@ -35,6 +35,7 @@ FitSummary FitTally::Summary(double seconds) const {
 void FitTally::AddOutcome(const TrackOutcome& outcome) {
   fSummary.fTracks++;
   fSummary.fHits += outcome.fHits;
+  fSummary.fOutliers += outcome.fOutliers;
   fSummary.fBadLines += outcome.fBadLines;
   fSummary.fProblemCount += outcome.fBadLines > 0 ? outcome.fBadLines : outcome.fProblems.size();
   ++fSummary.fByStatus[static_cast<std::size_t>(outcome.fStatus)];

@@ -15,6 +15,7 @@ TrackOutcome OutcomeOf(const TrackHits& track, const TrackFit& fit) {
   outcome.fProblems = track.fProblems;
   outcome.fFitted = fit.Fitted();
   outcome.fLeaves = fit.fLeaves;
+  outcome.fOutliers = outcome.fFitted ? fit.fOutliers : 0;
   if (outcome.fFitted) return outcome;
   const HypothesisFit& first = fit.fHypothesis.front();
   outcome.fStatus = first.fStatus;

@@ -18,6 +18,7 @@ struct TrackOutcome {
   bool fFitted = false;                   ///< under one hypothesis at least
   bool fLeaves = false;                   ///< as one that leaves the detector
   unsigned long long fHits = 0;
+  unsigned long long fOutliers = 0; ///< hits that count less than half
   unsigned long long fBadLines = 0;
   std::vector<std::string> fProblems; ///< sentences with file and line; empty for a fitted track
 };

@@ -70,25 +70,24 @@ struct CheckedHit {
 
 /// The hits of one view: how many, and where they begin and end.
 struct ViewCount {
-  unsigned int fN = 0;
+  std::size_t fN = 0;
   double fFirst = std::numeric_limits<double>::infinity(); // cm
   double fLast = -std::numeric_limits<double>::infinity(); // cm
 };
 
-Refusal CheckView(const char* name, const ViewCount& view) {
-  if (view.fN < 2)
-    return {FitStatus::kTooFewHits,
-            "view " + std::string(name) + " has " + std::to_string(view.fN) +
-                (view.fN == 1 ? " hit" : " hits") + "; a fit needs two or more in each view"};
-  if (view.fLast - view.fFirst < kSmallestSpread)
-    return {FitStatus::kTooFewHits, "the " + std::to_string(view.fN) + " hits of view " +
-                                        std::string(name) +
-                                        " are all at z = " + NumberText(view.fFirst) +
+} // namespace
+
+Refusal CheckView(const char* name, std::size_t n, double first, double last) {
+  if (n < 2)
+    return {FitStatus::kTooFewHits, "view " + std::string(name) + " has " + std::to_string(n) +
+                                        (n == 1 ? " hit" : " hits") +
+                                        "; a fit needs two or more in each view"};
+  if (last - first < kSmallestSpread)
+    return {FitStatus::kTooFewHits, "the " + std::to_string(n) + " hits of view " +
+                                        std::string(name) + " are all at z = " + NumberText(first) +
                                         " cm; a fit needs two different z in each view"};
   return {};
 }
-
-} // namespace
 
 Refusal CheckHits(const HitList3D& hits) {
   ViewCount count[2];
@@ -100,8 +99,9 @@ Refusal CheckHits(const HitList3D& hits) {
     view.fFirst = std::min(view.fFirst, hits[i].fZ);
     view.fLast = std::max(view.fLast, hits[i].fZ);
   }
-  if (Refusal refusal = CheckView("X", count[0])) return refusal;
-  return CheckView("Y", count[1]);
+  if (Refusal refusal = CheckView("X", count[0].fN, count[0].fFirst, count[0].fLast))
+    return refusal;
+  return CheckView("Y", count[1].fN, count[1].fFirst, count[1].fLast);
 }
 
 Refusal CheckCharges(std::size_t hits, const std::vector<double>& charges) {

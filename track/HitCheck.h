@@ -21,6 +21,10 @@ struct Refusal {
 /// uncertainties, and two hits at different z in each view. The first fault is told.
 Refusal CheckHits(const HitList3D& hits);
 
+/// Checks that hits of a view fix a line, of which there are n from z first to z last [cm].
+/// @param name of the view
+Refusal CheckView(const char* name, std::size_t n, double first, double last);
+
 /// Checks that deposits are as many as hits, or none, and finite numbers or infinity, which stands
 /// for none.
 Refusal CheckCharges(std::size_t hits, const std::vector<double>& charges);

@@ -82,12 +82,12 @@ struct StraightLine {
   double fZ0 = 0, fU0 = 0;
   double f0 = 0, fZ = 0, fU = 0, fZZ = 0, fZU = 0;
 
-  void Add(double z, double u, double sig) {
+  void Add(double z, double u, double sig, double weight) {
     if (f0 == 0) {
       fZ0 = z;
       fU0 = u;
     }
-    const double w = 1 / (sig * sig), dz = z - fZ0, du = u - fU0;
+    const double w = weight / (sig * sig), dz = z - fZ0, du = u - fU0;
     f0 += w;
     fZ += w * dz;
     fU += w * du;
@@ -107,16 +107,18 @@ struct LocalLine {
     constexpr std::size_t kNear = 2; // on each side
     const std::size_t begin = k < kNear ? 0 : k - kNear;
     const std::size_t end = std::min(k + kNear + 1, hits.fZ.size());
+    double w = 0;
     for (std::size_t i = begin; i < end; i++) {
-      fZ += hits.fZ[i];
-      fU += hits.fU[i];
+      fZ += hits.fW[i] * hits.fZ[i];
+      fU += hits.fW[i] * hits.fU[i];
+      w += hits.fW[i];
     }
-    fZ /= static_cast<double>(end - begin);
-    fU /= static_cast<double>(end - begin);
+    fZ /= w;
+    fU /= w;
     double zz = 0, zu = 0;
     for (std::size_t i = begin; i < end; i++) {
-      zz += (hits.fZ[i] - fZ) * (hits.fZ[i] - fZ);
-      zu += (hits.fZ[i] - fZ) * (hits.fU[i] - fU);
+      zz += hits.fW[i] * (hits.fZ[i] - fZ) * (hits.fZ[i] - fZ);
+      zu += hits.fW[i] * (hits.fZ[i] - fZ) * (hits.fU[i] - fU);
     }
     if (zz > 0) fSlope = zu / zz;
   }
@@ -144,6 +146,23 @@ TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions&
 
 Refusal TrackChain::Fit(const HitList3D& hits, const std::vector<double>& charges, TrackFit& out) {
   SortHits(hits, charges);
+  if (Selects())
+    if (Refusal refusal = SelectHits(out)) return refusal;
+  if (Refusal refusal = FindEnergies(fOptions.fScatteringMomentum, out)) return refusal;
+  for (std::size_t h = 0; h < out.fHypothesis.size(); h += kLanes) {
+    const LaneFits lanes = {h, std::min(kLanes, out.fHypothesis.size() - h), &out.fHypothesis[h]};
+    FindWidths(lanes);
+    SolveViews();
+    Fill(lanes);
+  }
+  AddCharges(out);
+  FindBest(fOptions.fFractions, out);
+  if (!Stops() && fMasses.size() > 1) ForgetBest(out);
+  return {};
+}
+
+/// Goes from the hits to the energies of all hypotheses along them.
+Refusal TrackChain::FindEnergies(bool withScattering, TrackFit& out) {
   if (Refusal refusal = LayCourse()) return refusal;
   FindPoints();
   TraceMaterial();
@@ -159,18 +178,15 @@ Refusal TrackChain::Fit(const HitList3D& hits, const std::vector<double>& charge
   } else {
     fEnergy.Stop(fMaterial, fCourse.fStretch);
   }
-  if (fOptions.fScatteringMomentum || fLeaves) MeasureScattering(out);
+  if (withScattering || fLeaves) MeasureScattering(out);
   if (fLeaves) Leave(out);
-  for (std::size_t h = 0; h < out.fHypothesis.size(); h += kLanes) {
-    const LaneFits lanes = {h, std::min(kLanes, out.fHypothesis.size() - h), &out.fHypothesis[h]};
-    FindWidths(lanes);
-    SolveViews();
-    Fill(lanes);
-  }
-  AddCharges(out);
-  FindBest(fOptions.fFractions, out);
-  if (!Stops() && fMasses.size() > 1) ForgetBest(out);
   return {};
+}
+
+/// A complete order, so that the result does not depend on the order of hits in one plane.
+bool TrackChain::IsUpstream(const TrackHit& a, const TrackHit& b) {
+  return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ, a.fQ) <
+         std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ, b.fQ);
 }
 
 void TrackChain::SortHits(const HitList3D& hits, const std::vector<double>& charges) {
@@ -183,20 +199,15 @@ void TrackChain::SortHits(const HitList3D& hits, const std::vector<double>& char
                      isX ? hit.fSigX : hit.fSigY, hit.fSigZ, 0,
                      charges.empty() ? kNoCharge : charges[i] / perGeV});
   }
-  // A complete order, so that the result does not depend on the order of hits in one plane.
-  const auto isUpstream = [](const TrackHit& a, const TrackHit& b) {
-    return std::tie(a.fZ, a.fView, a.fU, a.fSigU, a.fSigZ, a.fQ) <
-           std::tie(b.fZ, b.fView, b.fU, b.fSigU, b.fSigZ, b.fQ);
-  };
-  if (!std::is_sorted(fHits.begin(), fHits.end(), isUpstream))
-    std::sort(fHits.begin(), fHits.end(), isUpstream);
-  for (ViewHits& view : fViewHits) view.Clear();
+  if (!std::is_sorted(fHits.begin(), fHits.end(), IsUpstream))
+    std::sort(fHits.begin(), fHits.end(), IsUpstream);
+  fLeftOut.clear();
 }
 
 /// Sets the course to the straight lines through the hits of each view.
 Refusal TrackChain::LayCourse() {
   std::array<StraightLine, 2> line;
-  for (const TrackHit& hit : fHits) line[hit.fView].Add(hit.fZ, hit.fU, hit.fSigU);
+  for (const TrackHit& hit : fHits) line[hit.fView].Add(hit.fZ, hit.fU, hit.fSigU, hit.fWeight);
   const double stretch = Stretch(line[0].Slope(), line[1].Slope());
   if (!(stretch * kSmallestCosine <= 1))
     return {
@@ -204,11 +215,16 @@ Refusal TrackChain::LayCourse() {
         "the hits lie along a line at more than 88.8 degrees to the z axis; a fit needs a track "
         "that crosses the planes"};
   for (std::size_t v = 0; v < 2; v++) fCourse.fSlope[v].assign(fHits.size(), line[v].Slope());
-  for (TrackHit& hit : fHits) {
+  const auto setSig = [&line](TrackHit& hit, double weight) {
     const double slope = line[hit.fView].Slope();
-    hit.fSig = std::sqrt(hit.fSigU * hit.fSigU + slope * slope * hit.fSigZ * hit.fSigZ);
-    fViewHits[hit.fView].Add(hit.fZ, hit.fU, hit.fSig);
+    hit.fSig = std::sqrt((hit.fSigU * hit.fSigU + slope * slope * hit.fSigZ * hit.fSigZ) / weight);
+  };
+  for (ViewHits& view : fViewHits) view.Clear();
+  for (TrackHit& hit : fHits) {
+    setSig(hit, hit.fWeight);
+    fViewHits[hit.fView].Add(hit.fZ, hit.fU, hit.fSig, hit.fWeight);
   }
+  for (TrackHit& hit : fLeftOut) setSig(hit, 1);
   fCourse.fStretch.assign(fHits.size(), stretch);
   return {};
 }
@@ -396,7 +412,7 @@ void TrackChain::SolveViews() {
   for (const TrackHit& hit : fHits)
     fMeasurements.push_back({hit.fView, hit.fZ, hit.fU, hit.fSig * hit.fSig});
   FindNoise();
-  fSmoother.Fit(fMeasurements, fNoise, fOptions.fWithPlanes);
+  fSmoother.Fit(fMeasurements, fNoise, fOptions.fWithPlanes || !fLeftOut.empty());
 }
 
 void TrackChain::FindNoise() {
@@ -418,6 +434,7 @@ void TrackChain::Fill(const LaneFits& lanes) {
   FindCourse();
   fStraggling = fEnergy.Straggling(fMaterial, lanes.fFirst, fCourse.fStretch);
   FillHits(lanes);
+  if (!fLeftOut.empty()) FillLeftOut(lanes);
   for (std::size_t l = 0; l < lanes.fN; l++) {
     FillViews(l, lanes.fFit[l]);
     FillStart(lanes.fFit[l]);
@@ -428,10 +445,7 @@ void TrackChain::Fill(const LaneFits& lanes) {
     if (IsSolved(l))
       FillKinematics(lanes.fFirst + l, l, lanes.fFit[l]);
     else
-      RefuseFit({FitStatus::kSingular,
-                 "the normal equations of a view have no solution; check the uncertainties of the "
-                 "hits and their spread in z"},
-                lanes.fFit[l]);
+      RefuseFit(NoSolution(), lanes.fFit[l]);
 }
 
 bool TrackChain::IsSolved(std::size_t lane) const {
@@ -476,21 +490,44 @@ void TrackChain::FillViews(std::size_t lane, HypothesisFit& fit) const {
 }
 
 void TrackChain::FillHits(const LaneFits& lanes) const {
-  for (std::size_t i = 0; i < fHits.size(); i++) {
-    const TrackHit& hit = fHits[i];
-    const LanePoint& line = fSmoother.At(hit.fView, i);
-    const Lanes sigU = Sqrt(line.fVarX), sigSlope = Sqrt(line.fVarSlope);
-    const Lanes residual = hit.fU - line.fX;
-    // A fitted coordinate is correlated with the hit itself, by its own variance. A hit that the
-    // track goes through by necessity has no residual to compare.
-    const double square = hit.fSig * hit.fSig;
-    const Lanes variance = square - line.fVarX;
-    const Lanes pull = WhereAbove(variance, 1e-9 * square, residual / Sqrt(variance), 0);
-    for (std::size_t l = 0; l < lanes.fN; l++)
-      lanes.fFit[l].fHit.push_back({static_cast<int>(hit.fView), hit.fZ, hit.fU, hit.fSigU,
-                                    line.fX[l], sigU[l], residual[l], pull[l], line.fSlope[l],
-                                    sigSlope[l]});
+  for (std::size_t i = 0; i < fHits.size(); i++)
+    AddHit(fHits[i], fSmoother.At(fHits[i].fView, i), lanes);
+}
+
+void TrackChain::AddHit(const TrackHit& hit, const LanePoint& line, const LaneFits& lanes) {
+  const Lanes sigU = Sqrt(line.fVarX), sigSlope = Sqrt(line.fVarSlope);
+  const HitResidual beside = Compare(hit, line);
+  for (std::size_t l = 0; l < lanes.fN; l++)
+    lanes.fFit[l].fHit.push_back({static_cast<int>(hit.fView), hit.fZ, hit.fU, hit.fSigU,
+                                  line.fX[l], sigU[l], beside.fResidual[l], beside.fPull[l],
+                                  line.fSlope[l], sigSlope[l], beside.fUnbiased[l],
+                                  beside.fSigUnbiased[l], hit.fWeight});
+}
+
+/// A fitted coordinate is correlated with the hit itself, by its own variance. A hit that the track
+/// goes through by necessity has no residual to compare. With the variance s of the hit, s / w the
+/// one that the fit took, and V that of the fitted coordinate, the others' alone is
+///   V' = V (s / w) / (s / w - V), and unbiased = residual (s / w) / (s / w - V).
+TrackChain::HitResidual TrackChain::Compare(const TrackHit& hit, const LanePoint& line) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const Lanes residual = hit.fU - line.fX;
+  const double square = hit.fSig * hit.fSig;
+  if (hit.fWeight == 0) {
+    const Lanes sig = Sqrt(square + line.fVarX);
+    return {residual, residual / sig, residual, sig};
   }
+  const Lanes variance = square - line.fVarX, least = 1e-9 * square;
+  if (hit.fWeight == 1) {
+    const Lanes root = Sqrt(variance);
+    const Lanes pull = WhereAbove(variance, least, residual / root, 0);
+    const Lanes sig = WhereAbove(variance, least, square / root, kInfinity);
+    return {residual, pull, WhereAbove(variance, least, pull * sig, 0), sig};
+  }
+  const Lanes without = square / variance;
+  const Lanes unbiased = WhereAbove(variance, least, residual * without, 0);
+  const Lanes sig =
+      WhereAbove(variance, least, Sqrt(hit.fWeight * square + line.fVarX * without), kInfinity);
+  return {residual, unbiased / sig, unbiased, sig};
 }
 
 /// The direction is (a, b, 1) / norm for the slopes a and b, with the derivatives
@@ -646,6 +683,12 @@ void ClearFit(int pdg, HypothesisFit& fit) {
     keep(fit.fView[v].fSigKink, fresh.fView[v].fSigKink);
   }
   fit = std::move(fresh);
+}
+
+Refusal NoSolution() {
+  return {FitStatus::kSingular,
+          "the normal equations of a view have no solution; check the uncertainties of the hits "
+          "and their spread in z"};
 }
 
 void RefuseFit(const Refusal& refusal, HypothesisFit& fit) {

@@ -21,16 +21,19 @@ struct ViewHits {
   std::vector<double> fZ;   ///< [cm]
   std::vector<double> fU;   ///< [cm]
   std::vector<double> fSig; ///< uncertainties of fU at fZ [cm]
+  std::vector<double> fW;   ///< how much they count, above 0 up to 1
 
   void Clear() {
     fZ.clear();
     fU.clear();
     fSig.clear();
+    fW.clear();
   }
-  void Add(double z, double u, double sig) {
+  void Add(double z, double u, double sig, double w) {
     fZ.push_back(z);
     fU.push_back(u);
     fSig.push_back(sig);
+    fW.push_back(w);
   }
 };
 
@@ -66,8 +69,14 @@ private:
     std::size_t fView; // 0: x, 1: y
     double fZ, fU;     // as measured [cm]
     double fSigU, fSigZ;
-    double fSig; // of the position at the measured z [cm]
+    double fSig; // of the position at the measured z, larger for a smaller weight [cm]
     double fQ;   // deposit [GeV]; infinity: none
+    double fWeight = 1;
+  };
+
+  /// A hit beside a fit, as KinkResidual.
+  struct HitResidual {
+    Lanes fResidual, fPull, fUnbiased, fSigUnbiased;
   };
 
   /// The fits of hypotheses that are calculated side by side.
@@ -87,6 +96,14 @@ private:
   bool IsBeam() const { return fOptions.fBeamMomentum > 0; }
   bool Stops() const { return !IsBeam() && !fLeaves; }
   void SortHits(const HitList3D& hits, const std::vector<double>& charges);
+  static bool IsUpstream(const TrackHit& a, const TrackHit& b);
+  bool Selects() const;
+  Refusal SelectHits(TrackFit& out);
+  Refusal UseHits();
+  Refusal FindPulls();
+  double Reweigh(double scale);
+  bool RejectWorst();
+  Refusal FindEnergies(bool withScattering, TrackFit& out);
   Refusal LayCourse();
   void FindPoints();
   void TraceMaterial();
@@ -105,6 +122,11 @@ private:
   bool IsSolved(std::size_t lane) const;
   void FillViews(std::size_t lane, HypothesisFit& fit) const;
   void FillHits(const LaneFits& lanes) const;
+  void FillLeftOut(const LaneFits& lanes);
+  static void AddHit(const TrackHit& hit, const LanePoint& line, const LaneFits& lanes);
+  static HitResidual Compare(const TrackHit& hit, const LanePoint& line);
+  LanePoint LineWithout(std::size_t view, double z, std::size_t first, std::size_t end);
+  LanePoint LineAt(const TrackHit& leftOut);
   void FillStart(HypothesisFit& fit) const;
   void FillPlanes(const LaneFits& lanes) const;
   void FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j, const LaneFits& lanes) const;
@@ -124,7 +146,11 @@ private:
   ScatteringMomentum fScattering; // of the first hypothesis
 
   // What belongs to the track at hand.
-  std::vector<TrackHit> fHits; // sorted by z
+  std::vector<TrackHit> fHits;    // those that the fit uses, sorted by z
+  std::vector<TrackHit> fAllHits; // with their weights; only where some may be left out
+  std::vector<TrackHit> fLeftOut; // those of weight 0
+  std::vector<double> fPulls;     // of all hits: the smallest one of any hypothesis
+  TrackFit fTrial;                // what is found out on the way to the weights
   std::array<ViewHits, 2> fViewHits;
   std::vector<WayPoint> fPoints; // one per hit
   Course fCourse;                // of lines through neighbouring hits
@@ -142,13 +168,17 @@ private:
   std::vector<Lanes> fVarAlpha;            // of the angles at the planes [rad^2]
   std::vector<LaneSmoother::Noise> fNoise; // of the gaps
   LaneSmoother fSmoother;
-  Lanes fStraggling{};          // variances of the energy at the first hit [GeV^2]
-  std::vector<Lanes> fStretch;  // as that of a Course, of the fitted tracks
-  std::vector<double> fScratch; // by gap
+  std::vector<LanePlane> fCrossed; // scratch of LineWithout
+  Lanes fStraggling{};             // variances of the energy at the first hit [GeV^2]
+  std::vector<Lanes> fStretch;     // as that of a Course, of the fitted tracks
+  std::vector<double> fScratch;    // by gap
 };
 
 /// Makes a fit as new under a hypothesis, keeping its memory.
 void ClearFit(int pdg, HypothesisFit& fit);
+
+/// Returns why a fit has no result where its equations have none.
+Refusal NoSolution();
 
 /// Clears a fit and leaves the reason in it.
 void RefuseFit(const Refusal& refusal, HypothesisFit& fit);

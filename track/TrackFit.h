@@ -25,6 +25,21 @@ const char* EndModeName(TrackEndMode mode);
 /// @throw std::invalid_argument for any other name
 TrackEndMode EndMode(const std::string& name);
 
+/// What becomes of hits that are far from the track.
+enum class OutlierMode {
+  kKeep = 0,   ///< all hits count
+  kHuber = 1,  ///< they pull no stronger than one at 1.3 standard deviations
+  kTukey = 2,  ///< they count the less the farther they are, from 4.7 standard deviations on 0
+  kCauchy = 3, ///< they count the less the farther they are
+};
+
+/// Returns the name of a mode: "keep", "huber", "tukey" or "cauchy".
+const char* OutlierModeName(OutlierMode mode);
+
+/// Returns the mode of a name.
+/// @throw std::invalid_argument for any other name
+OutlierMode OutlierModeOf(const std::string& name);
+
 /// What a fit is to do. Every value has the default that users want for stopping particles.
 struct TrackFitOptions {
   std::vector<int> fHypotheses{kMuonPDG, kPionPDG, kProtonPDG}; ///< PDG codes
@@ -47,6 +62,8 @@ struct TrackFitOptions {
                            ///< and a single track has its deposits in GeV
   std::vector<double> fFractions; ///< of the hypotheses among all tracks, in their order and up to
                                   ///< a common factor; empty: all equal
+  OutlierMode fRobust = OutlierMode::kKeep;
+  double fReject = 0;       ///< hits whose pull is above it are taken out, the worst first; 0: none
   bool fWithPlanes = false; ///< whether the fit at the scattering planes is wanted: kinks, points
                             ///< and widths, which take as much time as half of all else
 };
@@ -87,6 +104,12 @@ struct HitFit {
   double fPull = 0;        ///< residual over its own standard deviation
   double fFitSlope = 0;    ///< fitted slope against z
   double fFitSigSlope = 0; ///< uncertainty of the fitted slope
+  /// Measured minus the fit of all other hits [cm], and its uncertainty: infinite where they fix no
+  /// track there, the residual then being 0.
+  double fUnbiased = 0;
+  double fSigUnbiased = 0;
+  double fWeight = 1; ///< how much the hit counts, 0 to 1; one of 0 is compared with the fit of the
+                      ///< others throughout
 };
 
 /// A momentum from multiple scattering alone. NaN where it was not asked for; ScatteringMomentum
@@ -150,7 +173,8 @@ struct TrackFit {
   bool fHasBest =
       true; ///< false where several hypotheses differ by nothing but their velocity: of
             ///< a beam, or of a track that leaves; fBest is then the first that is fitted
-  bool fLeaves = false; ///< fitted as a track that leaves the detector
+  unsigned int fOutliers = 0; ///< hits that are far from the track and count less than half
+  bool fLeaves = false;       ///< fitted as a track that leaves the detector
   /// How far behind the last hit, along z, the track would go on to the boundary of what can
   /// measure it: in cm, and in gaps between planes. NaN for beams, and for a geometry that does not
   /// know its planes.

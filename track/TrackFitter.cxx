@@ -19,6 +19,9 @@ namespace {
 
 constexpr const char* kEndModes[] = {"auto", "stops", "leaves"}; // in the order of TrackEndMode
 
+constexpr const char* kOutlierModes[] = {"keep", "huber", "tukey",
+                                         "cauchy"}; // in the order of OutlierMode
+
 void CheckChargeScale(double scale) {
   CheckOption(scale == 0 || (scale >= 1e-12 && scale <= 1e12), "fChargeScale", scale,
               "0 (not known) or between 1e-12 and 1e+12");
@@ -53,6 +56,11 @@ void CheckOptions(const TrackFitOptions& o) {
   CheckOption(o.fChargeResolution == 0 || (o.fChargeResolution >= 0.02 && o.fChargeResolution <= 2),
               "fChargeResolution", o.fChargeResolution, "0 (not used) or between 0.02 and 2");
   CheckChargeScale(o.fChargeScale);
+  CheckOption(o.fReject == 0 || (o.fReject >= 2 && o.fReject <= 1e6), "fReject", o.fReject,
+              "0 (no hit is taken out) or between 2 and 1e+06");
+  if (o.fReject > 0 && o.fRobust != OutlierMode::kKeep)
+    throw std::invalid_argument(
+        "fRobust and fReject are both set; outliers either count less or are taken out");
   CheckFractions(o);
   CheckOption(o.fSigBeamMomentum >= 0 && o.fSigBeamMomentum <= 1e6, "fSigBeamMomentum",
               o.fSigBeamMomentum, "between 0 and 1e+06 GeV/c");
@@ -97,6 +105,17 @@ TrackEndMode EndMode(const std::string& name) {
     if (name == kEndModes[i]) return static_cast<TrackEndMode>(i);
   throw std::invalid_argument("the end of tracks is \"" + name +
                               "\"; it must be auto, stops or leaves");
+}
+
+const char* OutlierModeName(OutlierMode mode) {
+  return kOutlierModes[static_cast<std::size_t>(mode)];
+}
+
+OutlierMode OutlierModeOf(const std::string& name) {
+  for (std::size_t i = 0; i < std::size(kOutlierModes); i++)
+    if (name == kOutlierModes[i]) return static_cast<OutlierMode>(i);
+  throw std::invalid_argument("the mode of outliers is \"" + name +
+                              "\"; it must be keep, huber, tukey or cauchy");
 }
 
 struct TrackFitter::Impl {

@@ -16,6 +16,7 @@ namespace kelvo {
 ///     kelvo::TrackFitter fitter(detector);
 ///     kelvo::TrackFit fit = fitter.Fit(hits);
 ///
+/// Hits that are far from the track count as the others do unless the options say otherwise.
 /// The detector is any geometry; it must outlive the fitter. An object is used by one thread at a
 /// time; it keeps scratch memory from track to track. Copies share the detector.
 class TrackFitter {

@@ -30,6 +30,7 @@ class HypothesisFit:
     best: bool  #: whether it is the most likely fitted hypothesis
     n_x: int  #: hits that measure x
     n_y: int  #: hits that measure y
+    n_outliers: int  #: hits that are far from the track and count less than half
     chi2_x: float  #: chi-square of the hits
     chi2_y: float
     chi2_kink_x: float  #: chi-square of the kinks
@@ -74,6 +75,9 @@ class HypothesisFit:
     fit_sigu: Singles  #: its standard deviation [cm]
     residual: Singles  #: measured minus fitted [cm]
     pull: Singles  #: residual over its standard deviation
+    residual_unbiased: Singles  #: measured minus the fit of all other hits [cm]
+    sig_residual_unbiased: Singles  #: its standard deviation [cm]
+    hit_weight: Singles  #: how much the hit counts, 0 to 1
     plane_s: Singles  #: per scattering plane: place along the track [cm]
     plane_x: Singles  #: the fitted track at the planes [cm]
     plane_y: Singles

@@ -42,6 +42,11 @@ class TrackFitOptions:
     that crosses a plane at right angles; 0: they are not used"""
     charge_scale: float = 0.0
     """deposit in q per GeV; 0: fit_tracks finds it from the first tracks, else q is in GeV"""
+    robust: Literal["keep", "huber", "tukey", "cauchy"] = "keep"
+    """what becomes of hits far from the track: "keep" lets all count fully, the others take them the less
+    the farther they are"""
+    reject: float = 0.0
+    """hits whose pull is above it are taken out, the worst first; 0: none"""
     fractions: Sequence[float] = ()
     """of the hypotheses among all tracks, for the probability of each; empty: equal"""
 
@@ -93,12 +98,18 @@ def _end(name: str, value: Any) -> Any:
     return cpp().EndMode(value)
 
 
+def _robust(name: str, value: Any) -> Any:
+    if value not in ("keep", "huber", "tukey", "cauchy"):
+        raise Error(f'{name} is {shown(value)}; it must be "keep", "huber", "tukey" or "cauchy"')
+    return cpp().OutlierModeOf(value)
+
 _CONVERSIONS = {
     "hypotheses": _hypotheses,
     "with_planes": truth,
     "end": _end,
     "scattering_momentum": truth,
     "fractions": _fractions,
+    "robust": _robust,
 }
 
 

@@ -176,8 +176,8 @@ class Path(NotCopied):
         """Returns the kinetic energy [GeV] upstream of a length ds [cm] of material, given T0
         downstream of it, for a mass m [GeV]."""
         _check_material(material)
-        if not abs(number("ds", ds)) <= _LONGEST:
-            raise Error(f"ds is {shown(ds)}; it must be from -1e6 to 1e6 cm")
+        if not abs(number("ds", ds)) <= _FARTHEST:
+            raise Error(f"ds is {shown(ds)}; it must be within +-{_FARTHEST:.0f} cm")
         values = float(ds), material, number("m", m), number("T0", T0)
         return float(call(self._cpp.IntegrateT, *values, says=_SAYS))
 

@@ -43,6 +43,7 @@ const std::vector<std::string> kScalars{"track",
                                         "best",
                                         "n_x",
                                         "n_y",
+                                        "n_outliers",
                                         "chi2_x",
                                         "chi2_y",
                                         "chi2_kink_x",
@@ -78,9 +79,25 @@ const std::vector<std::string> kScalars{"track",
                                         "inv_p_scattering",
                                         "sig_inv_p_scattering",
                                         "prob_scattering"};
-const std::vector<std::string> kVectors{
-    "cov",  "hit_view", "hit_z",   "hit_u",   "hit_sigu", "fit_u",          "fit_sigu", "residual",
-    "pull", "plane_s",  "plane_x", "plane_y", "plane_z",  "plane_sigalpha", "kink_x",   "kink_y"};
+const std::vector<std::string> kVectors{"cov",
+                                        "hit_view",
+                                        "hit_z",
+                                        "hit_u",
+                                        "hit_sigu",
+                                        "fit_u",
+                                        "fit_sigu",
+                                        "residual",
+                                        "pull",
+                                        "residual_unbiased",
+                                        "sig_residual_unbiased",
+                                        "hit_weight",
+                                        "plane_s",
+                                        "plane_x",
+                                        "plane_y",
+                                        "plane_z",
+                                        "plane_sigalpha",
+                                        "kink_x",
+                                        "kink_y"};
 
 /// Rows of numbers without a pattern, some of them as of a fit that failed.
 class RandomRows {

@@ -19,12 +19,12 @@ DETECTOR = f"{SOURCE}/detectors/fine.toml"
 TRACKS = 200
 
 SCALARS = (
-    "track pdg status message best n_x n_y chi2_x chi2_y chi2_kink_x chi2_kink_y ndf prob "
+    "track pdg status message best n_x n_y n_outliers chi2_x chi2_y chi2_kink_x chi2_kink_y ndf prob "
     "log_likelihood log_likelihood_charge prob_hypothesis x y z ux uy uz T p beta gamma length radlen sig_T sig_p sig_length "
     "leaves end_distance end_planes stop_chi2 p_min p_scattering p_scattering_low "
     "p_scattering_high inv_p_scattering sig_inv_p_scattering prob_scattering"
 ).split()
-PER_HIT = "hit_view hit_z hit_u hit_sigu fit_u fit_sigu residual pull".split()
+PER_HIT = "hit_view hit_z hit_u hit_sigu fit_u fit_sigu residual pull residual_unbiased sig_residual_unbiased hit_weight".split()
 PER_PLANE = "plane_s plane_x plane_y plane_z plane_sigalpha kink_x kink_y".split()
 
 

@@ -242,7 +242,7 @@ def test_options_have_the_defaults_of_the_library():
     ours, library = kelvo.TrackFitOptions()._to_cpp(), cpp().TrackFitOptions()
     names = (
         "fScatteringFactor fBeyondLastHit fBeamMomentum fSigBeamMomentum fWithPlanes fEnd "
-        "fScatteringMomentum"
+        "fScatteringMomentum fRobust fReject"
     )
     for name in names.split():
         assert getattr(ours, name) == getattr(library, name), name

@@ -112,8 +112,8 @@ TEST(FitFile, SumsUpWhatCameOut) {
     std::istringstream row(line);
     for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
     double chi2 = 0;
-    for (std::size_t i = 7; i < 11; i++) chi2 += std::stod(fields[i]);
-    if (fields[1] == "13") ratios.push_back(chi2 / std::stod(fields[11]));
+    for (std::size_t i = 8; i < 12; i++) chi2 += std::stod(fields[i]);
+    if (fields[1] == "13") ratios.push_back(chi2 / std::stod(fields[12]));
   }
   std::sort(ratios.begin(), ratios.end());
   const double below = ratios[ratios.size() / 2 - 1];
