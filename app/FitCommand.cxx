@@ -293,10 +293,13 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
               "median chi-square per degree of freedom");
   for (const HypothesisSummary& h : summary.fHypotheses) {
     std::printf("  %-12s %10llu %10llu   ", FindParticle(h.fPDG)->fName, h.fFitted, h.fBest);
-    if (std::isfinite(h.fMedianChi2PerNDF))
-      std::printf("%.3f\n", h.fMedianChi2PerNDF);
-    else
+    const double median = h.fMedianChi2PerNDF;
+    if (!std::isfinite(median))
       std::printf("-\n");
+    else if (median >= 0.01 && median < 1e4)
+      std::printf("%.3f\n", median);
+    else
+      std::printf("%.4g\n", median);
   }
   std::string written = arguments.fFile.fOutput;
   if (!arguments.fFile.fCsv.empty()) written += ", " + arguments.fFile.fCsv;

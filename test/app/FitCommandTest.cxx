@@ -70,6 +70,33 @@ TEST_F(FitCommand, FitsAFileAndSumsItUp) {
   EXPECT_EQ(csv.find("track,pdg,status,message,best,"), 0u);
 }
 
+// Of uncertainties that are a million times too small or too large.
+TEST_F(FitCommand, PrintsTheMedianOfAnySize) {
+  for (const char* sigma : {"1e-6", "1e4"}) {
+    std::string hits = "track,view,u,z\n";
+    for (int i = 0; i < 25; i++)
+      for (int plane = 0; plane < 4; plane++)
+        for (const char* view : {"X", "Y"})
+          hits += std::to_string(i) + "," + view + "," + std::to_string(i % (plane + 2)) + "," +
+                  std::to_string(plane) + "\n";
+    fFolder.Write("hits.csv", hits);
+    const Outcome run = Run("fit hits.csv -o fits.root --beam-momentum 100 --hypothesis pi -d " +
+                            kTelescope + " --sigma " + sigma);
+    kelvo::FitReader fits(fFolder.Path("fits.root"));
+    std::vector<double> chi2;
+    for (long long i = 0; i < fits.Entries(); i++) {
+      const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kScalars);
+      chi2.push_back(row.Chi2() / row.fNDF);
+    }
+    std::sort(chi2.begin(), chi2.end());
+    ASSERT_EQ(chi2.size(), 25u) << run.fErr;
+    const std::size_t at = run.fOut.find("  pi  ");
+    ASSERT_NE(at, std::string::npos);
+    const double printed = std::stod(run.fOut.substr(at + 38));
+    EXPECT_NEAR(printed / chi2[12], 1, 0.006) << run.fOut;
+  }
+}
+
 TEST_F(FitCommand, GivesTheSameResultForAnyNumberOfThreads) {
   EXPECT_EQ(Fit(kMuons + " --limit 300 --csv 1.csv --threads 1").fStatus, 0);
   EXPECT_EQ(Fit(kMuons + " --limit 300 --csv 2.csv --threads 2").fStatus, 0);

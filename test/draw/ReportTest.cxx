@@ -335,6 +335,25 @@ TEST(LogHistogram, GivesTheMedian) {
   EXPECT_NEAR(histogram.Median(), 5, 0.03);
 }
 
+// Chi-square per degree of freedom of hits with uncertainties in the wrong unit, probabilities of
+// bad fits, zeros of perfect ones.
+TEST(LogHistogram, GivesTheMedianOfNumbersOfAnySize) {
+  for (const double scale : {1e-300, 1e-9, 1e-4, 1e4, 3e7, 1e300}) {
+    kelvo::LogHistogram histogram;
+    for (int i = 1; i <= 999; i++) histogram.Add(scale * i);
+    EXPECT_NEAR(histogram.Median() / scale, 500, 2.6);
+    EXPECT_NEAR(histogram.Quantile(0.9) / scale, 900, 4.6);
+  }
+  kelvo::LogHistogram zeros;
+  for (const double value : {0., 0., 0., 1., 7., std::nan("")}) zeros.Add(value);
+  EXPECT_EQ(zeros.Entries(), 5u);
+  EXPECT_EQ(zeros.Median(), 0);
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (int i = 0; i < 4; i++) zeros.Add(infinity);
+  EXPECT_NEAR(zeros.Median(), 7, 0.035);
+  EXPECT_GT(zeros.Quantile(0.9), 1e300);
+}
+
 TEST(Histogram, CountsWhatIsOutside) {
   kelvo::Histogram histogram(0, 1, 4);
   for (const double value : {-0.1, 0., 0.24, 0.25, 0.999, 1., 7.}) histogram.Add(value);
