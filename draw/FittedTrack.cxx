@@ -36,10 +36,10 @@ FittedTrack::FittedTrack(const FitRow& row) : fLines{KnownPoints(row, 0), KnownP
 
 double FittedTrack::At(std::size_t view, double z) const {
   const std::vector<Point>& line = fLines[view];
-  std::size_t i = 1;
-  while (i + 1 < line.size() && line[i].fX < z) i++;
-  const Point& p = line[i - 1];
-  const Point& q = line[i];
+  const auto isBefore = [](const Point& point, double at) { return point.fX < at; };
+  const auto next = std::lower_bound(line.begin() + 1, line.end() - 1, z, isBefore);
+  const Point& p = *(next - 1);
+  const Point& q = *next;
   return p.fY + (z - p.fX) / (q.fX - p.fX) * (q.fY - p.fY);
 }
 

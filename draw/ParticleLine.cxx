@@ -8,8 +8,8 @@ namespace kelvo {
 
 LineStyle ParticleLine(int pdg) {
   static const std::map<int, LineStyle> lines{
-      {kMuonPDG, {colour::kBlue, 2, Dash::kSolid}},
-      {kPionPDG, {colour::kVermillion, 2, Dash::kDashed}},
+      {kMuonPDG, {colour::kSkyBlue, 2, Dash::kSolid}},
+      {kPionPDG, {colour::kOrange, 2, Dash::kDashed}},
       {kProtonPDG, {colour::kGreen, 2, Dash::kLongDashed}},
   };
   const Particle* particle = FindParticle(pdg);

@@ -134,6 +134,19 @@ void Picture::Text(Point at, const std::string& text, const TextStyle& style) {
   if (!text.empty()) fTexts.push_back({at, Printable(text), style});
 }
 
+void Picture::Tip(Point corner, Point opposite, const std::string& text,
+                  const std::vector<long long>& tracks) {
+  std::string list;
+  if (!tracks.empty())
+    list = fmt::format(FMT_STRING(" data-tracks=\"{}\""), fmt::join(tracks, " "));
+  fTips += fmt::format(
+      FMT_STRING("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" fill=\"transparent\"{}>"
+                 "<title>{}</title></rect>\n"),
+      Rounded(std::min(corner.fX, opposite.fX)), Rounded(std::min(corner.fY, opposite.fY)),
+      Rounded(std::abs(corner.fX - opposite.fX)), Rounded(std::abs(corner.fY - opposite.fY)), list,
+      Escaped(PrintableLines(text)));
+}
+
 std::string Picture::Head() const {
   return fmt::format(
       FMT_STRING(
@@ -151,7 +164,7 @@ std::string Picture::Svg() const {
         TextElement(text.fAt, text.fText, text.fStyle,
                     fmt::format(FMT_STRING(" textLength=\"{}\" lengthAdjust=\"spacingAndGlyphs\""),
                                 Rounded(TextWidth(text.fText, text.fStyle))));
-  return svg + "</svg>";
+  return svg + fTips + "</svg>";
 }
 
 std::string Picture::Drawn(const std::string& format) const {

@@ -82,6 +82,11 @@ public:
   /// Writes text (UTF-8) as it stands.
   void Text(Point at, const std::string& text, const TextStyle& style = {});
 
+  /// Makes a box tell a text to who points at it, over all that is drawn; PNG and PDF lack it.
+  /// @param tracks which tracks it is about, for a page's script
+  void Tip(Point corner, Point opposite, const std::string& text,
+           const std::vector<long long>& tracks = {});
+
   /// Returns the picture as an element svg for a page, without ids, fonts or links.
   std::string Svg() const;
 
@@ -111,6 +116,7 @@ private:
   double fHeight;
   std::string fTitle;
   std::string fShapes; // SVG
+  std::string fTips;   // SVG
   std::vector<TextShape> fTexts;
 };
 

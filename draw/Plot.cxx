@@ -206,6 +206,14 @@ void Plot::Bar(double x, double low, double high, const LineStyle& style) {
   Line({{x, low}, {x, high}}, style);
 }
 
+ShownUnit LengthUnitFor(double max) {
+  return max < 0.1 ? ShownUnit{"µm", 1e4} : ShownUnit{"cm", 1};
+}
+
+ShownUnit AngleUnitFor(double max) {
+  return max < 0.1 ? ShownUnit{"mrad", 1e3} : ShownUnit{"rad", 1};
+}
+
 Axis Around(double low, double high, std::string title, double space) {
   double width = high - low;
   if (!(width > 0)) width = std::max(std::abs(high), 1e-9);

@@ -58,6 +58,20 @@ private:
   Axis fY;
 };
 
+/// A unit in which numbers of a plot are legible.
+struct ShownUnit {
+  const char* fName;
+  double fPerUnit; ///< of it in a cm, or in a rad
+};
+
+/// Returns cm, or um where lengths are smaller than a millimetre.
+/// @param max the largest of them [cm]
+ShownUnit LengthUnitFor(double max);
+
+/// Returns rad, or mrad where angles are smaller than a tenth of it.
+/// @param max the largest of them [rad]
+ShownUnit AngleUnitFor(double max);
+
 /// Returns an axis from low to high with a little space on both sides; something of a width also
 /// where both are equal.
 Axis Around(double low, double high, std::string title, double space = 0.05);

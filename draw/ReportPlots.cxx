@@ -1,5 +1,6 @@
 #include "draw/ReportPlots.h"
 
+#include "draw/ColourScale.h"
 #include "draw/ParticleLine.h"
 #include "draw/Plot.h"
 #include "util/Particles.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace kelvo {
 
@@ -23,14 +25,18 @@ constexpr double kBottom = kHeight - 64;
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
 const char* const kViewName[] = {"x view", "y view"};
 
-std::vector<Point> Outline(const Histogram& histogram) {
-  std::vector<Point> points{{histogram.Low(), 0}};
+// Below any count, for logarithmic axes.
+constexpr double kBelowOne = 0.5;
+
+/// @param floor the lower end of the axis
+std::vector<Point> Outline(const Histogram& histogram, double floor) {
+  std::vector<Point> points{{histogram.Low(), floor}};
   for (std::size_t i = 0; i < histogram.Counts().size(); i++) {
-    const auto count = static_cast<double>(histogram.Counts()[i]);
+    const double count = std::max(static_cast<double>(histogram.Counts()[i]), floor);
     points.push_back({histogram.Edge(i), count});
     points.push_back({histogram.Edge(i + 1), count});
   }
-  points.push_back({histogram.High(), 0});
+  points.push_back({histogram.High(), floor});
   return points;
 }
 
@@ -40,13 +46,67 @@ Picture Titled(const std::string& title, double height = kHeight) {
   return picture;
 }
 
-Plot CountPlot(Picture& picture, const Histogram& range, unsigned long long max,
+// Histograms of one range, drawn into one plot.
+using Histograms = std::vector<const Histogram*>;
+
+// Whether few bins hold so many entries that those of the others would not be seen.
+bool NeedsLog(const Histograms& histograms) {
+  constexpr unsigned long long kMany = 30; // times the middle one of the bins with entries
+  constexpr std::size_t kMinBins = 8;
+  for (const Histogram* histogram : histograms) {
+    std::vector<unsigned long long> filled;
+    for (const unsigned long long count : histogram->Counts())
+      if (count > 0) filled.push_back(count);
+    if (filled.size() < kMinBins) continue;
+    std::sort(filled.begin(), filled.end());
+    if (filled.back() > kMany * filled[filled.size() / 2]) return true;
+  }
+  return false;
+}
+
+Plot CountPlot(Picture& picture, const Histograms& histograms, double atLeast,
                const std::string& quantity, const std::string& counted) {
+  const Histogram none(0, 1, 1);
+  const Histogram& range = histograms.empty() ? none : *histograms.front();
+  double max = std::max(atLeast, 1.);
+  for (const Histogram* histogram : histograms)
+    max = std::max(max, static_cast<double>(histogram->Max()));
+  const bool isLog = NeedsLog(histograms);
   return {picture,
           {kLeft, kTop},
           {kRight, kBottom},
-          {range.Low(), range.High(), quantity},
-          {0, 1.08 * static_cast<double>(std::max(max, 1ull)), counted}};
+          {range.Low(), range.High(), quantity, range.IsLog()},
+          {isLog ? kBelowOne : 0, (isLog ? 2 : 1.08) * max, counted, isLog}};
+}
+
+std::string Short(double value) {
+  return fmt::format(FMT_STRING("{:.4g}"), value);
+}
+
+// Tells counts and tracks of each bin to who points at it.
+void AddTips(Plot& plot, const Histograms& histograms, const std::vector<std::string>& names) {
+  if (histograms.empty()) return;
+  for (std::size_t i = 0; i < histograms[0]->Counts().size(); i++) {
+    const double low = histograms[0]->Edge(i);
+    const double high = histograms[0]->Edge(i + 1);
+    std::string text = Short(low) + " to " + Short(high);
+    std::vector<long long> tracks;
+    bool any = false;
+    for (std::size_t h = 0; h < histograms.size(); h++) {
+      const unsigned long long count = histograms[h]->Counts()[i];
+      text += fmt::format(FMT_STRING("\n{}: {}"), names[h], count);
+      any = any || count > 0;
+      for (const long long track : histograms[h]->Tracks()[i])
+        if (tracks.size() < Histogram::kTracksOfABin &&
+            std::find(tracks.begin(), tracks.end(), track) == tracks.end())
+          tracks.push_back(track);
+    }
+    if (!any) continue;
+    if (!tracks.empty())
+      text += fmt::format(FMT_STRING("\nfirst tracks: {}"), fmt::join(tracks, ", "));
+    plot.In().Tip({plot.At(low, plot.Y().fLow).fX, plot.Top()},
+                  {plot.At(high, plot.Y().fLow).fX, plot.Bottom()}, text, tracks);
+  }
 }
 
 double At(const Gaussian& gaussian, double x) {
@@ -54,20 +114,15 @@ double At(const Gaussian& gaussian, double x) {
   return gaussian.fHeight * std::exp(-t * t / 2);
 }
 
-// From blue through white to vermillion, for -1 to 1.
-std::string Diverging(double value) {
-  const double fraction = std::min(std::abs(value), 1.);
-  const int end[2][3] = {{0x00, 0x72, 0xb2}, {0xd5, 0x5e, 0x00}};
-  int rgb[3];
-  for (int i = 0; i < 3; i++)
-    rgb[i] = static_cast<int>(std::lround(255 + fraction * (end[value > 0 ? 1 : 0][i] - 255)));
-  return fmt::format(FMT_STRING("#{:02x}{:02x}{:02x}"), rgb[0], rgb[1], rgb[2]);
-}
-
-// A few steps of colour are told apart better than many, and keep pages small.
-std::string DivergingStep(double value) {
-  constexpr int kSteps = 5;
-  return Diverging(std::round(std::clamp(value, -1., 1.) * kSteps) / kSteps);
+void DrawGaussian(Plot& plot, const Gaussian& gaussian, const LineStyle& style) {
+  constexpr double kSteps = 200;
+  if (!gaussian.fFitted) return;
+  std::vector<Point> curve;
+  for (double i = 0; i <= kSteps; i++) {
+    const double x = plot.X().fLow + (plot.X().fHigh - plot.X().fLow) * i / kSteps;
+    curve.push_back({x, std::max(At(gaussian, x), plot.Y().fLow)});
+  }
+  plot.Line(curve, style);
 }
 
 // The coordinates between which a view's planes measure, all planes together.
@@ -128,6 +183,11 @@ std::pair<double, double> Column(const ReportData& report, const geo::PlaneDetec
 constexpr unsigned long long kEnough = 10; // residuals for a mean that is worth a colour
 constexpr double kMapScale = 5;            // errors of a mean that make the full colour
 
+// The step of a mean in units of its error.
+int StepOf(double errors) {
+  return static_cast<int>(std::lround(std::clamp(errors / kMapScale, -1., 1.) * kColourSteps));
+}
+
 void DrawColourScale(Picture& picture) {
   constexpr double kWide = 22;
   double x = kLeft;
@@ -136,8 +196,8 @@ void DrawColourScale(Picture& picture) {
   const std::string end = fmt::format(FMT_STRING("{:g}"), kMapScale);
   picture.Text({x, 92}, "−" + end, small);
   x += TextWidth("−" + end, small) + 10;
-  for (int step = -5; step <= 5; step++, x += kWide)
-    picture.Box({x, 76}, {x + kWide, 94}, DivergingStep(step / 5.));
+  for (int step = -kColourSteps; step <= kColourSteps; step++, x += kWide)
+    picture.Box({x, 76}, {x + kWide, 94}, StepColour(step));
   picture.Text({x + 10, 92}, "+" + end, small);
 }
 
@@ -145,27 +205,22 @@ void DrawColourScale(Picture& picture) {
 
 Picture DrawViews(const std::array<Histogram, 2>& views, const std::array<Gaussian, 2>& gaussians,
                   const std::string& title, const std::string& quantity) {
-  constexpr double kSteps = 200;
   Picture picture = Titled(title);
   std::vector<LegendEntry> legend;
   for (std::size_t v = 0; v < 2; v++)
     legend.push_back({LegendEntry::kLine, kViewName[v], kViewColour[v], {}, {"", 2}});
-  legend.push_back(
-      {LegendEntry::kLine, "Gaussian fits", colour::kText, {}, {"", 2, Dash::kDashed}});
+  if (gaussians[0].fFitted || gaussians[1].fFitted)
+    legend.push_back(
+        {LegendEntry::kLine, "Gaussian fits", colour::kText, {}, {"", 2, Dash::kDashed}});
   DrawLegend(picture, {12, 62}, kRight, legend);
-  Plot plot =
-      CountPlot(picture, views[0], std::max(views[0].Max(), views[1].Max()), quantity, "entries");
-  for (std::size_t v = 0; v < 2; v++) plot.Line(Outline(views[v]), {kViewColour[v], 2});
-  for (std::size_t v = 0; v < 2; v++) {
-    if (!gaussians[v].fFitted) continue;
-    std::vector<Point> curve;
-    for (double i = 0; i <= kSteps; i++) {
-      const double x = views[v].Low() + (views[v].High() - views[v].Low()) * i / kSteps;
-      curve.push_back({x, At(gaussians[v], x)});
-    }
-    plot.Line(curve, {kViewColour[v], 2, Dash::kDashed});
-  }
+  const Histograms both{&views[0], &views[1]};
+  Plot plot = CountPlot(picture, both, 0, quantity, "entries");
+  for (std::size_t v = 0; v < 2; v++)
+    plot.Line(Outline(views[v], plot.Y().fLow), {kViewColour[v], 2});
+  for (std::size_t v = 0; v < 2; v++)
+    DrawGaussian(plot, gaussians[v], {kViewColour[v], 2, Dash::kDashed});
   plot.DrawAxes();
+  AddTips(plot, both, {kViewName[0], kViewName[1]});
   return picture;
 }
 
@@ -173,15 +228,15 @@ Picture DrawProbability(const Histogram& probability) {
   Picture picture = Titled("Probability of chi-square");
   const double flat =
       static_cast<double>(probability.Inside()) / static_cast<double>(probability.Counts().size());
-  Plot plot = CountPlot(picture, probability,
-                        std::max(probability.Max(), static_cast<unsigned long long>(2 * flat)),
-                        "probability of a larger chi-square", "tracks");
+  Plot plot =
+      CountPlot(picture, {&probability}, 2 * flat, "probability of a larger chi-square", "tracks");
   plot.Line({{0, flat}, {1, flat}}, {colour::kGrey, 2, Dash::kDashed});
-  plot.Line(Outline(probability), {colour::kBlue, 2});
+  plot.Line(Outline(probability, plot.Y().fLow), {colour::kText, 2});
   plot.DrawAxes();
   DrawLegend(picture, {12, 62}, kRight,
-             {{LegendEntry::kLine, "tracks", colour::kBlue, {}, {"", 2}},
+             {{LegendEntry::kLine, "tracks", colour::kText, {}, {"", 2}},
               {LegendEntry::kLine, "flat", colour::kGrey, {}, {"", 2, Dash::kDashed}}});
+  AddTips(plot, {&probability}, {"tracks"});
   return picture;
 }
 
@@ -189,23 +244,91 @@ Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const 
                          const std::string& quantity) {
   Picture picture = Titled(title);
   std::vector<LegendEntry> legend;
-  const Histogram* range = nullptr;
-  unsigned long long max = 0;
+  Histograms shown;
+  std::vector<std::string> names;
+  std::vector<LineStyle> lines;
   for (const HypothesisReport& hypothesis : report.fHypotheses) {
-    const Histogram* shown = histogram(hypothesis);
-    if (!shown) continue;
-    range = shown;
-    max = std::max(max, shown->Max());
-    const LineStyle line = ParticleLine(hypothesis.fPDG);
-    legend.push_back({LegendEntry::kLine, ParticleWord(hypothesis.fPDG), line.fColour, {}, line});
+    const std::optional<Histogram>& one = histogram(hypothesis);
+    if (!one) continue;
+    shown.push_back(&*one);
+    names.push_back(ParticleWord(hypothesis.fPDG));
+    lines.push_back(ParticleLine(hypothesis.fPDG));
+    legend.push_back({LegendEntry::kLine, names.back(), lines.back().fColour, {}, lines.back()});
   }
   DrawLegend(picture, {12, 62}, kRight, legend);
-  const Histogram none(0, 1, 1);
-  Plot plot = CountPlot(picture, range ? *range : none, max, quantity, "tracks");
-  for (const HypothesisReport& hypothesis : report.fHypotheses)
-    if (const Histogram* shown = histogram(hypothesis))
-      plot.Line(Outline(*shown), ParticleLine(hypothesis.fPDG));
+  Plot plot = CountPlot(picture, shown, 0, quantity, "tracks");
+  for (std::size_t h = 0; h < shown.size(); h++)
+    plot.Line(Outline(*shown[h], plot.Y().fLow), lines[h]);
   plot.DrawAxes();
+  AddTips(plot, shown, names);
+  return picture;
+}
+
+Picture DrawHistogram(const Histogram& histogram, const Gaussian& gaussian,
+                      const std::string& title, const std::string& quantity) {
+  Picture picture = Titled(title);
+  std::vector<LegendEntry> legend{{LegendEntry::kLine, "tracks", colour::kText, {}, {"", 2}}};
+  if (gaussian.fFitted)
+    legend.push_back(
+        {LegendEntry::kLine, "Gaussian fit", colour::kText, {}, {"", 2, Dash::kDashed}});
+  DrawLegend(picture, {12, 62}, kRight, legend);
+  Plot plot = CountPlot(picture, {&histogram}, 0, quantity, "tracks");
+  plot.Line(Outline(histogram, plot.Y().fLow), {colour::kText, 2});
+  DrawGaussian(plot, gaussian, {colour::kText, 2, Dash::kDashed});
+  plot.DrawAxes();
+  AddTips(plot, {&histogram}, {"tracks"});
+  return picture;
+}
+
+// Parts of equally many tracks, which have errors of about the same size.
+Picture DrawMomentumResolution(const TruthComparison& truth) {
+  constexpr std::size_t kMaxParts = 12;
+  constexpr std::size_t kMinTracks = 40; // of a part
+  Picture picture = Titled("Momentum resolution against momentum");
+  const std::vector<double>& p = truth.TrueMomenta();
+  const std::vector<double>& deviations = truth.Of(TruthComparison::kMomentum).fValues;
+  std::vector<std::size_t> order(p.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::sort(order.begin(), order.end(), [&p](auto a, auto b) { return p[a] < p[b]; });
+  const std::size_t parts = std::clamp<std::size_t>(p.size() / kMinTracks, 1, kMaxParts);
+  std::vector<double> at;
+  std::vector<Spread> spreads;
+  double max = 0;
+  for (std::size_t part = 0; part < parts; part++) {
+    std::vector<double> values;
+    const std::size_t begin = part * p.size() / parts;
+    const std::size_t end = (part + 1) * p.size() / parts;
+    for (std::size_t i = begin; i < end; i++) values.push_back(100 * deviations[order[i]]);
+    at.push_back(p[order[(begin + end) / 2]]);
+    spreads.push_back(SpreadOf(std::move(values)));
+    const Spread& s = spreads.back();
+    max = std::max({max, s.fWidth + s.fWidthError, std::abs(s.fMedian) + s.fMedianError});
+  }
+  Plot plot(picture, {kLeft, kTop}, {kRight, kBottom},
+            Around(p[order.front()], p[order.back()], "true momentum [GeV/c]"),
+            {-0.4 * max, 1.1 * max, "[%]"});
+  plot.Line({{plot.X().fLow, 0}, {plot.X().fHigh, 0}}, {colour::kGrey, 1});
+  std::vector<Point> widths;
+  std::vector<Point> medians;
+  for (std::size_t i = 0; i < at.size(); i++) {
+    const Spread& s = spreads[i];
+    plot.Bar(at[i], s.fWidth - s.fWidthError, s.fWidth + s.fWidthError, {colour::kText, 1});
+    plot.Bar(at[i], s.fMedian - s.fMedianError, s.fMedian + s.fMedianError, {colour::kGrey, 1});
+    widths.push_back({at[i], s.fWidth});
+    medians.push_back({at[i], std::max(s.fMedian, -0.4 * max)});
+    const Point middle = plot.At(at[i], 0);
+    picture.Tip(
+        {middle.fX - 14, plot.Top()}, {middle.fX + 14, plot.Bottom()},
+        fmt::format(FMT_STRING("{:.4g} GeV/c, {} tracks\nresolution {:.2f} ± {:.2f} %\nbias "
+                               "{:.2f} ± {:.2f} %"),
+                    at[i], s.fN, s.fWidth, s.fWidthError, s.fMedian, s.fMedianError));
+  }
+  plot.Marks(widths, {Mark::kDisc, colour::kText, 9});
+  plot.Marks(medians, {Mark::kOpenSquare, colour::kGrey, 9});
+  plot.DrawAxes();
+  DrawLegend(picture, {12, 62}, kRight,
+             {{LegendEntry::kMark, "resolution (68 %)", colour::kText},
+              {LegendEntry::kMark, "bias (median)", colour::kGrey, Mark::kOpenSquare}});
   return picture;
 }
 
@@ -214,7 +337,7 @@ Picture DrawBestFractions(const ReportData& report) {
   constexpr double kSpace = 22;
   const auto bars = static_cast<double>(report.fHypotheses.size());
   Picture picture = Titled("How often each hypothesis fits best", 70 + bars * (kBar + kSpace));
-  const double all = static_cast<double>(std::max(report.fFitted, 1ull));
+  const double all = static_cast<double>(std::max(report.fFitted - report.fWithoutBest, 1ull));
   const double left = 110;
   const double right = kRight - 190;
   double y = 62;
@@ -237,28 +360,36 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
                              std::size_t view) {
   Picture picture = Titled(std::string("Residuals by plane, ") + kViewName[view]);
   const Axis z = AlongZ(report, detector, view);
+  double max = 1e-9;
+  for (const PlaneResiduals& plane : report.fResiduals[view])
+    max = std::max(max,
+                   std::abs(plane.fAll.Mean()) + std::max(plane.fAll.Width(), plane.fAll.Error()));
+  const ShownUnit unit = LengthUnitFor(max);
+  Plot plot(picture, {kLeft, kTop}, {kRight, kBottom}, z,
+            Around(-max * unit.fPerUnit, max * unit.fPerUnit,
+                   std::string("residual [") + unit.fName + "]"));
   std::vector<Point> means;
-  std::vector<Point> upper;
+  std::vector<Point> band;
   std::vector<Point> lower;
   std::vector<double> errors;
-  double max = 0;
   for (std::size_t i = 0; i < detector.Planes().size(); i++) {
     const ResidualSum& sum = report.fResiduals[view][i].fAll;
     if (sum.fN == 0) continue;
     const double at = detector.Planes()[i].ZMid();
-    means.push_back({at, sum.Mean()});
-    errors.push_back(sum.Error());
-    upper.push_back({at, sum.Mean() + sum.Width()});
-    lower.push_back({at, sum.Mean() - sum.Width()});
-    max = std::max({max, std::abs(sum.Mean()) + sum.Width(), std::abs(sum.Mean()) + errors.back()});
+    const double mean = sum.Mean() * unit.fPerUnit;
+    const double width = sum.Width() * unit.fPerUnit;
+    means.push_back({at, mean});
+    errors.push_back(sum.Error() * unit.fPerUnit);
+    band.push_back({at, mean + width});
+    lower.push_back({at, mean - width});
+    const auto [low, high] = Column(report, detector, view, i, z);
+    picture.Tip({plot.At(low, 0).fX, plot.Top()}, {plot.At(high, 0).fX, plot.Bottom()},
+                fmt::format(FMT_STRING("plane {} at z = {:.6g} cm, {} hits\nmean {:.4g} ± {:.2g} "
+                                       "{}\nwidth {:.4g} {}"),
+                            i, at, sum.fN, mean, errors.back(), unit.fName, width, unit.fName));
   }
-  Axis vertical = Around(-std::max(max, 1e-9), std::max(max, 1e-9), "residual [cm]");
-  Plot plot(picture, {kLeft, kTop}, {kRight, kBottom}, z, vertical);
-  if (means.size() > 1) {
-    std::vector<Point> band = upper;
-    band.insert(band.end(), lower.rbegin(), lower.rend());
-    plot.Area(band, colour::kPaleBlue);
-  }
+  band.insert(band.end(), lower.rbegin(), lower.rend());
+  if (means.size() > 1) plot.Area(band, colour::kPaleBlue);
   plot.Line({{z.fLow, 0}, {z.fHigh, 0}}, {colour::kGrey, 1});
   for (std::size_t i = 0; i < means.size(); i++)
     plot.Bar(means[i].fX, means[i].fY - errors[i], means[i].fY + errors[i], {kViewColour[view], 1});
@@ -266,7 +397,7 @@ Picture DrawResidualsByPlane(const ReportData& report, const geo::PlaneDetector&
   plot.DrawAxes();
   DrawLegend(picture, {12, 62}, kRight,
              {{LegendEntry::kMark, "mean and its error", kViewColour[view]},
-              {LegendEntry::kArea, "standard deviation", colour::kPaleBlue}});
+              {LegendEntry::kArea, "±1σ", colour::kPaleBlue}});
   return picture;
 }
 
@@ -290,7 +421,15 @@ Picture DrawResidualMap(const ReportData& report, const geo::PlaneDetector& dete
       const ResidualSum& sum = plane.fByPosition[k];
       if (sum.fN < kEnough || sum.Error() == 0) continue;
       const double u = first + static_cast<double>(k) * part;
-      plot.Box({low, u}, {high, u + part}, DivergingStep(sum.Mean() / sum.Error() / kMapScale));
+      plot.Box({low, u}, {high, u + part}, StepColour(StepOf(sum.Mean() / sum.Error())));
+      const ShownUnit unit = LengthUnitFor(std::abs(sum.Mean()) + sum.Error());
+      const Point corner = plot.At(low, u);
+      const Point opposite = plot.At(high, u + part);
+      picture.Tip(corner, opposite,
+                  fmt::format(FMT_STRING("plane {}, {:.4g} to {:.4g} cm, {} hits\nmean {:.3g} ± "
+                                         "{:.2g} {}"),
+                              i, u, u + part, sum.fN, sum.Mean() * unit.fPerUnit,
+                              sum.Error() * unit.fPerUnit, unit.fName));
     }
   }
   plot.DrawAxes();

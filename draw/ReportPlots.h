@@ -6,6 +6,8 @@
 #include "geo/PlaneDetector.h"
 
 #include <array>
+#include <optional>
+#include <string>
 
 namespace kelvo {
 
@@ -16,12 +18,19 @@ Picture DrawViews(const std::array<Histogram, 2>& views, const std::array<Gaussi
 /// Draws the probability of chi-square, with the line on which a flat one would lie.
 Picture DrawProbability(const Histogram& probability);
 
-/// What DrawByHypothesis shows of each hypothesis; null: nothing of this one.
-using HistogramOf = const Histogram* (*)(const HypothesisReport&);
+/// What DrawByHypothesis shows of each hypothesis.
+using HistogramOf = const std::optional<Histogram>& (*)(const HypothesisReport&);
 
 /// Draws one histogram per hypothesis into one plot.
 Picture DrawByHypothesis(const ReportData& report, HistogramOf histogram, const std::string& title,
                          const std::string& quantity);
+
+/// Draws one histogram.
+Picture DrawHistogram(const Histogram& histogram, const Gaussian& gaussian,
+                      const std::string& title, const std::string& quantity);
+
+/// Draws middle and width of the momentum's deviation against the true momentum.
+Picture DrawMomentumResolution(const TruthComparison& truth);
 
 /// Draws how often each hypothesis is the best one.
 Picture DrawBestFractions(const ReportData& report);

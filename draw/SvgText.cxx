@@ -114,6 +114,16 @@ std::string Printable(const std::string& text) {
   return printable;
 }
 
+std::string PrintableLines(const std::string& text) {
+  std::string lines;
+  std::size_t begin = 0;
+  for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
+    lines += Printable(text.substr(begin, end - begin)) + '\n';
+    begin = end + 1;
+  }
+  return lines + Printable(text.substr(begin));
+}
+
 double RelativeWidth(const std::string& text, bool bold) {
   int width = 0;
   for (std::size_t i = 0; i < text.size();) {

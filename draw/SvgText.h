@@ -12,6 +12,9 @@ std::string Escaped(const std::string& text);
 /// bytes that are not UTF-8.
 std::string Printable(const std::string& text);
 
+/// The same for each line of a text, and lines stay lines.
+std::string PrintableLines(const std::string& text);
+
 /// Returns the width of a text (UTF-8) in Helvetica [size of the font]: the sum of its letters'
 /// widths in Adobe's font metrics. Beyond ASCII, raised digits are taken as a third wide, signs of
 /// East Asia as square and all others as wide as a digit.

@@ -109,7 +109,7 @@ public:
 
   std::map<std::string, std::string> Texts() const override {
     std::map<std::string, std::string> texts;
-    for (const char* name : {"options", "detector", "version", "command"}) {
+    for (const char* name : {"options", "detector", "version", "command", "run"}) {
       const std::unique_ptr<TObjString> text(fFile->Get<TObjString>(name));
       if (text) texts[name] = text->GetString().Data();
     }

@@ -153,6 +153,10 @@ void FitWriter::Write(const std::vector<FitRow>& rows) {
   fImpl->fOutput.Check();
 }
 
+void FitWriter::KeepText(const std::string& name, const std::string& text) {
+  fImpl->fTexts[name] = text;
+}
+
 void FitWriter::Close() {
   fImpl->fTable->Close(fImpl->fTexts);
 }

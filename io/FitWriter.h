@@ -40,6 +40,9 @@ public:
   /// Writes one entry per row.
   void Write(const std::vector<FitRow>& rows);
 
+  /// Keeps one more text beside the table.
+  void KeepText(const std::string& name, const std::string& text);
+
   /// Completes the file.
   void Close();
 

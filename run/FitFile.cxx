@@ -5,6 +5,10 @@
 #include "run/FitRun.h"
 #include "util/Text.h"
 
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <ctime>
 #include <optional>
 
 namespace kelvo {
@@ -74,6 +78,18 @@ FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptio
   return writing;
 }
 
+/// Returns when and where a run ended, and how long it took, in the form of a TOML table.
+std::string DescribeRun(double seconds) {
+  char host[256] = "";
+  if (::gethostname(host, sizeof host - 1) != 0) host[0] = 0;
+  char date[32] = "";
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  if (::gmtime_r(&now, &utc)) std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return fmt::format(FMT_STRING("date = {}\nhost = {}\nseconds = {:.3f}\n"), date, TomlText(host),
+                     seconds);
+}
+
 } // namespace
 
 FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
@@ -99,11 +115,13 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
           write, progress ? progress : [](const Progress&) { return true; }))
     throw RunStopped();
 
+  const FitSummary summary = run.Summary();
+  fits.KeepText("run", DescribeRun(summary.fSeconds));
   fits.Close();
   if (csv) csv->Close();
   output.Commit();
   if (csvOutput) csvOutput->Commit();
-  return run.Summary();
+  return summary;
 }
 
 } // namespace kelvo

@@ -1,8 +1,10 @@
 """Report pages as a browser shows them, on a wide screen and on a telephone."""
 
+import base64
+import hashlib
 import os
 import pathlib
-import shutil
+import re
 import subprocess
 import xml.etree.ElementTree
 
@@ -87,13 +89,30 @@ OVERLAPPING = """
 """
 
 
+# Letters with too little contrast to the ground of their picture.
+LOW_CONTRAST = """
+(() => {
+  const light = colour => {
+    const [r, g, b] = colour.match(/\\d+/g).map(c => c / 255)
+      .map(c => c <= 0.03928 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4);
+    return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+  };
+  const ground = light(getComputedStyle(document.querySelector('figure svg > rect')).fill);
+  return [...document.querySelectorAll('figure svg text')].filter(text => {
+    const ink = light(getComputedStyle(text).fill);
+    return (Math.max(ink, ground) + 0.05) / (Math.min(ink, ground) + 0.05) < 4.5;
+  }).map(text => text.textContent);
+})()
+"""
+
+
 @needs_chromium
 @pytest.mark.parametrize("dark", [False, True], ids=["light", "dark"])
 @pytest.mark.parametrize("width", WIDTHS.values(), ids=WIDTHS.keys())
 def test_every_picture_is_there_and_has_a_size(folder, browser, width, dark):
     browser.open(folder / "report.html", width, dark=dark)
     sizes = browser.evaluate(SIZES)
-    assert len(sizes) == 24
+    assert len(sizes) == 30
     for left, right, wide, high in sizes:
         assert wide > 0.8 * min(width, 380)
         assert high > 0.3 * wide
@@ -103,11 +122,16 @@ def test_every_picture_is_there_and_has_a_size(folder, browser, width, dark):
 
 @needs_chromium
 @pytest.mark.parametrize("width", WIDTHS.values(), ids=WIDTHS.keys())
-def test_nothing_leaves_the_page_and_no_script_runs(folder, browser, width):
+def test_nothing_leaves_the_page_and_no_script_runs_but_its_own(folder, browser, width):
     browser.open(folder / "report.html", width)
     assert browser.requests() == [(folder / "report.html").as_uri()]
     assert browser.complaints() == []
-    assert browser.evaluate("document.scripts.length") == 0
+    assert browser.evaluate("document.scripts.length") == 1
+    browser.evaluate("""{
+      const script = document.createElement('script');
+      script.textContent = "document.title = 'taken'";
+      document.body.append(script);
+    }""")
     assert browser.evaluate("document.title") == f"Fit report: {EVIL}"
 
 
@@ -135,9 +159,54 @@ def test_page_and_pictures_follow_light_and_dark(folder, browser):
     for dark, page in ((False, "rgb(255, 255, 255)"), (True, "rgb(22, 24, 28)")):
         browser.open(folder / "report.html", WIDTHS["desktop"], dark=dark)
         assert browser.evaluate(colour.format("body")) == page
-        # The ink of pictures is dark, so that their ground stays white.
-        picture = colour.format("querySelector('figure svg')")
-        assert browser.evaluate(picture) == "rgb(255, 255, 255)"
+        ground = "getComputedStyle(document.querySelector('figure svg > rect')).fill"
+        assert browser.evaluate(ground) == ("rgb(31, 34, 40)" if dark else "rgb(255, 255, 255)")
+        # Letters and lines against the ground of their picture, as WCAG 2.1 reckons contrast.
+        assert browser.evaluate(LOW_CONTRAST) == []
+
+
+@needs_chromium
+def test_a_click_on_a_bin_shows_its_tracks(folder, browser):
+    browser.open(folder / "report.html", WIDTHS["desktop"])
+    # One with a track that the page displays.
+    tracks = browser.evaluate("""(() => {
+      const tip = [...document.querySelectorAll('rect[data-tracks]')].find(
+        tip => tip.dataset.tracks.split(' ').some(n => document.getElementById('track-' + n)));
+      tip.dispatchEvent(new MouseEvent('click', {bubbles: true}));
+      return tip.dataset.tracks;
+    })()""")
+    picked = browser.evaluate("document.querySelector('.picked').innerText")
+    assert ", first tracks: " + tracks.replace(" ", ", ") in picked
+    assert f"kelvo display fits.root --track {tracks} -o tracks.html" in picked
+    for link in browser.evaluate(
+            "[...document.querySelectorAll('.picked a')].map(a => a.getAttribute('href'))"):
+        assert link.removeprefix("#track-") in tracks.split()
+        assert browser.evaluate(f"document.querySelector('{link}').tagName") == "FIGURE"
+
+
+@needs_chromium
+def test_pictures_of_tracks_can_be_enlarged_and_moved(folder, browser):
+    browser.open(folder / "report.html", WIDTHS["desktop"])
+    box = "document.querySelector('figure.zoom svg').getAttribute('viewBox').split(' ').map(Number)"
+    click = "document.querySelector('figure.zoom button[data-zoom=\"{}\"]').click()"
+    whole = browser.evaluate(box)
+    browser.evaluate(click.format("2"))
+    left, top, width, height = browser.evaluate(box)
+    assert (width, height) == (whole[2] / 2, whole[3] / 2)
+    assert left == whole[2] / 4
+    browser.evaluate("""{
+      const svg = document.querySelector('figure.zoom svg');
+      const box = svg.getBoundingClientRect();
+      svg.setPointerCapture = () => {};
+      for (const [type, x] of [['pointerdown', 100], ['pointermove', 80], ['pointerup', 80]])
+        svg.dispatchEvent(new PointerEvent(type, {clientX: box.left + x, clientY: box.top + 50}));
+    }""")
+    moved = browser.evaluate(box)
+    shown = browser.evaluate("document.querySelector('figure.zoom svg').getBoundingClientRect().width")
+    assert moved[0] == pytest.approx(left + 20 * width / shown)
+    assert moved[1] == pytest.approx(top)
+    browser.evaluate(click.format("0"))
+    assert browser.evaluate(box) == whole
 
 
 @needs_chromium
@@ -188,4 +257,7 @@ def test_pages_and_pictures_are_well_formed(folder):
     assert EVIL in texts
     page = (folder / "report.html").read_text(encoding="utf-8")
     assert len(page) < 5_000_000
-    assert "<script" not in page
+    scripts = re.findall(r"<script>(.*?)</script>", page, re.DOTALL)
+    assert page.count("<script") == len(scripts) == 1
+    digest = base64.b64encode(hashlib.sha256(scripts[0].encode()).digest()).decode()
+    assert f"script-src 'sha256-{digest}'" in page

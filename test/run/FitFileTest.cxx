@@ -134,6 +134,10 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
   const kelvo::FitReader fits(options.fOutput);
   EXPECT_EQ(fits.Text("detector"), Detector().Text());
   EXPECT_EQ(fits.Text("version"), KELVO_VERSION);
+  EXPECT_TRUE(std::regex_match(fits.Text("run"),
+                               std::regex("date = 20\\d\\d-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\n"
+                                          "host = \".*\"\nseconds = \\d+\\.\\d{3}\n")))
+      << fits.Text("run");
   std::string expected = "hits = [\"" + folder.Path("a \\\"b\\\".csv") +
                          "\"]\n"
                          "column.track = \"event\"\n"
