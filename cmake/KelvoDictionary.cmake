@@ -7,10 +7,16 @@ function(kelvo_add_dictionary target linkdef)
   # A dictionary keeps the layout of all classes that its headers include.
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/*/*.h)
   list(FILTER headers EXCLUDE REGEX "/(app|bench|build|draw|test|tools)/[^/]*$")
-  ROOT_GENERATE_DICTIONARY(G__${target} ${ARGN} MODULE ${target} LINKDEF ${linkdef}
+  list(TRANSFORM ARGN PREPEND ${KELVO_HEADERS}/ OUTPUT_VARIABLE named)
+  # ROOT looks for headers where the folder's property says.
+  get_directory_property(folders INCLUDE_DIRECTORIES)
+  include_directories(${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR})
+  ROOT_GENERATE_DICTIONARY(G__${target} ${named} MODULE ${target} LINKDEF ${linkdef}
                            OPTIONS -noIncludePaths EXTRA_DEPENDENCIES ${headers})
+  set_directory_properties(PROPERTIES INCLUDE_DIRECTORIES "${folders}")
   # ROOT's generated code has warnings of its own.
   target_compile_options(G__${target} PRIVATE -w)
 endfunction()
 
-file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR} SYMBOLIC)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR})
+file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/${KELVO_HEADER_FOLDER} SYMBOLIC)

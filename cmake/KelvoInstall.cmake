@@ -9,8 +9,11 @@ if(KELVO_BUILD_PICTURES)
   set(pictures kelvo_pictures)
 endif()
 install(TARGETS kelvo kelvo_io kelvo_run kelvo_frame kelvo_python ${pictures} EXPORT kelvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TARGET kelvo_drawn)
+  install(TARGETS kelvo_drawn LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 foreach(folder func matter geo util fit track sim io run draw python)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${KELVO_HEADER_FOLDER}
           FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE PATTERN "kelvo" EXCLUDE
           PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE
           PATTERN "KinkFilter.h" EXCLUDE PATTERN "KinkState.h" EXCLUDE
@@ -22,7 +25,7 @@ foreach(folder func matter geo util fit track sim io run draw python)
           ${without_geometry})
 endforeach()
 if(NOT KELVO_ROOT_HAS_GEOMETRY)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/geo/material DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/geo)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/geo/material DESTINATION ${KELVO_HEADER_FOLDER}/geo)
 endif()
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/detectors DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo)

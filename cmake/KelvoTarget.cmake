@@ -6,9 +6,10 @@ set(KELVO_SANITIZE "" CACHE STRING "Sanitizers for our own code, such as address
 get_target_property(KELVO_ROOT_LIBRARY ROOT::Core LOCATION)
 get_filename_component(KELVO_ROOT_LIBDIR ${KELVO_ROOT_LIBRARY} DIRECTORY)
 
-# In a Python wheel the libraries find those of ROOT's wheel beside it, wherever both are installed.
+# In a Python wheel libraries and command find those of ROOT's wheel beside it, wherever both are
+# installed.
 if(SKBUILD AND KELVO_ROOT_IS_WHEEL)
-  set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../../ROOT/lib")
+  set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../lib;$ORIGIN/../../ROOT/lib")
   set(CMAKE_INSTALL_RPATH_USE_LINK_PATH OFF)
 else()
   set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR};${KELVO_ROOT_LIBDIR}")
@@ -71,7 +72,7 @@ function(kelvo_use_material_record target)
     message(STATUS "kelvo: ROOT has no geometry package; TGeoMaterial from geo/material")
     target_include_directories(${target} PUBLIC
       $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/geo/material>
-      $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/geo/material>)
+      $<INSTALL_INTERFACE:${KELVO_HEADER_FOLDER}/geo/material>)
   endif()
 endfunction()
 

@@ -168,18 +168,16 @@ std::string Picture::Svg() const {
 }
 
 std::string Picture::Drawn(const std::string& format) const {
-  if constexpr (kDrawsSvg) {
-    std::vector<FontText> letters;
-    for (const TextShape& text : fTexts) letters.push_back({text.fText, text.fStyle.fBold});
-    const std::vector<double> widths = DrawnWidths(kFonts, letters);
-    std::string svg = Head() + fShapes;
-    for (std::size_t i = 0; i < fTexts.size(); i++)
-      svg += StretchedText(fTexts[i].fAt, fTexts[i].fText, fTexts[i].fStyle, widths[i]);
-    svg += "</svg>";
-    return format == ".png" ? PngOfSvg(svg, fWidth, fHeight)
-                            : PdfOfSvg(svg, fWidth, fHeight, Printable(fTitle));
-  }
-  return ""; // CheckName has refused the format
+  const SvgRenderer& renderer = GetSvgRenderer();
+  std::vector<FontText> letters;
+  for (const TextShape& text : fTexts) letters.push_back({text.fText, text.fStyle.fBold});
+  const std::vector<double> widths = renderer.fWidths(kFonts, letters);
+  std::string svg = Head() + fShapes;
+  for (std::size_t i = 0; i < fTexts.size(); i++)
+    svg += StretchedText(fTexts[i].fAt, fTexts[i].fText, fTexts[i].fStyle, widths[i]);
+  svg += "</svg>";
+  return format == ".png" ? renderer.fPng(svg, fWidth, fHeight)
+                          : renderer.fPdf(svg, fWidth, fHeight, Printable(fTitle));
 }
 
 void Picture::Save(const std::string& file) const {
@@ -204,10 +202,12 @@ void Picture::CheckName(const std::string& file) {
   const std::string ending = Ending(file);
   if (ending != ".svg" && ending != ".png" && ending != ".pdf")
     throw std::invalid_argument("\"" + file + "\" must end in .svg, .png or .pdf");
-  if (ending != ".svg" && !kDrawsSvg)
-    throw std::invalid_argument("\"" + file +
-                                "\" must end in .svg: this kelvo was built without librsvg and "
-                                "cairo, which make PNG and PDF");
+  if (ending == ".svg") return;
+  try {
+    GetSvgRenderer();
+  } catch (const std::runtime_error& e) {
+    throw std::invalid_argument("\"" + file + "\" must end in .svg: " + e.what());
+  }
 }
 
 double TextWidth(const std::string& text, const TextStyle& style) {

@@ -26,16 +26,19 @@ std::filesystem::path HeaderFolder() {
 [[gnu::constructor(101)]] void AddHeaderFolder() {
   const std::string folder = HeaderFolder();
   if (folder.empty()) return;
+  // The dictionaries' own includes begin with the folder's name, users' with one inside of it.
+  const std::string above = std::filesystem::path(folder).parent_path().string();
   const std::string material = folder + "/geo/material";
   if (TROOT::Initialized()) {
-    gInterpreter->AddIncludePath(folder.c_str());
-    gInterpreter->AddIncludePath(material.c_str());
+    for (const std::string& path : {above, folder, material})
+      gInterpreter->AddIncludePath(path.c_str());
     return;
   }
   // A compiled program may come to need the interpreter. Starting it takes a second, so it is not
   // started here; it reads this variable when it starts.
   const char* others = std::getenv("ROOT_INCLUDE_PATH");
-  const std::string all = folder + ":" + material + (others ? std::string(":") + others : "");
+  const std::string all =
+      above + ":" + folder + ":" + material + (others ? std::string(":") + others : "");
   setenv("ROOT_INCLUDE_PATH", all.c_str(), 1);
 }
 

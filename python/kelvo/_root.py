@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import ctypes
 import functools
 import os
 import pathlib
@@ -36,6 +37,10 @@ def _loaded_root() -> Any:
             import ROOT  # type: ignore[import-untyped]
         except ImportError as e:
             raise Error(f"kelvo needs ROOT, which cannot be imported ({e}): pip install --pre ROOT")
+    # Where the package is not installed beside ROOT, its libraries find those of ROOT only if these are
+    # loaded already.
+    for library in ("libPhysics", "libROOTDataFrame", "libROOTNTuple"):
+        ROOT.gSystem.Load(library)
     # Once and at once: ROOT loses sight of the functions of a library that is loaded again, and one
     # loaded after ROOT has compiled for a data frame does not fit in.
     for library in ("libkelvo_frame.so", "libkelvo_run.so", "libkelvo_python.so"):
@@ -54,7 +59,15 @@ def _load(root_module: Any, library: str) -> None:
             "folder, such as PYTHONPATH=build/release/python, or install it with pip install ."
         )
     if root_module.gSystem.Load(str(path)) < 0:
-        raise Error(f"{path} cannot be loaded; was kelvo built with another ROOT?")
+        raise Error(f"{path} cannot be loaded: {_why_not(path)} (ROOT here: {root_module.__version__})")
+
+
+def _why_not(path: pathlib.Path) -> str:
+    try:
+        ctypes.CDLL(str(path))
+    except OSError as e:
+        return str(e)
+    return "ROOT does not say why"
 
 
 class NotCopied:
