@@ -17,7 +17,7 @@ foreach(folder func matter geo util fit track sim io run draw python)
           FILES_MATCHING PATTERN "*.h" PATTERN "material" EXCLUDE PATTERN "kelvo" EXCLUDE
           PATTERN "TomlTable.h" EXCLUDE PATTERN "PlaneDetectorReader.h" EXCLUDE
           PATTERN "KinkFilter.h" EXCLUDE PATTERN "KinkState.h" EXCLUDE
-          PATTERN "LaneSlabs.h" EXCLUDE PATTERN "LaneSmoother.h" EXCLUDE PATTERN "Lanes.h" EXCLUDE PATTERN "LineState.h" EXCLUDE
+          PATTERN "MeanSlab.h" EXCLUDE PATTERN "LaneSmoother.h" EXCLUDE PATTERN "Lanes.h" EXCLUDE PATTERN "LineState.h" EXCLUDE
           PATTERN "PublishedTables.h" EXCLUDE
           PATTERN "Constants.h" EXCLUDE PATTERN "Interpolation.h" EXCLUDE
           PATTERN "Quadrature.h" EXCLUDE PATTERN "ShellTables.h" EXCLUDE

@@ -151,8 +151,9 @@ void PlaneDetector::MaterialsBetweenPoints(const double* p0, const double* p1,
   fStack.Steps(p0, p1, ds, mats);
 }
 
-void PlaneDetector::MaterialsOnLines(const LaneLines& lines, LaneSlabs& slabs) const {
-  fStack.Slabs(lines, slabs);
+bool PlaneDetector::MeanMaterials(const WayPoint* points, std::size_t n,
+                                  std::vector<MeanSlab>& slabs) const {
+  return fStack.Slabs(points, n, slabs);
 }
 
 unsigned PlaneDetector::NearestPlane(double z) const {

@@ -2,7 +2,7 @@
 
 #include "geo/DetectorError.h"
 #include "geo/GeometryBase.h"
-#include "geo/LaneGeometry.h"
+#include "geo/MeanGeometry.h"
 #include "geo/PlaneStack.h"
 
 #include <TGeoMaterial.h>
@@ -59,7 +59,7 @@ struct ActivePlane {
 ///
 /// Immutable once built: any number of threads may share one. It can be moved, not copied; its
 /// materials stay where they are.
-class PlaneDetector : public GeometryBase, public LaneGeometry {
+class PlaneDetector : public GeometryBase, public MeanGeometry {
 public:
   /// Reads a file, or an installed detector by its name, such as "fine".
   /// @throw DetectorError, with file, line, column and field, for whatever is wrong with the file
@@ -82,7 +82,8 @@ public:
   void MaterialsBetweenPoints(const double* p0, const double* p1, std::vector<double>& ds,
                               std::vector<const TGeoMaterial*>& mats) const override;
 
-  void MaterialsOnLines(const LaneLines& lines, LaneSlabs& slabs) const override;
+  bool MeanMaterials(const WayPoint* points, std::size_t n,
+                     std::vector<MeanSlab>& slabs) const override;
 
   const std::string& Name() const { return fName; } ///< the name given in the file
   const std::string& Text() const { return fText; } ///< the file, byte for byte

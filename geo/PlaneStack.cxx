@@ -1,6 +1,7 @@
 #include "geo/PlaneStack.h"
 
-#include "geo/LaneSlabs.h"
+#include "geo/MeanSlab.h"
+#include "util/Lanes.h"
 
 #include <algorithm>
 #include <cmath>
@@ -172,92 +173,151 @@ void CheckFinite(const double* p0, const double* p1, double length) {
     throw std::invalid_argument("material steps between two points: they are too far apart");
 }
 
-constexpr double kNone = 1e-6; // a fraction above the rounding of differences of coordinates
+using kelvo::Lanes;
 
-void AddSlab(double begin, double end, const TGeoMaterial* material, LaneSlabs& slabs) {
-  if (!(end > begin)) return;
-  slabs.fSlabs.emplace_back(begin, end);
-  slabs.fSlabs.back().Add(material, 1);
+constexpr double kSpread = 1.7320508075688772; // of an even distribution, in standard deviations
+
+/// A way along z, followed upwards.
+class Way {
+public:
+  Way(const WayPoint* points, std::size_t n) : fPoint(points), fLast(points + n - 2) { Turn(); }
+
+  double Begin() const { return fPoint->fX[2]; }
+
+  /// Goes on to the straight line at z.
+  void GoTo(double z) {
+    if (fPoint == fLast || z < fPoint[1].fX[2]) return;
+    while (fPoint < fLast && z >= fPoint[1].fX[2]) fPoint++;
+    Turn();
+  }
+
+  double At(std::size_t axis, double z) const {
+    return fPoint->fX[axis] + fSlope[axis] * (z - fPoint->fX[2]);
+  }
+  double Slope(std::size_t axis) const { return fSlope[axis]; }
+  /// Returns how far on both sides it may lie.
+  double Spread(std::size_t axis) const {
+    return kSpread * (fPoint[0].fSig[axis] + fPoint[1].fSig[axis]) / 2;
+  }
+
+private:
+  void Turn() {
+    const double length = fPoint[1].fX[2] - fPoint->fX[2], per = length > 0 ? 1 / length : 0;
+    for (std::size_t v = 0; v < 2; v++) fSlope[v] = (fPoint[1].fX[v] - fPoint->fX[v]) * per;
+  }
+
+  const WayPoint* fPoint; // the line begins there
+  const WayPoint* fLast;  // and the last one here
+  double fSlope[2] = {};
+};
+
+using Slabs = std::vector<MeanSlab>;
+
+void AddSlab(double begin, double end, const TGeoMaterial* material, Slabs& slabs) {
+  if (end > begin) slabs.emplace_back(begin, end).Add(material, 1);
 }
 
 /// A row of cells, seen across it; lengths in units of the pitch.
 struct Row {
-  double fPerPitch; // [1/cm]
-  double fFirst;    // low side of the first cell
-  double fWidth, fWall, fInner;
+  double fPerPitch;      // [1/cm]
+  double fCentre;        // of the first cell
+  double fWidth, fInner; // of a cell and of its filling
 
   Row(const LayerContent& c, const Box& box)
       : fPerPitch(1 / (c.fWidth + c.fGap)),
-        fFirst((box.fLow[c.fAxis] + c.fGap) * fPerPitch),
+        fCentre((box.fLow[c.fAxis] + c.fGap + c.fWidth / 2) * fPerPitch),
         fWidth(c.fWidth * fPerPitch),
-        fWall(c.fWall * fPerPitch),
-        fInner(fWidth - 2 * fWall) {}
+        fInner((c.fWidth - 2 * c.fWall) * fPerPitch) {}
 };
 
-/// How much of a row of cells lies before a place in it.
-struct BeforeInRow {
-  Lanes fAll, fCells{}, fFillings{};
+/// A place in a row, spread evenly over two intervals one after the other: beside a line, and along
+/// the line's way across the row.
+class PlaceInRow {
+public:
+  PlaceInRow(double middle, double spread, double way) {
+    constexpr double kLeast = 1e-5; // of a pitch; more than differences have rounding errors
+    const double half = std::max(spread, kLeast), halfWay = std::max(way / 2, kLeast);
+    const Lanes ends =
+        middle + Lanes{half + halfWay, -half - halfWay, half - halfWay, halfWay - half};
+    const Lanes inPitch = ends - Rounded(ends);
+    fPlace = Max(inPitch, -1 * inPitch);
+    fPerArea = 1 / (4 * half * halfWay);
+  }
 
-  BeforeInRow(const Lanes& place, const Row& row) : fAll(place) {
-    const Lanes index = Rounded(place - 0.5); // at a side of the pitch either one is right
-    const Lanes inPitch = place - index;
-    fCells = index * row.fWidth + Min(inPitch, row.fWidth);
-    fFillings = index * row.fInner + Min(Max(inPitch - row.fWall, 0), row.fInner);
+  /// Returns the mean fraction that is within w / 2 of the middle of a pitch. That is the second
+  /// difference of a function whose second derivative is 1 there and 0 elsewhere, by the lengths of
+  /// the intervals; as the fraction minus its mean, the function repeats itself from pitch to
+  /// pitch.
+  double Within(double w) const {
+    const Lanes in = Min(fPlace, w / 2);
+    const Lanes f = in * in * 0.5 + (fPlace - in) * (w / 2) - fPlace * fPlace * (w / 2);
+    return w + (f[0] + f[1] - (f[2] + f[3])) * fPerArea;
+  }
+
+private:
+  Lanes fPlace; // of the ends of both intervals, from the middle of a pitch
+  double fPerArea;
+};
+
+/// Returns the probability that of a line that goes on by `way` across walls of some width, a
+/// second place is in the wall that a first one is in.
+double InSameWall(double way, double width) {
+  return way < width ? 1 - way / (3 * width) : width / way * (1 - width / (3 * way));
+}
+
+/// Which fractions of a line that crosses a row of cells lie in cells and fillings, on average.
+/// From line to line they change the less the more of the walls a line crosses, and the better its
+/// place is known, as compared with its way in a wall.
+struct InRow {
+  double fCell, fFilling;
+  double fVariance = 0; // of what is not filling, relative
+
+  /// @param middle of the line
+  /// @param spread how far it may be beside it
+  /// @param way    how far it goes on across the row
+  InRow(double middle, double spread, double way, const Row& row) {
+    constexpr double kNone = 1e-9; // a fraction of the rounding of differences
+    const PlaceInRow place(middle, spread, way);
+    fCell = place.Within(row.fWidth);
+    fFilling = place.Within(row.fInner);
+    const double wall = 1 - fFilling, width = 1 - row.fInner;
+    const double again = InSameWall(way, width), in = std::min(way, width) / 2;
+    if (wall > kNone && again > wall)
+      fVariance = (again / wall - 1) * (spread * spread) / (spread * spread + in * in);
   }
 };
 
 /// Adds what is between the faces and the front or back walls.
-void AddWalls(double begin, double end, const Lanes& cell, const LayerContent& c,
-              LaneSlabs& slabs) {
+void AddWalls(double begin, double end, const InRow& in, const LayerContent& c, Slabs& slabs) {
   if (!(end > begin)) return;
-  if (AreAbove(cell, 1 - kNone)) return AddSlab(begin, end, c.fWallMaterial, slabs);
-  LaneSlab& slab = slabs.fSlabs.emplace_back(begin, end);
-  slab.Add(c.fWallMaterial, cell);
-  slab.Add(c.fMaterial, Max(1 - cell, 0));
+  MeanSlab& slab = slabs.emplace_back(begin, end);
+  slab.Add(c.fWallMaterial, in.fCell);
+  slab.Add(c.fMaterial, 1 - in.fCell);
 }
 
 /// Adds what is between front and back walls.
-void AddInner(double begin, double end, const Lanes& cell, const Lanes& filling,
-              const LayerContent& c, LaneSlabs& slabs) {
-  if (AreAbove(filling, 1 - kNone)) return AddSlab(begin, end, c.fFilling, slabs);
-  LaneSlab& slab = slabs.fSlabs.emplace_back(begin, end);
-  slab.Add(c.fFilling, filling);
-  slab.Add(c.fWallMaterial, Max(cell - filling, 0));
-  slab.Add(c.fMaterial, Max(1 - cell, 0));
+void AddInner(double begin, double end, const InRow& in, const LayerContent& c, Slabs& slabs) {
+  if (!(end > begin)) return;
+  MeanSlab& slab = slabs.emplace_back(begin, end);
+  slab.Add(c.fFilling, in.fFilling);
+  slab.Add(c.fWallMaterial, in.fCell - in.fFilling);
+  slab.Add(c.fMaterial, 1 - in.fCell);
+  slab.fVariance = in.fVariance;
 }
 
-/// The cells of one layer, on lines that cross them from end to end. How much of a line lies in
-/// cells and fillings is the difference of what lies before its ends. What is between cells is the
+/// The cells of one layer, on a way that crosses them from end to end. What is between cells is the
 /// same fraction of front and back walls as of what is next to them.
-void AddCells(const LaneLines& lines, double begin, double end, const Box& box,
-              const LayerContent& c, LaneSlabs& slabs) {
-  // A line along the walls is inclined by some hundred atoms in a layer: there is no other case.
-  constexpr double kLeastSlope = 1e-6;
+void AddCells(const Way& way, double begin, double end, const Box& box, const LayerContent& c,
+              Slabs& slabs) {
+  const Row row(c, box);
   const double front = std::clamp(box.fLow[2] + c.fWall, begin, end);
   const double back = std::clamp(box.fHigh[2] - c.fWall, front, end);
-  const bool inWall = !(back > front);
-  const double cut[] = {inWall ? begin : front, std::clamp(lines.fCut, front, back),
-                        inWall ? end : back};
-  const Row row(c, box);
-  const Lanes given = lines.fSlope[c.fAxis] * row.fPerPitch;
-  const Lanes slope = WhereAbove(Max(given, -1 * given), kLeastSlope, given, kLeastSlope);
-  const Lanes from = lines.At(c.fAxis, begin) * row.fPerPitch - row.fFirst;
-  BeforeInRow before(from + slope * (cut[0] - begin), row);
-  Lanes cell{};
-  for (int k = 0; k < 2; k++) {
-    if (!(cut[k + 1] > cut[k])) continue;
-    const BeforeInRow next(from + slope * (cut[k + 1] - begin), row);
-    const Lanes perWay = 1 / (next.fAll - before.fAll);
-    cell = (next.fCells - before.fCells) * perWay;
-    if (inWall) {
-      AddWalls(cut[k], cut[k + 1], cell, c, slabs);
-    } else {
-      if (cut[k] == front) AddWalls(begin, front, cell, c, slabs);
-      AddInner(cut[k], cut[k + 1], cell, (next.fFillings - before.fFillings) * perWay, c, slabs);
-    }
-    before = next;
-  }
-  if (!inWall) AddWalls(back, end, cell, c, slabs);
+  const double middle = way.At(c.fAxis, (begin + end) / 2) * row.fPerPitch - row.fCentre;
+  const double across = std::abs(way.Slope(c.fAxis) * (back - front)) * row.fPerPitch;
+  const InRow in(middle, way.Spread(c.fAxis) * row.fPerPitch, across, row);
+  AddWalls(begin, front, in, c, slabs);
+  AddInner(front, back, in, c, slabs);
+  AddWalls(back, end, in, c, slabs);
 }
 
 /// Where lines cross all of a layer from front to back, walls at the ends of cells left alone.
@@ -269,10 +329,14 @@ Box InsideOf(const Box& box, const LayerContent& c) {
   return inside;
 }
 
-bool AreInside(const LaneLines& lines, double begin, double end, const Box& box) {
+bool IsInside(double x, double spread, std::size_t axis, const Box& box) {
+  return x - spread >= box.fLow[axis] && x + spread < box.fHigh[axis];
+}
+
+bool IsInside(const Way& way, double begin, double end, const Box& box) {
   for (std::size_t axis = 0; axis < 2; axis++)
-    if (!AreBetween(lines.At(axis, begin), box.fLow[axis], box.fHigh[axis]) ||
-        !AreBetween(lines.At(axis, end), box.fLow[axis], box.fHigh[axis]))
+    if (!IsInside(way.At(axis, begin), way.Spread(axis), axis, box) ||
+        !IsInside(way.At(axis, end), way.Spread(axis), axis, box))
       return false;
   return true;
 }
@@ -333,11 +397,15 @@ void PlaneStack::Steps(const double* p0, const double* p1, std::vector<double>& 
   std::reverse(mats.begin(), mats.end());
 }
 
-void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
-  slabs.fSlabs.clear();
-  const double end = lines.fEnd;
-  const bool inside = AreInside(lines, lines.fBegin, end, fInside);
-  double z = lines.fBegin;
+bool PlaneStack::Slabs(const WayPoint* points, std::size_t n, std::vector<MeanSlab>& slabs) const {
+  slabs.clear();
+  const bool inside = std::all_of(points, points + n, [this](const WayPoint& point) {
+    return IsInside(point.fX[0], kSpread * point.fSig[0], 0, fInside) &&
+           IsInside(point.fX[1], kSpread * point.fSig[1], 1, fInside);
+  });
+  Way way(points, n);
+  double z = way.Begin();
+  const double end = points[n - 1].fX[2];
   auto i =
       static_cast<std::size_t>(std::upper_bound(fZHigh.begin(), fZHigh.end(), z) - fZHigh.begin());
   for (; i < fLayers.size() && z < end; i++) {
@@ -347,20 +415,16 @@ void PlaneStack::Slabs(const LaneLines& lines, LaneSlabs& slabs) const {
     z = begin;
     if (!(behind > begin)) break;
     const LayerContent& content = fContents[fLayers[i].fContent];
-    if (!inside && !AreInside(lines, begin, behind, InsideOf(box, content)))
-      AddLineByLine(
-          lines, begin, behind,
-          [this](const double* p0, const double* p1, auto& ds, auto& mats) {
-            Steps(p0, p1, ds, mats);
-          },
-          slabs);
-    else if (content.fCount == 0)
+    way.GoTo((begin + behind) / 2);
+    if (!inside && !IsInside(way, begin, behind, InsideOf(box, content))) return false;
+    if (content.fCount == 0)
       AddSlab(begin, behind, content.fMaterial, slabs);
     else
-      AddCells(lines, begin, behind, box, content, slabs);
+      AddCells(way, begin, behind, box, content, slabs);
     z = behind;
   }
   AddSlab(z, end, fWorld, slabs);
+  return true;
 }
 
 } // namespace geo

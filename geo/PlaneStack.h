@@ -1,13 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 class TGeoMaterial;
 
 namespace geo {
 
-struct LaneLines;
-struct LaneSlabs;
+struct MeanSlab;
+struct WayPoint;
 
 /// What a layer of a PlaneStack is made of: one material throughout, or a row of equal cells.
 ///
@@ -63,8 +64,8 @@ public:
   void Steps(const double* p0, const double* p1, std::vector<double>& ds,
              std::vector<const TGeoMaterial*>& mats) const;
 
-  /// As LaneGeometry::MaterialsOnLines.
-  void Slabs(const LaneLines& lines, LaneSlabs& slabs) const;
+  /// As MeanGeometry::MeanMaterials.
+  bool Slabs(const WayPoint* points, std::size_t n, std::vector<MeanSlab>& slabs) const;
 
   const std::vector<Layer>& Layers() const { return fLayers; } ///< sorted by z
 

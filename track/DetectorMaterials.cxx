@@ -19,26 +19,28 @@ constexpr double kBetheScale = 0.1535375e-3;
 
 } // namespace
 
-const std::vector<geo::LaneSlab>& DetectorMaterials::Slabs(const geo::LaneLines& lines) {
-  fSlabs.fSlabs.clear();
-  if (fLanes) {
-    fLanes->MaterialsOnLines(lines, fSlabs);
-    return fSlabs.fSlabs;
+void DetectorMaterials::AddSlabs(const double* from, const double* to,
+                                 std::vector<geo::MeanSlab>& slabs) {
+  fLengths.clear();
+  fStepMaterials.clear();
+  fDetector->MaterialsBetweenPoints(from, to, fLengths, fStepMaterials);
+  CheckSteps();
+  const double x = to[0] - from[0], y = to[1] - from[1], dz = to[2] - from[2];
+  const double perLength = dz / std::sqrt(x * x + y * y + dz * dz);
+  double z = from[2];
+  for (std::size_t i = 0; i < fLengths.size(); i++) {
+    const double end = z + fLengths[i] * perLength;
+    slabs.emplace_back(z, end).Add(fStepMaterials[i], 1);
+    z = end;
   }
-  const auto steps = [this](const double* p0, const double* p1, std::vector<double>& ds,
-                            std::vector<const TGeoMaterial*>& mats) {
-    fDetector->MaterialsBetweenPoints(p0, p1, ds, mats);
-    CheckSteps(ds, mats.size());
-  };
-  geo::AddLineByLine(lines, lines.fBegin, lines.fEnd, steps, fSlabs);
-  return fSlabs.fSlabs;
 }
 
-void DetectorMaterials::CheckSteps(const std::vector<double>& lengths, std::size_t materials) {
-  if (lengths.size() != materials)
-    throw GeometryRefusal{"the detector reports " + std::to_string(lengths.size()) +
-                          " lengths for " + std::to_string(materials) + " materials on the track"};
-  for (double length : lengths)
+void DetectorMaterials::CheckSteps() const {
+  if (fLengths.size() != fStepMaterials.size())
+    throw GeometryRefusal{"the detector reports " + std::to_string(fLengths.size()) +
+                          " lengths for " + std::to_string(fStepMaterials.size()) +
+                          " materials on the track"};
+  for (double length : fLengths)
     if (!(std::isfinite(length) && length >= 0))
       throw GeometryRefusal{"the detector reports a step of " + NumberText(length) +
                             " cm on the track; it must be finite and not negative"};

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "geo/GeometryBase.h"
-#include "geo/LaneGeometry.h"
-#include "geo/LaneSlabs.h"
+#include "geo/MeanGeometry.h"
+#include "geo/MeanSlab.h"
 #include "matter/RangeTable.h"
 
 #include <cstddef>
@@ -36,13 +36,22 @@ public:
   ///                   energy
   DetectorMaterials(const geo::GeometryBase& detector, std::vector<int> hypotheses, bool needsLoss)
       : fDetector(&detector),
-        fLanes(dynamic_cast<const geo::LaneGeometry*>(&detector)),
+        fMeans(dynamic_cast<const geo::MeanGeometry*>(&detector)),
         fHypotheses(std::move(hypotheses)),
         fNeedsLoss(needsLoss) {}
 
-  /// Lists what lies on straight lines.
+  /// Lists what lies on a way on average; see geo::MeanGeometry.
+  /// @param slabs receives it; what was in it is dropped
+  /// @return whether the detector knows
+  bool MeanSlabs(const geo::WayPoint* points, std::size_t n,
+                 std::vector<geo::MeanSlab>& slabs) const {
+    return fMeans && fMeans->MeanMaterials(points, n, slabs);
+  }
+
+  /// Adds what lies on a straight line, step by step.
+  /// @param from,to x, y and z, of which the latter grows [cm]
   /// @throws GeometryRefusal for the first fault of the detector's answer, and what it throws
-  const std::vector<geo::LaneSlab>& Slabs(const geo::LaneLines& lines);
+  void AddSlabs(const double* from, const double* to, std::vector<geo::MeanSlab>& slabs);
 
   /// Returns the index of a material that lies on a line.
   /// @throws GeometryRefusal where it cannot be used
@@ -56,15 +65,16 @@ public:
 
 private:
   std::size_t IndexOfNew(const TGeoMaterial* material);
-  static void CheckSteps(const std::vector<double>& lengths, std::size_t materials);
+  void CheckSteps() const;
   MaterialData Data(const TGeoMaterial& material) const;
 
   const geo::GeometryBase* fDetector;
-  const geo::LaneGeometry* fLanes; // the same, or null
+  const geo::MeanGeometry* fMeans; // the same, or null
   std::vector<int> fHypotheses;
   bool fNeedsLoss;
   std::vector<MaterialData> fMaterials;
-  geo::LaneSlabs fSlabs;
+  std::vector<double> fLengths; // of the steps on a line [cm]
+  std::vector<const TGeoMaterial*> fStepMaterials;
 };
 
 } // namespace kelvo

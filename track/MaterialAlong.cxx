@@ -7,7 +7,7 @@ namespace kelvo {
 namespace {
 
 constexpr double kCrossings = kLanes; // of the way, each with shifts of its own
-constexpr std::size_t kRay = 2;       // gaps that are crossed on one straight line
+constexpr std::size_t kRay = 2;       // gaps that are crossed on one straight line, if on several
 
 /// Places and weights of the quadrature of two points that has these moments about the middle of
 /// the gap: in units of the standard deviation the points are the zeros of t^2 - skewness t - 1,
@@ -43,8 +43,7 @@ void MaterialAlong::Trace(const std::vector<WayPoint>& points) {
   fSums.assign(n + 1, Sums{});
   fMet.clear();
   fThickness.clear();
-  for (std::size_t first = 0; first < n; first += kRay)
-    CrossGaps(points, first, std::min(first + kRay, n));
+  Cross(points, 0, n);
   for (std::size_t i = 0; i < n; i++) {
     fGaps.push_back(Summary(i, points[i].fX[2], points[i + 1].fX[2]));
     SetPlanes(fSums[i].fMoment, fGaps.back());
@@ -65,36 +64,62 @@ std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
   return fMet.size() - 1;
 }
 
-/// Adds what of a slab lies between two z.
-[[gnu::always_inline]] inline void MaterialAlong::Add(std::size_t gap, double middle, double begin,
-                                                      double end, const geo::LaneSlab& slab) {
-  Sums& sums = fSums[gap];
-  const double length = end - begin;
-  double radLen = 0;
+/// What takes more of a slab in one place takes less in another: by the difference of the first
+/// material and the mean of all others.
+[[gnu::always_inline]] inline MaterialAlong::Mixture MaterialAlong::Mix(const geo::MeanSlab& slab) {
+  double radLen = 0, mipLoss = 0;
   for (std::size_t k = 0; k < slab.fN; k++) {
-    const std::size_t place = Meet(slab.fMaterial[k]);
-    const double thickness = length * Sum(slab.fFraction[k]);
-    radLen += thickness * fMet[place].fRadLen;
-    sums.fLoss += slab.fFraction[k] * (length * fMet[place].fMipLoss);
-    fThickness[place * fSums.size() + gap] += thickness;
+    const MetMaterial& met = fMet[Meet(slab.fMaterial[k])];
+    radLen += slab.fFraction[k] * met.fRadLen;
+    mipLoss += slab.fFraction[k] * met.fMipLoss;
   }
-  const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
-  sums.fMoment += radLen * Lanes{1., twice * (1. / 2), (squares + a * b) * (1. / 3),
-                                 twice * squares * (1. / 4)};
+  const double change = mipLoss - fMet[Meet(slab.fMaterial[0])].fMipLoss;
+  return {radLen, mipLoss, change * change * slab.fVariance * (slab.fEnd - slab.fBegin)};
 }
 
-void MaterialAlong::CrossGaps(const std::vector<WayPoint>& points, std::size_t first,
-                              std::size_t last) {
+/// Adds what of a slab lies between two z. Its variance is that of the slab as a whole, of which
+/// a part has its part.
+[[gnu::always_inline]] inline void MaterialAlong::Add(std::size_t gap, double middle, double begin,
+                                                      double end, const geo::MeanSlab& slab,
+                                                      const Mixture& mixture,
+                                                      const Lanes& crossings) {
+  const double length = end - begin, all = length * Sum(crossings);
+  for (std::size_t k = 0; k < slab.fN; k++)
+    fThickness[Meet(slab.fMaterial[k]) * fSums.size() + gap] += all * slab.fFraction[k];
+  Sums& sums = fSums[gap];
+  sums.fLoss += crossings * (length * mixture.fMipLoss);
+  sums.fVarLoss += length * mixture.fVarMipLoss;
+  const double a = begin - middle, b = end - middle, twice = a + b, squares = a * a + b * b;
+  sums.fMoment +=
+      all * mixture.fRadLen *
+      Lanes{1., twice * (1. / 2), (squares + a * b) * (1. / 3), twice * squares * (1. / 4)};
+}
+
+/// Adds what lies between two points: the mean where it is known, else what some lines cross.
+void MaterialAlong::Cross(const std::vector<WayPoint>& points, std::size_t first,
+                          std::size_t last) {
   if (!(points[last].fX[2] > points[first].fX[2])) return;
-  const geo::LaneLines lines = Shifted(points[first], points[last], points[first + 1].fX[2]);
+  if (fMaterials.MeanSlabs(&points[first], last - first + 1, fSlabs))
+    return AddSlabs(points, first, last, 1);
+  if (last - first > kRay) {
+    for (; first < last; first += kRay) Cross(points, first, std::min(first + kRay, last));
+    return;
+  }
+  FollowLines(points[first], points[last],
+              [&](const Lanes& line) { AddSlabs(points, first, last, line); });
+}
+
+/// Adds the slabs of some crossings to the gaps between two points.
+void MaterialAlong::AddSlabs(const std::vector<WayPoint>& points, std::size_t first,
+                             std::size_t last, const Lanes& crossings) {
   std::size_t i = first;
-  for (const geo::LaneSlab& slab : fMaterials.Slabs(lines)) {
-    if (slab.fBegin < points[i].fX[2]) i = first; // another line
+  for (const geo::MeanSlab& slab : fSlabs) {
+    const Mixture mixture = Mix(slab);
     for (double begin = slab.fBegin; begin < slab.fEnd;) {
       while (i + 1 < last && begin >= points[i + 1].fX[2]) i++;
       const double z0 = points[i].fX[2], z1 = points[i + 1].fX[2];
       const double end = i + 1 < last ? std::min(slab.fEnd, z1) : slab.fEnd;
-      Add(i, (z0 + z1) / 2, begin, end, slab);
+      Add(i, (z0 + z1) / 2, begin, end, slab, mixture, crossings);
       begin = end;
     }
   }
@@ -102,51 +127,65 @@ void MaterialAlong::CrossGaps(const std::vector<WayPoint>& points, std::size_t f
 
 void MaterialAlong::TraceEnd(const WayPoint& from, const std::array<double, 2>& slopes,
                              double length, double fraction) {
-  WayPoint to = from;
-  for (std::size_t v = 0; v < 2; v++) to.fX[v] += slopes[v] * length;
-  to.fX[2] += length;
-  const double z0 = from.fX[2];
-  const std::vector<geo::LaneSlab>& slabs = fMaterials.Slabs(Shifted(from, to, z0));
-  Lanes all{};
-  for (const geo::LaneSlab& slab : slabs) all += MipLoss(slab);
-  fEndMipLoss = Sum(all) / kCrossings;
-  // Where nothing takes energy, half of the loss is half of the way.
-  const Lanes limit = WhereAbove(all, 0, all, length);
-  // Goes on until a part of the loss is spent, and returns where that is on each line.
-  const auto follow = [&](double part, auto&& visit) {
-    Lanes left = part * limit, end = z0;
-    for (const geo::LaneSlab& slab : slabs) {
-      const Lanes way = (slab.fEnd - slab.fBegin) * slab.Crossed();
-      const Lanes loss = WhereAbove(all, 0, MipLoss(slab), way);
-      const Lanes on = WhereAbove(left, 0, WhereAbove(loss, left, left / loss, 1), 0);
-      visit(slab, on);
-      end += on * way;
-      left -= on * loss;
-    }
-    return end;
+  WayPoint way[] = {from, from};
+  for (std::size_t v = 0; v < 2; v++) way[1].fX[v] += slopes[v] * length;
+  way[1].fX[2] += length;
+  const double z0 = from.fX[2], spread = std::sqrt(kEndVariance);
+  double end = 0;
+  fEndMipLoss = fEndSigma = 0;
+  const auto add = [&](const Lanes& crossings) {
+    double loss = 0;
+    for (const geo::MeanSlab& slab : fSlabs) loss += (slab.fEnd - slab.fBegin) * Mix(slab).fMipLoss;
+    const auto spend = [&](double part, auto&& visit) {
+      // Where nothing takes energy, half of the loss is half of the way.
+      return loss > 0 ? Spend(part * loss, z0, visit) : z0 + part * length;
+    };
+    const auto pass = [](const geo::MeanSlab&, double) {};
+    const double part = Sum(crossings) / kCrossings;
+    fEndMipLoss += part * loss;
+    fEndSigma += part * (spend(0.5 + spread, pass) - spend(0.5 - spread, pass)) / 2;
+    end += part * spend(fraction, [&](const geo::MeanSlab& slab, double to) {
+             Add(fSums.size() - 1, z0, slab.fBegin, to, slab, Mix(slab), crossings);
+           });
   };
-  const Lanes end = follow(fraction, [&](const geo::LaneSlab& slab, const Lanes& on) {
-    geo::LaneSlab spent = slab;
-    for (std::size_t k = 0; k < slab.fN; k++) spent.fFraction[k] = slab.fFraction[k] * on;
-    Add(fSums.size() - 1, z0, slab.fBegin, slab.fEnd, spent);
-  });
-  fEnd = Summary(fSums.size() - 1, z0, Sum(end) / kCrossings);
-  const auto pass = [](const geo::LaneSlab&, const Lanes&) {};
-  const double spread = std::sqrt(kEndVariance);
-  fEndSigma = Sum(follow(0.5 + spread, pass) - follow(0.5 - spread, pass)) / (2 * kCrossings);
+  if (fMaterials.MeanSlabs(way, 2, fSlabs))
+    add(1);
+  else
+    FollowLines(way[0], way[1], add);
+  fEnd = Summary(fSums.size() - 1, z0, end);
 }
 
-/// Returns straight lines that are shifted within an interval that has the standard deviation of
-/// the points.
-geo::LaneLines MaterialAlong::Shifted(const WayPoint& from, const WayPoint& to, double cut) {
-  const double perLength = 1 / (to.fX[2] - from.fX[2]);
-  const std::array<Lanes, 2>& shift = NextShift();
-  geo::LaneLines lines{from.fX[2], to.fX[2], cut, {}, {}};
-  for (std::size_t v = 0; v < 2; v++) {
-    lines.fFrom[v] = from.fX[v] + shift[v] * from.fSig[v];
-    lines.fSlope[v] = (to.fX[v] - from.fX[v] + shift[v] * (to.fSig[v] - from.fSig[v])) * perLength;
+/// Visits slabs up to where an energy loss is spent, and returns where that is.
+template <class Visit>
+double MaterialAlong::Spend(double loss, double z0, Visit&& visit) {
+  double end = z0;
+  for (const geo::MeanSlab& slab : fSlabs) {
+    if (!(loss > 0)) break;
+    const double length = slab.fEnd - slab.fBegin, here = length * Mix(slab).fMipLoss;
+    end = here > loss ? slab.fBegin + length * (loss / here) : slab.fEnd;
+    visit(slab, end);
+    loss -= here;
   }
-  return lines;
+  return end;
+}
+
+/// Follows straight lines that are shifted within an interval that has the standard deviation of
+/// the points, one after the other, as one of several crossings each.
+template <class Visit>
+void MaterialAlong::FollowLines(const WayPoint& from, const WayPoint& to, Visit&& visit) {
+  const std::array<Lanes, 2>& shift = NextShift();
+  for (std::size_t l = 0; l < kLanes; l++) {
+    double begin[3], end[3];
+    for (std::size_t v = 0; v < 2; v++) {
+      begin[v] = from.fX[v] + shift[v][l] * from.fSig[v];
+      end[v] = to.fX[v] + shift[v][l] * to.fSig[v];
+    }
+    begin[2] = from.fX[2];
+    end[2] = to.fX[2];
+    fSlabs.clear();
+    fMaterials.AddSlabs(begin, end, fSlabs);
+    visit(Lanes(l == 0, l == 1, l == 2, l == 3));
+  }
 }
 
 /// Returns shifts in standard deviations, by a sequence that fills the plane evenly (M. Roberts,
@@ -168,13 +207,6 @@ const std::array<Lanes, 2>& MaterialAlong::NextShift() {
   return fShifts[fRay++];
 }
 
-Lanes MaterialAlong::MipLoss(const geo::LaneSlab& slab) {
-  Lanes loss{};
-  for (std::size_t k = 0; k < slab.fN; k++)
-    loss += slab.fFraction[k] * fMet[Meet(slab.fMaterial[k])].fMipLoss;
-  return loss * (slab.fEnd - slab.fBegin);
-}
-
 Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
   Sums& sums = fSums[i];
   Gap gap{};
@@ -194,7 +226,8 @@ Gap MaterialAlong::Summary(std::size_t i, double begin, double end) {
   gap.fMipLoss = Sum(sums.fLoss) / kCrossings;
   const Lanes off = sums.fLoss - gap.fMipLoss;
   // Of one way, from the scatter of a few; and of the mean of these that is taken for it.
-  gap.fVarMipLoss = Sum(off * off) / kCrossings * (kCrossings + 1) / (kCrossings - 1);
+  gap.fVarMipLoss =
+      sums.fVarLoss + Sum(off * off) / kCrossings * (kCrossings + 1) / (kCrossings - 1);
   return gap;
 }
 

@@ -10,11 +10,7 @@
 
 namespace kelvo {
 
-/// A place on the way of a track: where it goes through, and how far it may be off.
-struct WayPoint {
-  std::array<double, 3> fX;   ///< [cm]
-  std::array<double, 2> fSig; ///< uncertainties of x and y [cm]
-};
+using geo::WayPoint;
 
 /// So much of one material between two planes along z, whatever the slope: a track at an angle
 /// crosses it on a way that is longer by its stretch, sqrt(1 + (dx/dz)^2 + (dy/dz)^2).
@@ -44,8 +40,9 @@ struct Gap {
 /// The material along a track: asked for once, used by all hypotheses.
 ///
 /// Where walls divide a detector into cells, the way points do not tell how much of the walls a
-/// track crosses; so the way is gone several times, shifted in parallel within the uncertainty of
-/// the points, and what is kept is the average.
+/// track crosses: what is kept is the average over where the track may be. A detector that does not
+/// know it is crossed several times, on ways that are shifted in parallel within the uncertainty of
+/// the points.
 ///
 /// A gap scatters exactly as two thin planes with the moments of its material along z, up to the
 /// third one: the two points and weights of the Gaussian quadrature with its radiation lengths as
@@ -86,24 +83,34 @@ public:
 private:
   /// What the crossings of one gap add up to.
   struct Sums {
-    Lanes fMoment{}; // of radiation lengths, about the middle [cm to the power 0 to 3]
-    Lanes fLoss{};   // of a minimum-ionising particle [GeV], crossing by crossing
+    Lanes fMoment{};     // of radiation lengths, about the middle [cm to the power 0 to 3]
+    Lanes fLoss{};       // of a minimum-ionising particle [GeV], crossing by crossing
+    double fVarLoss = 0; // of that, from place to place, where crossings are averages [GeV^2]
   };
-
-  geo::LaneLines Shifted(const WayPoint& from, const WayPoint& to, double cut);
-  const std::array<Lanes, 2>& NextShift();
-  void CrossGaps(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
   /// A material on the way of the track.
   struct MetMaterial {
     const TGeoMaterial* fMaterial;
     std::size_t fIndex;       // in fMaterials
     double fRadLen, fMipLoss; // as in MaterialData
   };
-
-  void Add(std::size_t gap, double middle, double begin, double end, const geo::LaneSlab& slab);
+  /// What lies in a slab.
+  struct Mixture {
+    double fRadLen, fMipLoss; // per length
+    double fVarMipLoss;       // of what is lost in all of it, from place to place, per length
+  };
+  template <class Visit>
+  void FollowLines(const WayPoint& from, const WayPoint& to, Visit&& visit);
+  template <class Visit>
+  double Spend(double loss, double z0, Visit&& visit);
+  const std::array<Lanes, 2>& NextShift();
+  void Cross(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
+  void AddSlabs(const std::vector<WayPoint>& points, std::size_t first, std::size_t last,
+                const Lanes& crossings);
+  void Add(std::size_t gap, double middle, double begin, double end, const geo::MeanSlab& slab,
+           const Mixture& mixture, const Lanes& crossings);
+  Mixture Mix(const geo::MeanSlab& slab);
   std::size_t Meet(const TGeoMaterial* material);
   std::size_t MeetFirst(const TGeoMaterial* material);
-  Lanes MipLoss(const geo::LaneSlab& slab);
   Gap Summary(std::size_t i, double begin, double end);
 
   DetectorMaterials fMaterials;
@@ -112,13 +119,14 @@ private:
   Gap fEnd{};
   double fEndMipLoss = 0;
   double fEndSigma = 0;
-  std::vector<Sums> fSums;        // by gap, and of the end
-  std::vector<MetMaterial> fMet;  // in the order in which this track meets them, so that no
-                                  // result depends on other tracks
-  std::vector<double> fThickness; // by that order and gap [cm], of all crossings
-  std::vector<std::array<Lanes, 2>> fShifts; // of all rays so far, in standard deviations
+  std::vector<geo::MeanSlab> fSlabs; // of the crossing at hand
+  std::vector<Sums> fSums;           // by gap, and of the end
+  std::vector<MetMaterial> fMet;     // in the order in which this track meets them, so that no
+                                     // result depends on other tracks
+  std::vector<double> fThickness;    // by that order and gap [cm], of all crossings
+  std::vector<std::array<Lanes, 2>> fShifts; // of all followed rays, in standard deviations
   double fLastShift[2] = {0, 0};             // of these, fractions of the interval
-  std::size_t fRay = 0;                      // number of rays of this track
+  std::size_t fRay = 0;                      // number of those of this track
 };
 
 } // namespace kelvo

@@ -186,58 +186,132 @@ std::vector<WayPoint> Through(const geo::PlaneDetector& detector, const double (
   return points;
 }
 
-/// @param cells whether walls divide the detector: where along z a line crosses them, and whether
-/// it
-///              meets a front wall between cells, only the one knows that follows it by itself
-void ExpectSameMaterial(MaterialAlong& a, MaterialAlong& b, bool cells) {
-  const double kGap = cells ? 0.03 : kRounding, kTrack = cells ? 2e-3 : kRounding;
-  const double kPlaces = cells ? 0.06 : kRounding; // of a gap
-  Gap sumA{}, sumB{};
+void ExpectSameMaterial(MaterialAlong& a, MaterialAlong& b) {
   ASSERT_EQ(a.Gaps().size(), b.Gaps().size());
   for (std::size_t i = 0; i < a.Gaps().size(); i++) {
     const Gap &f = a.Gaps()[i], &g = b.Gaps()[i];
-    EXPECT_NEAR(f.fRadLen, g.fRadLen, kGap * g.fRadLen);
-    EXPECT_NEAR(f.fMipLoss, g.fMipLoss, kGap / 5 * g.fMipLoss);
-    EXPECT_NEAR(std::sqrt(f.fVarMipLoss), std::sqrt(g.fVarMipLoss), kGap / 5 * g.fMipLoss);
+    EXPECT_NEAR(f.fRadLen, g.fRadLen, kRounding * g.fRadLen);
+    EXPECT_NEAR(f.fMipLoss, g.fMipLoss, kRounding * g.fMipLoss);
+    EXPECT_NEAR(f.fXi, g.fXi, kRounding * g.fXi);
+    EXPECT_NEAR(std::sqrt(f.fVarMipLoss), std::sqrt(g.fVarMipLoss), kRounding * g.fMipLoss);
     ASSERT_EQ(f.fNPlanes, g.fNPlanes);
     for (std::size_t k = 0; k < f.fNPlanes; k++) {
-      EXPECT_NEAR(f.fPlane[k].fZ, g.fPlane[k].fZ, kPlaces * (g.fEnd - g.fBegin));
-      EXPECT_NEAR(f.fPlane[k].fRadLen / g.fPlane[k].fRadLen, 1, 5 * kPlaces);
-    }
-    for (const auto& [sum, gap] : {std::pair{&sumA, &f}, std::pair{&sumB, &g}}) {
-      sum->fRadLen += gap->fRadLen;
-      sum->fMipLoss += gap->fMipLoss;
-      sum->fXi += gap->fXi;
-      sum->fVarMipLoss += gap->fVarMipLoss;
+      EXPECT_NEAR(f.fPlane[k].fZ, g.fPlane[k].fZ, kRounding * (g.fEnd - g.fBegin));
+      EXPECT_NEAR(f.fPlane[k].fRadLen / g.fPlane[k].fRadLen, 1, kRounding);
     }
   }
-  EXPECT_NEAR(sumA.fRadLen, sumB.fRadLen, kTrack * sumB.fRadLen);
-  EXPECT_NEAR(sumA.fMipLoss, sumB.fMipLoss, kTrack / 4 * sumB.fMipLoss);
-  EXPECT_NEAR(sumA.fXi, sumB.fXi, kTrack / 4 * sumB.fXi);
-  EXPECT_NEAR(std::sqrt(sumA.fVarMipLoss), std::sqrt(sumB.fVarMipLoss),
-              10 * kTrack * std::sqrt(sumB.fVarMipLoss));
-  EXPECT_NEAR(a.End().fEnd, b.End().fEnd, cells ? 0.05 : kRounding);
-  EXPECT_NEAR(a.End().fMipLoss, b.End().fMipLoss, kGap * b.End().fMipLoss);
+  EXPECT_NEAR(a.End().fEnd, b.End().fEnd, kRounding);
+  EXPECT_NEAR(a.End().fMipLoss, b.End().fMipLoss, kRounding * b.End().fMipLoss);
+  EXPECT_NEAR(a.EndMipLoss(), b.EndMipLoss(), kRounding * b.EndMipLoss());
+  EXPECT_NEAR(a.EndSigma(), b.EndSigma(), kRounding * b.EndSigma());
 }
 
-TEST(MaterialAlong, LinesSideBySideCrossWhatTheyCrossOneByOne) {
-  for (const char* name : {"fine", "range", "telescope"}) {
+TEST(MaterialAlong, WithoutWallsTheMeanIsWhatEachLineCrosses) {
+  for (const char* name : {"range", "telescope"}) {
     const auto detector =
         geo::PlaneDetector::FromFile(std::string(KELVO_SOURCE_DIR "/detectors/") + name + ".toml");
     const LineByLine plain(detector);
-    MaterialAlong lanes = Along(detector), lines = Along(plain);
-    const bool cells = std::string(name) == "fine";
+    MaterialAlong mean = Along(detector), lines = Along(plain);
     for (double slope : {0., 1e-7, 0.03, -0.4, 1.7})
       for (double sig : {0.001, 0.4, 1.2}) {
         SCOPED_TRACE(testing::Message() << name << ", slope " << slope << ", sigma " << sig);
         const auto points = Through(detector, {0.3, -0.9}, {slope, -slope / 2}, sig);
-        for (MaterialAlong* along : {&lanes, &lines}) {
+        for (MaterialAlong* along : {&mean, &lines}) {
           along->Trace(points);
           along->TraceEnd(points.back(), {slope, -slope / 2}, 5, 0.5);
         }
-        ExpectSameMaterial(lanes, lines, cells);
+        ExpectSameMaterial(mean, lines);
       }
   }
+}
+
+/// What many lines cross between two points, shifted evenly within an interval that has the
+/// standard deviation of the points.
+struct ManyLines {
+  double fRadLen = 0, fMipLoss = 0, fVariance = 0; // means, and variance of the loss
+
+  ManyLines(const geo::PlaneDetector& detector, DetectorMaterials materials, const WayPoint& from,
+            const WayPoint& to) {
+    constexpr int kLines = 1000;
+    double squares = 0;
+    for (int i = 0; i < kLines; i++) {
+      const double place[] = {(i + 0.5) / kLines, std::fmod(i * 0.6180339887, 1)};
+      double p0[3] = {0, 0, from.fX[2]}, p1[3] = {0, 0, to.fX[2]};
+      for (std::size_t v = 0; v < 2; v++) {
+        const double shift = (place[v] - 0.5) * std::sqrt(12.);
+        p0[v] = from.fX[v] + shift * from.fSig[v];
+        p1[v] = to.fX[v] + shift * to.fSig[v];
+      }
+      const double perLength =
+          (p1[2] - p0[2]) / std::hypot(p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]);
+      double loss = 0;
+      for (const auto& part : geo::ThicknessBetweenPoints(detector, p0, p1)) {
+        fRadLen += part.fRadLengths * perLength / kLines;
+        loss += part.fLength * perLength * materials[materials.Index(part.fMaterial)].fMipLoss;
+      }
+      fMipLoss += loss / kLines;
+      squares += loss * loss / kLines;
+    }
+    fVariance = squares - fMipLoss * fMipLoss;
+  }
+};
+
+/// Planes of the fine detector from face to face, met at many places in a cell.
+class MeanOverCells : public testing::TestWithParam<std::pair<double, double>> {};
+
+TEST_P(MeanOverCells, IsThatOfManyLines) {
+  const auto [slope, sig] = GetParam();
+  const auto detector = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
+  MaterialAlong along = Along(detector);
+  constexpr int kPlaces = 40;
+  double radLen[2] = {}, mipLoss[2] = {}, variance[2] = {};
+  for (int i = 0; i < kPlaces; i++) {
+    const geo::ActivePlane& plane = detector.Planes()[10 + i % 2];
+    const double x = 4.05 * i / kPlaces, depth = plane.fZHigh - plane.fZLow;
+    const WayPoint from = {{x, -x, plane.fZLow}, {sig, sig}};
+    const WayPoint to = {{x + slope * depth, -x - slope * depth, plane.fZHigh}, {sig, sig}};
+    along.Trace({from, to});
+    const ManyLines lines(detector, along.Materials(), from, to);
+    const Gap& gap = along.Gaps()[0];
+    EXPECT_NEAR(gap.fMipLoss / lines.fMipLoss, 1, 1e-3);
+    radLen[0] += gap.fRadLen, radLen[1] += lines.fRadLen;
+    mipLoss[0] += gap.fMipLoss, mipLoss[1] += lines.fMipLoss;
+    variance[0] += gap.fVarMipLoss, variance[1] += lines.fVariance;
+  }
+  EXPECT_NEAR(radLen[0] / radLen[1], 1, 2e-3);
+  EXPECT_NEAR(mipLoss[0] / mipLoss[1], 1, 1e-3);
+  EXPECT_NEAR(std::sqrt(variance[0] / variance[1]), 1, 0.15);
+}
+
+INSTANTIATE_TEST_SUITE_P(MaterialAlong, MeanOverCells,
+                         testing::Values(std::pair{0., 0.3}, std::pair{0.02, 0.3},
+                                         std::pair{0.1, 0.3}, std::pair{-0.3, 0.3},
+                                         std::pair{0., 1.17}, std::pair{-0.02, 1.17},
+                                         std::pair{0.1, 1.17}, std::pair{0.3, 1.17}));
+
+TEST(MaterialAlong, PartsOfAPlaneHaveAllOfItsVarianceTogether) {
+  // A line that is in a wall in one half of a cell is in it in the other.
+  const auto detector = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
+  MaterialAlong along = Along(detector);
+  const geo::ActivePlane& plane = detector.Planes()[4];
+  const auto at = [](double z) { return WayPoint{{1, 0, z}, {1, 1}}; };
+  along.Trace({at(plane.fZLow), at(plane.fZHigh)});
+  const double all = along.Gaps()[0].fVarMipLoss;
+  EXPECT_GT(all, 0);
+  along.Trace({at(plane.fZLow), at(plane.ZMid() - 1), at(plane.fZHigh)});
+  EXPECT_NEAR((along.Gaps()[0].fVarMipLoss + along.Gaps()[1].fVarMipLoss) / all, 1, kRounding);
+}
+
+TEST(MaterialAlong, NearTheEndOfCellsLinesAreFollowedOneByOne) {
+  const auto detector = geo::PlaneDetector::FromFile(KELVO_SOURCE_DIR "/detectors/fine.toml");
+  const LineByLine plain(detector);
+  MaterialAlong mean = Along(detector), lines = Along(plain);
+  const auto points = Through(detector, {69.9, 0}, {0, 0}, 0.3); // 70 is the end of cells along x
+  for (MaterialAlong* along : {&mean, &lines}) {
+    along->Trace(points);
+    along->TraceEnd(points.back(), {0, 0}, 5, 0.5);
+  }
+  ExpectSameMaterial(mean, lines);
 }
 
 } // namespace
