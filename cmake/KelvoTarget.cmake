@@ -6,7 +6,7 @@ set(KELVO_SANITIZE "" CACHE STRING "Sanitizers for our own code, such as address
 get_target_property(KELVO_ROOT_LIBRARY ROOT::Core LOCATION)
 get_filename_component(KELVO_ROOT_LIBDIR ${KELVO_ROOT_LIBRARY} DIRECTORY)
 
-# In a Python wheel libraries and command find those of ROOT's wheel beside it, wherever both are
+# In a Python wheel libraries and program find those of ROOT's wheel beside it, wherever both are
 # installed.
 if(SKBUILD AND KELVO_ROOT_IS_WHEEL)
   set(KELVO_RUN_PATH "$ORIGIN;$ORIGIN/../lib;$ORIGIN/../../ROOT/lib")

@@ -3,6 +3,7 @@
 #include "matter/Material.h"
 #include "track/Materials.h"
 #include "track/PathKinematics.h"
+#include "util/Text.h"
 
 #include <cstring>
 
@@ -39,6 +40,10 @@ std::vector<std::string> ArrayCalls::MaterialNames() {
   std::vector<std::string> names = MaterialsWithTable();
   for (const std::string& name : matter::MaterialNames()) names.push_back(name);
   return names;
+}
+
+std::string ArrayCalls::OtherNames(const std::string& name) {
+  return Joined(matter::EverydayNames(name));
 }
 
 void ArrayCalls::MaterialNumbers(const std::string& name, double* out) {

@@ -68,6 +68,8 @@ struct ArrayCalls {
 
   /// Returns the names of all materials: those with the library's own table, then the published.
   static std::vector<std::string> MaterialNames();
+  /// Returns the everyday names of a material, with commas between them.
+  static std::string OtherNames(const std::string& name);
   /// @param out receives density [g/cm3], radiation length [g/cm2] and mean excitation energy [eV]
   static void MaterialNumbers(const std::string& name, double* out);
 

@@ -12,6 +12,7 @@
 #pragma link C++ struct kelvo::LineFitCalls<kelvo::Lutz>-;
 #pragma link C++ struct kelvo::LineFitCalls<kelvo::KinkSmoother>-;
 #pragma link C++ struct kelvo::ArrayCalls-;
+#pragma link C++ class kelvo::FitArrays-;
 #pragma link C++ enum kelvo::HitLayout;
 #pragma link C++ class kelvo::HitArrays-;
 

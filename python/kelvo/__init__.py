@@ -7,14 +7,17 @@ and the classes under their own names, with NumPy arrays in and out. Lengths in 
 momenta in GeV/c, angles in rad. ROOT is loaded at the first use, not by the import.
 """
 
+from ._pictures import Picture
 from ._root import version
 from .detector import ActivePlane, MaterialThickness, PlaneDetector
 from .errors import Error, ErrorCode, FitWarning
 from .fitter import HypothesisFit, TrackFit, TrackFitter
 from .frame import define_fit
+from .histograms import Histograms, histograms
 from .hits import HitList3D
 from .line_fits import KinkPoint, KinkResidual, KinkSmoother, KinkStatus, LineFit, Lutz
 from .options import TrackFitOptions
+from .pages import SimulatedTracks, dedx, display, materials, report, simulate, write_fits
 from .track import Kinematics, Path, ScatteringSurfaces, TrackBasis, dEdxTable
 from .summaries import FitSummary, HypothesisSummary, summary
 from .tracks import fit_tracks
@@ -25,6 +28,7 @@ __all__ = [
     "ErrorCode",
     "FitSummary",
     "FitWarning",
+    "Histograms",
     "HitList3D",
     "HypothesisFit",
     "HypothesisSummary",
@@ -37,16 +41,25 @@ __all__ = [
     "Lutz",
     "MaterialThickness",
     "Path",
+    "Picture",
     "PlaneDetector",
     "ScatteringSurfaces",
+    "SimulatedTracks",
     "TrackBasis",
     "TrackFit",
     "TrackFitOptions",
     "TrackFitter",
     "dEdxTable",
+    "dedx",
     "define_fit",
+    "display",
     "fit_tracks",
+    "histograms",
+    "materials",
+    "report",
+    "simulate",
     "summary",
+    "write_fits",
 ]
 
 __version__: str

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import functools
 import importlib
-from typing import Any, Callable
+from typing import Any, Callable, Sequence
 
 import numpy as np
 import numpy.typing as npt
@@ -95,6 +95,24 @@ def _to_pandas(pd: Any, pa: Any, columns: dict[str, Column], attrs: dict[str, An
     frame = pd.DataFrame(series, copy=False)
     frame.attrs.update(attrs)
     return frame
+
+
+def arrays_of_rows(rows: Sequence[Any], types: dict[str, tuple[str, bool]]) -> dict[str, Flat]:
+    """Returns the same for objects that have the columns as attributes; what they lack is 0."""
+    found = {}
+    for name, (kind, is_list) in types.items():
+        values: Any = [getattr(row, name, 0) for row in rows]
+        offsets: Any = None
+        if is_list:
+            parts: list[Any] = [_of_text(v) if isinstance(v, str) else v for v in values]
+            values = np.concatenate(parts)
+            offsets = np.cumsum([0, *map(len, parts)])
+        found[name] = _of_type(kind, values, offsets)
+    return found
+
+
+def _of_text(text: str) -> npt.NDArray[np.uint8]:
+    return np.frombuffer(text.encode(), np.uint8)
 
 
 def arrays_of(fits: Any, types: dict[str, tuple[str, bool]]) -> dict[str, Flat]:

@@ -23,6 +23,12 @@ def pdg_codes() -> dict[str, int]:
     return {str(particle.fName): int(particle.fPDG) for particle in cpp().Particles()}
 
 
+@functools.cache
+def masses() -> dict[str, float]:
+    """Returns the masses [GeV] by name."""
+    return {str(particle.fName): float(particle.fMass) for particle in cpp().Particles()}
+
+
 def pdg_code(name: str, hypothesis: Hypothesis) -> int:
     """Returns the PDG code of what an option names."""
     if isinstance(hypothesis, str):

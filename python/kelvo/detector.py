@@ -8,6 +8,8 @@ from typing import Any, NamedTuple, Union
 import numpy as np
 
 from ._arrays import Floats, file_name, floats, number, text
+from ._html import paragraph
+from ._pictures import draw_detector, drawn_or_nothing
 from ._root import call, cpp, root
 from .errors import Error
 
@@ -63,6 +65,11 @@ class PlaneDetector:
 
     def __reduce__(self) -> tuple[type[PlaneDetector], tuple[str]]:
         return type(self), (self.Text(),)
+
+    def _repr_html_(self) -> str:
+        planes = f"{len(self.Planes())} planes; {', '.join(self.MaterialNames())}"
+        picture = drawn_or_nothing(lambda: draw_detector(self.Text()))
+        return paragraph(f"{self.Name()}: {planes}") + picture
 
     def Name(self) -> str:
         """Returns the name given in the file."""

@@ -10,11 +10,14 @@ import numpy.typing as npt
 
 from ._arrays import Floats, floats
 from ._columns import views
+from ._html import table
+from ._pictures import drawn_or_nothing
 from ._root import call, cpp, root
 from .detector import DetectorLike, PlaneDetector, cpp_detector
 from .errors import Error, shown
 from .hits import HitList3D
-from .options import TrackFitOptions
+from .options import TrackFitOptions, about
+from .pages import display
 
 Singles = npt.NDArray[np.float32]
 
@@ -92,6 +95,13 @@ class TrackFit:
     """The fit of one track under each hypothesis, in the order of the options."""
 
     hypotheses: tuple[HypothesisFit, ...]
+    #: detector, options and version of the fit, as plain data
+    attrs: dict[str, Any] = dataclasses.field(default_factory=dict, repr=False)
+
+    def _repr_html_(self) -> str:
+        names = ("pdg", "status", "best", "n_x", "n_y", "p", "sig_p", "prob", "prob_hypothesis")
+        rows = [[getattr(h, name) for name in names] for h in self.hypotheses]
+        return table(names, rows) + drawn_or_nothing(lambda: display(self))
 
     @property
     def best(self) -> HypothesisFit | None:
@@ -117,6 +127,7 @@ class TrackFitter:
         self._options = options
         made = options._to_cpp()
         self._cpp: Any = call(cpp().ArrayCalls.MakeFitter, self._detector.Geometry(), made)
+        self._about = about(self._detector, made)
 
     def __reduce__(self) -> tuple[type[TrackFitter], tuple[PlaneDetector, TrackFitOptions]]:
         if not self._detector.Planes():
@@ -134,13 +145,12 @@ class TrackFitter:
         """
         if not isinstance(hits, HitList3D):
             raise Error(f"hits is a {type(hits).__name__}; TrackFitter.Fit takes a kelvo.HitList3D")
-        columns = call(cpp().FitOneTrack, self._cpp, hits._cpp, _charges(q, len(hits)))
-        table = views(columns, columns)
+        made = call(cpp().FitOneTrack, self._cpp, hits._cpp, _charges(q, len(hits)))
+        columns = views(made, made)
         names = [field.name for field in dataclasses.fields(HypothesisFit)]
-        rows = range(columns.Rows())
-        return TrackFit(
-            tuple(HypothesisFit(*(_value(*table[name], row) for name in names)) for row in rows)
-        )
+        rows = range(made.Rows())
+        fits = (HypothesisFit(*(_value(*columns[name], row) for name in names)) for row in rows)
+        return TrackFit(tuple(fits), self._about)
 
 
 def _charges(q: Floats | None, n: int) -> Any:

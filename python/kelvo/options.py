@@ -9,7 +9,7 @@ from typing import Any, Callable, Literal, Sequence, TypeVar
 
 from ._arrays import is_whole, listed, number, truth
 from ._particles import Hypothesis, pdg_code
-from ._root import PYTHON_NAMES, cpp, root
+from ._root import PYTHON_NAMES, cpp, root, version
 from .errors import Error, shown
 
 Function = TypeVar("Function", bound=Callable[..., Any])
@@ -63,9 +63,16 @@ class TrackFitOptions:
         return options
 
 
-def plain_options(options: Any) -> dict[str, Any]:
-    """Returns a kelvo::TrackFitOptions of C++ as numbers, texts and lists by name, as files of fits
-    keep them."""
+def about(detector: Any, options: Any) -> dict[str, Any]:
+    """Returns what is kept beside fits, as numbers, texts, lists and dicts.
+
+    detector, options: geo::Detector and kelvo::TrackFitOptions of C++
+    """
+    text, used = str(detector.Text()), _plain_options(options)
+    return {"detector": text, "options": used, "version": version()}
+
+
+def _plain_options(options: Any) -> dict[str, Any]:
     members = {member.lower(): member for member in dir(options)}
     named = {f.name: members[_in_small_letters(f.name)] for f in dataclasses.fields(TrackFitOptions)}
     made = {name: getattr(options, member) for name, member in named.items()}

@@ -5,6 +5,7 @@ from __future__ import annotations
 import dataclasses
 from typing import Any, Mapping
 
+from ._html import paragraph, table
 from .errors import Error
 
 
@@ -62,17 +63,14 @@ class FitSummary:
         return {**made, "hypotheses": [dict(vars(h)) for h in self.hypotheses]}
 
     def _repr_html_(self) -> str:
-        rows = "".join(
-            f"<tr><td>{h.pdg}</td><td>{h.fitted:,}</td><td>{h.best:,}</td>"
-            f"<td>{h.median_chi2_per_ndf:.4g}</td></tr>"
-            for h in self.hypotheses
-        )
-        return (
-            f"<p>{self.fitted:,} of {self.tracks:,} tracks are fitted, {self.hits:,} hits; "
+        told = (
+            f"{self.fitted:,} of {self.tracks:,} tracks are fitted, with {self.hits:,} hits; "
             f"{self.left:,} leave the detector; {self.problem_count:,} problems; "
-            f"{self.seconds:.1f} s</p><table><tr><th>pdg</th><th>fitted</th><th>best</th>"
-            f"<th>median &chi;&sup2;/ndf</th></tr>{rows}</table>"
+            f"{self.seconds:.1f} s"
         )
+        doubts = "".join(map(paragraph, self.doubts + self.problems[:3]))
+        names = ("pdg", "fitted", "best", "median of chi-square per degree of freedom")
+        return paragraph(told) + doubts + table(names, map(dataclasses.astuple, self.hypotheses))
 
 
 def _listed(value: Any) -> Any:

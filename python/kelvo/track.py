@@ -9,7 +9,8 @@ import numpy as np
 from ._arrays import (
     FloatOrFloats, Floats, count, each, floats, index, is_number, listed, number, output, text
 )  # fmt: skip
-from ._particles import pdg_codes
+from ._html import paragraph, table
+from ._particles import masses, pdg_codes
 from ._root import NotCopied, call, cpp, root
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, ErrorCode, shown
@@ -252,6 +253,12 @@ class dEdxTable:
 
     def __reduce__(self) -> tuple[type[dEdxTable], tuple[str]]:
         return type(self), (self._material,)
+
+    def _repr_html_(self) -> str:
+        T = np.array([1e-3, 1e-2, 0.1, 1.0, 10.0, 100.0])
+        losses = [self(T, mass).tolist() for mass in masses().values()]
+        head = ["T [GeV]", *(f"{name} [GeV/cm]" for name in masses())]
+        return paragraph(f"Energy loss in {self._material}") + table(head, zip(T.tolist(), *losses))
 
     def __call__(self, T: FloatOrFloats, M: float) -> Any:
         """Returns the loss [GeV/cm] at one kinetic energy or an array of them, for a mass M

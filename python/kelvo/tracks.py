@@ -13,11 +13,11 @@ import numpy as np
 from ._arrays import count, is_whole, number, text, truth
 from ._columns import OUTPUTS, views
 from ._inputs import factorized, normal_form, with_tracks_together
-from ._root import call, column_names, cpp, strings, version
+from ._root import call, column_names, cpp, strings
 from ._progress import Progress, shown_progress
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, FitWarning, shown
-from .options import TrackFitOptions, plain_options, takes_fit_options
+from .options import TrackFitOptions, about, takes_fit_options
 from .summaries import FitSummary, from_cpp
 
 Files = Union[str, "os.PathLike[str]", Sequence[Union[str, "os.PathLike[str]"]]]
@@ -92,13 +92,8 @@ def fit_tracks(
     summary = from_cpp(table.Summary())
     for sentence in _told(summary):
         warnings.warn(FitWarning(sentence), stacklevel=2)
-    about = {
-        "summary": summary._plain(),
-        "options": {**plain_options(options.fFit), "charge_scale": summary.charge_scale},
-        "detector": str(geometry.Text()),
-        "version": version(),
-    }
-    return _with_keys(convert(views(table, table.Columns()), about), keys, output)
+    attrs = {**about(geometry, options.fFit), "summary": summary._plain()}
+    return _with_keys(convert(views(table, table.Columns()), attrs), keys, output)
 
 
 def _run_options(fit_options: Mapping[str, Any], threads: Any, vectors: Any, limit: Any) -> Any:
