@@ -22,6 +22,7 @@ struct Command {
 /// One function per subcommand; each adds its options to the program's.
 /// @param commandLine is kept with the fits
 Command MakeFitCommand(CLI::App& program, const std::string& commandLine);
+Command MakeMergeCommand(CLI::App& program, const std::string& commandLine);
 Command MakeSimulateCommand(CLI::App& program);
 Command MakeDetectorCommand(CLI::App& program);
 Command MakeDisplayCommand(CLI::App& program);

@@ -6,6 +6,7 @@
 #include "io/FitReader.h"
 #include "io/PendingFile.h"
 #include "run/FitFile.h"
+#include "util/AllowedThreads.h"
 #include "util/Particles.h"
 #include "util/Text.h"
 
@@ -17,7 +18,6 @@
 #include <limits>
 #include <memory>
 #include <stdexcept>
-#include <thread>
 
 namespace kelvo::app {
 
@@ -98,6 +98,10 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("--threads", a.fFile.fThreads, "Threads to use; the result does not depend on it")
       ->check(WholeNumberWithin(1, 1024))
       ->capture_default_str();
+  fit.add_option("--first", a.fFile.fFirst,
+                 "Leave out so many tracks at the beginning; with --limit a part of the work, and "
+                 "'kelvo merge' joins the parts")
+      ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   fit.add_option("--limit", a.fFile.fLimit, "Stop after so many tracks (0: fit all)")
       ->check(WholeNumberWithin(0, std::numeric_limits<std::uint64_t>::max()));
   fit.add_flag("--strict", a.fFile.fStrict,
@@ -363,7 +367,7 @@ Command MakeFitCommand(CLI::App& program, const std::string& commandLine) {
   fit->footer(kExamples);
   auto arguments = std::make_shared<FitArguments>();
   arguments->fFile.fCommand = commandLine;
-  arguments->fFile.fThreads = std::max(1u, std::thread::hardware_concurrency());
+  arguments->fFile.fThreads = util::AllowedThreads();
   Register(*fit, *arguments);
   return {fit, [arguments] { return Run(*arguments); }};
 }

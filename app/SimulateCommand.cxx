@@ -3,6 +3,7 @@
 #include "io/FileNames.h"
 #include "io/SimulationWriter.h"
 #include "run/SimulationFile.h"
+#include "util/AllowedThreads.h"
 #include "util/Particles.h"
 #include "util/Text.h"
 
@@ -11,7 +12,6 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 
 namespace kelvo::app {
 
@@ -250,7 +250,7 @@ Command MakeSimulateCommand(CLI::App& program) {
       "simulate", "Simulates tracks in a detector and writes their hits and their truth.");
   simulate->footer(kExamples);
   auto arguments = std::make_shared<SimulateArguments>();
-  arguments->fFile.fThreads = std::max(1u, std::thread::hardware_concurrency());
+  arguments->fFile.fThreads = util::AllowedThreads();
   Register(*simulate, *arguments);
   return {simulate, [simulate, arguments] { return Run(*simulate, *arguments); }};
 }

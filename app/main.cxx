@@ -40,8 +40,10 @@ int Run(int argc, char** argv) {
       "kelvo"};
   program.set_version_flag("--version", "kelvo " KELVO_VERSION);
   program.require_subcommand(1);
+  const std::string commandLine = kelvo::app::CommandLine(argc, argv);
   const std::vector<kelvo::app::Command> commands{
-      kelvo::app::MakeFitCommand(program, kelvo::app::CommandLine(argc, argv)),
+      kelvo::app::MakeFitCommand(program, commandLine),
+      kelvo::app::MakeMergeCommand(program, commandLine),
       kelvo::app::MakeSimulateCommand(program),
       kelvo::app::MakeDetectorCommand(program),
       kelvo::app::MakeReportCommand(program),

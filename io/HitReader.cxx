@@ -51,6 +51,13 @@ void TrackHits::AddProblem(const std::string& sentence) {
   if (fProblems.size() < kProblemsKept) fProblems.push_back(sentence);
 }
 
+unsigned long long HitSource::Skip(unsigned long long tracks) {
+  TrackHits track;
+  unsigned long long skipped = 0;
+  while (skipped < tracks && Next(track)) skipped++;
+  return skipped;
+}
+
 HitReaderOptions::HitReaderOptions() = default;
 
 HitReader::HitReader(std::vector<std::string> files, HitReaderOptions options)
@@ -62,12 +69,25 @@ HitReader::HitReader(std::vector<std::string> files, HitReaderOptions options)
 HitReader::~HitReader() = default;
 
 bool HitReader::Next(TrackHits& track) {
-  for (;;) {
+  do {
     if (fSource && fSource->Next(track)) return true;
-    fSource.reset();
-    if (fNext == fFiles.size()) return false;
-    fSource = Open(fFiles[fNext++], fOptions);
-  }
+  } while (OpenNext());
+  return false;
+}
+
+unsigned long long HitReader::Skip(unsigned long long tracks) {
+  unsigned long long skipped = 0;
+  do {
+    if (fSource) skipped += fSource->Skip(tracks - skipped);
+  } while (skipped < tracks && OpenNext());
+  return skipped;
+}
+
+bool HitReader::OpenNext() {
+  fSource.reset();
+  if (fNext == fFiles.size()) return false;
+  fSource = Open(fFiles[fNext++], fOptions);
+  return true;
 }
 
 double HitReader::Fraction() const {

@@ -48,6 +48,9 @@ public:
   virtual ~HitSource() = default;
   /// Gives the next track. @return false at the end. @throw FileError
   virtual bool Next(TrackHits& track) = 0;
+  /// Leaves out the next tracks, good or bad, or those that there are if fewer. @return how many.
+  /// @throw FileError
+  virtual unsigned long long Skip(unsigned long long tracks);
   /// Returns which fraction of all has been read, 0 to 1.
   virtual double Fraction() const = 0;
 };
@@ -92,12 +95,17 @@ public:
   /// @throw FileError for a file that is no table of hits or that cannot be read to its end
   bool Next(TrackHits& track) override;
 
+  /// Leaves out tracks; of a ROOT file without reading them.
+  unsigned long long Skip(unsigned long long tracks) override;
+
   /// Returns which fraction of all files has been read, 0 to 1; files count by their sizes.
   double Fraction() const override;
 
   const std::vector<std::string>& Files() const { return fFiles; }
 
 private:
+  bool OpenNext();
+
   std::vector<std::string> fFiles;
   HitReaderOptions fOptions;
   std::vector<double> fSizes; // of the files [bytes]

@@ -74,6 +74,13 @@ public:
     return true;
   }
 
+  unsigned long long Skip(unsigned long long tracks) override {
+    const auto left = static_cast<unsigned long long>(fEntries - fEntry);
+    const unsigned long long skipped = std::min(tracks, left);
+    fEntry += static_cast<long long>(skipped);
+    return skipped;
+  }
+
   double Fraction() const override {
     return fEntries == 0 ? 0 : static_cast<double>(fEntry) / static_cast<double>(fEntries);
   }

@@ -62,6 +62,7 @@ std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   for (const double fraction : used.fFractions)
     fractions += (fractions.empty() ? "" : ", ") + ExactNumber(fraction);
   if (!fractions.empty()) add("fractions", "[" + fractions + "]");
+  add("first", std::to_string(options.fFirst));
   add("limit", std::to_string(options.fLimit));
   return text;
 }

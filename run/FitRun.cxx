@@ -23,8 +23,17 @@ void CheckMaterials(const geo::Detector& detector, const TrackFitOptions& option
                               "momentum");
 }
 
+namespace {
+
+HitSource& Skipped(HitSource& hits, unsigned long long tracks) {
+  hits.Skip(tracks);
+  return hits;
+}
+
+} // namespace
+
 FitRun::FitRun(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)
-    : fHits(hits),
+    : fHits(Skipped(hits, options.fFirst)),
       fLimit(options.fLimit),
       fTally(options.fFit.fHypotheses),
       fBlocks([this](TrackHits& track) { return Next(track); }, MakeFitter(detector, options.fFit),

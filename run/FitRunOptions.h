@@ -9,6 +9,7 @@ struct FitRunOptions {
   TrackFitOptions fFit;
   bool fScalarsOnly = false;     ///< leave out the columns of vectors
   unsigned fThreads = 1;         ///< does not change the result
+  unsigned long long fFirst = 0; ///< number of tracks at the beginning that are left out
   unsigned long long fLimit = 0; ///< number of tracks after which to stop; 0: all
 };
 

@@ -4,6 +4,7 @@
 #include "io/FitReader.h"
 #include "run/FitFile.h"
 #include "test/support/BundledDetector.h"
+#include "test/support/FitsFiles.h"
 #include "test/support/TempFolder.h"
 
 #include <gtest/gtest.h>
@@ -45,34 +46,17 @@ std::string ErrorOf(const kelvo::FitFileOptions& options,
   return "no error";
 }
 
-/// All that a file holds, entry by entry, to the last bit.
-std::string Content(const std::string& name) {
-  kelvo::FitReader fits(name);
-  std::ostringstream text;
-  text << std::hexfloat;
-  for (long long i = 0; i < fits.Entries(); i++) {
-    const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kAll);
-    kelvo::VisitScalars([&](const char*, auto member) { text << ' ' << row.*member; });
-    kelvo::VisitVectors([&](const char*, auto member) {
-      for (const auto& value : row.*member) text << ' ' << value;
-      text << ',';
-    });
-    text << '\n';
-  }
-  return text.str();
-}
-
 TEST(FitFile, GivesTheSameContentForAnyNumberOfThreads) {
   const test::TempFolder folder;
   auto options = Options(folder);
   kelvo::FitFile(Detector(), options);
-  const std::string content = Content(options.fOutput);
+  const std::string content = test::Content(options.fOutput);
   const std::string csv = folder.Read("fits.csv");
   EXPECT_GT(content.size(), 1000u);
   for (const unsigned threads : {2u, 5u}) {
     options.fThreads = threads;
     kelvo::FitFile(Detector(), options);
-    EXPECT_TRUE(Content(options.fOutput) == content) << threads;
+    EXPECT_TRUE(test::Content(options.fOutput) == content) << threads;
     EXPECT_TRUE(folder.Read("fits.csv") == csv) << threads;
   }
 }

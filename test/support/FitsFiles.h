@@ -1,8 +1,10 @@
 #pragma once
 
+#include "io/FitReader.h"
 #include "io/FitWriter.h"
 
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,23 @@ inline std::string WriteRows(const std::string& name, const std::vector<kelvo::F
   writer.Close();
   file.Commit();
   return name;
+}
+
+/// All that a file holds, entry by entry, to the last bit.
+inline std::string Content(const std::string& name) {
+  kelvo::FitReader fits(name);
+  std::ostringstream text;
+  text << std::hexfloat;
+  for (long long i = 0; i < fits.Entries(); i++) {
+    const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kAll);
+    kelvo::VisitScalars([&](const char*, auto member) { text << ' ' << row.*member; });
+    kelvo::VisitVectors([&](const char*, auto member) {
+      for (const auto& value : row.*member) text << ' ' << value;
+      text << ',';
+    });
+    text << '\n';
+  }
+  return text.str();
 }
 
 } // namespace test
