@@ -29,7 +29,7 @@ std::string Hits(const test::TempFolder& folder) {
   std::string text = "track,view,u,z,sigu\n";
   kelvo::TrackHits track;
   for (unsigned long long i = 0; i < kTracks && reader.Next(track); i++)
-    for (const Hit3D& hit : track.fHits) {
+    for (const kelvo::Hit3D& hit : track.fHits) {
       const bool isX = hit.fView == geo::kX;
       text += std::to_string(track.fTrack) + (isX ? ",X," : ",Y,") +
               std::to_string(isX ? hit.fX : hit.fY) + "," + std::to_string(hit.fZ) + ",0.3\n";
