@@ -67,14 +67,19 @@ std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
 /// What takes more of a slab in one place takes less in another: by the difference of the first
 /// material and the mean of all others.
 [[gnu::always_inline]] inline MaterialAlong::Mixture MaterialAlong::Mix(const geo::MeanSlab& slab) {
-  double radLen = 0, mipLoss = 0;
-  for (std::size_t k = 0; k < slab.fN; k++) {
-    const MetMaterial& met = fMet[Meet(slab.fMaterial[k])];
-    radLen += slab.fFraction[k] * met.fRadLen;
-    mipLoss += slab.fFraction[k] * met.fMipLoss;
+  const std::size_t first = Meet(slab.fMaterial[0]);
+  const double firstLoss = fMet[first].fMipLoss;
+  Mixture mixture{
+      {first}, slab.fFraction[0] * fMet[first].fRadLen, slab.fFraction[0] * firstLoss, 0};
+  for (std::size_t k = 1; k < slab.fN; k++) {
+    const std::size_t place = Meet(slab.fMaterial[k]);
+    mixture.fMet[k] = place;
+    mixture.fRadLen += slab.fFraction[k] * fMet[place].fRadLen;
+    mixture.fMipLoss += slab.fFraction[k] * fMet[place].fMipLoss;
   }
-  const double change = mipLoss - fMet[Meet(slab.fMaterial[0])].fMipLoss;
-  return {radLen, mipLoss, change * change * slab.fVariance * (slab.fEnd - slab.fBegin)};
+  const double change = mixture.fMipLoss - firstLoss;
+  mixture.fVarMipLoss = change * change * slab.fVariance * (slab.fEnd - slab.fBegin);
+  return mixture;
 }
 
 /// Adds what of a slab lies between two z. Its variance is that of the slab as a whole, of which
@@ -85,7 +90,7 @@ std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
                                                       const Lanes& crossings) {
   const double length = end - begin, all = length * Sum(crossings);
   for (std::size_t k = 0; k < slab.fN; k++)
-    fThickness[Meet(slab.fMaterial[k]) * fSums.size() + gap] += all * slab.fFraction[k];
+    fThickness[mixture.fMet[k] * fSums.size() + gap] += all * slab.fFraction[k];
   Sums& sums = fSums[gap];
   sums.fLoss += crossings * (length * mixture.fMipLoss);
   sums.fVarLoss += length * mixture.fVarMipLoss;

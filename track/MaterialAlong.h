@@ -95,8 +95,9 @@ private:
   };
   /// What lies in a slab.
   struct Mixture {
-    double fRadLen, fMipLoss; // per length
-    double fVarMipLoss;       // of what is lost in all of it, from place to place, per length
+    std::array<std::size_t, 3> fMet; // places in that list
+    double fRadLen, fMipLoss;        // per length
+    double fVarMipLoss; // of what is lost in all of it, from place to place, per length
   };
   template <class Visit>
   void FollowLines(const WayPoint& from, const WayPoint& to, Visit&& visit);
