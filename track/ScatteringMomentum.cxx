@@ -63,6 +63,7 @@ void ScatteringMomentum::Load(const std::vector<ScatteringPlane>& planes,
   fCells = cells;
   fPlanes = &planes;
   fStretch = &stretch;
+  FindWay();
   for (std::size_t v = 0; v < 2; v++) SetUp(fView[v], v);
 }
 
@@ -98,37 +99,56 @@ void ScatteringMomentum::SetUp(View& view, std::size_t index) {
   }
 }
 
-/// Energy, and by ln p with dE/dx after and before each layer in proportion.
+/// Finds how much of the material that takes most energy would take the place of all that lies on
+/// the way to each hit, by the losses of minimum-ionising particles: these are right to some
+/// percent in proportion to each other at any energy, and momentum is not known as well.
+void ScatteringMomentum::FindWay() {
+  const std::vector<Gap>& gaps = fMaterial.Gaps();
+  const DetectorMaterials& materials = fMaterial.Materials();
+  fLosses.clear();
+  for (const Gap& gap : gaps)
+    for (const Layer* layer = fMaterial.Layers(gap); layer != fMaterial.Layers(gap) + gap.fN;
+         layer++) {
+      const MaterialData& data = materials[layer->fMaterial];
+      auto sum = std::find_if(fLosses.begin(), fLosses.end(),
+                              [&data](const Loss& l) { return l.fIn == &data; });
+      if (sum == fLosses.end()) sum = fLosses.insert(sum, {&data, 0});
+      sum->fLoss += layer->fThickness * data.fMipLoss;
+    }
+  const auto most =
+      std::max_element(fLosses.begin(), fLosses.end(),
+                       [](const Loss& a, const Loss& b) { return a.fLoss < b.fLoss; });
+  fMain = most == fLosses.end() ? nullptr : most->fIn;
+  fWay.assign(1, 0);
+  for (std::size_t i = 0; i < gaps.size(); i++)
+    fWay.push_back(fWay.back() + (fMain ? gaps[i].fMipLoss / fMain->fMipLoss * (*fStretch)[i] : 0));
+}
+
+/// Energy, and by ln p with dE/dx there and at the first hit in proportion.
 void ScatteringMomentum::FindEnergies(double p) {
   constexpr double kLeast =
       0.01; // of the first energy, what a particle that would stop goes on with
-  const std::vector<Gap>& gaps = fMaterial.Gaps();
   const double first = p * p / (std::hypot(p, fMass) + fMass);
   const double byLog = p * p / std::hypot(p, fMass);
-  double T = first, derivative = byLog;
-  fBetaP2.resize(gaps.size() + 1);
-  fSlope.resize(gaps.size() + 1);
-  for (std::size_t i = 0; i <= gaps.size(); i++) {
-    if (i > 0) {
-      const Gap& gap = gaps[i - 1];
-      const Layer* layers = fMaterial.Layers(gap);
-      for (std::size_t k = 0; k < gap.fN; k++) {
-        const matter::RangeTable& table =
-            fMaterial.Materials()[layers[k].fMaterial].fTables[fParticle];
-        const double left = table.Range(T) - layers[k].fThickness * (*fStretch)[i - 1];
-        const double before = table.Loss(T);
-        T = left > 0 ? table.Energy(left) : 0;
-        if (!(T > kLeast * first)) {
-          T = kLeast * first;
-          derivative = kLeast * byLog;
-          break;
-        }
-        derivative *= table.Loss(T) / before;
-      }
+  fT.assign(fWay.size(), first);
+  fByLog.assign(fWay.size(), byLog);
+  if (fMain) {
+    const matter::RangeTable& table = fMain->fTables[fParticle];
+    const double range = table.Range(first), perLoss = byLog / table.Loss(first);
+    for (std::size_t i = 1; i < fWay.size(); i++) {
+      const double left = range - fWay[i];
+      const double T = left > 0 ? table.Energy(left) : 0;
+      const bool moves = T > kLeast * first;
+      fT[i] = moves ? T : kLeast * first;
+      fByLog[i] = moves ? perLoss * table.Loss(T) : kLeast * byLog;
     }
-    const double E = T + fMass;
-    fBetaP2[i] = BetaP2(T, fMass);
-    fSlope[i] = 2 * std::sqrt(fBetaP2[i]) * (1 + fMass * fMass / (E * E)) * derivative;
+  }
+  fBetaP2.resize(fWay.size());
+  fSlope.resize(fWay.size());
+  for (std::size_t i = 0; i < fWay.size(); i++) {
+    const double E = fT[i] + fMass;
+    fBetaP2[i] = BetaP2(fT[i], fMass);
+    fSlope[i] = 2 * std::sqrt(fBetaP2[i]) * (1 + fMass * fMass / (E * E)) * fByLog[i];
   }
 }
 

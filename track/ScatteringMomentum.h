@@ -118,6 +118,12 @@ private:
     std::vector<std::array<double, 4>> fK; // row i: with i and i - 1, and derivatives by ln p
   };
 
+  /// What a minimum-ionising particle loses in a material along the track [GeV].
+  struct Loss {
+    const MaterialData* fIn;
+    double fLoss;
+  };
+
   /// A likelihood as a function of x, the logarithm of the momentum without what is lost on the
   /// way: scattering changes with x as with ln p of a particle that loses nothing.
   struct Tried {
@@ -135,6 +141,7 @@ private:
   double End(double target) const;
   double Between(double a, double b, double part, double power) const;
   void SetUp(View& view, std::size_t index);
+  void FindWay();
   void FindEnergies(double p);
   void FindWidths();
   Point Evaluate(double x);
@@ -146,7 +153,11 @@ private:
   const std::vector<double>* fStretch = nullptr;
   std::array<View, 2> fView;
   const std::vector<ScatteringPlane>* fPlanes = nullptr;
-  std::vector<double> fBetaP2, fSlope;        // at each hit, and its derivative by ln p
+  const MaterialData* fMain = nullptr; // of the materials on the way; null: none takes energy
+  std::vector<Loss> fLosses;
+  std::vector<double> fWay;            // to each hit, if all were that material [cm]
+  std::vector<double> fT, fByLog;      // energy at each hit [GeV], and its derivative by ln p
+  std::vector<double> fBetaP2, fSlope; // at each hit, and its derivative by ln p
   std::vector<double> fVariance, fDerivative; // of each plane's angle, and by ln p
   bool fCells = false;
   double fLost = 0;                            // p = fLost + exp(x) [GeV/c]
