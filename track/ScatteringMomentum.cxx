@@ -12,9 +12,11 @@ namespace {
 constexpr double kLowEnd = 1, kHighEnd = -1; // deviates of the score at the ends of the interval
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-/// A number that depends on e as c0 + c1 e + c2 e^2 + c3 e^3.
+using Pair = Lanes::Pair; // of both views
+
+/// Numbers that depend on e as c0 + c1 e + c2 e^2 + c3 e^3.
 struct Series {
-  double c0 = 0, c1 = 0, c2 = 0, c3 = 0;
+  Pair c0{}, c1{}, c2{}, c3{};
 };
 
 Series operator-(const Series& a, const Series& b) {
@@ -26,11 +28,45 @@ Series operator*(const Series& a, const Series& b) {
           a.c0 * b.c3 + a.c1 * b.c2 + a.c2 * b.c1 + a.c3 * b.c0};
 }
 
+Series operator*(const Pair& a, const Series& b) {
+  return {a * b.c0, a * b.c1, a * b.c2, a * b.c3};
+}
+
 Series Inverse(const Series& a) {
-  const double r0 = 1 / a.c0;
-  const double r1 = -r0 * (a.c1 * r0);
-  const double r2 = -r0 * (a.c1 * r1 + a.c2 * r0);
+  const Pair r0 = 1 / a.c0;
+  const Pair r1 = -r0 * (a.c1 * r0);
+  const Pair r2 = -r0 * (a.c1 * r1 + a.c2 * r0);
   return {r0, r1, r2, -r0 * (a.c1 * r2 + a.c2 * r1 + a.c3 * r0)};
+}
+
+/// Returns a covariance of the hits of both views together with that of the kinks of each.
+Series Covariance(const Pair& hits, const Pair& x, const Pair& y) {
+  Series sum;
+  sum.c0 = hits + Pair{x[0], y[0]};
+  sum.c1 = Pair{x[1], y[1]};
+  return sum;
+}
+
+/// The logarithm of a long product in each view, at the price of few logarithms.
+class LogProduct {
+public:
+  void Multiply(const Pair& factor) {
+    fProduct *= factor;
+    for (int v = 0; v < 2; v++)
+      if (!(fProduct[v] > 1e-150 && fProduct[v] < 1e150)) {
+        fLog += std::log(fProduct[v]);
+        fProduct[v] = 1;
+      }
+  }
+  double Log() const { return fLog + std::log(fProduct[0]) + std::log(fProduct[1]); }
+
+private:
+  Pair fProduct{1, 1};
+  double fLog = 0;
+};
+
+double Sum(const Pair& x) {
+  return x[0] + x[1];
 }
 
 } // namespace
@@ -65,6 +101,12 @@ void ScatteringMomentum::Load(const std::vector<ScatteringPlane>& planes,
   fStretch = &stretch;
   FindWay();
   for (std::size_t v = 0; v < 2; v++) SetUp(fView[v], v);
+  // Rows that say nothing, so that both views have as many.
+  const std::size_t n = std::max(fView[0].fN, fView[1].fN);
+  for (View& view : fView) {
+    view.fY.resize(n, 0);
+    view.fW.resize(n, {1, 0, 0});
+  }
 }
 
 void ScatteringMomentum::SetUp(View& view, std::size_t index) {
@@ -72,7 +114,7 @@ void ScatteringMomentum::SetUp(View& view, std::size_t index) {
   const std::size_t n = z.size() < 3 ? 0 : z.size() - 2;
   view.fY.resize(n);
   view.fW.resize(n);
-  view.fK.resize(n);
+  view.fN = n;
   view.fReach.clear();
   if (n == 0) return;
   // Of difference i: weights of hits i, i + 1 and i + 2.
@@ -95,7 +137,8 @@ void ScatteringMomentum::SetUp(View& view, std::size_t index) {
     while (gap + 2 < z.size() && z[gap + 1] < s) gap++;
     if (s > z[gap + 1]) break;
     const double part = (s - z[gap]) / (z[gap + 1] - z[gap]);
-    view.fReach.push_back({j, gap, perAngle * (1 - part), perAngle * part});
+    const double behind = perAngle * part, before = perAngle * (1 - part);
+    view.fReach.push_back({j, gap, before * before, behind * behind, before * behind});
   }
 }
 
@@ -155,22 +198,14 @@ void ScatteringMomentum::FindEnergies(double p) {
 void ScatteringMomentum::FindWidths() {
   const std::vector<ScatteringPlane>& planes = *fPlanes;
   fVariance.resize(planes.size());
-  fDerivative.resize(planes.size());
   for (std::size_t j = 0; j < planes.size(); j++) {
     const ScatteringPlane& plane = planes[j];
     const std::size_t i = plane.fGap;
     const double inverse = 1 / (fBetaP2[i] + plane.fPart * (fBetaP2[i + 1] - fBetaP2[i]));
-    fVariance[j] = plane.fScale * plane.fScale * inverse;
-    fDerivative[j] =
-        -fVariance[j] * inverse * (fSlope[i] + plane.fPart * (fSlope[i + 1] - fSlope[i]));
+    const double variance = plane.fScale * plane.fScale * inverse;
+    const double slope = fSlope[i] + plane.fPart * (fSlope[i + 1] - fSlope[i]);
+    fVariance[j] = WithSlope{variance, -variance * inverse * slope};
   }
-}
-
-ScatteringMomentum::Point ScatteringMomentum::Evaluate(double x) {
-  FindWidths();
-  Point point{x, 0, 0, 0, 0};
-  for (View& view : fView) AddView(view, point);
-  return point;
 }
 
 ScatteringMomentum::Point ScatteringMomentum::At(double p) {
@@ -189,63 +224,58 @@ ScatteringMomentum::Point ScatteringMomentum::AtScale(const double* T, double ma
   return Evaluate(0);
 }
 
+/// Adds up what the kinks make of the differences of a view.
+void ScatteringMomentum::AddKinks(View& view) {
+  view.fK.assign(view.fY.size(), {});
+  for (const View::Reach& reach : view.fReach) {
+    const WithSlope variance = fVariance[reach.fPlane];
+    const std::size_t g = reach.fGap;
+    if (g > 0) view.fK[g - 1].fOwn += variance * reach.fBefore2;
+    if (g == view.fN) continue;
+    view.fK[g].fOwn += variance * reach.fBehind2;
+    if (g > 0) view.fK[g].fWithLast += variance * reach.fBoth;
+  }
+}
+
 /// The decomposition L D L' of V + e V' as series in e has all that is wanted:
 ///   log det (V + e V') = log det V + e tr M - e^2/2 tr M^2 + e^3/3 tr M^3 - ...,
-/// and -1/2 d/de of y' (V + e V')^-1 y is the score's other part.
-void ScatteringMomentum::AddView(View& view, Point& point) {
-  const std::size_t n = view.fY.size();
-  for (std::array<double, 4>& k : view.fK) k = {};
-  for (const View::Reach& reach : view.fReach) {
-    const double variance = fVariance[reach.fPlane], derivative = fDerivative[reach.fPlane];
-    const std::size_t g = reach.fGap;
-    if (g < n) {
-      const double square = reach.fBehind * reach.fBehind;
-      view.fK[g][0] += variance * square;
-      view.fK[g][2] += derivative * square;
-    }
-    if (g > 0) {
-      const double square = reach.fBefore * reach.fBefore;
-      view.fK[g - 1][0] += variance * square;
-      view.fK[g - 1][2] += derivative * square;
-    }
-    if (g > 0 && g < n) {
-      const double both = reach.fBefore * reach.fBehind;
-      view.fK[g][1] += variance * both;
-      view.fK[g][3] += derivative * both;
-    }
-  }
-  Series inverse1, inverse2, below1;       // of the rows before: 1 / pivot, factor
-  double w1 = 0, w2 = 0, dw1 = 0, dw2 = 0; // of the solution of L w = y, and by e
-  double product = 1, logDet = 0, trace = 0, trace2 = 0, trace3 = 0, chi2 = 0, dChi2 = 0;
-  for (std::size_t i = 0; i < n; i++) {
-    Series d{view.fW[i][0] + view.fK[i][0], view.fK[i][2], 0, 0};
-    double w = view.fY[i], dw = 0;
+/// and -1/2 d/de of y' (V + e V')^-1 y is the score's other part. Both views are gone through side
+/// by side, since each row waits for the one before.
+ScatteringMomentum::Point ScatteringMomentum::Evaluate(double x) {
+  FindWidths();
+  for (View& view : fView) AddKinks(view);
+  const View &a = fView[0], &b = fView[1];
+  Series inverse1, inverse2, below1; // of the rows before: 1 / pivot, factor
+  Pair w1{}, w2{}, dw1{}, dw2{};     // of the solution of L w = y, and by e
+  Pair trace{}, trace2{}, trace3{}, chi2{}, dChi2{};
+  LogProduct determinant;
+  for (std::size_t i = 0; i < a.fY.size(); i++) {
+    const View::Kinks &ka = a.fK[i], &kb = b.fK[i];
+    const auto hits = [&](std::size_t k) { return Pair{a.fW[i][k], b.fW[i][k]}; };
+    Series d = Covariance(hits(0), ka.fOwn, kb.fOwn);
+    Pair w{a.fY[i], b.fY[i]}, dw{};
     Series below; // factor of the row before
     if (i > 1) {
-      const Series e{view.fW[i][2], 0, 0, 0};
+      const Pair e = hits(2);
       const Series factor = e * inverse2;
-      d = d - factor * e;
+      d = d - e * factor;
       w -= factor.c0 * w2;
       dw -= factor.c0 * dw2 + factor.c1 * w2;
       below = e * below1;
     }
     if (i > 0) {
-      const Series e = Series{view.fW[i][1] + view.fK[i][1], view.fK[i][3], 0, 0} - below;
+      const Series e = Covariance(hits(1), ka.fWithLast, kb.fWithLast) - below;
       below = e * inverse1;
       d = d - below * e;
       w -= below.c0 * w1;
       dw -= below.c0 * dw1 + below.c1 * w1;
     }
     const Series inverse = Inverse(d);
-    const double r1 = d.c1 * inverse.c0, r2 = d.c2 * inverse.c0, r3 = d.c3 * inverse.c0;
+    const Pair r1 = d.c1 * inverse.c0, r2 = d.c2 * inverse.c0, r3 = d.c3 * inverse.c0;
     trace += r1;
     trace2 += r1 * r1 - 2 * r2;
     trace3 += 3 * (r3 - r1 * r2) + r1 * r1 * r1;
-    product *= d.c0;
-    if (!(product > 1e-150 && product < 1e150)) {
-      logDet += std::log(product);
-      product = 1;
-    }
+    determinant.Multiply(d.c0);
     chi2 += w * w * inverse.c0;
     dChi2 += 2 * w * dw * inverse.c0 + w * w * inverse.c1;
     w2 = w1;
@@ -256,10 +286,8 @@ void ScatteringMomentum::AddView(View& view, Point& point) {
     inverse1 = inverse;
     below1 = below;
   }
-  point.fLogLikelihood -= 0.5 * (chi2 + logDet + std::log(product));
-  point.fScore -= 0.5 * (dChi2 + trace);
-  point.fInformation += 0.5 * trace2;
-  point.fSkew += trace3;
+  return {x, -0.5 * (Sum(chi2) + determinant.Log()), -0.5 * Sum(dChi2 + trace), 0.5 * Sum(trace2),
+          Sum(trace3)};
 }
 
 ScatteringMomentumFit ScatteringMomentum::Fit(double least) {

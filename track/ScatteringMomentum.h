@@ -1,6 +1,7 @@
 #pragma once
 
 #include "track/MaterialAlong.h"
+#include "util/Lanes.h"
 
 #include <array>
 #include <cmath>
@@ -104,18 +105,27 @@ public:
   double Deviate(const Point& point) const;
 
 private:
+  using WithSlope = Lanes::Pair; ///< a number and its derivative by ln p
+
   /// The second differences of a view.
   struct View {
     std::vector<double> fZ, fU, fVar;      // hits at different z
-    std::vector<double> fY;                // second differences
+    std::size_t fN = 0;                    // number of second differences
+    std::vector<double> fY;                // these
     std::vector<std::array<double, 3>> fW; // row i: covariance with i, i - 1, i - 2
     /// Of each plane that bends the line: where, and what it makes of the differences.
     struct Reach {
       std::size_t fPlane, fGap;
-      double fBefore, fBehind; // of the difference that ends with the gap, and that begins with it
+      // Squares and product of that with the difference that ends with the gap, and that begins
+      // with it.
+      double fBefore2, fBehind2, fBoth;
     };
     std::vector<Reach> fReach;
-    std::vector<std::array<double, 4>> fK; // row i: with i and i - 1, and derivatives by ln p
+    /// Covariances of a difference with itself and with the one before, from kinks.
+    struct Kinks {
+      WithSlope fOwn{}, fWithLast{};
+    };
+    std::vector<Kinks> fK;
   };
 
   /// What a minimum-ionising particle loses in a material along the track [GeV].
@@ -145,7 +155,7 @@ private:
   void FindEnergies(double p);
   void FindWidths();
   Point Evaluate(double x);
-  void AddView(View& view, Point& point);
+  void AddKinks(View& view);
 
   const MaterialAlong& fMaterial;
   std::size_t fParticle;
@@ -158,7 +168,7 @@ private:
   std::vector<double> fWay;            // to each hit, if all were that material [cm]
   std::vector<double> fT, fByLog;      // energy at each hit [GeV], and its derivative by ln p
   std::vector<double> fBetaP2, fSlope; // at each hit, and its derivative by ln p
-  std::vector<double> fVariance, fDerivative; // of each plane's angle, and by ln p
+  std::vector<WithSlope> fVariance;    // of each plane's angle
   bool fCells = false;
   double fLost = 0;                            // p = fLost + exp(x) [GeV/c]
   double fMinX = 0, fMaxX = 0;                 // what is tried

@@ -342,12 +342,15 @@ void TrackChain::CompareWithStopping(double freeEnd, TrackFit& out) {
 /// Returns whether all hits are centres of cells.
 bool TrackChain::AreCells() const {
   constexpr double kSame = 0.01;
-  const auto isCell = [this](const TrackHit& hit) {
-    const geo::ActivePlane& plane = fPlaneDetector->Planes()[fPlaneDetector->NearestPlane(hit.fZ)];
-    const double sigma = plane.fCells[hit.fView].fWidth / std::sqrt(12.);
-    return std::abs(hit.fSigU - sigma) < kSame * sigma;
-  };
-  return fPlaneDetector && std::all_of(fHits.begin(), fHits.end(), isCell);
+  if (!fPlaneDetector) return false;
+  const std::vector<geo::ActivePlane>& planes = fPlaneDetector->Planes();
+  std::size_t k = fPlaneDetector->NearestPlane(fHits[0].fZ);
+  for (const TrackHit& hit : fHits) {
+    while (k + 1 < planes.size() && planes[k + 1].ZMid() - hit.fZ < hit.fZ - planes[k].ZMid()) k++;
+    const double sigma = planes[k].fCells[hit.fView].fWidth / std::sqrt(12.);
+    if (!(std::abs(hit.fSigU - sigma) < kSame * sigma)) return false;
+  }
+  return true;
 }
 
 /// The range tells only from which momentum on a particle gets to its last hit. Its energies along
