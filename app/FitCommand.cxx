@@ -40,6 +40,8 @@ Examples:
       a beam of 120 GeV/c pions, in a file with column names of its own
   kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --robust tukey
       some hits are of noise or of other particles
+  kelvo fit beam.csv -d telescope -o fits.root --beam-momentum 120 --exclude 1 --at 1 --efficiency planes.csv
+      plane 1 is a device under test: its hits beside the track of the others, and its efficiency
   kelvo fit hits.csv.gz --detector detectors/fine.toml -o fits.root --charge-resolution 0.2
       --fractions mu=0.8,pi=0.1,p=0.1
       hits with a column q, the deposit in each cell in any unit, measured to 20 %
@@ -87,6 +89,10 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
   fit.add_option("--csv", a.fFile.fCsv, "Write the columns of one number also as CSV")
       ->check(EndsIn({".csv"}))
       ->type_name("FILE");
+  fit.add_option("--efficiency", a.fFile.fEfficiency,
+                 "Write how often each plane has a hit where tracks cross it (CSV)")
+      ->check(EndsIn({".csv"}))
+      ->type_name("FILE");
   fit.add_option("--report", a.fReport, "Write a page with plots (HTML) as well")
       ->check(EndsIn({".html", ".htm"}))
       ->type_name("FILE");
@@ -123,6 +129,12 @@ void RegisterOutput(CLI::App& fit, FitArguments& a) {
           ->group(group);
   fit.add_flag("--planes", a.fFile.fFit.fWithPlanes,
                "Also fill the columns of the scattering planes: points, widths, kinks")
+      ->excludes(scalars)
+      ->group(group);
+  fit.add_option("--at", a.fFile.fFit.fAt,
+                 "Also write the track, with and without the hits there, at this plane, by number "
+                 "from 0 or name, or at this place: z=12.5 (cm); may be repeated")
+      ->type_name("PLANE|z=Z")
       ->excludes(scalars)
       ->group(group);
 }
@@ -176,6 +188,11 @@ void RegisterModel(CLI::App& fit, FitArguments& a) {
                  "hypothesis (default: equal)")
       ->delimiter(',')
       ->type_name("mu=0.8,pi=0.1,p=0.1")
+      ->group(group);
+  fit.add_option("--exclude", f.fExclude,
+                 "The hits of this plane, by number from 0 or name, are not fitted but compared "
+                 "with the fit: a device under test; may be repeated")
+      ->type_name("PLANE")
       ->group(group);
   CLI::Option* robust =
       fit.add_option("--robust", a.fRobust,
@@ -306,7 +323,8 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
       std::printf("%.4g\n", median);
   }
   std::string written = arguments.fFile.fOutput;
-  if (!arguments.fFile.fCsv.empty()) written += ", " + arguments.fFile.fCsv;
+  for (const std::string& file : {arguments.fFile.fCsv, arguments.fFile.fEfficiency})
+    if (!file.empty()) written += ", " + file;
   std::printf("\n  %.1f s, %.0f tracks/s; written: %s\n", summary.fSeconds,
               static_cast<double>(summary.fTracks) / summary.fSeconds, Printable(written).c_str());
 }
@@ -315,7 +333,7 @@ void PrintSummary(const FitSummary& summary, const FitArguments& arguments) {
 void CheckOutputs(const FitArguments& a) {
   std::vector<std::string> inputs = a.fFile.fInputs;
   inputs.push_back(a.fDetector);
-  CheckApart(inputs, {a.fFile.fOutput, a.fFile.fCsv, a.fReport});
+  CheckApart(inputs, {a.fFile.fOutput, a.fFile.fCsv, a.fFile.fEfficiency, a.fReport});
   if (!a.fReport.empty()) PendingFile(a.fReport);
 }
 

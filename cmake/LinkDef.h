@@ -59,11 +59,17 @@
 
 #pragma link C++ enum kelvo::FitStatus;
 #pragma link C++ enum kelvo::TrackEndMode;
+#pragma link C++ enum kelvo::OutlierMode;
 #pragma link C++ function kelvo::EndMode;
 #pragma link C++ function kelvo::EndModeName;
+#pragma link C++ function kelvo::OutlierModeOf;
+#pragma link C++ function kelvo::OutlierModeName;
 #pragma link C++ struct kelvo::TrackFitOptions+;
 #pragma link C++ struct kelvo::ViewFit+;
 #pragma link C++ struct kelvo::HitFit+;
+#pragma link C++ struct kelvo::LineAt+;
+#pragma link C++ struct kelvo::PlaceFit+;
+#pragma link C++ struct kelvo::CrossedPlane+;
 #pragma link C++ struct kelvo::MomentumFromScattering+;
 #pragma link C++ struct kelvo::HypothesisFit+;
 #pragma link C++ struct kelvo::TrackFit+;

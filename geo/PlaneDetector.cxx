@@ -5,6 +5,7 @@
 #include "geo/PlaneDetectorReader.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 namespace geo {
@@ -124,6 +125,13 @@ const char* ActivePlane::View() const {
   return !Measures(1) ? "X" : !Measures(0) ? "Y" : "XY";
 }
 
+bool ActivePlane::Holds(double z) const {
+  constexpr double kMinDepth = 0.1; // cm
+  const double half = 0.5 * (fZHigh - fZLow);
+  // A little more than half, since a hit may be at the face.
+  return std::abs(z - ZMid()) <= std::max(1.001 * half, kMinDepth);
+}
+
 PlaneDetector PlaneDetector::FromFile(const std::string& file) {
   return PlaneDetector(ReadDetectorFile(file));
 }
@@ -173,6 +181,21 @@ const ActivePlane* PlaneDetector::NearestPlane(double z, unsigned view) const {
   if (above == fPlanes.end()) return below == fPlanes.rend() ? nullptr : &*below;
   if (below == fPlanes.rend()) return &*above;
   return z - below->ZMid() < std::abs(above->ZMid() - z) ? &*below : &*above;
+}
+
+int PlaneDetector::FindPlane(std::string_view nameOrNumber) const {
+  double number = -1;
+  const char* end = nameOrNumber.data() + nameOrNumber.size();
+  const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, number);
+  if (error == std::errc() && stop == end) {
+    const bool isPlane =
+        number >= 0 && number < static_cast<double>(fPlanes.size()) && number == std::floor(number);
+    return isPlane ? static_cast<int>(number) : -1;
+  }
+  const auto named = [nameOrNumber](const ActivePlane& p) { return p.fName == nameOrNumber; };
+  const auto found = std::find_if(fPlanes.begin(), fPlanes.end(), named);
+  const bool one = found != fPlanes.end() && std::none_of(found + 1, fPlanes.end(), named);
+  return one ? static_cast<int>(found - fPlanes.begin()) : -1;
 }
 
 std::vector<std::string> PlaneDetector::MaterialNames() const {

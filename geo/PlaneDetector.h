@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace geo {
@@ -46,7 +47,10 @@ struct ActivePlane {
   double ZMid() const { return 0.5 * (fZLow + fZHigh); } ///< [cm]
   double ZOfHits() const { return ZMid() - fOffset[2]; } ///< where hits assume it to be [cm]
   bool Measures(unsigned view) const { return fCells[view].fCount > 0; } ///< view 0: x, 1: y
-  const char* View() const;                                              ///< "X", "Y" or "XY"
+  /// Whether a hit at z [cm] may be the plane's: at most half of its depth from its middle, or 1 mm
+  /// for thinner ones, whose hits may have the nominal position or the surveyed one.
+  bool Holds(double z) const;
+  const char* View() const; ///< "X", "Y" or "XY"
 };
 
 /// A detector made of planes, slabs and sheets along z, read from a TOML file, whose format
@@ -98,6 +102,10 @@ public:
   /// Returns the plane that measures a view and whose mid z is nearest to z [cm], null without one.
   /// @param view 0: x, 1: y
   const ActivePlane* NearestPlane(double z, unsigned view) const;
+
+  /// Returns the number of the plane of this name, or with this number from 0 as a text; -1 where
+  /// there is none, or several of the name.
+  int FindPlane(std::string_view nameOrNumber) const;
 
   /// Returns the smallest box that holds all parts [cm].
   const Box& Extent() const { return fExtent; }

@@ -1,5 +1,6 @@
 #include "io/FitRow.h"
 
+#include <array>
 #include <iterator>
 #include <limits>
 #include <type_traits>
@@ -111,10 +112,39 @@ void SetPlanes(const HypothesisFit& fit, FitRow& row) {
   }
 }
 
+/// Members of a row for one view of a line: coordinate, slope, their uncertainties, covariance.
+using PlaceColumns = std::array<ROOT::RVec<double> FitRow::*, 5>;
+
+void AddLine(const LineAt& line, const PlaceColumns& columns, FitRow& row) {
+  const double values[] = {line.fU, line.fSlope, line.fSigU, line.fSigSlope, line.fCov};
+  for (std::size_t i = 0; i < columns.size(); i++) (row.*columns[i]).push_back(values[i]);
+}
+
+void SetPlaces(const HypothesisFit& fit, FitRow& row) {
+  constexpr PlaceColumns kX{&FitRow::fAtX, &FitRow::fAtSlopeX, &FitRow::fAtSigX,
+                            &FitRow::fAtSigSlopeX, &FitRow::fAtCovX};
+  constexpr PlaceColumns kY{&FitRow::fAtY, &FitRow::fAtSlopeY, &FitRow::fAtSigY,
+                            &FitRow::fAtSigSlopeY, &FitRow::fAtCovY};
+  constexpr PlaceColumns kXUnbiased{&FitRow::fAtXUnbiased, &FitRow::fAtSlopeXUnbiased,
+                                    &FitRow::fAtSigXUnbiased, &FitRow::fAtSigSlopeXUnbiased,
+                                    &FitRow::fAtCovXUnbiased};
+  constexpr PlaceColumns kYUnbiased{&FitRow::fAtYUnbiased, &FitRow::fAtSlopeYUnbiased,
+                                    &FitRow::fAtSigYUnbiased, &FitRow::fAtSigSlopeYUnbiased,
+                                    &FitRow::fAtCovYUnbiased};
+  for (const PlaceFit& place : fit.fPlace) {
+    row.fAtZ.push_back(place.fZ);
+    AddLine(place.fView[0], kX, row);
+    AddLine(place.fView[1], kY, row);
+    AddLine(place.fOthers[0], kXUnbiased, row);
+    AddLine(place.fOthers[1], kYUnbiased, row);
+  }
+}
+
 void SetVectors(const HypothesisFit& fit, FitRow& row) {
   row.fCov.assign(fit.fCov.begin(), fit.fCov.end());
   SetHits(fit.fHit, row);
   SetPlanes(fit, row);
+  SetPlaces(fit, row);
 }
 
 } // namespace

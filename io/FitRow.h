@@ -81,6 +81,27 @@ struct FitRow {
   ROOT::RVec<float> fPlaneSigAlpha;
   ROOT::RVec<float> fKinkX;
   ROOT::RVec<float> fKinkY;
+  ROOT::RVec<double> fAtZ;
+  ROOT::RVec<double> fAtX;
+  ROOT::RVec<double> fAtY;
+  ROOT::RVec<double> fAtSlopeX;
+  ROOT::RVec<double> fAtSlopeY;
+  ROOT::RVec<double> fAtSigX;
+  ROOT::RVec<double> fAtSigY;
+  ROOT::RVec<double> fAtSigSlopeX;
+  ROOT::RVec<double> fAtSigSlopeY;
+  ROOT::RVec<double> fAtCovX;
+  ROOT::RVec<double> fAtCovY;
+  ROOT::RVec<double> fAtXUnbiased;
+  ROOT::RVec<double> fAtYUnbiased;
+  ROOT::RVec<double> fAtSlopeXUnbiased;
+  ROOT::RVec<double> fAtSlopeYUnbiased;
+  ROOT::RVec<double> fAtSigXUnbiased;
+  ROOT::RVec<double> fAtSigYUnbiased;
+  ROOT::RVec<double> fAtSigSlopeXUnbiased;
+  ROOT::RVec<double> fAtSigSlopeYUnbiased;
+  ROOT::RVec<double> fAtCovXUnbiased;
+  ROOT::RVec<double> fAtCovYUnbiased;
 
   /// Returns the chi-square of hits and kinks in both views.
   double Chi2() const { return fChi2X + fChi2Y + fChi2KinkX + fChi2KinkY; }
@@ -158,6 +179,33 @@ void VisitVectors(Visit visit) {
   visit("plane_sigalpha", &FitRow::fPlaneSigAlpha);
   visit("kink_x", &FitRow::fKinkX);
   visit("kink_y", &FitRow::fKinkY);
+}
+
+/// The same for the vectors of the track at places that were asked for, which come last; a table
+/// without such places does not have them.
+template <typename Visit>
+void VisitPlaces(Visit visit) {
+  visit("at_z", &FitRow::fAtZ);
+  visit("at_x", &FitRow::fAtX);
+  visit("at_y", &FitRow::fAtY);
+  visit("at_dxdz", &FitRow::fAtSlopeX);
+  visit("at_dydz", &FitRow::fAtSlopeY);
+  visit("at_sig_x", &FitRow::fAtSigX);
+  visit("at_sig_y", &FitRow::fAtSigY);
+  visit("at_sig_dxdz", &FitRow::fAtSigSlopeX);
+  visit("at_sig_dydz", &FitRow::fAtSigSlopeY);
+  visit("at_cov_x", &FitRow::fAtCovX);
+  visit("at_cov_y", &FitRow::fAtCovY);
+  visit("at_x_unbiased", &FitRow::fAtXUnbiased);
+  visit("at_y_unbiased", &FitRow::fAtYUnbiased);
+  visit("at_dxdz_unbiased", &FitRow::fAtSlopeXUnbiased);
+  visit("at_dydz_unbiased", &FitRow::fAtSlopeYUnbiased);
+  visit("at_sig_x_unbiased", &FitRow::fAtSigXUnbiased);
+  visit("at_sig_y_unbiased", &FitRow::fAtSigYUnbiased);
+  visit("at_sig_dxdz_unbiased", &FitRow::fAtSigSlopeXUnbiased);
+  visit("at_sig_dydz_unbiased", &FitRow::fAtSigSlopeYUnbiased);
+  visit("at_cov_x_unbiased", &FitRow::fAtCovXUnbiased);
+  visit("at_cov_y_unbiased", &FitRow::fAtCovYUnbiased);
 }
 
 /// Returns what a status in a file of fits means, in a few words.

@@ -31,6 +31,13 @@ constexpr int kClusterSize = 4'000'000; // bytes, compressed
 // of 1 MB one entry is read in eight times the time.
 constexpr int kPieceSize = 128'000; // bytes, before compression
 
+template <typename Visit>
+void VisitColumns(const FitWriterOptions& options, Visit visit) {
+  VisitScalars(visit);
+  if (options.fWithVectors) VisitVectors(visit);
+  if (options.fWithPlaces) VisitPlaces(visit);
+}
+
 /// A table whose entries are filled from one row.
 class Table {
 public:
@@ -42,15 +49,14 @@ public:
 
 class Tree final : public Table {
 public:
-  Tree(RootOutput& output, FitRow& row, bool withVectors) : fOutput(output) {
+  Tree(RootOutput& output, FitRow& row, const FitWriterOptions& options) : fOutput(output) {
     const TDirectory::TContext into(&output.File());
     fTree = new TTree(kTable, "fitted tracks");
     fTree->SetAutoFlush(-kClusterSize);
     const auto add = [&](const char* name, auto member) {
       fTree->Branch(name, &(row.*member), kPieceSize);
     };
-    VisitScalars(add);
-    if (withVectors) VisitVectors(add);
+    VisitColumns(options, add);
   }
   void Fill() override { fTree->Fill(); }
   void Close(const std::map<std::string, std::string>& texts) override {
@@ -67,7 +73,7 @@ private:
 #ifdef KELVO_HAS_RNTUPLE
 class NTuple final : public Table {
 public:
-  NTuple(RootOutput& output, FitRow& row, bool withVectors) : fOutput(output) {
+  NTuple(RootOutput& output, FitRow& row, const FitWriterOptions& options) : fOutput(output) {
     auto model = ROOT::RNTupleModel::CreateBare();
     const auto add = [&](const char* name, auto member) {
       using T = std::decay_t<decltype(row.*member)>;
@@ -76,16 +82,14 @@ public:
     const auto bind = [&](const char* name, auto member) {
       fEntry->BindRawPtr(name, &(row.*member));
     };
-    VisitScalars(add);
-    if (withVectors) VisitVectors(add);
-    ROOT::RNTupleWriteOptions options;
-    options.SetCompression(kCompression);
-    options.SetApproxZippedClusterSize(kClusterSize);
-    options.SetMaxUnzippedPageSize(kPieceSize);
-    fWriter = ROOT::RNTupleWriter::Append(std::move(model), kTable, output.File(), options);
+    VisitColumns(options, add);
+    ROOT::RNTupleWriteOptions writing;
+    writing.SetCompression(kCompression);
+    writing.SetApproxZippedClusterSize(kClusterSize);
+    writing.SetMaxUnzippedPageSize(kPieceSize);
+    fWriter = ROOT::RNTupleWriter::Append(std::move(model), kTable, output.File(), writing);
     fEntry = fWriter->GetModel().CreateBareEntry();
-    VisitScalars(bind);
-    if (withVectors) VisitVectors(bind);
+    VisitColumns(options, bind);
   }
   void Fill() override { fWriter->Fill(*fEntry); }
   void Close(const std::map<std::string, std::string>& texts) override {
@@ -109,10 +113,9 @@ private:
 #endif
 
 std::unique_ptr<Table> MakeTable(RootOutput& output, FitRow& row, const FitWriterOptions& options) {
-  if (options.fFormat == TableFormat::kTTree)
-    return std::make_unique<Tree>(output, row, options.fWithVectors);
+  if (options.fFormat == TableFormat::kTTree) return std::make_unique<Tree>(output, row, options);
 #ifdef KELVO_HAS_RNTUPLE
-  return std::make_unique<NTuple>(output, row, options.fWithVectors);
+  return std::make_unique<NTuple>(output, row, options);
 #else
   throw FileError("an RNTuple cannot be written: that needs ROOT 6.36 or newer; write a TTree");
 #endif

@@ -22,6 +22,7 @@ TableFormat DefaultTableFormat();
 struct FitWriterOptions {
   TableFormat fFormat = DefaultTableFormat();
   bool fWithVectors = true; ///< else only the columns of one number or text
+  bool fWithPlaces = false; ///< beside the vectors, those of the places that were asked for
   /// Texts that are kept beside the table, by their names, which have no dots: in a TTree's file
   /// each as a TObjString, in an RNTuple's as the columns of a second one, "about", of one entry.
   std::map<std::string, std::string> fTexts;

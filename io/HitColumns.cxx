@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <stdexcept>
 
@@ -83,16 +82,7 @@ double HitColumns::Sigma(unsigned view, double z) const {
 }
 
 double HitColumns::PlaneNumber(std::string_view text) const {
-  double number = -1;
-  const char* end = text.data() + text.size();
-  if (const auto [stop, error] = std::from_chars(text.data(), end, number);
-      error == std::errc() && stop == end)
-    return IsPlane(number) ? number : -1;
-  const auto& planes = fPlanes->Planes();
-  const auto named = [text](const geo::ActivePlane& plane) { return plane.fName == text; };
-  const auto found = std::find_if(planes.begin(), planes.end(), named);
-  const bool one = found != planes.end() && std::none_of(found + 1, planes.end(), named);
-  return one ? static_cast<double>(found - planes.begin()) : -1;
+  return fPlanes->FindPlane(text);
 }
 
 bool HitColumns::IsPlane(double number) const {

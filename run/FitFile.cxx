@@ -54,6 +54,8 @@ std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   add("scattering_momentum", used.fScatteringMomentum ? "true" : "false");
   if (used.fRobust != OutlierMode::kKeep) add("robust", TomlText(OutlierModeName(used.fRobust)));
   if (used.fReject > 0) add("reject", ExactNumber(used.fReject));
+  if (!used.fExclude.empty()) add("exclude", List(used.fExclude));
+  if (!used.fAt.empty()) add("at", List(used.fAt));
   if (chargeScale > 0) {
     add("charge_resolution", ExactNumber(used.fChargeResolution));
     add("charge_scale", ExactNumber(chargeScale));
@@ -72,6 +74,7 @@ FitWriterOptions WriterOptions(const geo::Detector& detector, const FitFileOptio
   FitWriterOptions writing;
   writing.fFormat = options.fFormat;
   writing.fWithVectors = !options.fScalarsOnly;
+  writing.fWithPlaces = HasPlaces(options);
   writing.fTexts = {{"options", DescribeOptions(options, chargeScale)},
                     {"detector", detector.Text()},
                     {"version", KELVO_VERSION}};
@@ -96,16 +99,23 @@ std::string DescribeRun(double seconds) {
 FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
                    const GoOn& progress) {
   if (options.fInputs.empty()) throw std::invalid_argument("there is no file of hits");
-  CheckApart(options.fInputs, {options.fOutput, options.fCsv});
+  CheckApart(options.fInputs, {options.fOutput, options.fCsv, options.fEfficiency});
   HitReaderOptions reading = options.fReader;
   reading.fPlanes = detector.Planes();
   HitReader reader(options.fInputs, reading);
-  FitRun run(detector, reader, options);
+  FitRunOptions running = options;
+  running.fFit.fCrossings = !options.fEfficiency.empty();
+  if (running.fFit.fCrossings && !detector.Planes())
+    throw std::invalid_argument(
+        "the detector does not tell its planes, so that they have no efficiencies");
+  FitRun run(detector, reader, running);
   PendingFile output(options.fOutput);
   FitWriter fits(output, WriterOptions(detector, options, run.ChargeScale()));
   std::optional<PendingFile> csvOutput;
   std::optional<FitCsvWriter> csv;
   if (!options.fCsv.empty()) csv.emplace(csvOutput.emplace(options.fCsv));
+  std::optional<PendingFile> efficiencies;
+  if (running.fFit.fCrossings) efficiencies.emplace(options.fEfficiency);
 
   const auto write = [&](const FittedBlock& block) {
     if (options.fStrict) StopAtProblem(block, run.Doubts());
@@ -120,8 +130,10 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
   fits.KeepText("run", DescribeRun(summary.fSeconds));
   fits.Close();
   if (csv) csv->Close();
+  if (efficiencies) WriteEfficiencies(*detector.Planes(), run.Efficiencies(), *efficiencies);
   output.Commit();
   if (csvOutput) csvOutput->Commit();
+  if (efficiencies) efficiencies->Commit();
   return summary;
 }
 

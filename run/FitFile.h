@@ -17,9 +17,10 @@ namespace kelvo {
 struct FitFileOptions : FitRunOptions {
   std::vector<std::string> fInputs; ///< files of hits, at least one
   HitReaderOptions fReader;
-  std::string fOutput;  ///< the ROOT file to be written
-  std::string fCsv;     ///< a CSV summary to be written as well; empty: none
-  std::string fCommand; ///< what the user typed, to be kept with the fits; empty: nothing
+  std::string fOutput;     ///< the ROOT file to be written
+  std::string fCsv;        ///< a CSV summary to be written as well; empty: none
+  std::string fEfficiency; ///< a CSV table of the planes' efficiencies to be written; empty: none
+  std::string fCommand;    ///< what the user typed, to be kept with the fits; empty: nothing
   TableFormat fFormat = DefaultTableFormat();
   /// The first line or track that cannot be used ends the work, and hits that cannot be meant so.
   bool fStrict = false;

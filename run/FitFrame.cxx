@@ -175,7 +175,8 @@ auto EntryFitter(const std::shared_ptr<FrameFitter>& fitter, std::index_sequence
   };
 }
 
-RNode DefineResults(RNode frame, const std::string& prefix, const std::string& source) {
+RNode DefineResults(RNode frame, const std::string& prefix, const std::string& source,
+                    bool withPlaces) {
   const auto shown = [&](const std::string& name, auto member) {
     const auto get = [member](const EntryFit& fit) { return fit.Shown().*member; };
     frame = frame.Define(prefix + name, get, {source});
@@ -194,6 +195,7 @@ RNode DefineResults(RNode frame, const std::string& prefix, const std::string& s
     each(name, member);
   });
   VisitVectors(shown);
+  if (withPlaces) VisitPlaces(shown);
   return frame;
 }
 
@@ -210,7 +212,7 @@ ROOT::RDF::RNode DefineFit(ROOT::RDF::RNode tracks,
   const std::string source = Hidden(prefix, "result");
   return DefineResults(
       tracks.DefineSlot(source, EntryFitter(fitter, std::make_index_sequence<kValues>()), hits),
-      prefix, source);
+      prefix, source, !options.fAt.empty());
 }
 
 } // namespace kelvo

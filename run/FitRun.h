@@ -42,6 +42,10 @@ public:
   /// are not used.
   double ChargeScale() const { return fChargeScale; }
 
+  /// Returns how often planes had a hit where tracks crossed them, up to here; empty unless the
+  /// options ask for crossings.
+  const PlaneEfficiencies& Efficiencies() const { return fTally.Efficiencies(); }
+
   /// Returns what cannot be meant by the hits up to here.
   std::vector<std::string> Doubts() const { return fTally.Doubts(); }
 

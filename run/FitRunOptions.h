@@ -13,4 +13,9 @@ struct FitRunOptions {
   unsigned long long fLimit = 0; ///< number of tracks after which to stop; 0: all
 };
 
+/// Whether a table has columns of places.
+inline bool HasPlaces(const FitRunOptions& options) {
+  return !options.fScalarsOnly && !options.fFit.fAt.empty();
+}
+
 } // namespace kelvo

@@ -47,21 +47,27 @@ void AppendValue(const T& value, FitColumn& column) {
 
 } // namespace
 
-FitColumns::FitColumns(bool withVectors) : fWithVectors(withVectors) {
+template <typename Visit>
+void FitColumns::VisitColumns(Visit visit) const {
+  VisitScalars(visit);
+  if (fWithVectors) VisitVectors(visit);
+  if (fWithPlaces) VisitPlaces(visit);
+}
+
+FitColumns::FitColumns(bool withVectors, bool withPlaces)
+    : fWithVectors(withVectors), fWithPlaces(withPlaces) {
   const auto add = [this](const char* name, auto member) {
     using T = std::decay_t<decltype(std::declval<FitRow>().*member)>;
     fColumns.push_back(EmptyColumn<T>(name));
   };
-  VisitScalars(add);
-  if (fWithVectors) VisitVectors(add);
+  VisitColumns(add);
 }
 
 void FitColumns::Append(const std::vector<FitRow>& rows) {
   for (const FitRow& row : rows) {
     auto column = fColumns.begin();
     const auto append = [&](const char*, auto member) { AppendValue(row.*member, *column++); };
-    VisitScalars(append);
-    if (fWithVectors) VisitVectors(append);
+    VisitColumns(append);
   }
   fRows += rows.size();
 }
@@ -70,7 +76,7 @@ FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits,
                        const std::vector<double>& charges) {
   TrackHits track;
   track.fHits = hits;
-  FitColumns columns(true);
+  FitColumns columns(true, !fitter.Options().fAt.empty());
   TrackFit fit;
   fitter.Fit(hits, charges, fit);
   columns.Append(FitRows(track, fit, true));
@@ -79,7 +85,9 @@ FitColumns FitOneTrack(TrackFitter& fitter, const HitList3D& hits,
 
 struct FitTable::Impl {
   Impl(const geo::Detector& detector, HitSource& hits, const FitRunOptions& options)
-      : fDetector(detector), fColumns(!options.fScalarsOnly), fRun(fDetector, hits, options) {}
+      : fDetector(detector),
+        fColumns(!options.fScalarsOnly, HasPlaces(options)),
+        fRun(fDetector, hits, options) {}
 
   geo::Detector fDetector;
   FitColumns fColumns;

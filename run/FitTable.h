@@ -32,7 +32,8 @@ struct FitRow;
 class FitColumns {
 public:
   /// @param withVectors whether there are columns of vectors
-  explicit FitColumns(bool withVectors);
+  /// @param withPlaces  whether there are those of places that were asked for
+  FitColumns(bool withVectors, bool withPlaces);
 
   /// Appends rows in their order; what their vectors hold is left out without columns for it.
   void Append(const std::vector<FitRow>& rows);
@@ -46,7 +47,11 @@ public:
 
 private:
   std::vector<FitColumn> fColumns;
+  template <typename Visit>
+  void VisitColumns(Visit visit) const;
+
   bool fWithVectors;
+  bool fWithPlaces;
   std::size_t fRows = 0;
 };
 

@@ -19,6 +19,7 @@ FitTally::FitTally(const std::vector<int>& hypotheses) : fChi2(hypotheses.size()
 void FitTally::Add(const FittedBlock& block) {
   for (const TrackOutcome& outcome : block.fOutcomes) AddOutcome(outcome);
   fHitPlanes.Add(block.fHitPlanes);
+  fEfficiencies.Add(block.fEfficiencies);
   for (std::size_t i = 0; i < block.fRows.size(); i++)
     AddRow(block.fRows[i], i % fSummary.fHypotheses.size());
 }

@@ -18,6 +18,9 @@ public:
   /// Returns what cannot be meant by the hits up to here, as HitPlaneCounts says.
   std::vector<std::string> Doubts() const { return fHitPlanes.Doubts(); }
 
+  /// Returns how often planes had a hit where tracks crossed them.
+  const PlaneEfficiencies& Efficiencies() const { return fEfficiencies; }
+
   unsigned long long Tracks() const { return fSummary.fTracks; }
 
   /// @param seconds how long the run took
@@ -29,6 +32,7 @@ private:
 
   FitSummary fSummary;
   HitPlaneCounts fHitPlanes;
+  PlaneEfficiencies fEfficiencies;
   std::vector<LogHistogram> fChi2; // per degree of freedom, by hypothesis
 };
 

@@ -56,6 +56,7 @@ FittedBlock Fit(std::vector<TrackHits>& tracks, RowFitter& fitter, HitPlanes& pl
   for (TrackHits& track : tracks) {
     const TrackFit& fit = fitter.Fit(track);
     planes.Count(track.fHits, block.fHitPlanes);
+    block.fEfficiencies.Count(fit);
     block.fOutcomes.push_back(OutcomeOf(track, fit));
     for (std::size_t h = 0; h < hypotheses; h++)
       FillFitRow(track, fit, h, withVectors, block.fRows.emplace_back());

@@ -4,6 +4,7 @@
 #include "io/HitReader.h"
 #include "run/HitPlanes.h"
 #include "run/OrderedWork.h"
+#include "run/PlaneEfficiencies.h"
 #include "run/RowFitter.h"
 
 #include <functional>
@@ -27,6 +28,7 @@ struct TrackOutcome {
 struct FittedBlock {
   std::vector<TrackOutcome> fOutcomes; ///< one per track
   std::vector<FitRow> fRows;           ///< one per track and hypothesis
+  PlaneEfficiencies fEfficiencies;     ///< where the fitter looks for crossings
   HitPlaneCounts fHitPlanes;           ///< of all hits, where the fitter knows the planes
 };
 

@@ -10,9 +10,6 @@ namespace kelvo {
 
 namespace {
 
-// A thin plane's hits may have its nominal position, or the one that it was surveyed at [cm].
-constexpr double kMinDepth = 0.1;
-
 constexpr const char* kOffPlane =
     "more than half a plane from any; are lengths in mm? is this the detector?";
 constexpr const char* kOtherView =
@@ -87,11 +84,7 @@ void HitPlanes::Count(const HitList3D& hits, HitPlaneCounts& counts) {
 /// Returns the plane of a view that a position is on, null for none.
 const geo::ActivePlane* HitPlanes::PlaneAt(int view, double z) const {
   const geo::ActivePlane* nearest = fDetector->NearestPlane(z, static_cast<unsigned>(view));
-  if (!nearest) return nullptr;
-  const double half = 0.5 * (nearest->fZHigh - nearest->fZLow);
-  // A little more than half, since a hit may be at the face.
-  const bool isOn = std::abs(z - nearest->ZMid()) <= std::max(1.001 * half, kMinDepth);
-  return isOn ? nearest : nullptr;
+  return nearest && nearest->Holds(z) ? nearest : nullptr;
 }
 
 /// Neighbouring cells are less than two cells apart wherever in them their hits are.

@@ -32,8 +32,8 @@ public:
   /// @param detector must outlive the object; null: nothing is counted
   explicit HitPlanes(const geo::PlaneDetector* detector) : fDetector(detector) {}
 
-  /// Counts the hits of one track; their planes' offsets are in them. A hit is on a plane where it
-  /// is at most half of the plane's depth from its middle, or 1 mm for thinner ones.
+  /// Counts the hits of one track; their planes' offsets are in them. Which plane a hit
+  /// is on, geo::ActivePlane::Holds says.
   void Count(const HitList3D& hits, HitPlaneCounts& counts);
 
 private:

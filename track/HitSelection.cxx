@@ -28,17 +28,39 @@ RobustWeight WeightOf(OutlierMode mode) {
 } // namespace
 
 bool TrackChain::Selects() const {
-  return fOptions.fRobust != OutlierMode::kKeep || fOptions.fReject > 0;
+  return fOptions.fRobust != OutlierMode::kKeep || fOptions.fReject > 0 || !fExcluded.empty();
+}
+
+/// Hits of excluded planes have no part in the fit, whatever their weights would be.
+Refusal TrackChain::SelectHits(TrackFit& out) {
+  fAllHits = fHits;
+  for (TrackHit& hit : fAllHits) {
+    hit.fIsExcluded = IsExcluded(hit);
+    if (hit.fIsExcluded) hit.fWeight = 0;
+  }
+  if (fOptions.fRobust != OutlierMode::kKeep || fOptions.fReject > 0)
+    if (Refusal refusal = FindOutliers()) return refusal;
+  out.fOutliers = static_cast<unsigned>(
+      std::count_if(fAllHits.begin(), fAllHits.end(),
+                    [](const TrackHit& hit) { return hit.fWeight < kFewer && !hit.fIsExcluded; }));
+  return UseHits();
+}
+
+bool TrackChain::IsExcluded(const TrackHit& hit) const {
+  return std::any_of(fExcluded.begin(), fExcluded.end(), [this, &hit](unsigned int p) {
+    const geo::ActivePlane& plane = fPlaneDetector->Planes()[p];
+    const auto view = static_cast<unsigned>(hit.fView);
+    return plane.Holds(hit.fZ) && fPlaneDetector->NearestPlane(hit.fZ, view) == &plane;
+  });
 }
 
 /// As FitRobustly and RejectOutliers, but with one weight of a hit for both views and all
 /// hypotheses, whose likelihoods could not be compared otherwise: that of the hypothesis which the
 /// hit fits best. Material, energies and widths are found anew with each change of the weights,
 /// since a wrong hit leads them astray, too.
-Refusal TrackChain::SelectHits(TrackFit& out) {
+Refusal TrackChain::FindOutliers() {
   constexpr int kMaxFits = 50;
   constexpr double kSame = 1e-3; // of weights
-  fAllHits = fHits;
   double scale = fOptions.fRobust == OutlierMode::kHuber ? 1 : 8;
   for (int fits = 0; fits < kMaxFits; fits++) {
     if (Refusal refusal = UseHits()) return refusal;
@@ -50,9 +72,7 @@ Refusal TrackChain::SelectHits(TrackFit& out) {
       scale = std::max(1., scale / 2);
     }
   }
-  out.fOutliers = static_cast<unsigned>(std::count_if(
-      fAllHits.begin(), fAllHits.end(), [](const TrackHit& hit) { return hit.fWeight < kFewer; }));
-  return UseHits();
+  return {};
 }
 
 /// Divides the hits into those that the fit uses and the others.
@@ -89,7 +109,8 @@ Refusal TrackChain::FindPulls() {
     for (std::size_t i = 0; i < fAllHits.size(); i++) {
       const bool isUsed = fAllHits[i].fWeight > 0;
       const TrackHit& hit = isUsed ? fHits[used] : fLeftOut[left];
-      const Lanes pull = Compare(hit, isUsed ? fSmoother.At(hit.fView, used) : LineAt(hit)).fPull;
+      const Lanes pull =
+          Compare(hit, isUsed ? fSmoother.At(hit.fView, used) : LineAtHit(hit)).fPull;
       (isUsed ? used : left)++;
       for (std::size_t l = 0; l < lanes.fN; l++)
         if (IsSolved(l)) fPulls[i] = std::min(fPulls[i], std::abs(pull[l]));
@@ -105,6 +126,7 @@ double TrackChain::Reweigh(double scale) {
   const RobustWeight weight = WeightOf(fOptions.fRobust);
   double change = 0;
   for (std::size_t i = 0; i < fAllHits.size(); i++) {
+    if (fAllHits[i].fIsExcluded) continue;
     const double w = RobustWeightFactor(weight, fPulls[i], scale * StandardThreshold(weight));
     change = std::max(change, std::abs(w - fAllHits[i].fWeight));
     fAllHits[i].fWeight = w;
@@ -126,28 +148,9 @@ bool TrackChain::RejectWorst() {
   return true;
 }
 
-/// Returns the line of a view without some of the hits in use that follow each other, as
-/// LaneSmoother::Without.
-LanePoint TrackChain::LineWithout(std::size_t view, double z, std::size_t first, std::size_t end) {
-  const std::size_t last = fHits.size() - 1;
-  fCrossed.clear();
-  for (std::size_t j = fPlanesBefore[first > 0 ? first - 1 : 0];
-       j < fPlanesBefore[std::min(end, last)]; j++) {
-    const double factor = fPlanes[j].fSlopePerAngle[view];
-    fCrossed.push_back({fPlanes[j].fZ, fVarAlpha[j] * (factor * factor)});
-  }
-  return fSmoother.Without(view, z, first, end, fCrossed.data(), fCrossed.size());
-}
-
-LanePoint TrackChain::LineAt(const TrackHit& leftOut) {
-  const auto next = std::lower_bound(fHits.begin(), fHits.end(), leftOut, IsUpstream);
-  const auto i = static_cast<std::size_t>(next - fHits.begin());
-  return LineWithout(leftOut.fView, leftOut.fZ, i, i);
-}
-
 /// Adds the hits that are left out where they belong among the others.
 void TrackChain::FillLeftOut(const LaneFits& lanes) {
-  for (const TrackHit& hit : fLeftOut) AddHit(hit, LineAt(hit), lanes);
+  for (const TrackHit& hit : fLeftOut) AddHit(hit, LineAtHit(hit), lanes);
   const auto isUpstream = [](const HitFit& a, const HitFit& b) {
     return std::tie(a.fZ, a.fView, a.fU) < std::tie(b.fZ, b.fView, b.fU);
   };

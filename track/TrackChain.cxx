@@ -2,6 +2,7 @@
 
 #include "track/BetaP.h"
 #include "track/HitCheck.h"
+#include "track/Places.h"
 #include "track/TrackEnd.h"
 #include "util/Particles.h"
 
@@ -138,6 +139,8 @@ TrackChain::TrackChain(const geo::GeometryBase& detector, const TrackFitOptions&
     : fOptions(options),
       fPlaneDetector(dynamic_cast<const geo::PlaneDetector*>(&detector)),
       fCharge(charge),
+      fPlaces(FindPlaces(options.fAt, fPlaneDetector)),
+      fExcluded(FindPlanes(options.fExclude, fPlaneDetector)),
       fMasses(Masses(options.fHypotheses)),
       fMaterial(DetectorMaterials(detector, options.fHypotheses, options.fBeamMomentum == 0)),
       fEnergy(fMasses),
@@ -415,7 +418,7 @@ void TrackChain::SolveViews() {
   for (const TrackHit& hit : fHits)
     fMeasurements.push_back({hit.fView, hit.fZ, hit.fU, hit.fSig * hit.fSig});
   FindNoise();
-  fSmoother.Fit(fMeasurements, fNoise, fOptions.fWithPlanes || !fLeftOut.empty());
+  fSmoother.Fit(fMeasurements, fNoise, NeedsLines());
 }
 
 void TrackChain::FindNoise() {
@@ -438,6 +441,8 @@ void TrackChain::Fill(const LaneFits& lanes) {
   fStraggling = fEnergy.Straggling(fMaterial, lanes.fFirst, fCourse.fStretch);
   FillHits(lanes);
   if (!fLeftOut.empty()) FillLeftOut(lanes);
+  if (!fPlaces.empty()) FillPlaces(lanes);
+  if (fOptions.fCrossings) FillCrossings(lanes);
   for (std::size_t l = 0; l < lanes.fN; l++) {
     FillViews(l, lanes.fFit[l]);
     FillStart(lanes.fFit[l]);
@@ -681,6 +686,8 @@ void ClearFit(int pdg, HypothesisFit& fit) {
   keep(fit.fPlanePoint, fresh.fPlanePoint);
   keep(fit.fPlaneSigAlpha, fresh.fPlaneSigAlpha);
   keep(fit.fHit, fresh.fHit);
+  keep(fit.fPlace, fresh.fPlace);
+  keep(fit.fCrossing, fresh.fCrossing);
   for (std::size_t v = 0; v < 2; v++) {
     keep(fit.fView[v].fKink, fresh.fView[v].fKink);
     keep(fit.fView[v].fSigKink, fresh.fView[v].fSigKink);

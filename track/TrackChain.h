@@ -72,6 +72,7 @@ private:
     double fSig; // of the position at the measured z, larger for a smaller weight [cm]
     double fQ;   // deposit [GeV]; infinity: none
     double fWeight = 1;
+    bool fIsExcluded = false; // by its plane
   };
 
   /// A hit beside a fit, as KinkResidual.
@@ -99,6 +100,8 @@ private:
   static bool IsUpstream(const TrackHit& a, const TrackHit& b);
   bool Selects() const;
   Refusal SelectHits(TrackFit& out);
+  bool IsExcluded(const TrackHit& hit) const;
+  Refusal FindOutliers();
   Refusal UseHits();
   Refusal FindPulls();
   double Reweigh(double scale);
@@ -126,7 +129,13 @@ private:
   static void AddHit(const TrackHit& hit, const LanePoint& line, const LaneFits& lanes);
   static HitResidual Compare(const TrackHit& hit, const LanePoint& line);
   LanePoint LineWithout(std::size_t view, double z, std::size_t first, std::size_t end);
-  LanePoint LineAt(const TrackHit& leftOut);
+  LanePoint LineAtHit(const TrackHit& leftOut);
+  bool NeedsLines() const;
+  bool IsAt(double z, const TrackHit& hit) const;
+  LanePoint LineOfOthers(std::size_t view, double z);
+  void FillPlaces(const LaneFits& lanes);
+  void FillCrossings(const LaneFits& lanes);
+  void CrossPlane(unsigned int plane, std::size_t view, const LaneFits& lanes);
   void FillStart(HypothesisFit& fit) const;
   void FillPlanes(const LaneFits& lanes) const;
   void FillPlane(const LaneKink& x, const LaneKink& y, std::size_t j, const LaneFits& lanes) const;
@@ -138,6 +147,8 @@ private:
   const TrackFitOptions& fOptions;
   const geo::PlaneDetector* fPlaneDetector; // null: the detector's planes are not known
   const ChargeLikelihood* fCharge;          // null: not used
+  std::vector<double> fPlaces;              // where the track is wanted, by z [cm]
+  std::vector<unsigned int> fExcluded;      // planes
   std::vector<double> fMasses;              // of the hypotheses [GeV]
   std::vector<double> fMomenta; // of the hypotheses at the first hit, where they go on [GeV/c]
   MaterialAlong fMaterial;

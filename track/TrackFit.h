@@ -63,7 +63,14 @@ struct TrackFitOptions {
   std::vector<double> fFractions; ///< of the hypotheses among all tracks, in their order and up to
                                   ///< a common factor; empty: all equal
   OutlierMode fRobust = OutlierMode::kKeep;
-  double fReject = 0;       ///< hits whose pull is above it are taken out, the worst first; 0: none
+  double fReject = 0; ///< hits whose pull is above it are taken out, the worst first; 0: none
+  std::vector<std::string> fExclude; ///< planes, by name or number from 0, whose hits the fit does
+                                     ///< not use: devices under test
+  /// Where the fitted track is wanted beside its hits: a plane, by name or number from 0, or
+  /// "z=12.5" [cm].
+  std::vector<std::string> fAt;
+  bool fCrossings = false;  ///< whether it is wanted which planes the track crosses, and which of
+                            ///< them have a hit there
   bool fWithPlanes = false; ///< whether the fit at the scattering planes is wanted: kinks, points
                             ///< and widths, which take as much time as half of all else
 };
@@ -112,6 +119,29 @@ struct HitFit {
                       ///< others throughout
 };
 
+/// One view of the fitted track at one z; NaN where the hits fix no line.
+struct LineAt {
+  double fU = 0;     ///< coordinate [cm]
+  double fSlope = 0; ///< against z
+  double fSigU = 0;  ///< their uncertainties
+  double fSigSlope = 0;
+  double fCov = 0; ///< their covariance [cm]
+};
+
+/// The fitted track at one place.
+struct PlaceFit {
+  double fZ = 0;                 ///< [cm]
+  std::array<LineAt, 2> fView;   ///< 0: x, 1: y
+  std::array<LineAt, 2> fOthers; ///< the same without the hits of the planes at this z
+};
+
+/// A plane that the track crosses within its cells, as the hits of the other planes tell.
+struct CrossedPlane {
+  unsigned int fPlane = 0; ///< number, from 0
+  unsigned int fView = 0;  ///< 0: what measures x, 1: y
+  bool fFound = false;     ///< whether it has a hit there
+};
+
 /// A momentum from multiple scattering alone. NaN where it was not asked for; ScatteringMomentum
 /// finds it.
 struct MomentumFromScattering {
@@ -140,9 +170,11 @@ struct HypothesisFit {
   std::vector<TVector3> fPlanePoint;  ///< the fitted track at the planes, detector frame [cm]
   std::vector<double> fPlaneSigAlpha; ///< widths used, scattering factor included [rad]
   std::vector<HitFit> fHit;
-  TVector3 fPosition;  ///< at the plane of the first hit, detector frame [cm]
-  TVector3 fDirection; ///< unit vector there
-  TVector3 fEnd;       ///< where the track is taken to end, detector frame [cm]
+  std::vector<PlaceFit> fPlace;        ///< one for each fAt of the options
+  std::vector<CrossedPlane> fCrossing; ///< if the options ask for them
+  TVector3 fPosition;                  ///< at the plane of the first hit, detector frame [cm]
+  TVector3 fDirection;                 ///< unit vector there
+  TVector3 fEnd;                       ///< where the track is taken to end, detector frame [cm]
   /// Covariance of (x, y, ux, uy) at fixed z there: upper triangle, row by row.
   std::array<double, 10> fCov{};
   // Energy and momentum are those from the range, or of the beam; NaN for a track that leaves.

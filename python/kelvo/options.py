@@ -5,13 +5,15 @@ from __future__ import annotations
 import dataclasses
 import inspect
 import math
-from typing import Any, Callable, Literal, Sequence, TypeVar
+from typing import Any, Callable, Literal, Sequence, TypeVar, Union
 
-from ._arrays import is_whole, listed, number, truth
+from ._arrays import is_number, is_whole, listed, number, truth
 from ._particles import Hypothesis, pdg_code
 from ._root import PYTHON_NAMES, cpp, root, version
 from .errors import Error, shown
 
+Plane = Union[str, int]
+Place = Union[str, int, float]
 Function = TypeVar("Function", bound=Callable[..., Any])
 
 
@@ -47,6 +49,11 @@ class TrackFitOptions:
     the farther they are"""
     reject: float = 0.0
     """hits whose pull is above it are taken out, the worst first; 0: none"""
+    exclude: Plane | Sequence[Plane] = ()
+    """planes, by number from 0 or name, whose hits are not fitted but compared with the fit"""
+    at: Place | Sequence[Place] = ()
+    """where the track is wanted, with and without the hits there: planes, by number (an int) or name,
+    or places along z (a float, in cm)"""
     fractions: Sequence[float] = ()
     """of the hypotheses among all tracks, for the probability of each; empty: equal"""
 
@@ -94,6 +101,20 @@ def _hypotheses(name: str, value: Any) -> Any:
     return root().std.vector["int"]([pdg_code(name, hypothesis) for hypothesis in given])
 
 
+def _places(name: str, value: Any) -> Any:
+    is_one = isinstance(value, str) or is_number(value)
+    given = [value] if is_one else listed(name, value, "it must be a plane or a place along z, or several")
+    return root().std.vector["std::string"]([_place(name, place) for place in given])
+
+
+def _place(name: str, value: Any) -> str:
+    if isinstance(value, str):
+        return value
+    if not is_number(value):
+        raise Error(f"{name} holds {shown(value)}; it must hold numbers or names of planes, or places along z")
+    return str(int(value)) if is_whole(value) else f"z={float(value)!r}"
+
+
 def _fractions(name: str, value: Any) -> Any:
     given = listed(name, value, "it must have a number for each hypothesis, such as (0.7, 0.2, 0.1)")
     return root().std.vector["double"]([number("a number in " + name, v) for v in given])
@@ -117,6 +138,8 @@ _CONVERSIONS = {
     "scattering_momentum": truth,
     "fractions": _fractions,
     "robust": _robust,
+    "exclude": _places,
+    "at": _places,
 }
 
 

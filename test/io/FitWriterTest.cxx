@@ -215,6 +215,9 @@ TEST(FitWriter, HasTheColumnsOfTheDocument) {
   kelvo::VisitVectors([&](const char* name, auto) { vectors.emplace_back(name); });
   EXPECT_EQ(DocumentedColumns("column"), scalars);
   EXPECT_EQ(DocumentedColumns("vector"), vectors);
+  std::vector<std::string> places;
+  kelvo::VisitPlaces([&](const char* name, auto) { places.emplace_back(name); });
+  EXPECT_EQ(DocumentedColumns("place"), places);
   EXPECT_EQ(scalars, kScalars);
   EXPECT_EQ(vectors, kVectors);
 }

@@ -42,6 +42,24 @@ def frame():
     return hits[hits["track"].isin(hits["track"].unique()[:TRACKS])]
 
 
+def test_places_and_excluded_planes_are_those_of_the_file(tmp_path):
+    options = ("--exclude", "20", "--at", "20", "--at", "z=12.5", "--robust", "tukey")
+    expected = command(tmp_path, HITS, "--limit", "30", "--detector", DETECTOR, *options)
+    fits = kelvo.fit_tracks(
+        HITS, DETECTOR, limit=30, output="awkward", exclude=20, at=["20", 12.5], robust="tukey"
+    )
+    assert_same(fits, expected)
+    z = kelvo.PlaneDetector.FromFile(DETECTOR).Planes()[20]
+    assert fits.at_z[0].to_list() == [(z.z_low + z.z_high) / 2, 12.5]
+    assert ak.all(ak.num(fits.at_cov_y_unbiased[fits.status == 0]) == 2)
+    with pytest.raises(kelvo.Error, match="robust is 'mean'; it must be \"keep\", \"huber\""):
+        kelvo.fit_tracks(HITS, DETECTOR, robust="mean")
+    with pytest.raises(kelvo.Error, match="at holds None; it must hold numbers or names of planes"):
+        kelvo.fit_tracks(HITS, DETECTOR, at=[None])
+    with pytest.raises(kelvo.Error, match='"200" is not the number, from 0 to 127, or name'):
+        kelvo.fit_tracks(HITS, DETECTOR, exclude=[200])
+
+
 def entries(frame, names=("view", "u", "z", "sigu")):
     """The same hits, one track an entry."""
     groups = list(frame.groupby("track", sort=False))

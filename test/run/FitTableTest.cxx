@@ -117,7 +117,7 @@ TEST(FitTable, LeavesOutTheVectors) {
 }
 
 TEST(FitTable, NamesTheTypesOfItsColumns) {
-  const kelvo::FitColumns columns(true);
+  const kelvo::FitColumns columns(true, false);
   const auto typeOf = [&](const std::string& name) {
     for (std::size_t i = 0; i < columns.Size(); i++)
       if (columns.Column(i).fName == name) return columns.Column(i).fType;
