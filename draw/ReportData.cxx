@@ -392,6 +392,15 @@ double SlopeSum::Error() const {
   return std::sqrt(std::max(0., left) / (fN - 2) / variance);
 }
 
+std::vector<long long> WorstTracks(FitReader& fits, std::size_t count) {
+  ReportData report;
+  ScalarPass scalars(fits, count, report);
+  TrackEntries entries;
+  for (TrackSequence tracks(fits); tracks.Next(entries);) scalars.Add(entries);
+  scalars.End();
+  return report.fWorstTracks;
+}
+
 ReportData GatherReport(FitReader& fits, const geo::PlaneDetector* detector,
                         const ReportOptions& options) {
   ReportData report;

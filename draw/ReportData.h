@@ -123,6 +123,11 @@ struct ReportData {
   std::optional<TruthComparison> fTruth;
 };
 
+/// Returns the entries of the tracks with the smallest probability of chi-square, each under its
+/// shown hypothesis, the worst one first.
+/// @throw FileError for damaged data
+std::vector<long long> WorstTracks(FitReader& fits, std::size_t count);
+
 /// Reads a file of fits twice: numbers first, then hits and planes of the shown fits.
 /// @param detector null: residuals are not gathered by plane
 /// @throw FileError for damaged data, and for a truth that cannot be read or is not of these hits

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -23,12 +24,27 @@ constexpr double kPanelHeight = 160;
 constexpr double kAbovePanel = 50;
 constexpr double kBelowNumbers = 62;
 
-const LineStyle kTrackLine{colour::kBlue, 2};
-const LineStyle kPlaneLine{colour::kPurple, 1};
+const LineStyle kTrackLine{colour::kText, 1.5};
+const LineStyle kPlaneLine{colour::kGrey, 1};
 const LineStyle kHitBar{colour::kBlack, 1};
 const MarkStyle kHitMark{Mark::kDisc, colour::kBlack, 7};
 const char* const kViewColour[] = {colour::kBlue, colour::kVermillion};
 const Mark kViewMark[] = {Mark::kDisc, Mark::kOpenSquare};
+const char* const kViewName[] = {"x", "y"};
+constexpr double kLegible = 3;   // pixels
+constexpr double kVisible = 0.5; // pixels
+constexpr int kManyCells = 20;   // of a plane
+
+// What of a detector is drawn into one view.
+struct Boxes {
+  struct Box {
+    Point fCorner; // z and x or y [cm]
+    Point fOpposite;
+  };
+  std::vector<Box> fSlabs;
+  std::vector<Box> fPlanes;
+  std::vector<Box> fCells; // that the track crosses
+};
 
 // Draws one track; the picture grows from the top to the bottom.
 class TrackDrawing {
@@ -40,6 +56,7 @@ public:
     const double space = std::max(0.02 * (last - first), Depth());
     fLow = first - space;
     fHigh = last + space;
+    for (std::size_t view = 0; fDetector && view < 2; view++) FindBoxes(view);
   }
 
   void Draw() {
@@ -50,9 +67,9 @@ public:
       y += kViewHeight + kBelowNumbers - 12;
     }
     y += kAbovePanel;
-    DrawPanel(y, "residual [cm]", false);
+    DrawPanel(y, false);
     y += kPanelHeight + kAbovePanel;
-    DrawPanel(y, "pull", true);
+    DrawPanel(y, true);
     fPicture.SetHeight(y + kPanelHeight + kBelowNumbers);
   }
 
@@ -81,13 +98,19 @@ private:
   std::vector<LegendEntry> Entries() const {
     std::vector<LegendEntry> entries{
         {LegendEntry::kMark, "hit", colour::kBlack},
-        {LegendEntry::kLine, "fitted track", colour::kBlue, {}, kTrackLine},
-        {LegendEntry::kArea, "±1σ", colour::kPaleBlue},
-        {LegendEntry::kArea, "crossed cell", colour::kPaleOrange},
-        {LegendEntry::kArea, "plane", colour::kPaleGrey}};
+        {LegendEntry::kLine, "fitted track", kTrackLine.fColour, {}, kTrackLine},
+        {LegendEntry::kArea, "±1σ", colour::kPaleBlue}};
+    const auto add = [&](const char* text, std::vector<Boxes::Box> Boxes::*boxes,
+                         const char* colour) {
+      if (!(fBoxes[0].*boxes).empty() || !(fBoxes[1].*boxes).empty())
+        entries.push_back({LegendEntry::kArea, text, colour});
+    };
+    add("crossed cell", &Boxes::fCells, colour::kPaleOrange);
+    add("plane", &Boxes::fPlanes, colour::kPaleGrey);
+    add("slab", &Boxes::fSlabs, colour::kLightGrey);
     if (fRow.fPlaneZ.empty()) return entries; // a fit has them only where they were asked for
-    entries.push_back({LegendEntry::kMark, "kink", colour::kVermillion, Mark::kDiamond});
-    entries.push_back({LegendEntry::kLine, "scattering plane", colour::kPurple, {}, kPlaneLine});
+    entries.push_back({LegendEntry::kMark, "kink", colour::kPurple, Mark::kDiamond});
+    entries.push_back({LegendEntry::kLine, "scattering plane", colour::kGrey, {}, kPlaneLine});
     return entries;
   }
 
@@ -107,10 +130,11 @@ private:
   }
 
   void DrawView(std::size_t view, double top) {
-    const char* name = view == 0 ? "x" : "y";
     Plot plot(fPicture, {kLeft, top}, {kRight, top + kViewHeight}, {fLow, fHigh, "z [cm]"},
-              Vertical(view, std::string(name) + " [cm]"));
-    DrawPlanes(plot, view);
+              Vertical(view, std::string(kViewName[view]) + " [cm]"));
+    DrawBoxes(plot, fBoxes[view].fSlabs, colour::kLightGrey, 0);
+    DrawBoxes(plot, fBoxes[view].fPlanes, colour::kPaleGrey, 0);
+    DrawBoxes(plot, fBoxes[view].fCells, colour::kPaleOrange, kLegible);
     DrawBand(plot, view);
     DrawScatteringPlanes(plot, view);
     DrawTrackLine(plot, view);
@@ -135,28 +159,57 @@ private:
     return Around(low, high, title, 0.08);
   }
 
-  void DrawPlanes(Plot& plot, std::size_t view) const {
-    if (!fDetector) return;
+  void FindBoxes(std::size_t view) {
+    Boxes& boxes = fBoxes[view];
+    const double pixel = (fHigh - fLow) / (kRight - kLeft); // [cm]
+    const auto isInside = [this](double low, double high) { return high >= fLow && low <= fHigh; };
+    for (const geo::Box& slab : fDetector->Slabs())
+      if (slab.fHigh[2] - slab.fLow[2] > kVisible * pixel && isInside(slab.fLow[2], slab.fHigh[2]))
+        boxes.fSlabs.push_back(
+            {{slab.fLow[2], slab.fLow[view]}, {slab.fHigh[2], slab.fHigh[view]}});
     for (const geo::ActivePlane& plane : fDetector->Planes()) {
       const geo::CellRow& cells = plane.fCells[view];
-      if (cells.fCount == 0 || plane.fZHigh < fLow || plane.fZLow > fHigh) continue;
-      const double half = cells.fWidth / 2;
-      plot.Box({plane.fZLow, cells.Centre(0) - half},
-               {plane.fZHigh, cells.Centre(cells.fCount - 1) + half}, colour::kPaleGrey);
-      DrawCells(plot, view, plane);
+      if (cells.fCount == 0 || !isInside(plane.fZLow, plane.fZHigh)) continue;
+      boxes.fPlanes.push_back(CellBox(plane, view, 0, cells.fCount - 1));
+      FindCells(plane, view);
     }
   }
 
-  void DrawCells(Plot& plot, std::size_t view, const geo::ActivePlane& plane) const {
+  static Boxes::Box CellBox(const geo::ActivePlane& plane, std::size_t view, unsigned first,
+                            unsigned last) {
+    const geo::CellRow& cells = plane.fCells[view];
+    const double half = cells.fWidth / 2;
+    return {{plane.fZLow, cells.Centre(first) - half}, {plane.fZHigh, cells.Centre(last) + half}};
+  }
+
+  // The cells between the track's coordinates at both faces; many of them as one box.
+  void FindCells(const geo::ActivePlane& plane, std::size_t view) {
     if (plane.fZHigh < fRow.fHitZ.front() || plane.fZLow > fRow.fHitZ.back()) return;
     const geo::CellRow& cells = plane.fCells[view];
     const int one = cells.Cell(fTrack.At(view, plane.fZLow));
     const int other = cells.Cell(fTrack.At(view, plane.fZHigh));
     if (one < 0 || other < 0) return;
-    for (int i = std::min(one, other); i <= std::max(one, other); i++) {
-      const double centre = cells.Centre(static_cast<unsigned>(i));
-      plot.Box({plane.fZLow, centre - cells.fWidth / 2}, {plane.fZHigh, centre + cells.fWidth / 2},
-               colour::kPaleOrange);
+    const auto first = static_cast<unsigned>(std::min(one, other));
+    const auto last = static_cast<unsigned>(std::max(one, other));
+    if (std::abs(one - other) >= kManyCells) {
+      fBoxes[view].fCells.push_back(CellBox(plane, view, first, last));
+      return;
+    }
+    for (unsigned i = first; i <= last; i++)
+      fBoxes[view].fCells.push_back(CellBox(plane, view, i, i));
+  }
+
+  /// @param min width and height that is made of smaller boxes [pixels]
+  static void DrawBoxes(Plot& plot, const std::vector<Boxes::Box>& boxes, const char* colour,
+                        double min) {
+    const double z = min * (plot.X().fHigh - plot.X().fLow) / (plot.Right() - plot.Left());
+    const double u = min * (plot.Y().fHigh - plot.Y().fLow) / (plot.Bottom() - plot.Top());
+    for (const Boxes::Box& box : boxes) {
+      const Point& low = box.fCorner;
+      const Point& high = box.fOpposite;
+      const double dz = std::max(0., z - (high.fX - low.fX)) / 2;
+      const double du = std::max(0., u - (high.fY - low.fY)) / 2;
+      plot.Box({low.fX - dz, low.fY - du}, {high.fX + dz, high.fY + du}, colour);
     }
   }
 
@@ -210,8 +263,22 @@ private:
       const double sigma = fRow.fHitSigU[i];
       plot.Bar(fRow.fHitZ[i], u - sigma, u + sigma, kHitBar);
       points.push_back({fRow.fHitZ[i], u});
+      AddTip(plot, view, i);
     }
     plot.Marks(points, kHitMark);
+  }
+
+  void AddTip(Plot& plot, std::size_t view, std::size_t i) const {
+    const ShownUnit unit =
+        LengthUnitFor(std::max(std::abs(static_cast<double>(fRow.fResidual[i])), fRow.fHitSigU[i]));
+    const Point at = plot.At(fRow.fHitZ[i], fRow.fHitU[i]);
+    fPicture.Tip({at.fX - 6, at.fY - 6}, {at.fX + 6, at.fY + 6},
+                 fmt::format(FMT_STRING("hit at z = {:.6g} cm, {} = {:.6g} cm\nresidual {:.3g} {}, "
+                                        "uncertainty {:.3g} {}\npull {:.2f}"),
+                             fRow.fHitZ[i], kViewName[view], fRow.fHitU[i],
+                             static_cast<double>(fRow.fResidual[i]) * unit.fPerUnit, unit.fName,
+                             fRow.fHitSigU[i] * unit.fPerUnit, unit.fName,
+                             static_cast<double>(fRow.fPull[i])));
   }
 
   void DrawTrackLine(Plot& plot, std::size_t view) const {
@@ -228,21 +295,34 @@ private:
       const double pull =
           std::abs(static_cast<double>(kinks[j])) / static_cast<double>(fRow.fPlaneSigAlpha[j]);
       const double size = std::min(kSmallest + kPerSigma * pull, kLargest);
-      plot.Marks({PlanePoint(j, view)}, {Mark::kDiamond, colour::kVermillion, size});
+      plot.Marks({PlanePoint(j, view)}, {Mark::kDiamond, colour::kPurple, size});
     }
   }
 
+  // With the uncertainty of its hit [cm].
+  double LargestResidual() const {
+    double largest = 0;
+    for (std::size_t i = 0; i < fRow.fHitZ.size(); i++)
+      largest =
+          std::max(largest, std::abs(static_cast<double>(fRow.fResidual[i])) + fRow.fHitSigU[i]);
+    return largest;
+  }
+
   // Residuals with the uncertainties of their hits, or pulls.
-  void DrawPanel(double top, const std::string& title, bool pulls) {
+  void DrawPanel(double top, bool pulls) {
+    const ShownUnit unit = LengthUnitFor(LargestResidual());
     const auto value = [&](std::size_t i) {
-      return static_cast<double>(pulls ? fRow.fPull[i] : fRow.fResidual[i]);
+      return pulls ? static_cast<double>(fRow.fPull[i])
+                   : static_cast<double>(fRow.fResidual[i]) * unit.fPerUnit;
     };
-    const auto bar = [&](std::size_t i) { return pulls ? 0 : fRow.fHitSigU[i]; };
+    const auto bar = [&](std::size_t i) { return pulls ? 0 : fRow.fHitSigU[i] * unit.fPerUnit; };
     double max = pulls ? 2.5 : 1e-6;
     for (std::size_t i = 0; i < fRow.fHitZ.size(); i++)
       max = std::max(max, std::abs(value(i)) + bar(i));
-    Plot plot(fPicture, {kLeft, top}, {kRight, top + kPanelHeight},
-              {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls}, {-1.1 * max, 1.1 * max, title});
+    Plot plot(
+        fPicture, {kLeft, top}, {kRight, top + kPanelHeight},
+        {fLow, fHigh, pulls ? "z [cm]" : "", false, pulls},
+        {-1.1 * max, 1.1 * max, pulls ? "pull" : std::string("residual [") + unit.fName + "]"});
     if (pulls) plot.Box({fLow, -1}, {fHigh, 1}, colour::kPaleGrey);
     plot.Line({{fLow, 0}, {fHigh, 0}}, {colour::kGrey, 1});
     for (std::size_t view = 0; view < 2; view++) {
@@ -264,8 +344,9 @@ private:
   const FitRow& fRow;
   FittedTrack fTrack;
   Picture& fPicture;
-  double fLow;  // of the axis z [cm]
-  double fHigh; // [cm]
+  std::array<Boxes, 2> fBoxes; // by view
+  double fLow;                 // of the axis z [cm]
+  double fHigh;                // [cm]
 };
 
 } // namespace

@@ -72,6 +72,19 @@ CellRow MakeRow(const DetectorDescription::Part& part, const DetectorDescription
   return row;
 }
 
+std::vector<Box> MakeSlabs(const DetectorDescription& d) {
+  std::vector<Box> slabs;
+  for (const auto& placed : d.fPlaced) {
+    const DetectorDescription::Part& part = d.fParts[placed.fPart];
+    if (part.fCount[0] > 0 || part.fCount[1] > 0) continue;
+    const double x = part.fSize[0] / 2;
+    const double y = part.fSize[1] / 2;
+    slabs.push_back({{placed.fCentre[0] - x, placed.fCentre[1] - y, placed.fZLow},
+                     {placed.fCentre[0] + x, placed.fCentre[1] + y, placed.fZHigh}});
+  }
+  return slabs;
+}
+
 std::vector<ActivePlane> MakePlanes(const DetectorDescription& d) {
   std::vector<ActivePlane> planes;
   for (const auto& placed : d.fPlaced) {
@@ -145,6 +158,7 @@ PlaneDetector::PlaneDetector(const DetectorDescription& d)
       fText(d.fText),
       fMaterials(MakeMaterials(d)),
       fPlanes(MakePlanes(d)),
+      fSlabs(MakeSlabs(d)),
       fStack(MakeStack(d, fMaterials)),
       fExtent(Around(fStack.Layers())) {
   const std::vector<bool> used = UsedMaterials(d);

@@ -107,6 +107,9 @@ public:
   /// there is none, or several of the name.
   int FindPlane(std::string_view nameOrNumber) const;
 
+  /// Returns the boxes of what measures nothing, by increasing z [cm].
+  const std::vector<Box>& Slabs() const { return fSlabs; }
+
   /// Returns the smallest box that holds all parts [cm].
   const Box& Extent() const { return fExtent; }
 
@@ -124,6 +127,7 @@ private:
   std::vector<std::unique_ptr<TGeoMaterial>> fMaterials; // in the order of the file
   std::vector<const TGeoMaterial*> fUsed;
   std::vector<ActivePlane> fPlanes;
+  std::vector<Box> fSlabs;
   PlaneStack fStack;
   Box fExtent;
 };

@@ -1,7 +1,10 @@
 // 'kelvo display' and 'kelvo report' as a user runs them.
 
+#include "io/FitReader.h"
 #include "io/FitWriter.h"
 #include "test/support/CommandRun.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -36,6 +39,57 @@ TEST_F(DisplayCommand, DrawsATrackUnderItsBestHypothesisOrAnother) {
   EXPECT_TRUE(Contains(fFolder.Read("best.svg"), ", the best hypothesis"));
   EXPECT_EQ(Run("display fits.root --track 17 --hypothesis p -o p.png").fStatus, 0);
   EXPECT_EQ(fFolder.Read("p.png").substr(1, 3), "PNG");
+}
+
+TEST_F(DisplayCommand, DrawsSeveralTracksAndTheWorstInOneCall) {
+  ASSERT_EQ(Fit(kMuons + " --limit 30 --hypothesis mu").fStatus, 0);
+  kelvo::FitReader fits(fFolder.Path("fits.root"));
+  std::vector<std::pair<double, long long>> tracks;
+  for (long long i = 0; i < fits.Entries(); i++) {
+    const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kScalars);
+    tracks.emplace_back(row.fProb, row.fTrack);
+  }
+  std::sort(tracks.begin(), tracks.end());
+  const auto name = [](long long track) { return "t-" + std::to_string(track) + ".svg"; };
+  const long long first = tracks[0].second;
+  const Outcome pictures =
+      Run("display fits.root --track 17 " + std::to_string(first) + " --worst 2 -o t.svg");
+  EXPECT_EQ(pictures.fStatus, 0) << pictures.fErr;
+  EXPECT_EQ(pictures.fOut, "written: t-17.svg\nwritten: " + name(first) +
+                               "\nwritten: " + name(tracks[1].second) + "\n");
+  for (const long long track : {17LL, first, tracks[1].second})
+    EXPECT_TRUE(Contains(fFolder.Read(name(track)), ">Track " + std::to_string(track) + " as "));
+  const Outcome page = Run("display fits.root --worst 5 -o t.html");
+  EXPECT_EQ(page.fOut, "written: t.html\n");
+  const std::string html = fFolder.Read("t.html");
+  std::size_t at = 0;
+  for (std::size_t i = 0; i < 5; i++) {
+    at = html.find(">Track " + std::to_string(tracks[i].second) + " as muon", at);
+    ASSERT_NE(at, std::string::npos) << i;
+  }
+  EXPECT_EQ(html.find(">Track ", at + 1), std::string::npos);
+}
+
+TEST_F(DisplayCommand, SaysWhatItIsToDraw) {
+  const Outcome none = Run("display fits.root -o t.html");
+  EXPECT_EQ(none.fStatus, 2);
+  EXPECT_EQ(none.fErr, "kelvo: which tracks? --track ID... or --worst N says it\n");
+  const Outcome ending = Run("display fits.root --worst 3 -o t.txt");
+  EXPECT_EQ(ending.fStatus, 2);
+  EXPECT_EQ(ending.fErr.find("kelvo: --output: \"t.txt\" must end in .svg, .png or .pdf, or in "
+                             ".html for a page\n"),
+            0u)
+      << ending.fErr;
+}
+
+TEST_F(DisplayCommand, DrawsTheOthersWhereATrackIsNotFitted) {
+  fFolder.Write("few.csv", "track,view,u,z,sigu\n77,X,1,3,1\n77,X,1,9,1\n77,Y,1,15,1\n");
+  ASSERT_EQ(Fit("few.csv " + kMuons + " --limit 5 --hypothesis mu").fStatus, 1);
+  const Outcome run = Run("display fits.root --track 77 2 -o t.html");
+  EXPECT_EQ(run.fStatus, 1);
+  EXPECT_TRUE(Contains(run.fErr, "kelvo: track 77 is not fitted: "));
+  EXPECT_EQ(run.fOut, "written: t.html\n");
+  EXPECT_TRUE(Contains(fFolder.Read("t.html"), ">Track 2 as muon"));
 }
 
 TEST_F(DisplayCommand, SaysWhichTrackItCannotDraw) {

@@ -166,10 +166,9 @@ TEST(TrackDisplay, ShowsEveryHitKinkAndScatteringPlaneInBothViews) {
     constexpr std::size_t kLegend = 1;
     using Shapes = test::SvgShapes;
     EXPECT_EQ(Shapes::Count(svg.fCircles, "#000000"), HitsOf(row) + kLegend);
-    // The squares of the view y in the two lower panels have the colour of the kinks.
-    const std::size_t squares = 2 * (static_cast<std::size_t>(row.fNY) + kLegend);
-    EXPECT_EQ(Shapes::Count(svg.fPolygons, "#d55e00"), 2 * planes + kLegend + squares);
-    EXPECT_EQ(Shapes::Count(svg.fLines, "#cc79a7"), 2 * planes + kLegend);
+    EXPECT_EQ(Shapes::Count(svg.fPolygons, "#cc79a7"), 2 * planes + kLegend);
+    constexpr std::size_t kZeroLines = 2; // of the lower panels, as grey as the planes
+    EXPECT_EQ(Shapes::Count(svg.fLines, "#767676"), 2 * planes + kLegend + kZeroLines);
   }
 }
 
@@ -179,7 +178,8 @@ TEST(TrackDisplay, ShowsResidualAndPullOfEveryHit) {
   constexpr std::size_t kLegend = 1;
   EXPECT_EQ(test::SvgShapes::Count(svg.fCircles, "#0072b2"),
             2 * (static_cast<std::size_t>(row.fNX) + kLegend));
-  EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "none"), 0u);
+  EXPECT_EQ(test::SvgShapes::Count(svg.fPolygons, "#d55e00"),
+            2 * (static_cast<std::size_t>(row.fNY) + kLegend));
 }
 
 // A straight count of the cells between the track's coordinates at both faces of each plane.
@@ -214,12 +214,85 @@ TEST(TrackDisplay, HasALegendOfWhatIsThere) {
   EXPECT_FALSE(names("kink"));
   EXPECT_FALSE(names("scattering plane"));
   EXPECT_TRUE(names("fitted track"));
+  EXPECT_TRUE(names("crossed cell"));
+  EXPECT_TRUE(names("plane"));
+  EXPECT_FALSE(names("slab")); // the sheets between planes are too thin to be seen
+}
+
+/// A thick plane of fine pixels between others, with slabs; a beam crosses its cells obliquely.
+const geo::PlaneDetector& PixelDetector() {
+  static const auto detector = geo::PlaneDetector::FromText(R"(
+name = "pixels"
+world = "Air"
+[[material]]
+name = "Air"
+like = "Air"
+[[material]]
+name = "Silicon"
+like = "Silicon"
+[[plane]]
+name = "thin"
+view = "XY"
+count = [400, 400]
+cell = { width = [0.005, 0.005], depth = 0.03 }
+filling = "Silicon"
+[[plane]]
+name = "thick"
+view = "XY"
+count = [20000, 20000]
+cell = { width = [0.0001, 0.0001], depth = 1 }
+filling = "Silicon"
+[[slab]]
+name = "plate"
+material = "Silicon"
+size = [3, 3]
+thickness = 0.5
+[[stack]]
+z = 0
+parts = ["thin", "plate", "thin", "plate", "thin", "plate", "thick"]
+)",
+                                                            "pixels.toml");
+  return detector;
+}
+
+/// A track with a slope of 0.1 in x through the middles of all planes.
+kelvo::FitRow ObliqueTrack() {
+  kelvo::TrackFitOptions options;
+  options.fBeamMomentum = 100;
+  options.fHypotheses = {211};
+  kelvo::TrackFitter fitter(PixelDetector(), options);
+  kelvo::TrackHits track;
+  for (const geo::ActivePlane& plane : PixelDetector().Planes()) {
+    const double z = plane.ZMid();
+    track.fHits.AddHit(geo::kX, 0.1 * z, 0, z, 0, 0.0015, 0, 0, 0, 1);
+    track.fHits.AddHit(geo::kY, 0, 0.001, z, 0, 0, 0.0015, 0, 0, 1);
+  }
+  return kelvo::FitRows(track, fitter.Fit(track.fHits), true).at(0);
+}
+
+// A thousand pixels of 1 um are one box. The others, of 50 um in a picture of 0.3 cm, can be seen.
+TEST(TrackDisplay, ShowsSlabsSmallCellsAndManyCellsAsOne) {
+  const kelvo::FitRow row = ObliqueTrack();
+  ASSERT_EQ(row.fStatus, 0) << row.fMessage;
+  const test::SvgShapes svg(kelvo::DrawTrack(&PixelDetector(), row).Svg());
+  using Shapes = test::SvgShapes;
+  EXPECT_EQ(Shapes::Count(svg.fBoxes, "#d9d9d9"), 2u * 3 + 1); // three slabs, one in the legend
+  std::size_t cells = 0;
+  for (const auto& box : svg.fBoxes) {
+    if (box.fColour != "#fbe3b0") continue;
+    cells++;
+    EXPECT_GE(Shapes::Number(box.fTag, "height"), 2.9);
+  }
+  EXPECT_GE(cells, 2u * 4 + 1);
+  EXPECT_LE(cells, 2u * 7 + 1);
+  EXPECT_NE(kelvo::DrawTrack(&PixelDetector(), row).Svg().find(">residual [µm]<"),
+            std::string::npos);
 }
 
 TEST(TrackDisplay, NeedsNoDetector) {
   const kelvo::FitRow& row = BestRow();
   const test::SvgShapes svg(kelvo::DrawTrack(nullptr, row).Svg());
-  EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "#fbe3b0"), 1u);
+  EXPECT_EQ(test::SvgShapes::Count(svg.fBoxes, "#fbe3b0"), 0u);
   EXPECT_EQ(test::SvgShapes::Count(svg.fCircles, "#000000"), HitsOf(row) + 1);
 }
 

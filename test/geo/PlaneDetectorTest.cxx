@@ -466,6 +466,19 @@ TEST(Telescope, MeasuresBothCoordinatesInShiftedPlanes) {
   EXPECT_NEAR(thickness[1].fRadLengths, 0.16 / 9.37, 1e-9);
 }
 
+TEST(Telescope, HasASlabBehindEachPlane) {
+  const PlaneDetector detector = PlaneDetector::FromFile(kDetectors + "telescope.toml");
+  ASSERT_EQ(detector.Slabs().size(), 4u);
+  for (unsigned p = 0; p < 4; p++) {
+    const geo::Box& slab = detector.Slabs()[p];
+    const geo::ActivePlane& plane = detector.Planes()[p];
+    EXPECT_NEAR(slab.fLow[2], plane.fZHigh, kStepTolerance);
+    EXPECT_NEAR(slab.fHigh[2] - slab.fLow[2], 0.015, kStepTolerance);
+    EXPECT_NEAR(slab.fHigh[0] - slab.fLow[0], 2.02, kStepTolerance);
+    EXPECT_NEAR((slab.fLow[1] + slab.fHigh[1]) / 2, 0.94 + plane.fOffset[1], kStepTolerance);
+  }
+}
+
 /// The columns x, y of the four hits of each track, or nothing where the data are not at hand.
 std::vector<std::vector<double>> TelescopeTracks() {
   const char* folder = std::getenv("KELVO_SHARED_DATA");

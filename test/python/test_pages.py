@@ -5,6 +5,7 @@ import hashlib
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import xml.etree.ElementTree
 
@@ -207,6 +208,21 @@ def test_pictures_of_tracks_can_be_enlarged_and_moved(folder, browser):
     assert moved[1] == pytest.approx(top)
     browser.evaluate(click.format("0"))
     assert browser.evaluate(box) == whole
+
+
+@needs_chromium
+def test_the_page_of_tracks_shows_them_with_names_as_text(folder, browser):
+    shutil.copy(folder / "fits.root", folder / f"{EVIL.replace('/', '|')}.root")
+    subprocess.run([COMMAND, "display", f"{EVIL.replace('/', '|')}.root", "--track", "3", "17",
+                    "--worst", "4", "-o", "tracks.html"],
+                   cwd=folder, check=True, stdout=subprocess.DEVNULL)
+    browser.open(folder / "tracks.html", WIDTHS["phone"])
+    assert browser.complaints() == []
+    assert browser.evaluate("document.querySelectorAll('figure.zoom').length") == 6
+    assert browser.evaluate("document.title") == f"Tracks of {EVIL.replace('/', '|')}.root"
+    assert browser.evaluate(CLIPPED) == []
+    assert browser.evaluate(OVERLAPPING) == []
+    assert browser.evaluate("document.documentElement.scrollWidth") <= WIDTHS["phone"]
 
 
 @needs_chromium
