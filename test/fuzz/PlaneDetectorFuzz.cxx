@@ -1,6 +1,7 @@
 // A detector file of any content is read or refused with a DetectorError: libFuzzer looks for one
 // that is neither. Start it in a folder with copies of detectors/*.toml as its first inputs.
 #include "geo/PlaneDetector.h"
+#include "test/fuzz/FuzzInput.h"
 
 #include <cstddef>
 #include <cstdint>
