@@ -29,5 +29,8 @@ Command MakeDisplayCommand(CLI::App& program);
 Command MakeDedxCommand(CLI::App& program);
 Command MakeMaterialsCommand(CLI::App& program);
 Command MakeReportCommand(CLI::App& program);
+/// These two tell about all commands, and are made behind them.
+Command MakeHelpCommand(CLI::App& program);
+Command MakeCompletionCommand(CLI::App& program);
 
 } // namespace kelvo::app

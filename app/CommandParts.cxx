@@ -120,18 +120,25 @@ std::string CommandLine(int argc, char** argv) {
   return line;
 }
 
+std::vector<const CLI::App*> Commands(const CLI::App& program) {
+  return program.get_subcommands([](const CLI::App*) { return true; });
+}
+
+std::vector<std::string> CommandNames(const CLI::App& program) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : Commands(program)) names.push_back(command->get_name());
+  return names;
+}
+
 std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv) {
   const auto chosen = program.get_subcommands();
   if (!chosen.empty())
     return fmt::format(FMT_STRING("kelvo: {}\n'kelvo {} --help' shows how it is used\n"),
                        Reason(error), chosen[0]->get_name());
-  std::vector<std::string> names;
-  for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; }))
-    names.push_back(command->get_name());
   const std::string reason =
       argc < 2 ? "a command is missing" : Quoted(argv[1]) + " is not a command";
   return fmt::format(FMT_STRING("kelvo: {}; there are {}\n'kelvo --help' explains them\n"), reason,
-                     Listed(names, " and "));
+                     Listed(CommandNames(program), " and "));
 }
 
 int RunWithProgress(const std::function<int(ProgressLine&)>& work) {

@@ -45,6 +45,12 @@ CLI::Validator PictureName();
 /// Returns the command as it can be given to a shell again.
 std::string CommandLine(int argc, char** argv);
 
+/// Returns the commands of the program, in the order in which they were made.
+std::vector<const CLI::App*> Commands(const CLI::App& program);
+
+/// Returns their names.
+std::vector<std::string> CommandNames(const CLI::App& program);
+
 /// Returns what to tell of a usage that cannot be parsed.
 std::string UsageMessage(const CLI::App& program, const CLI::Error& error, int argc, char** argv);
 

@@ -36,9 +36,9 @@ std::vector<std::string> Words(int argc, char** argv) {
 int Run(int argc, char** argv) {
   CLI::App program{
       "kelvo fits the tracks of particles in detectors made of planes.\n"
-      "'kelvo COMMAND --help' explains a command and shows how it is used.",
+      "'kelvo COMMAND --help' or 'kelvo help COMMAND' explains a command and shows how it is used.",
       "kelvo"};
-  program.set_version_flag("--version", "kelvo " KELVO_VERSION);
+  program.set_version_flag("-V,--version", "kelvo " KELVO_VERSION);
   program.require_subcommand(1);
   const std::string commandLine = kelvo::app::CommandLine(argc, argv);
   const std::vector<kelvo::app::Command> commands{
@@ -50,6 +50,8 @@ int Run(int argc, char** argv) {
       kelvo::app::MakeDisplayCommand(program),
       kelvo::app::MakeDedxCommand(program),
       kelvo::app::MakeMaterialsCommand(program),
+      kelvo::app::MakeHelpCommand(program),
+      kelvo::app::MakeCompletionCommand(program),
   };
   try {
     program.parse(Words(argc, argv));

@@ -29,6 +29,7 @@ if(NOT KELVO_ROOT_HAS_GEOMETRY)
 endif()
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/detectors DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo)
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/CITATION.cff DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 install(EXPORT kelvoTargets NAMESPACE kelvo:: DESTINATION ${KELVO_CMAKE_DIR})
 configure_package_config_file(cmake/kelvoConfig.cmake.in ${PROJECT_BINARY_DIR}/kelvoConfig.cmake

@@ -13,7 +13,8 @@ using test::Outcome;
 
 TEST_F(Command, SaysWhatIsMissing) {
   const std::string commands =
-      "; there are fit, simulate, detector, report, display, dedx and materials\n"
+      "; there are fit, merge, simulate, detector, report, display, dedx, materials, help "
+      "and completion\n"
       "'kelvo --help' explains them\n";
   const std::pair<const char*, std::string> cases[] = {
       {"", "kelvo: a command is missing" + commands},

@@ -73,6 +73,23 @@ def test_the_readme_tells_what_the_third_example_finds(run):
     assert told == (momentum, *views[0], *views[1])
 
 
+def test_the_first_commands_of_the_readme_run_as_they_stand(tmp_path):
+    """In a folder that looks like the checkout after scripts/demo, with nothing else on the path."""
+    for name in ("detectors", "examples", ".venv"):
+        (tmp_path / name).symlink_to(SOURCE / name)
+    (tmp_path / "build").mkdir()
+    (tmp_path / "build/release").symlink_to(BUILD)
+    block = (SOURCE / "README.md").read_text().split("```sh\n")[1].split("```")[0]
+    script = "set -e\n" + block + "command -v kelvo\n"
+    environment = {"PATH": "/usr/bin:/bin", "HOME": str(tmp_path)}
+    done = subprocess.run(
+        ["bash", "-c", script], cwd=tmp_path, env=environment, capture_output=True, text=True)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert done.stdout.endswith(f"{tmp_path}/build/release/bin/kelvo\n")
+    for name in ("fits.root", "fits.csv", "fits.html", "track.svg"):
+        assert (tmp_path / name).stat().st_size > 10_000
+
+
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: path.name)
 def test_links_lead_to_files(document):
     text = document.read_text(encoding="utf-8")
