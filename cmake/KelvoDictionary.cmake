@@ -18,5 +18,9 @@ function(kelvo_add_dictionary target linkdef)
   target_compile_options(G__${target} PRIVATE -w)
 endfunction()
 
+# An older build tree has a link to the sources of this name, in which nothing may be made.
+if(IS_SYMLINK ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR})
+  file(REMOVE ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR})
+endif()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_INCLUDEDIR})
 file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/${KELVO_HEADER_FOLDER} SYMBOLIC)
