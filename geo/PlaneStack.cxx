@@ -255,7 +255,7 @@ public:
   }
 
 private:
-  Lanes fPlace; // of the ends of both intervals, from the middle of a pitch
+  Lanes fPlace{}; // of the ends of both intervals, from the middle of a pitch
   double fPerArea;
 };
 

@@ -69,11 +69,13 @@ std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
 [[gnu::always_inline]] inline MaterialAlong::Mixture MaterialAlong::Mix(const geo::MeanSlab& slab) {
   const std::size_t first = Meet(slab.fMaterial[0]);
   const double firstLoss = fMet[first].fMipLoss;
-  Mixture mixture{
-      {first}, slab.fFraction[0] * fMet[first].fRadLen, slab.fFraction[0] * firstLoss, 0};
+  Mixture mixture{{first * fSums.size()},
+                  slab.fFraction[0] * fMet[first].fRadLen,
+                  slab.fFraction[0] * firstLoss,
+                  0};
   for (std::size_t k = 1; k < slab.fN; k++) {
     const std::size_t place = Meet(slab.fMaterial[k]);
-    mixture.fMet[k] = place;
+    mixture.fRow[k] = place * fSums.size();
     mixture.fRadLen += slab.fFraction[k] * fMet[place].fRadLen;
     mixture.fMipLoss += slab.fFraction[k] * fMet[place].fMipLoss;
   }
@@ -86,11 +88,10 @@ std::size_t MaterialAlong::MeetFirst(const TGeoMaterial* material) {
 /// a part has its part.
 [[gnu::always_inline]] inline void MaterialAlong::Add(std::size_t gap, double middle, double begin,
                                                       double end, const geo::MeanSlab& slab,
-                                                      const Mixture& mixture,
-                                                      const Lanes& crossings) {
+                                                      const Mixture& mixture, Lanes crossings) {
   const double length = end - begin, all = length * Sum(crossings);
   for (std::size_t k = 0; k < slab.fN; k++)
-    fThickness[mixture.fMet[k] * fSums.size() + gap] += all * slab.fFraction[k];
+    fThickness[mixture.fRow[k] + gap] += all * slab.fFraction[k];
   Sums& sums = fSums[gap];
   sums.fLoss += crossings * (length * mixture.fMipLoss);
   sums.fVarLoss += length * mixture.fVarMipLoss;
@@ -116,7 +117,7 @@ void MaterialAlong::Cross(const std::vector<WayPoint>& points, std::size_t first
 
 /// Adds the slabs of some crossings to the gaps between two points.
 void MaterialAlong::AddSlabs(const std::vector<WayPoint>& points, std::size_t first,
-                             std::size_t last, const Lanes& crossings) {
+                             std::size_t last, Lanes crossings) {
   std::size_t i = first;
   for (const geo::MeanSlab& slab : fSlabs) {
     const Mixture mixture = Mix(slab);

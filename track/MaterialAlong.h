@@ -95,7 +95,7 @@ private:
   };
   /// What lies in a slab.
   struct Mixture {
-    std::array<std::size_t, 3> fMet; // places in that list
+    std::array<std::size_t, 3> fRow; // where the thicknesses of its materials begin
     double fRadLen, fMipLoss;        // per length
     double fVarMipLoss; // of what is lost in all of it, from place to place, per length
   };
@@ -106,9 +106,9 @@ private:
   const std::array<Lanes, 2>& NextShift();
   void Cross(const std::vector<WayPoint>& points, std::size_t first, std::size_t last);
   void AddSlabs(const std::vector<WayPoint>& points, std::size_t first, std::size_t last,
-                const Lanes& crossings);
+                Lanes crossings);
   void Add(std::size_t gap, double middle, double begin, double end, const geo::MeanSlab& slab,
-           const Mixture& mixture, const Lanes& crossings);
+           const Mixture& mixture, Lanes crossings);
   Mixture Mix(const geo::MeanSlab& slab);
   std::size_t Meet(const TGeoMaterial* material);
   std::size_t MeetFirst(const TGeoMaterial* material);

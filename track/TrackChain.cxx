@@ -211,15 +211,16 @@ void TrackChain::SortHits(const HitList3D& hits, const std::vector<double>& char
 Refusal TrackChain::LayCourse() {
   std::array<StraightLine, 2> line;
   for (const TrackHit& hit : fHits) line[hit.fView].Add(hit.fZ, hit.fU, hit.fSigU, hit.fWeight);
-  const double stretch = Stretch(line[0].Slope(), line[1].Slope());
+  const double slopes[] = {line[0].Slope(), line[1].Slope()};
+  const double stretch = Stretch(slopes[0], slopes[1]);
   if (!(stretch * kSmallestCosine <= 1))
     return {
         FitStatus::kBadGeometry,
         "the hits lie along a line at more than 88.8 degrees to the z axis; a fit needs a track "
         "that crosses the planes"};
-  for (std::size_t v = 0; v < 2; v++) fCourse.fSlope[v].assign(fHits.size(), line[v].Slope());
-  const auto setSig = [&line](TrackHit& hit, double weight) {
-    const double slope = line[hit.fView].Slope();
+  for (std::size_t v = 0; v < 2; v++) fCourse.fSlope[v].assign(fHits.size(), slopes[v]);
+  const auto setSig = [&slopes](TrackHit& hit, double weight) {
+    const double slope = slopes[hit.fView];
     hit.fSig = std::sqrt((hit.fSigU * hit.fSigU + slope * slope * hit.fSigZ * hit.fSigZ) / weight);
   };
   for (ViewHits& view : fViewHits) view.Clear();
