@@ -75,19 +75,29 @@ def _texts(attrs: dict[str, Any]) -> dict[str, str]:
     return {"detector": attrs["detector"], "version": attrs["version"], "options": options}
 
 
-def report(fits: Any, output: FileName) -> None:
-    """Writes a page (HTML) on fits: plots and tables of residuals, pulls, momenta, hypotheses.
+def report(fits: Any, output: FileName, *, truth: Any = None, worst: int = 10) -> None:
+    """Writes a page (HTML) on fits: what is suspicious; plots and tables of residuals, pulls,
+    momenta, hypotheses; the worst tracks.
 
     fits: the name of a file of fits, or a table that fit_tracks has made
+    truth: the true tracks of simulated hits, to compare with: the frame that kelvo.simulate returns,
+        or the name of a file of "kelvo simulate"
+    worst: how many of the worst tracks are listed and displayed
     """
-    with _file_of(fits) as (file, folder):
-        run(
-            "report",
-            file,
-            "-o",
-            os.path.abspath(os.fsdecode(file_name("output", output))),
-            cwd=folder,
-        )
+    words: list[str | bytes] = ["--worst", str(count("worst", worst, 0, 1000))]
+    with _file_of(fits) as (file, folder), tempfile.TemporaryDirectory() as other:
+        if truth is not None:
+            words += ["--truth", _file_of_truth(truth, other)]
+        written = os.path.abspath(os.fsdecode(file_name("output", output)))
+        run("report", file, *words, "-o", written, cwd=folder)
+
+
+def _file_of_truth(truth: Any, folder: str) -> str:
+    if not hasattr(truth, "to_csv"):
+        return os.path.abspath(os.fsdecode(file_name("truth", truth)))
+    file = os.path.join(folder, "truth.csv")
+    truth.to_csv(file, index=False)
+    return file
 
 
 def display(

@@ -80,6 +80,18 @@ def test_a_report_tells_what_the_table_and_the_file_have(fits, file, tmp_path):
         assert text.count("<svg") > 10
 
 
+def test_a_report_compares_with_the_truth(file, tmp_path):
+    hits, truth = kelvo.simulate(DETECTOR, tracks=60, seed=1, kinetic_energy=(0.3, 1.6))
+    kelvo.report(kelvo.fit_tracks(hits, DETECTOR), tmp_path / "table.html", truth=truth, worst=3)
+    text = (tmp_path / "table.html").read_text(encoding="utf-8")
+    assert "60 of 60 true tracks in " in text
+    assert text.count('<a href="#track-') == 3
+    kelvo.report(file, tmp_path / "file.html", truth=f"{SOURCE}/examples/data/fine_mu_truth.csv.gz")
+    assert " of 3000 true tracks in " in (tmp_path / "file.html").read_text(encoding="utf-8")
+    with pytest.raises(kelvo.Error, match="truth.csv, line 1: has no column x0"):
+        kelvo.report(file, tmp_path / "bad.html", truth=truth.drop(columns="x0"))
+
+
 def test_a_picture_of_a_track_is_that_of_the_command(fits, file, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     command = [
