@@ -84,7 +84,10 @@ def _plain_options(options: Any) -> dict[str, Any]:
     named = {f.name: members[_in_small_letters(f.name)] for f in dataclasses.fields(TrackFitOptions)}
     made = {name: getattr(options, member) for name, member in named.items()}
     made["end"] = str(cpp().EndModeName(options.fEnd))
-    return {n: list(v) if n in ("hypotheses", "fractions") else v for n, v in made.items()}
+    made["robust"] = str(cpp().OutlierModeName(options.fRobust))
+    made.update({name: list(made[name]) for name in ("hypotheses", "fractions")})
+    made.update({name: [str(place) for place in made[name]] for name in ("exclude", "at")})
+    return made
 
 
 def _in_small_letters(name: str) -> str:

@@ -60,7 +60,7 @@ def write_fits(fits: Any, file: FileName) -> None:
 
 def _columns_of_a_file() -> dict[str, tuple[str, bool]]:
     """Returns the type of each column by name, and whether it has vectors or texts."""
-    columns = cpp().FitColumns(True)
+    columns = cpp().FitColumns(True, False)
     listed = [columns.Column(i) for i in range(columns.Size())]
     return {str(c.fName): (str(c.fType), not c.fOffsets.empty()) for c in listed}
 
