@@ -12,6 +12,7 @@
 #include <numeric>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace matter {
 namespace {
@@ -143,14 +144,15 @@ std::size_t Distance(const std::string& a, const std::string& b) {
 
 std::string Suggestion(const std::string& name) {
   constexpr std::size_t kCount = 3;
-  std::vector<std::string> names = AllNames();
-  const auto nearer = [&name](const std::string& a, const std::string& b) {
-    return Distance(a, name) < Distance(b, name);
-  };
-  std::stable_sort(names.begin(), names.end(), nearer);
+  constexpr std::size_t kLongest = 64; // letters, more than any name has; the time goes with them
+  std::vector<std::pair<std::size_t, std::string>> names; // with their distances
+  for (const std::string& known : AllNames())
+    names.emplace_back(Distance(known, name.substr(0, kLongest)), known);
+  std::stable_sort(names.begin(), names.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
   std::string text;
   for (std::size_t i = 0; i < kCount; i++)
-    text += (i == 0 ? "" : i + 1 < kCount ? ", " : " or ") + ('"' + names[i] + '"');
+    text += (i == 0 ? "" : i + 1 < kCount ? ", " : " or ") + ('"' + names[i].second + '"');
   return text;
 }
 

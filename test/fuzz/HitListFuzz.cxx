@@ -13,12 +13,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Values values(data, size);
   kelvo::HitList3D list;
   const unsigned n = values.Count(30);
-  bool isOrdered = true; // a position that is not a number has no place among the others
+  bool isOrdered = true; // an infinite position is at no distance
   for (unsigned i = 0; i < n; i++) {
     const auto view = static_cast<geo::_plane_proj>(values.Count(1));
     double v[9];
     for (double& number : v) number = values.Number();
-    isOrdered = isOrdered && !std::isnan(v[2]);
+    isOrdered = isOrdered && std::isfinite(v[2]);
     list.AddHit(view, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8]);
   }
   if (!isOrdered) return 0;

@@ -108,6 +108,16 @@ TEST(Material, OwnTablesHaveTheirMaterials) {
   EXPECT_EQ(Material::Named("Vacuum").Density(), 1e-25);
 }
 
+TEST(Material, ANameOfAMillionLettersIsRefusedAtOnce) {
+  const std::string name(1000000, 'a');
+  try {
+    Material::Named(name);
+    FAIL();
+  } catch (const std::invalid_argument& e) {
+    EXPECT_EQ(std::string(e.what()).find("expected a published material, such as "), 0u);
+  }
+}
+
 TEST(Material, UnknownNameSuggestsTheNearest) {
   EXPECT_EQ(NameMessage("polystyren"),
             "expected a published material, such as \"Polystyrene\", \"POLYSTYRENE\" or "
