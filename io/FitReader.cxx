@@ -32,6 +32,7 @@ namespace {
 
 constexpr const char* kTable = "fits";
 constexpr const char* kFirstVector = "hit_view";
+constexpr const char* kFirstPlace = "at_z";
 
 /// Whether the vectors of a row belong together, so that whoever uses them need not ask.
 bool Consistent(const FitRow& row) {
@@ -56,7 +57,9 @@ public:
   /// @param bind returns the function that fetches one column: bind(name, member)
   template <typename Bind>
   RowColumns(const std::set<std::string>& inFile, const std::string& place, Bind bind)
-      : fPlace(place), fHasVectors(inFile.count(kFirstVector) > 0) {
+      : fPlace(place),
+        fHasVectors(inFile.count(kFirstVector) > 0),
+        fHasPlaces(inFile.count(kFirstPlace) > 0) {
     const auto add = [&](FitPart group, const char* name, auto& member) {
       if (!inFile.count(name))
         throw FileError(place + ": has no column " + name +
@@ -64,13 +67,17 @@ public:
       fFetches[static_cast<std::size_t>(group)].push_back(bind(name, member));
     };
     VisitScalars([&](const char* name, auto member) { add(GroupOf(name), name, fRow.*member); });
-    if (fHasVectors)
-      VisitVectors([&](const char* name, auto member) { add(FitPart::kAll, name, fRow.*member); });
+    const auto addVector = [&](const char* name, auto member) {
+      add(FitPart::kAll, name, fRow.*member);
+    };
+    if (fHasVectors) VisitVectors(addVector);
+    if (fHasPlaces) VisitPlaces(addVector);
   }
   RowColumns(const RowColumns&) = delete;
   RowColumns& operator=(const RowColumns&) = delete;
 
   bool HasVectors() const { return fHasVectors; }
+  bool HasPlaces() const { return fHasPlaces; }
 
   const FitRow& Fetch(long long entry, FitPart columns) {
     for (std::size_t group = 0; group <= static_cast<std::size_t>(columns); group++)
@@ -90,7 +97,7 @@ private:
 
   std::string fPlace;
   FitRow fRow;
-  bool fHasVectors;
+  bool fHasVectors, fHasPlaces;
   std::array<std::vector<std::function<void(long long)>>, 3> fFetches; // by FitPart
 };
 
@@ -106,6 +113,7 @@ public:
 
   long long Entries() const override { return fTree.GetEntries(); }
   bool HasVectors() const override { return fColumns.HasVectors(); }
+  bool HasPlaces() const override { return fColumns.HasPlaces(); }
 
   std::map<std::string, std::string> Texts() const override {
     std::map<std::string, std::string> texts;
@@ -175,6 +183,7 @@ public:
 
   long long Entries() const override { return static_cast<long long>(fReader->GetNEntries()); }
   bool HasVectors() const override { return fColumns.HasVectors(); }
+  bool HasPlaces() const override { return fColumns.HasPlaces(); }
 
   std::map<std::string, std::string> Texts() const override {
     std::map<std::string, std::string> texts;

@@ -22,6 +22,7 @@ public:
   virtual ~FitEntries() = default;
   virtual long long Entries() const = 0;
   virtual bool HasVectors() const = 0;
+  virtual bool HasPlaces() const = 0;
   virtual std::map<std::string, std::string> Texts() const = 0;
   virtual const FitRow& Read(long long entry, FitPart columns) = 0;
 };
@@ -42,6 +43,8 @@ public:
   long long Entries() const { return fTable->Entries(); }
   /// Whether the file has the columns of vectors, which a run may leave out.
   bool HasVectors() const { return fTable->HasVectors(); }
+  /// Whether the file has those of the track at places that were asked for.
+  bool HasPlaces() const { return fTable->HasPlaces(); }
 
   /// Returns a text that is kept beside the table, such as "detector"; empty if there is none.
   const std::string& Text(const std::string& name) const;

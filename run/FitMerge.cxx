@@ -47,7 +47,7 @@ struct Part {
   std::string fFile;
   Options fOptions;
   std::string fDetector, fVersion;
-  bool fHasVectors;
+  bool fHasVectors, fHasPlaces;
   unsigned long long fFirst, fLimit, fTracks, fEntries;
 
   unsigned long long End() const { return fFirst + fTracks; }
@@ -60,6 +60,7 @@ Part Describe(const std::string& file) {
             reader.Text("detector"),
             reader.Text("version"),
             reader.HasVectors(),
+            reader.HasPlaces(),
             0,
             0,
             0,
@@ -146,6 +147,7 @@ FitWriterOptions WriterOptions(const FitMergeOptions& options, const Part& part,
   FitWriterOptions writing;
   writing.fFormat = options.fFormat;
   writing.fWithVectors = part.fHasVectors;
+  writing.fWithPlaces = part.fHasPlaces;
   writing.fTexts = {{"options", ofPart.substr(0, ofPart.find("\nfirst = ")) +
                                     "\nfirst = 0\nlimit = " + std::to_string(limit) + "\n"},
                     {"detector", part.fDetector},

@@ -42,6 +42,7 @@ kelvo::FitFileOptions PartOptions(const test::TempFolder& folder, const std::str
   kelvo::FitFileOptions options;
   options.fInputs = {folder.Path("hits.csv")};
   options.fOutput = folder.Path(name);
+  options.fFit.fAt = {"20", "z=30"};
   options.fFirst = first;
   options.fLimit = limit;
   return options;

@@ -43,10 +43,12 @@ inline std::string Content(const std::string& name) {
   for (long long i = 0; i < fits.Entries(); i++) {
     const kelvo::FitRow& row = fits.Read(i, kelvo::FitPart::kAll);
     kelvo::VisitScalars([&](const char*, auto member) { text << ' ' << row.*member; });
-    kelvo::VisitVectors([&](const char*, auto member) {
+    const auto add = [&](const char*, auto member) {
       for (const auto& value : row.*member) text << ' ' << value;
       text << ',';
-    });
+    };
+    kelvo::VisitVectors(add);
+    kelvo::VisitPlaces(add);
     text << '\n';
   }
   return text.str();
