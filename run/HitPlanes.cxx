@@ -10,18 +10,17 @@ namespace kelvo {
 
 namespace {
 
-constexpr const char* kOffPlane =
-    "more than half a plane from any; are lengths in mm? is this the detector?";
+constexpr const char* kOffPlane = "more than half a plane from any;";
 constexpr const char* kOtherView =
-    "on planes that do not measure their view; are the views exchanged? is this the detector?";
-constexpr const char* kOutside =
-    "outside of the cells of their plane; are lengths in mm? is this the detector?";
+    "on planes that do not measure their view; are the views exchanged?";
+constexpr const char* kOutside = "outside of the cells of their plane;";
 constexpr const char* kSeparated =
     " times a track has hits in cells of one plane that do not touch; are several tracks under one "
     "number?";
 
 constexpr double kFewHits = 0.05;
 constexpr double kFewCrossings = 0.2;
+constexpr double kNearlyAll = 0.9;
 
 bool Exceeds(unsigned long long part, double fraction, unsigned long long all) {
   return static_cast<double>(part) > fraction * static_cast<double>(all);
@@ -44,6 +43,7 @@ void HitPlaneCounts::Add(const HitPlaneCounts& other) {
   fOffPlane += other.fOffPlane;
   fOtherView += other.fOtherView;
   fOutside += other.fOutside;
+  fTenTimes += other.fTenTimes;
   fCrossings += other.fCrossings;
   fSeparated += other.fSeparated;
 }
@@ -51,11 +51,14 @@ void HitPlaneCounts::Add(const HitPlaneCounts& other) {
 std::vector<std::string> HitPlaneCounts::Doubts() const {
   std::vector<std::string> doubts;
   const unsigned long long largest = std::max({fOffPlane, fOtherView, fOutside});
+  const bool isTenTimes = Exceeds(fTenTimes, kNearlyAll, fOffPlane + fOutside);
   if (Exceeds(largest, kFewHits, fHits))
     doubts.push_back(PartOf(largest, fHits) + " hits lie " +
                      (largest == fOffPlane    ? kOffPlane
                       : largest == fOtherView ? kOtherView
-                                              : kOutside));
+                                              : kOutside) +
+                     (isTenTimes && largest != fOtherView ? " are lengths in mm?" : "") +
+                     " is this the detector?");
   if (Exceeds(fSeparated, kFewCrossings, fCrossings))
     doubts.push_back(PartOf(fSeparated, fCrossings) + kSeparated);
   return doubts;
@@ -70,15 +73,24 @@ void HitPlanes::Count(const HitList3D& hits, HitPlaneCounts& counts) {
     const double u = view == 0 ? hit.fX : hit.fY;
     if (const geo::ActivePlane* plane = PlaneAt(view, hit.fZ)) {
       const geo::CellRow& cells = plane->fCells[view];
-      if (cells.Cell(u) < 0) counts.fOutside++;
+      if (cells.Cell(u) < 0) {
+        counts.fOutside++;
+        counts.fTenTimes += IsInCell(view, u / 10, hit.fZ / 10) ? 1 : 0;
+      }
       fFound.push_back({&cells, u});
     } else if (PlaneAt(1 - view, hit.fZ)) {
       counts.fOtherView++;
     } else {
       counts.fOffPlane++;
+      counts.fTenTimes += IsInCell(view, u / 10, hit.fZ / 10) ? 1 : 0;
     }
   }
   CountSeparated(counts);
+}
+
+bool HitPlanes::IsInCell(int view, double u, double z) const {
+  const geo::ActivePlane* plane = PlaneAt(view, z);
+  return plane && plane->fCells[view].Cell(u) >= 0;
 }
 
 /// Returns the plane of a view that a position is on, null for none.

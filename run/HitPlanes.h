@@ -14,15 +14,19 @@ struct HitPlaneCounts {
   unsigned long long fOffPlane = 0;  ///< hits on no plane at all
   unsigned long long fOtherView = 0; ///< hits on a plane, but on none of their view
   unsigned long long fOutside = 0;   ///< hits on a plane of their view, outside of its cells
+  /// Hits on no plane or outside of its cells that a tenth of their coordinates puts into a cell of
+  /// their view.
+  unsigned long long fTenTimes = 0;
   unsigned long long fCrossings = 0; ///< planes with hits, track by track
   unsigned long long fSeparated = 0; ///< those of them with hits in cells that do not touch
 
   void Add(const HitPlaneCounts& other);
 
   /// Returns a sentence with numbers for what cannot be meant: where hits lie that are on no plane,
-  /// on none of their view or outside of the cells, whichever is most frequent, and several tracks
-  /// under one number. A few hits may lie anywhere: more than one in twenty are told, planes with
-  /// separated hits from more than one in five.
+  /// on none of their view or outside of the cells, whichever is most frequent, with the question
+  /// for millimetres if a tenth puts most of them into cells, and several tracks under one number.
+  /// A few hits may lie anywhere: more than one in twenty are told, planes with separated hits from
+  /// more than one in five.
   std::vector<std::string> Doubts() const;
 };
 
@@ -43,6 +47,7 @@ private:
   };
 
   const geo::ActivePlane* PlaneAt(int view, double z) const;
+  bool IsInCell(int view, double u, double z) const;
   void CountSeparated(HitPlaneCounts& counts);
 
   const geo::PlaneDetector* fDetector;

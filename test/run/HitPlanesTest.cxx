@@ -127,6 +127,19 @@ TEST(HitPlanes, TellExchangedViews) {
   EXPECT_TRUE(Tells(counts, "are the views exchanged?"));
 }
 
+TEST(HitPlanes, DoNotAskForMillimetresWhereATenthDoesNotFit) {
+  for (const double factor : {2.54, 100.}) {
+    const auto counts = CountsOf(Changed([factor](Hit3D& hit) {
+      for (double* length : {&hit.fX, &hit.fY, &hit.fZ}) *length *= factor;
+    }));
+    EXPECT_FALSE(counts.Doubts().empty());
+    EXPECT_FALSE(Tells(counts, "mm")) << factor;
+    EXPECT_TRUE(Tells(counts, "is this the detector?")) << factor;
+  }
+  EXPECT_FALSE(Tells(CountsOf(Changed([](Hit3D& hit) { hit.fZ += 1000; })), "mm"));
+  EXPECT_FALSE(Tells(CountsOf(Muons(), Bundled("range")), "mm"));
+}
+
 TEST(HitPlanes, TellAnotherDetector) {
   EXPECT_TRUE(Tells(CountsOf(Muons(), Bundled("telescope")), "is this the detector?"));
   EXPECT_TRUE(Tells(CountsOf(Muons(), Bundled("range")), "is this the detector?"));
@@ -165,8 +178,14 @@ TEST(HitPlanes, SayTheNumbersInGroupsOfThreeDigits) {
   counts.fHits = 3000;
   counts.fOffPlane = 2911;
   EXPECT_EQ(counts.Doubts(),
+            std::vector<std::string>{"2,911 of 3,000 hits lie more than half a plane from any; is "
+                                     "this the detector?"});
+  counts.fTenTimes = 2700;
+  EXPECT_EQ(counts.Doubts(),
             std::vector<std::string>{"2,911 of 3,000 hits lie more than half a plane from any; are "
                                      "lengths in mm? is this the detector?"});
+  counts.fTenTimes = 2600; // hardly nine in ten
+  EXPECT_EQ(counts.Doubts()[0].find("mm"), std::string::npos);
   counts.fHits = 1234567;
   counts.fOffPlane = 999;
   EXPECT_TRUE(counts.Doubts().empty());
