@@ -154,6 +154,9 @@ void RegisterInput(CLI::App& fit, FitArguments& a) {
                  "resolution)")
       ->check(NumberWithin(kTiny, 1e6, "above 0 and at most 1000000"))
       ->group(group);
+  fit.add_flag("--sort", a.fFile.fReader.fSort,
+               "The lines of text files come in any order; a file's hits are held in memory")
+      ->group(group);
   fit.add_option("--tree", a.fFile.fReader.fTree,
                  "Table of hits in ROOT files (default: hits, or the only one)")
       ->type_name("NAME")

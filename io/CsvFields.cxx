@@ -18,14 +18,23 @@ std::string_view Trimmed(std::string_view text) {
   return text;
 }
 
+void CsvFields::FindSeparator(std::string_view line) {
+  for (const char separator : {'\t', ';', ','})
+    if (line.find(separator) != std::string_view::npos) fSeparator = separator;
+}
+
+bool CsvFields::IsBlankHere(char c) const {
+  return IsBlank(c) && c != fSeparator;
+}
+
 bool CsvFields::Split(std::string_view line) {
   fFields.clear();
   if (line.find(kMark) != std::string_view::npos) return SplitQuoted(line);
   for (;;) {
-    const std::size_t comma = line.find(',');
-    fFields.push_back(Trimmed(line.substr(0, comma)));
-    if (comma == std::string_view::npos) return true;
-    line.remove_prefix(comma + 1);
+    const std::size_t end = line.find(fSeparator);
+    fFields.push_back(Trimmed(line.substr(0, end)));
+    if (end == std::string_view::npos) return true;
+    line.remove_prefix(end + 1);
   }
 }
 
@@ -33,15 +42,15 @@ bool CsvFields::SplitQuoted(std::string_view line) {
   fUnquoted.clear();
   fUnquoted.reserve(line.size()); // the fields stay where they are
   for (;;) {
-    while (!line.empty() && IsBlank(line.front())) line.remove_prefix(1);
+    while (!line.empty() && IsBlankHere(line.front())) line.remove_prefix(1);
     const bool quoted = !line.empty() && line.front() == kMark;
     if (quoted && !Unquote(line)) return false;
-    const std::size_t comma = line.find(',');
-    const std::string_view rest = Trimmed(line.substr(0, comma));
+    const std::size_t end = line.find(fSeparator);
+    const std::string_view rest = Trimmed(line.substr(0, end));
     if (quoted && !rest.empty()) return false;
     if (!quoted) fFields.push_back(rest);
-    if (comma == std::string_view::npos) return true;
-    line.remove_prefix(comma + 1);
+    if (end == std::string_view::npos) return true;
+    line.remove_prefix(end + 1);
   }
 }
 

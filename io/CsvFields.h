@@ -11,12 +11,16 @@ namespace kelvo {
 std::string_view Trimmed(std::string_view text);
 
 /// The fields of one line of a CSV file (RFC 4180), without the blanks around them: a field between
-/// quotation marks may have commas inside, and a quotation mark as two of them.
+/// quotation marks may have separators inside, and a quotation mark as two of them. Fields are
+/// separated by commas, or by semicolons or tabs where the first line has no comma.
 ///
 ///     CsvFields fields;
 ///     if (fields.Split(line)) ... fields[0] ...
 class CsvFields {
 public:
+  /// Takes the separator that a line has, for it and those behind it.
+  void FindSeparator(std::string_view line);
+
   /// Splits a line.
   /// @param line must outlive the fields
   /// @return false for a field that begins with a quotation mark and does not end with one; the
@@ -30,6 +34,9 @@ public:
 private:
   bool SplitQuoted(std::string_view line);
   bool Unquote(std::string_view& line);
+  bool IsBlankHere(char c) const;
+
+  char fSeparator = ',';
 
   std::vector<std::string_view> fFields; // in the line, or in fUnquoted
   std::string fUnquoted;                 // what stood between quotation marks

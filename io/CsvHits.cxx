@@ -35,9 +35,9 @@ bool SeenNumbers::Add(long long number) {
   return true;
 }
 
-CsvHits::CsvHits(std::unique_ptr<InputBytes> bytes, const HitConventions& conventions)
-    : fFile(bytes->Name()), fLines(std::move(bytes)) {
-  ReadHeader(conventions);
+CsvHits::CsvHits(std::unique_ptr<InputBytes> bytes, const HitReaderOptions& options)
+    : fFile(bytes->Name()), fInAnyOrder(options.fSort), fLines(std::move(bytes)) {
+  ReadHeader(options);
 }
 
 void CsvHits::ReadHeader(const HitConventions& conventions) {
@@ -50,6 +50,7 @@ void CsvHits::ReadHeader(const HitConventions& conventions) {
                       ": is empty; the first line must name the columns, such as "
                       "track,view,u,z,sigu");
   } while (Trimmed(line).empty() || line.front() == '#');
+  fFields.FindSeparator(line);
   if (!fFields.Split(line)) throw FileError(Place() + kBadMarks);
   fWidth = fFields.Size();
   fColumns = HitColumns(Place(), fFields.Copies(), conventions);
@@ -60,6 +61,9 @@ bool CsvHits::Next(TrackHits& track) {
   track.fFile = fFile;
   bool open = false;
   for (; fHasLine || ReadLine(); fHasLine = false) {
+    if (!fLine.fTrack && fInAnyOrder)
+      throw FileError(fLine.fProblem +
+                      "; of lines in any order each must have the number of its track");
     if (!fLine.fTrack) {
       fStrays.AddProblem(fLine.fProblem);
       continue;
@@ -89,7 +93,7 @@ void CsvHits::Begin(TrackHits& track) {
     track.fProblems.push_back(fDoubt + "; the line may be one of this track");
     fDoubt.clear();
   }
-  if (!fSeen.Add(track.fTrack))
+  if (!fInAnyOrder && !fSeen.Add(track.fTrack))
     track.AddProblem(fmt::format(
         FMT_STRING("{}, column {}: track {} had lines further up; the lines of a track must "
                    "stand together"),

@@ -30,7 +30,7 @@ public:
   /// Reads the line that names the columns.
   /// @param bytes of the file, from the beginning; not null
   /// @throw FileError for a file that lacks a column
-  CsvHits(std::unique_ptr<InputBytes> bytes, const HitConventions& conventions);
+  CsvHits(std::unique_ptr<InputBytes> bytes, const HitReaderOptions& options);
 
   bool Next(TrackHits& track) override;
   double Fraction() const override { return fLines.Fraction(); }
@@ -59,6 +59,7 @@ private:
   std::string Place() const;
 
   std::string fFile;
+  bool fInAnyOrder; // a track may come in several pieces
   TextLines fLines;
   HitColumns fColumns;
   std::size_t fWidth = 0; // number of columns of the file

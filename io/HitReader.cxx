@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <numeric>
+#include <unordered_map>
 
 namespace kelvo {
 
@@ -28,13 +29,56 @@ double SizeOf(const std::string& file) {
   return error ? 0 : static_cast<double>(size);
 }
 
+/// The pieces of tracks that a source gives, put together.
+class SortedHits : public HitSource {
+public:
+  explicit SortedHits(std::unique_ptr<HitSource> pieces) : fPieces(std::move(pieces)) {}
+
+  bool Next(TrackHits& track) override {
+    if (fPieces) Sort();
+    if (fNext == fTracks.size()) return false;
+    track = std::move(fTracks[fNext++]);
+    return true;
+  }
+
+  double Fraction() const override { return fPieces ? fPieces->Fraction() : 1; }
+
+private:
+  void Sort() {
+    std::unordered_map<long long, std::size_t> places;
+    for (TrackHits piece; fPieces->Next(piece);) {
+      const auto [place, isNew] = places.emplace(piece.fTrack, fTracks.size());
+      if (isNew)
+        fTracks.push_back(std::move(piece));
+      else
+        Append(piece, fTracks[place->second]);
+    }
+    fPieces.reset();
+  }
+
+  static void Append(const TrackHits& piece, TrackHits& track) {
+    track.fHits.insert(track.fHits.end(), piece.fHits.begin(), piece.fHits.end());
+    track.fCharges.insert(track.fCharges.end(), piece.fCharges.begin(), piece.fCharges.end());
+    for (const std::string& problem : piece.fProblems) track.AddProblem(problem);
+    track.fBadLines += piece.fBadLines - piece.fProblems.size();
+  }
+
+  std::unique_ptr<HitSource> fPieces; // null once all are sorted
+  std::vector<TrackHits> fTracks;
+  std::size_t fNext = 0;
+};
+
 std::unique_ptr<HitSource> Open(const std::string& file, const HitReaderOptions& options) {
   auto bytes = std::make_unique<InputBytes>(file);
   if (bytes->BeginsWith("PAR1"))
     throw FileError(file +
                     ": this is a Parquet file; kelvo.fit_tracks of the Python package reads it, "
                     "or write its hits as CSV");
-  if (!bytes->BeginsWith("root")) return std::make_unique<CsvHits>(std::move(bytes), options);
+  if (!bytes->BeginsWith("root")) {
+    auto lines = std::make_unique<CsvHits>(std::move(bytes), options);
+    if (!options.fSort) return lines;
+    return std::make_unique<SortedHits>(std::move(lines));
+  }
   if (!bytes->IsFile())
     throw FileError(file + ": is a ROOT file, which cannot be read from a pipe; give its name");
   return OpenRootHits(file, options);

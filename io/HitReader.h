@@ -40,6 +40,9 @@ struct HitReaderOptions : HitConventions {
 
   /// Name of the TTree or RNTuple in ROOT files. Empty: "hits", or else the only one in the file.
   std::string fTree;
+  /// Lines of text may come in any order. All hits of a file are held in memory, and its tracks
+  /// come in the order of their first lines.
+  bool fSort = false;
 };
 
 /// Where tracks of hits come from: files of any format, or memory.
@@ -66,13 +69,15 @@ public:
 ///
 /// | column | meaning |
 /// |---|---|
-/// | track | whole number; the lines of a track stand together |
+/// | track | whole number; the lines of a track stand together unless the options say otherwise |
 /// | view, u, sigu | X or Y (or 0, 1), measured coordinate and its uncertainty |
 /// | x, y, sigx, sigy | instead of these, for planes that measure both: gives two hits |
 /// | z | position of the plane |
 /// | sigz, t, sigt, w | optional: uncertainty of z, time, its uncertainty, weight (1) |
 /// | q | optional: energy deposited in the hit's cell, in any unit; of planes that measure both, in
 /// the cell that measures x |
+///
+/// Semicolons or tabs may stand in place of the commas.
 ///
 /// Lengths are in cm unless the options name another unit. Other columns are skipped, as are empty
 /// lines and those that begin with "#". A ROOT file has a TTree or an RNTuple with one entry a

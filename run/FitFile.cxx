@@ -43,6 +43,7 @@ std::string DescribeOptions(const FitFileOptions& options, double chargeScale) {
   for (const auto& [name, other] : options.fReader.fColumns) add("column." + name, TomlText(other));
   if (options.fReader.fUnit != kCentimetre.fName) add("unit", TomlText(options.fReader.fUnit));
   if (options.fReader.fSigma > 0) add("sigma", ExactNumber(options.fReader.fSigma));
+  if (options.fReader.fSort) add("sort", "true");
   if (!options.fReader.fTree.empty()) add("tree", TomlText(options.fReader.fTree));
   add("hypotheses", "[" + hypotheses + "]");
   add("scattering_factor", ExactNumber(used.fScatteringFactor));

@@ -133,6 +133,90 @@ TEST(HitReader, ReadsFieldsBetweenQuotationMarks) {
   for (const char* text : variants) ExpectTwoTracks(ReadAll({folder.Write("hits.csv", text)}));
 }
 
+TEST(HitReader, ReadsFieldsBetweenSemicolonsAndTabs) {
+  for (const char separator : {';', '\t'}) {
+    const test::TempFolder folder;
+    std::string text = kTwoTracks;
+    std::replace(text.begin(), text.end(), ',', separator);
+    ExpectTwoTracks(ReadAll({folder.Write("hits.txt", text)}));
+  }
+}
+
+TEST(HitReader, KnowsAnEmptyFieldBetweenTabs) {
+  const test::TempFolder folder;
+  const std::string file = folder.Write("hits.tsv",
+                                        "track\tname\tview\tu\tz\tsigu\n"
+                                        "7\t\tX\t1.5\t3\t0.3\n"
+                                        "7\t\"a\tb\"\tX\t 2.5 \t3\t0.3\n"
+                                        "7\t\"\"\tX\t\t3\t0.3\n");
+  const auto tracks = ReadAll({file});
+  ASSERT_EQ(tracks.size(), 1u);
+  ASSERT_EQ(tracks[0].fHits.size(), 2u);
+  ExpectHit(tracks[0].fHits[1], XHit(2.5, 3, 0.3));
+  EXPECT_EQ(tracks[0].fProblems,
+            std::vector<std::string>{file + ", line 4, column u: is empty, a number is expected"});
+}
+
+TEST(HitReader, SortsLinesInAnyOrderWhenAsked) {
+  const test::TempFolder folder;
+  kelvo::HitReaderOptions options;
+  options.fSort = true;
+  std::string sorted = "track,view,u,z,sigu,q\n", mixed = sorted;
+  std::vector<std::pair<int, std::string>> lines;
+  for (int track = 0; track < 50; track++)
+    for (int i = 0; i < 1 + track % 5; i++)
+      lines.emplace_back(track, std::to_string(track) + ",X," + std::to_string(i) + ",2,0.3," +
+                                    std::to_string(7 * i + track) + "\n");
+  std::shuffle(lines.begin(), lines.end(), std::mt19937(4));
+  std::vector<int> order; // of first appearance
+  for (const auto& [track, line] : lines) {
+    mixed += line;
+    if (std::find(order.begin(), order.end(), track) == order.end()) order.push_back(track);
+  }
+  for (const int track : order)
+    for (const auto& [number, line] : lines)
+      if (number == track) sorted += line;
+  const std::string one = folder.Write("sorted.csv", sorted),
+                    other = folder.Write("mixed.csv", mixed);
+  const auto expected = ReadAll({one, one}), tracks = ReadAll({other, other}, options);
+  ASSERT_EQ(tracks.size(), expected.size());
+  for (std::size_t t = 0; t < tracks.size(); t++) {
+    EXPECT_EQ(tracks[t].fTrack, expected[t].fTrack);
+    EXPECT_TRUE(tracks[t].Good());
+    ASSERT_EQ(tracks[t].fHits.size(), expected[t].fHits.size());
+    EXPECT_EQ(tracks[t].fCharges, expected[t].fCharges);
+    for (std::size_t i = 0; i < tracks[t].fHits.size(); i++)
+      ExpectHit(tracks[t].fHits[i], expected[t].fHits[i]);
+  }
+}
+
+TEST(HitReader, KeepsTheProblemsOfSortedLines) {
+  const test::TempFolder folder;
+  kelvo::HitReaderOptions options;
+  options.fSort = true;
+  const std::string file = folder.Write("hits.csv",
+                                        "track,view,u,z,sigu\n"
+                                        "5,X,1,2,0.3\n6,X,1,2,0.3\n5,X,one,2,0.3\n6,Y,1,2,0.3\n");
+  const auto tracks = ReadAll({file}, options);
+  ASSERT_EQ(tracks.size(), 2u);
+  EXPECT_EQ(tracks[0].fProblems,
+            std::vector<std::string>{file + ", line 4, column u: \"one\" is not a number"});
+  EXPECT_EQ(tracks[0].fBadLines, 1u);
+  EXPECT_TRUE(tracks[1].Good());
+  EXPECT_EQ(tracks[1].fPlace, 3u);
+
+  const std::string bad =
+      folder.Write("bad.csv", "track,view,u,z,sigu\n5,X,1,2,0.3\nfive,X,1,2,0.3\n");
+  try {
+    ReadAll({bad}, options);
+    FAIL() << "no error";
+  } catch (const kelvo::FileError& e) {
+    EXPECT_EQ(e.what(), bad +
+                            ", line 3, column track: \"five\" is not a whole number of 64 bits; of "
+                            "lines in any order each must have the number of its track");
+  }
+}
+
 TEST(HitReader, FindsAColumnByANameWithComma) {
   const test::TempFolder folder;
   kelvo::HitReaderOptions options;
