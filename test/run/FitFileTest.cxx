@@ -133,6 +133,7 @@ TEST(FitFile, KeepsOptionsAndDetectorInTheFile) {
                          "with_planes = false\n"
                          "end = \"auto\"\n"
                          "scattering_momentum = true\n"
+                         "first = 0\n"
                          "limit = 150\n";
   EXPECT_EQ(fits.Text("options"), expected);
 }

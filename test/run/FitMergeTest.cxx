@@ -130,9 +130,9 @@ TEST_F(FitMergeParts, MadeDifferentlyAreRefusedWithTheDifference) {
   kelvo::FitFile(Detector(), options);
   EXPECT_EQ(ErrorOf(fFolder, {a, options.fOutput}),
             options.fOutput + " and " + a +
-                ": scattering_factor is 1.5 in the one and 1 in the "
+                ": scattering_factor is 1.5 in the one and 1.7320508075688772 in the "
                 "other; fit all parts with the same options");
-  options.fFit.fScatteringFactor = 1;
+  options.fFit = PartOptions(fFolder, "b.root", 10, 10).fFit;
   options.fScalarsOnly = true;
   kelvo::FitFile(Detector(), options);
   EXPECT_NE(ErrorOf(fFolder, {a, options.fOutput}).find("was made with --scalars"),
