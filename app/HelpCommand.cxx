@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,8 @@ std::string Roff(const std::string& line) {
 
 std::string RoffLines(const std::string& text) {
   std::string lines;
-  std::size_t begin = 0;
-  for (std::size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1)
-    lines += Roff(text.substr(begin, end - begin)) + "\n";
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines += Roff(line) + "\n";
   return lines;
 }
 

@@ -41,6 +41,7 @@ void FitArrays::Write(const std::string& file,
                       const std::map<std::string, std::string>& texts) const {
   FitWriterOptions options;
   options.fWithVectors = fColumns.count("residual") > 0;
+  options.fWithPlaces = fColumns.count("at_z") > 0;
   options.fTexts = texts;
   PendingFile pending(file);
   FitWriter writer(pending, options);
@@ -63,6 +64,7 @@ void FitArrays::Write(const std::string& file,
     };
     VisitScalars(fill);
     if (options.fWithVectors) VisitVectors(fill);
+    if (options.fWithPlaces) VisitPlaces(fill);
     writer.Write(rows);
   }
   writer.Close();

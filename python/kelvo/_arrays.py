@@ -4,7 +4,7 @@ is converted in silence, since a conversion hides a mistake or costs time; the e
 from __future__ import annotations
 
 import os
-from typing import Any, Callable, Sequence, Union
+from typing import Any, Callable, Sequence, TypeVar, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -14,6 +14,8 @@ from .errors import Error, ErrorCode, shown
 Floats = npt.NDArray[np.float64]
 Integers = npt.NDArray[np.int64]
 FloatOrFloats = Union[float, Floats]
+#: A number or an array of them; what is calculated from it is the same.
+EachFloat = TypeVar("EachFloat", float, Floats)
 
 
 def _array(name: str, values: Any, dtype: type, shape: tuple[int | None, ...]) -> Any:
@@ -117,28 +119,33 @@ def output(*shape: int) -> tuple[Floats, Floats]:
     return out, out if out.size else np.zeros(1)
 
 
-def each(
-    name: str, values: Any, write: Callable[[int, Floats, Floats], Any], rows: int = 0
-) -> Any:
-    """Calls write(n, in, out) for a number or an array of n numbers; gives one or n back, or of
-    either as many rows as told."""
+def each_row(
+    name: str, values: Any, write: Callable[[int, Floats, Floats], Any], rows: int
+) -> Floats:
+    """Calls write(n, in, out) for a number or an array of n numbers; gives so many rows of one or of
+    n numbers back."""
     single = is_number(values)
-    given = np.array([number(name, values)]) if single else values
-    checked = floats(name, given, None)
-    n = len(given)
-    out, written = output(*((rows, n) if rows else (n,)))
+    checked = floats(name, np.array([number(name, values)]) if single else values, None)
+    n = 1 if single else len(values)
+    out, written = output(rows, n)
     write(n, checked, written)
-    if not single:
-        return out
-    return out[:, 0] if rows else float(out[0])
+    return out[:, 0] if single else out
+
+
+def each(
+    name: str, values: EachFloat, write: Callable[[int, Floats, Floats], Any]
+) -> EachFloat:
+    """Does the same for one row."""
+    row = each_row(name, values, write, 1)[0]
+    return float(row) if is_number(values) else row  # type: ignore[return-value]
 
 
 def all_or_one(
     name: str, i: int | None, size: int, write: Callable[[Floats], Any], one: Callable[[int], Any]
-) -> Any:
+) -> FloatOrFloats:
     """Returns one(i), or without an index an array of all that write fills."""
     if i is not None:
-        return one(index(name, i, size))
+        return float(one(index(name, i, size)))
     out, written = output(size)
     write(written)
     return out

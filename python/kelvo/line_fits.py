@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import enum
 import os
-from typing import Any, NamedTuple
+from typing import Any, NamedTuple, overload
 
 import numpy as np
 
-from ._arrays import Floats, FloatOrFloats, all_or_one, count, each, floats, index, number, output
+from ._arrays import (
+    EachFloat, FloatOrFloats, Floats, all_or_one, count, each, floats, index, number, output
+)  # fmt: skip
 from ._root import NotCopied, call, cpp
 from .errors import Error, ErrorCode
 
@@ -116,16 +118,28 @@ class _LineFitClass(NotCopied):
         call(self._fit.Fit, x0, dxdz, written, chi2)
         return LineFit(float(x0[0]), float(dxdz[0]), alpha, float(chi2[0]))
 
-    def X(self, z: FloatOrFloats) -> Any:
+    def X(self, z: EachFloat) -> EachFloat:
         """Returns the fitted line at one position or an array of them [cm]."""
         return each("z", z, lambda *a: call(self._calls.X, self._fit, *a))
 
-    def Chi2XIi(self, i: int | None = None) -> Any:
+    @overload
+    def Chi2XIi(self, i: int) -> float: ...
+
+    @overload
+    def Chi2XIi(self, i: None = None) -> Floats: ...
+
+    def Chi2XIi(self, i: int | None = None) -> FloatOrFloats:
         """Returns the chi-square of measurement i; without i those of all, as an array."""
         n, fit = self.NMeas(), self._fit
         return all_or_one("i", i, n, lambda out: self._calls.Chi2XIi(fit, out), fit.Chi2XIi)
 
-    def Chi2BetaJ(self, j: int | None = None) -> Any:
+    @overload
+    def Chi2BetaJ(self, j: int) -> float: ...
+
+    @overload
+    def Chi2BetaJ(self, j: None = None) -> Floats: ...
+
+    def Chi2BetaJ(self, j: int | None = None) -> FloatOrFloats:
         """Returns the chi-square of the kink at plane j; without j those of all, as an array."""
         m, fit = self.NScat(), self._fit
         return all_or_one("j", j, m, lambda out: self._calls.Chi2BetaJ(fit, out), fit.Chi2BetaJ)
@@ -190,7 +204,7 @@ class Lutz(_LineFitClass):
             0.0,
         )
 
-    def VarX(self, z: FloatOrFloats) -> Any:
+    def VarX(self, z: EachFloat) -> EachFloat:
         """Returns the variance of X(z) [cm^2] at one position or an array of them [cm]."""
         return each("z", z, lambda *a: call(cpp().ArrayCalls.VarX, self._fit, *a))
 
@@ -220,7 +234,7 @@ class KinkSmoother(_LineFitClass):
         """Returns how the last Fit ended."""
         return KinkStatus(int(self._fit.Status()))
 
-    def Slope(self, z: FloatOrFloats) -> Any:
+    def Slope(self, z: EachFloat) -> EachFloat:
         """Returns the fitted slope at one position or an array of them [cm]."""
         return each("z", z, lambda *a: call(cpp().ArrayCalls.Slope, self._fit, *a))
 
@@ -237,17 +251,35 @@ class KinkSmoother(_LineFitClass):
         p = self._fit.AtStart()
         return KinkPoint(p.fX, p.fSlope, p.fVarX, p.fCovXSlope, p.fVarSlope)
 
-    def XFit(self, i: int | None = None) -> Any:
+    @overload
+    def XFit(self, i: int) -> float: ...
+
+    @overload
+    def XFit(self, i: None = None) -> Floats: ...
+
+    def XFit(self, i: int | None = None) -> FloatOrFloats:
         """Returns the fitted coordinate at measurement i [cm]; without i those of all."""
         n, fit = self.NMeas(), self._fit
         return all_or_one("i", i, n, lambda out: cpp().ArrayCalls.XFit(fit, out), fit.XFit)
 
-    def Kink(self, j: int | None = None) -> Any:
+    @overload
+    def Kink(self, j: int) -> float: ...
+
+    @overload
+    def Kink(self, j: None = None) -> Floats: ...
+
+    def Kink(self, j: int | None = None) -> FloatOrFloats:
         """Returns the kink at plane j [rad]; without j those of all."""
         m, fit = self.NScat(), self._fit
         return all_or_one("j", j, m, lambda out: cpp().ArrayCalls.Kink(fit, out), fit.Kink)
 
-    def VarKink(self, j: int | None = None) -> Any:
+    @overload
+    def VarKink(self, j: int) -> float: ...
+
+    @overload
+    def VarKink(self, j: None = None) -> Floats: ...
+
+    def VarKink(self, j: int | None = None) -> FloatOrFloats:
         """Returns the variance of the kink at plane j [rad^2]; without j those of all."""
         m, fit = self.NScat(), self._fit
         return all_or_one("j", j, m, lambda out: cpp().ArrayCalls.VarKink(fit, out), fit.VarKink)

@@ -5,11 +5,11 @@ from __future__ import annotations
 import dataclasses
 import inspect
 import math
-from typing import Any, Callable, Literal, Sequence, TypeVar, Union
+from typing import Any, Callable, Literal, Sequence, TypedDict, TypeVar, Union
 
 from ._arrays import is_number, is_whole, listed, number, truth
 from ._particles import Hypothesis, pdg_code
-from ._root import PYTHON_NAMES, cpp, root, version
+from ._root import PYTHON_NAMES, cpp, root, strings, version
 from .errors import Error, shown
 
 Plane = Union[str, int]
@@ -70,6 +70,26 @@ class TrackFitOptions:
         return options
 
 
+class FitOptions(TypedDict, total=False):
+    """The same options as keywords, for those who check types."""
+
+    hypotheses: Hypothesis | Sequence[Hypothesis] | None
+    scattering_factor: float
+    beyond_last_hit: float
+    beam_momentum: float
+    sig_beam_momentum: float
+    with_planes: bool
+    end: Literal["auto", "stops", "leaves"]
+    scattering_momentum: bool
+    charge_resolution: float
+    charge_scale: float
+    robust: Literal["keep", "huber", "tukey", "cauchy"]
+    reject: float
+    exclude: Plane | Sequence[Plane]
+    at: Place | Sequence[Place]
+    fractions: Sequence[float]
+
+
 def about(detector: Any, options: Any) -> dict[str, Any]:
     """Returns what is kept beside fits, as numbers, texts, lists and dicts.
 
@@ -107,7 +127,7 @@ def _hypotheses(name: str, value: Any) -> Any:
 def _places(name: str, value: Any) -> Any:
     is_one = isinstance(value, str) or is_number(value)
     given = [value] if is_one else listed(name, value, "it must be a plane or a place along z, or several")
-    return root().std.vector["std::string"]([_place(name, place) for place in given])
+    return strings(name, [_place(name, place) for place in given])
 
 
 def _place(name: str, value: Any) -> str:
@@ -130,9 +150,10 @@ def _end(name: str, value: Any) -> Any:
 
 
 def _robust(name: str, value: Any) -> Any:
-    if value not in ("keep", "huber", "tukey", "cauchy"):
+    if not isinstance(value, str) or value not in ("keep", "huber", "tukey", "cauchy"):
         raise Error(f'{name} is {shown(value)}; it must be "keep", "huber", "tukey" or "cauchy"')
     return cpp().OutlierModeOf(value)
+
 
 _CONVERSIONS = {
     "hypotheses": _hypotheses,

@@ -43,7 +43,8 @@ def write_fits(fits: Any, file: FileName) -> None:
     """
     _check_table(fits)
     written = file_name("file", file)
-    types = _columns_of_a_file()
+    about = _texts(fits.attrs)
+    types = _columns_of_a_file(bool(fits.attrs["options"].get("at")))
     hypotheses = getattr(fits, "hypotheses", None)
     columns = arrays_of_rows(hypotheses, types) if hypotheses else arrays_of(fits, types)
     made = cpp().FitArrays(len(hypotheses or fits))
@@ -53,14 +54,17 @@ def write_fits(fits: Any, file: FileName) -> None:
         made.SetColumn(name, data, offsets if offsets is not None else root().nullptr)
     texts = root().std.map["std::string", "std::string"]()
     pair = root().std.pair["std::string", "std::string"]
-    for name, kept in _texts(fits.attrs).items():
+    for name, kept in about.items():
         texts.insert(pair(name, kept.encode()))
     call(made.Write, written, texts)
 
 
-def _columns_of_a_file() -> dict[str, tuple[str, bool]]:
-    """Returns the type of each column by name, and whether it has vectors or texts."""
-    columns = cpp().FitColumns(True, False)
+def _columns_of_a_file(with_places: bool) -> dict[str, tuple[str, bool]]:
+    """Returns the type of each column by name, and whether it has vectors or texts.
+
+    with_places: whether the track was asked for at other places than the hits
+    """
+    columns = cpp().FitColumns(True, with_places)
     listed = [columns.Column(i) for i in range(columns.Size())]
     return {str(c.fName): (str(c.fType), not c.fOffsets.empty()) for c in listed}
 

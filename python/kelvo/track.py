@@ -7,7 +7,7 @@ from typing import Any, NamedTuple
 import numpy as np
 
 from ._arrays import (
-    FloatOrFloats, Floats, count, each, floats, index, is_number, listed, number, output, text
+    EachFloat, FloatOrFloats, Floats, count, each, each_row, floats, index, is_number, listed, number, output, text
 )  # fmt: skip
 from ._html import paragraph, table
 from ._particles import masses, pdg_codes
@@ -129,7 +129,7 @@ class Kinematics(NamedTuple):
 
 
 def _kinematics(name: str, values: FloatOrFloats, write: Any) -> Kinematics:
-    out = each(name, values, write, rows=len(Kinematics._fields))
+    out = each_row(name, values, write, len(Kinematics._fields))
     return Kinematics(*(out.tolist() if out.ndim == 1 else out))
 
 
@@ -198,7 +198,7 @@ class Path(NotCopied):
         says = {ErrorCode.kBadKE: "a kinetic energy is below 0; T must be 0 or above"}
         return _kinematics("T", T, lambda n, given, out: call(write, n, given, mass, out, says=says))
 
-    def X0(self, s: FloatOrFloats) -> Any:
+    def X0(self, s: EachFloat) -> EachFloat:
         """Returns the radiation lengths from the first point to one s or an array of them."""
         return each("s", s, lambda *a: call(cpp().ArrayCalls.X0, self._cpp, *a, says=_SAYS))
 
@@ -260,7 +260,7 @@ class dEdxTable:
         head = ["T [GeV]", *(f"{name} [GeV/cm]" for name in masses())]
         return paragraph(f"Energy loss in {self._material}") + table(head, zip(T.tolist(), *losses))
 
-    def __call__(self, T: FloatOrFloats, M: float) -> Any:
+    def __call__(self, T: EachFloat, M: float) -> EachFloat:
         """Returns the loss [GeV/cm] at one kinetic energy or an array of them, for a mass M
         [GeV]."""
         mass = number("M", M)

@@ -6,7 +6,9 @@ import dataclasses
 import os
 import sys
 import warnings
-from typing import Any, Callable, Literal, Mapping, Sequence, Union
+from typing import (
+    TYPE_CHECKING, Any, Callable, Literal, Mapping, Protocol, Sequence, Union, overload
+)  # fmt: skip
 
 import numpy as np
 
@@ -17,18 +19,69 @@ from ._root import call, column_names, cpp, strings
 from ._progress import Progress, shown_progress
 from .detector import DetectorLike, cpp_detector
 from .errors import Error, FitWarning, shown
-from .options import TrackFitOptions, about, takes_fit_options
+from .options import FitOptions, TrackFitOptions, about, takes_fit_options
 from .summaries import FitSummary, from_cpp
 
-Files = Union[str, "os.PathLike[str]", Sequence[Union[str, "os.PathLike[str]"]]]
+if TYPE_CHECKING:
+    import awkward  # type: ignore[import-untyped, unused-ignore]
+    import pandas  # type: ignore[import-untyped, unused-ignore]
+    from typing_extensions import Unpack
+
+Unit = Literal["cm", "mm", "m", "um"]
+File = Union[str, "os.PathLike[str]"]
+
+
+class Table(Protocol):
+    """What can become a pandas frame: tables of polars, Arrow and others."""
+
+    def to_pandas(self) -> Any: ...
+
+
+HitsLike = Union[
+    File, Sequence[File], Mapping[str, Any], Table, "pandas.DataFrame", "awkward.Array"
+]
 
 # How long the library works until Python looks whether the user wants to stop it.
 _SECONDS = 0.1
 
 
+class TableOptions(FitOptions, total=False):
+    """The keywords of fit_tracks beside output, for those who check types."""
+
+    threads: int | None
+    vectors: bool
+    columns: Mapping[str, str | int] | None
+    key: str | Sequence[str] | None
+    unit: Unit
+    sigma: float
+    tree: str
+    limit: int
+    progress: Progress
+
+
+@overload
+def fit_tracks(
+    hits: HitsLike,
+    detector: DetectorLike,
+    *,
+    output: Literal["pandas"] = "pandas",
+    **options: Unpack[TableOptions],
+) -> pandas.DataFrame: ...
+
+
+@overload
+def fit_tracks(
+    hits: HitsLike,
+    detector: DetectorLike,
+    *,
+    output: Literal["awkward"],
+    **options: Unpack[TableOptions],
+) -> awkward.Array: ...
+
+
 @takes_fit_options
 def fit_tracks(
-    hits: Any,
+    hits: HitsLike,
     detector: DetectorLike,
     *,
     threads: int | None = None,
@@ -36,7 +89,7 @@ def fit_tracks(
     vectors: bool = True,
     columns: Mapping[str, str | int] | None = None,
     key: str | Sequence[str] | None = None,
-    unit: Literal["cm", "mm", "m", "um"] = "cm",
+    unit: Unit = "cm",
     sigma: float = 0.0,
     tree: str = "",
     limit: int = 0,

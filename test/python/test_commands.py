@@ -61,6 +61,18 @@ def test_parts_of_a_table_make_files_of_these(fits, tmp_path):
     assert "residual" not in columns(tmp_path / "numbers.root")
 
 
+def test_the_track_at_other_places_comes_into_the_file(tmp_path):
+    options = {"limit": 5, "at": [3, 100.0], "exclude": 3}
+    fits = kelvo.fit_tracks(HITS, DETECTOR, **options)
+    kelvo.write_fits(fits, tmp_path / "fits.root")
+    words = ["--limit", "5", "--at", "3", "z=100", "--exclude", "3", "-o", tmp_path / "command.root"]
+    command = [BUILD / "bin/kelvo", "fit", HITS, "-d", DETECTOR, *words]
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    made = columns(tmp_path / "fits.root")
+    assert "at_sig_x_unbiased" in made
+    assert repr(made) == repr(columns(tmp_path / "command.root"))
+
+
 def test_texts_and_failed_fits_come_into_the_file(tmp_path):
     hits = pd.read_csv(HITS, nrows=300)
     hits.loc[0, "sigu"] = -1

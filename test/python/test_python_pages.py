@@ -48,3 +48,18 @@ def test_the_example_draws_its_plots(top, run):
     # All four quarters have ink.
     for part in (picture[:412, :605], picture[:412, 605:], picture[412:, :605], picture[412:, 605:]):
         assert (part[..., :3].min(axis=2) < 0.5).mean() > 0.005
+
+
+def imported(text):
+    return set(re.findall(r"^(?:>>> )?import (\w+)", text, re.MULTILINE))
+
+
+def test_pip_install_all_brings_what_pages_and_examples_import():
+    tomllib = pytest.importorskip("tomllib")
+    project = tomllib.loads((SOURCE / "pyproject.toml").read_text())["project"]
+    wanted = project["dependencies"] + project["optional-dependencies"]["all"]
+    brought = {re.match(r"\w+", package)[0] for package in wanted} | {"kelvo", *sys.stdlib_module_names}
+    pages = [SOURCE / "docs/python.md", SOURCE / "docs/recipes.md", *SOURCE.glob("examples/*.py")]
+    for page in pages:
+        missing = imported(page.read_text(encoding="utf-8")) - brought
+        assert missing <= ({"polars"} if page.name == "recipes.md" else set()), page  # of the user's own

@@ -1,5 +1,6 @@
 """What fit_tracks gives can be kept, read again, added up and written into files."""
 
+import dataclasses
 import json
 import math
 import pickle
@@ -25,7 +26,9 @@ def fits():
 
 def test_what_is_told_beside_the_fits_is_plain_data(fits):
     assert json.loads(json.dumps(fits.attrs)) == fits.attrs
-    assert fits.attrs["options"]["hypotheses"] == [13, 211, 2212]
+    told, given = fits.attrs["options"], dataclasses.asdict(kelvo.TrackFitOptions())
+    lists = {"hypotheses": [13, 211, 2212], "fractions": [], "at": [], "exclude": []}
+    assert told == {**given, **lists}
     assert fits.attrs["version"] == kelvo.__version__
     assert kelvo.PlaneDetector(fits.attrs["detector"]).Name() == "fine"
 

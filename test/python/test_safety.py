@@ -208,6 +208,16 @@ def test_columns_of_any_kind_are_told(column):
         told_well(lambda: fit_few({**hits.to_dict("list"), column: junk}))
 
 
+def test_wrong_arguments_of_a_data_frame_are_told():
+    node = pytest.importorskip("ROOT").RDataFrame(1)
+    for junk in JUNK:
+        told_well(lambda: kelvo.define_fit(junk, DETECTOR))
+        told_well(lambda: kelvo.define_fit(node, junk))
+        told_well(lambda: kelvo.define_fit(node, DETECTOR, columns=junk))
+        told_well(lambda: kelvo.define_fit(node, DETECTOR, columns={"u": junk}))
+        told_well(lambda: kelvo.define_fit(node, DETECTOR, prefix=junk))
+
+
 def test_columns_may_have_numbers_as_names():
     hits = few_hits()
     expected = fit_few(hits)
