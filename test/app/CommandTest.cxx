@@ -37,7 +37,8 @@ TEST_F(Command, RefusesFilesOfAnotherFormatBeforeAnyWork) {
   const std::pair<std::string, std::string> cases[] = {
       {"fit missing.csv --detector missing.toml -o fits.csv", "\"fits.csv\" must end in .root"},
       {"report missing.root -o missing.root", "\"missing.root\" must end in .html or .htm"},
-      {"display missing.root --track 1 -o a.html", "\"a.html\" must end in .svg, .png or .pdf"},
+      {"display missing.root --track 1 -o a.csv",
+       "\"a.csv\" must end in .svg, .png or .pdf, or in .html for a page"},
       {"detector missing.toml -o a", "\"a\" must end in .svg, .png or .pdf"},
       {"dedx Steel -o a.html", "\"a.html\" must end in .csv, .svg, .png or .pdf"},
   };

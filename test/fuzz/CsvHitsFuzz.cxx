@@ -2,6 +2,7 @@
 // was read without a problem is the same; compressed, all is.
 #include "io/CsvHits.h"
 #include "io/FileError.h"
+#include "io/HitReader.h"
 #include "test/fuzz/FuzzFile.h"
 #include "test/fuzz/FuzzInput.h"
 #include "util/Text.h"
@@ -18,7 +19,7 @@ const geo::PlaneDetector& Fine() {
 }
 
 /// @return how it ended; empty: well
-std::string Read(const std::string& content, const kelvo::HitConventions& conventions,
+std::string Read(const std::string& content, const kelvo::HitReaderOptions& conventions,
                  Tracks& tracks) {
   const fuzz::File file(content);
   try {
@@ -61,8 +62,8 @@ std::string Printed(const Tracks& tracks) {
   return text;
 }
 
-kelvo::HitConventions Conventions(unsigned choice) {
-  kelvo::HitConventions conventions;
+kelvo::HitReaderOptions Conventions(unsigned choice) {
+  kelvo::HitReaderOptions conventions;
   conventions.fUnit = std::array{"cm", "mm", "m", "um"}[choice % 4];
   if (choice & 4) conventions.fPlanes = &Fine();
   if (choice & 8) conventions.fSigma = 0.5;
@@ -74,7 +75,7 @@ kelvo::HitConventions Conventions(unsigned choice) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Values values(data, size);
-  const kelvo::HitConventions conventions = Conventions(values.Byte());
+  const kelvo::HitReaderOptions conventions = Conventions(values.Byte());
   const std::string text = values.Rest();
   Tracks tracks;
   const std::string ending = Read(text, conventions, tracks);
