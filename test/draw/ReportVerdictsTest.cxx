@@ -104,9 +104,9 @@ TEST(SlopeSum, IsTheLeastSquaresLine) {
     sum.Add(v.back(), r.back());
   }
   double slope = 0; // with the coordinate from its middle
-  for (int i = 0; i < 10; i++) slope += (v[i] - 4.5) * r[i] / 82.5;
+  for (std::size_t i = 0; i < 10; i++) slope += (v[i] - 4.5) * r[i] / 82.5;
   double left = 0;
-  for (int i = 0; i < 10; i++) left += std::pow(r[i] - 4.25 - slope * (v[i] - 4.5), 2);
+  for (std::size_t i = 0; i < 10; i++) left += std::pow(r[i] - 4.25 - slope * (v[i] - 4.5), 2);
   EXPECT_NEAR(sum.Slope(), slope, 1e-12);
   EXPECT_NEAR(sum.Error(), std::sqrt(left / 8 / 82.5), 1e-9);
   kelvo::SlopeSum one;

@@ -9,12 +9,18 @@ import sys
 
 SKIPPED = 77  # exit status, as told to CTest
 
-missing = [name for name in ["pytest", *sys.argv[2:]] if importlib.util.find_spec(name) is None]
-if missing:
-    print(f"skipped: {sys.executable} has no {', '.join(missing)}; scripts/test installs them")
-    sys.exit(SKIPPED)
 
-import pytest  # noqa: E402
+def main() -> int:
+    missing = [name for name in ["pytest", *sys.argv[2:]] if importlib.util.find_spec(name) is None]
+    if missing:
+        print(f"skipped: {sys.executable} has no {', '.join(missing)}; scripts/test installs them")
+        return SKIPPED
+    import pytest
 
-file = pathlib.Path(__file__).parent / sys.argv[1]
-sys.exit(pytest.main(["-q", "-p", "no:cacheprovider", "-W", "ignore::UserWarning", str(file)]))
+    file = pathlib.Path(__file__).parent / sys.argv[1]
+    return pytest.main(["-q", "-p", "no:cacheprovider", "-W", "ignore::UserWarning", str(file)])
+
+
+# Processes that a test starts may read this file again.
+if __name__ == "__main__":
+    sys.exit(main())
