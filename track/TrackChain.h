@@ -66,11 +66,11 @@ private:
 
   /// One hit on its way through the fit.
   struct TrackHit {
-    std::size_t fView; // 0: x, 1: y
-    double fZ, fU;     // as measured [cm]
-    double fSigU, fSigZ;
-    double fSig; // of the position at the measured z, larger for a smaller weight [cm]
-    double fQ;   // deposit [GeV]; infinity: none
+    std::size_t fView = 0; // 0: x, 1: y
+    double fZ = 0, fU = 0; // as measured [cm]
+    double fSigU = 0, fSigZ = 0;
+    double fSig = 0; // of the position at the measured z, larger for a smaller weight [cm]
+    double fQ = 0;   // deposit [GeV]; infinity: none
     double fWeight = 1;
     bool fIsExcluded = false; // by its plane
   };
