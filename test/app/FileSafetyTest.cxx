@@ -182,7 +182,7 @@ TEST_F(FileSafety, TerminalsGetNoControlCharactersFromNames) {
         "report \"$BAD\" -o r.html", "display \"$BAD\" --track 1 -o d.svg",
         "fit $HITS -d fine.toml -o fits.root --column \"u=$BAD\"",
         "fit $HITS -d fine.toml -o fits.root --limit \"$BAD\"",
-        "simulate -d fine.toml --particle mu --kinetic-energy 1 --seed 1 -o \"$BAD.csv\""}) {
+        "simulate -d fine --particle p --beam-momentum 9 --tracks 2 --seed 1 -o \"$BAD.csv\""}) {
     const std::string printed =
         Shell("BAD=$(printf 'a\\033[31m\\302\\233m\\007b'); $KELVO " + command);
     EXPECT_NE(printed.find("a?[31m"), std::string::npos) << command << '\n' << printed;

@@ -266,7 +266,7 @@ TEST_P(MeanOverCells, IsThatOfManyLines) {
   constexpr int kPlaces = 40;
   double radLen[2] = {}, mipLoss[2] = {}, variance[2] = {};
   for (int i = 0; i < kPlaces; i++) {
-    const geo::ActivePlane& plane = detector.Planes()[10 + i % 2];
+    const geo::ActivePlane& plane = detector.Planes()[10u + static_cast<unsigned>(i) % 2];
     const double x = 4.05 * i / kPlaces, depth = plane.fZHigh - plane.fZLow;
     const WayPoint from = {{x, -x, plane.fZLow}, {sig, sig}};
     const WayPoint to = {{x + slope * depth, -x - slope * depth, plane.fZHigh}, {sig, sig}};
