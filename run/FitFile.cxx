@@ -127,7 +127,7 @@ FitSummary FitFile(const geo::Detector& detector, const FitFileOptions& options,
           write, progress ? progress : [](const Progress&) { return true; }))
     throw RunStopped();
 
-  const FitSummary summary = run.Summary();
+  FitSummary summary = run.Summary();
   fits.KeepText("run", DescribeRun(summary.fSeconds));
   fits.Close();
   if (csv) csv->Close();

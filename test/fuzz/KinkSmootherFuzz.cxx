@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       fuzz::Expect(chi2 >= 0, "chi-square");
       fuzz::Expect(start.fVarX >= 0 && start.fVarSlope >= 0, "the variances");
     }
-    const std::int64_t measurements[] = {0, n, 2 * n}, planes[] = {0, m, 2 * m};
+    const std::int64_t measurements[] = {0, n, n + std::int64_t{n}},
+                       planes[] = {0, m, m + std::int64_t{m}};
     const auto twice = [](std::vector<double>& v) {
       const std::vector<double> once = v;
       v.insert(v.end(), once.begin(), once.end());
