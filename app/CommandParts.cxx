@@ -104,6 +104,18 @@ CLI::Validator PictureName() {
   return {check, ""};
 }
 
+CLI::Option* AddTableFormat(CLI::App& command, TableFormat& format) {
+  const auto set = [&format](const std::string& name) {
+    format = name == "rntuple" ? TableFormat::kRNTuple : TableFormat::kTTree;
+  };
+  return command
+      .add_option_function<std::string>(
+          "--format", set, "Table in the ROOT file: rntuple (ROOT 6.36 or newer) or ttree")
+      ->check(OneOf({"rntuple", "ttree"}))
+      ->type_name("NAME")
+      ->default_str(format == TableFormat::kRNTuple ? "rntuple" : "ttree");
+}
+
 std::string CommandLine(int argc, char** argv) {
   std::string line = "kelvo";
   for (int i = 1; i < argc; i++) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/ProgressLine.h"
+#include "io/FitWriter.h"
 
 #include <CLI/CLI.hpp>
 
@@ -41,6 +42,11 @@ CLI::Validator EndsIn(const std::vector<std::string>& endings);
 
 /// The name of a picture that can be written.
 CLI::Validator PictureName();
+
+/// Adds the option --format, which sets the kind of table in a ROOT file; its default is what is
+/// set.
+/// @param format must outlive the command
+CLI::Option* AddTableFormat(CLI::App& command, TableFormat& format);
 
 /// Returns the command as it can be given to a shell again.
 std::string CommandLine(int argc, char** argv);

@@ -63,7 +63,6 @@ struct FitArguments {
   bool fNoScatteringMomentum = false;
   std::vector<std::string> fColumns;
   std::vector<std::string> fFractions;
-  std::string fFormat = DefaultTableFormat() == TableFormat::kRNTuple ? "rntuple" : "ttree";
 };
 
 std::pair<std::string, std::string> Mapping(const std::string& text) {
@@ -117,12 +116,7 @@ void RegisterRun(CLI::App& fit, FitArguments& a) {
 
 void RegisterOutput(CLI::App& fit, FitArguments& a) {
   const char* group = "What is written";
-  fit.add_option("--format", a.fFormat,
-                 "Table in the ROOT file: rntuple (ROOT 6.36 or newer) or ttree")
-      ->check(OneOf({"rntuple", "ttree"}))
-      ->type_name("NAME")
-      ->capture_default_str()
-      ->group(group);
+  AddTableFormat(fit, a.fFile.fFormat)->group(group);
   CLI::Option* scalars =
       fit.add_flag("--scalars", a.fFile.fScalarsOnly,
                    "Only columns of one number: no hits, planes, kinks or covariance")
@@ -277,7 +271,6 @@ void Complete(FitArguments& a) {
     const auto [name, other] = Mapping(text);
     a.fFile.fReader.fColumns[name] = other;
   }
-  a.fFile.fFormat = a.fFormat == "rntuple" ? TableFormat::kRNTuple : TableFormat::kTTree;
 }
 
 void PrintProblems(const FitSummary& summary) {

@@ -1,6 +1,7 @@
 #include "app/Command.h"
 #include "app/CommandParts.h"
 #include "run/FitMerge.h"
+#include "util/Text.h"
 
 #include <cstdio>
 #include <memory>
@@ -18,24 +19,18 @@ Example: two jobs and what they made in one file
 The parts may be given in any order. They must be made alike, and no track may be missing or in two
 of them.)";
 
-struct MergeArguments {
-  FitMergeOptions fMerge;
-  std::string fFormat = DefaultTableFormat() == TableFormat::kRNTuple ? "rntuple" : "ttree";
-};
-
-int Run(MergeArguments& a) {
-  a.fMerge.fFormat = a.fFormat == "ttree" ? TableFormat::kTTree : TableFormat::kRNTuple;
+int Run(const FitMergeOptions& options) {
   return RunWithProgress([&](ProgressLine& line) {
-    const FitMergeSummary summary = MergeFits(a.fMerge, [&](const Progress& progress) {
+    const FitMergeSummary summary = MergeFits(options, [&](const Progress& progress) {
       line.Show(progress);
       return CaughtSignal() == 0;
     });
     line.Clear();
-    std::printf("  %-36s %10zu\n", "files joined", a.fMerge.fParts.size());
+    std::printf("  %-36s %10zu\n", "files joined", options.fParts.size());
     std::printf("  %-36s %10llu\n", "tracks", summary.fTracks);
     if (summary.fMayLackTracks)
       std::printf("  the last part ends at its --limit: there may be more tracks behind it\n");
-    std::printf("  written: %s\n", a.fMerge.fOutput.c_str());
+    std::printf("  written: %s\n", Printable(options.fOutput).c_str());
     return 0;
   });
 }
@@ -46,22 +41,17 @@ Command MakeMergeCommand(CLI::App& program, const std::string& commandLine) {
   CLI::App* merge =
       program.add_subcommand("merge", "Joins files of fits of parts of the tracks to one.");
   merge->footer(kExamples);
-  auto arguments = std::make_shared<MergeArguments>();
-  arguments->fMerge.fCommand = commandLine;
-  merge->add_option("fits", arguments->fMerge.fParts, "Files of fits, from kelvo fit")
+  auto options = std::make_shared<FitMergeOptions>();
+  options->fCommand = commandLine;
+  merge->add_option("fits", options->fParts, "Files of fits, from kelvo fit")
       ->required()
       ->type_name("FILE");
-  merge->add_option("-o,--output", arguments->fMerge.fOutput, "ROOT file to be written")
+  merge->add_option("-o,--output", options->fOutput, "ROOT file to be written")
       ->required()
       ->check(EndsIn({".root"}))
       ->type_name("FILE");
-  merge
-      ->add_option("--format", arguments->fFormat,
-                   "Table in the ROOT file: rntuple (ROOT 6.36 or newer) or ttree")
-      ->check(OneOf({"rntuple", "ttree"}))
-      ->type_name("NAME")
-      ->capture_default_str();
-  return {merge, [arguments] { return Run(*arguments); }};
+  AddTableFormat(*merge, options->fFormat);
+  return {merge, [options] { return Run(*options); }};
 }
 
 } // namespace kelvo::app

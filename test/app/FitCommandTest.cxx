@@ -193,6 +193,25 @@ TEST_F(FitCommand, TellsHitsOfAnotherDetectorAndEndsWithStatus1) {
   EXPECT_EQ(fFolder.Read("fits.root"), "before");
 }
 
+TEST_F(FitCommand, PartsOfTheTracksAreJoinedByMerge) {
+  const std::string arguments = kMuons + " -d fine --limit 3 -o ";
+  ASSERT_EQ(Run("fit " + arguments + "a.root").fStatus, 0);
+  ASSERT_EQ(Run("fit --first 3 " + arguments + "b.root").fStatus, 0);
+  for (const std::string format : {"rntuple", "ttree"}) {
+    const Outcome run = Run("merge b.root a.root -o all.root --format " + format);
+    EXPECT_EQ(run.fStatus, 0) << run.fErr;
+    EXPECT_TRUE(Contains(run.fOut, "  tracks                                        6\n"))
+        << run.fOut;
+    kelvo::FitReader fits(fFolder.Path("all.root"));
+    ASSERT_EQ(fits.Entries(), 18);
+    for (long long i = 0; i < 18; i++)
+      EXPECT_EQ(fits.Read(i, kelvo::FitPart::kNames).fTrack, i / 3) << format;
+  }
+  const Outcome twice = Run("merge a.root a.root -o twice.root");
+  EXPECT_EQ(twice.fStatus, 2);
+  EXPECT_TRUE(Contains(twice.fErr, "give each part once")) << twice.fErr;
+}
+
 TEST_F(FitCommand, ShowsTheFirstTenOfManyBadLines) {
   std::string text = "track,view,u,z,sigu\n";
   for (int i = 0; i < 40; i++) text += std::to_string(i) + ",X,?,3,0.3\n";
